@@ -1,0 +1,1 @@
+# Filled in below the targets: install rules and the Debian package.

@@ -1,0 +1,1 @@
+#include "core/controllers/search/searchpathresolver.h"

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "core/ipc/framecodec.h"
+
+#include <QJsonObject>
+#include <QLocalSocket>
+#include <QMap>
+#include <QObject>
+
+#include <functional>
+
+namespace core {
+namespace ipc {
+
+/// Receives the answer to one request. `error` holds `code` and `message` when `success` is false:
+/// the service's own, or -1 (not connected) or -2 (connection lost) made by the client.
+using ResponseCallback =
+    std::function<void(bool success, const QJsonObject &data, const QJsonObject &error)>;
+
+/// Client of one local service: requests, responses and events as JSON in frames. It knows no
+/// method. It never reconnects by itself and has no time-out for a request; its owners have.
+/// Lives on the thread that made it; callbacks and signals come from that thread's event loop.
+class IpcClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit IpcClient(const QString &serviceName, QObject *parent = nullptr);
+
+    /// Starts connecting, unless connected or connecting already. Does not block.
+    void connectToService();
+    /// Connects and blocks for at most `timeoutMs`; true once connected.
+    [[nodiscard]] bool ensureConnected(int timeoutMs);
+    void disconnectFromService();
+    bool isConnected() const;
+
+    /// Sends a request. Without a connection the callback is called at once, inside this call,
+    /// with code -1; otherwise exactly once later, when the answer comes or the connection is
+    /// lost (code -2). Without a callback the answer is dropped.
+    void sendRequest(const QString &method, const QJsonObject &params,
+                     ResponseCallback callback = ResponseCallback());
+
+signals:
+    void connected();
+    void disconnected();
+    void connectionError(const QString &reason);
+    void eventReceived(const QString &eventName, const QJsonObject &data);
+
+private slots:
+    void onConnected();
+    void onDisconnected();
+    void onError(QLocalSocket::LocalSocketError code);
+    void onReadyRead();
+
+private:
+    void startConnecting();
+    void sendJsonFrame(const QJsonObject &object);
+    void processFrame(const QByteArray &body);
+
+    QString m_serviceName;
+    QLocalSocket *m_socket;
+    QMap<QString, ResponseCallback> m_pending;
+    FrameDecoder m_readBuffer;
+};
+
+} // namespace ipc
+} // namespace core

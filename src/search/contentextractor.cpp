@@ -1,0 +1,1 @@
+#include "search/contentextractor.h"

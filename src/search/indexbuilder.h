@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <atomic>
+
+/// Builds or refreshes the index: walks the roots and writes file rows in batches, extracts text in
+/// parallel, compacts. Lives on a thread of its own; every slot but requestStop() is called queued.
+class IndexBuilder : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit IndexBuilder(const QString &dbPath, QObject *parent = nullptr);
+
+    /// Prefix that is cut from runtime paths before they are stored ("/live_target").
+    void setStoredPathPrefix(const QString &prefix);
+    QString storedPathForRuntimePath(const QString &path) const;
+
+public slots:
+    /// Removes the database with its log files, so that the next build starts afresh. Queued
+    /// before startBuild(), so that the GUI thread never waits for the disk.
+    void removeDatabase();
+    /// One build. Ends in finished(). `fileNameExtensions` has no effect: every file is named.
+    void startBuild(const QStringList &roots, const QStringList &excludeDirs,
+                    const QStringList &fileNameExtensions, const QStringList &ftsExtensions,
+                    int maxContentBytes);
+    /// Only sets a flag; called directly from the GUI thread.
+    void requestStop();
+
+signals:
+    void progressChanged(int indexedFiles, const QString &currentPath);
+    void toolsMissing(const QStringList &details);
+    void finished(bool success, const QString &message);
+
+private:
+    QString m_dbPath;
+    QString m_storedPathPrefix;
+    std::atomic_bool m_stop{false};
+};

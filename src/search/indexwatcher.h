@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <atomic>
+#include <thread>
+
+/// Keeps the index current between builds by inotify, on a std::thread of its own. Signals are
+/// emitted from that thread, so they arrive queued. Options may change only while it is stopped.
+class IndexWatcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit IndexWatcher(const QString &dbPath, QObject *parent = nullptr);
+    ~IndexWatcher() override;
+
+    void setRoots(const QStringList &roots);
+    /// `maxDepth` of 0 has no limit.
+    void setIndexOptions(const QStringList &excludeDirs, const QStringList &fileNameExtensions,
+                         const QStringList &ftsExtensions, int maxContentBytes, int maxDepth);
+    /// Stops a running watch first; without roots nothing starts.
+    void start();
+    /// Ends and joins the thread. A running extraction is cancelled, so this takes milliseconds.
+    void stop();
+    bool isRunning() const { return m_running; }
+
+signals:
+    /// `action` is "remove-dir", "remove-file", "remove-filtered", "meta-only" or "upsert-file".
+    void indexIncrementalUpdated(const QString &path, const QString &action, bool success);
+    /// Events were lost or the database failed or went: only a rebuild can repair that.
+    void indexInvalidated();
+
+private:
+    QString m_dbPath;
+    QStringList m_roots;
+    QStringList m_excludeDirs;
+    QStringList m_fileNameExtensions;
+    QStringList m_ftsExtensions;
+    int m_maxContentBytes = 65536;
+    int m_maxDepth = 0;
+    std::atomic_bool m_running{false};
+    std::thread m_thread;
+};

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QDialog>
+
+class QLabel;
+class QLineEdit;
+class QPushButton;
+
+namespace ui {
+namespace common {
+
+/// The one dialog through which messages reach the user. The static functions run it modally and
+/// block in a nested event loop. Object names: NoticeIconWrap, NoticeTitle, NoticeMessage,
+/// NoticeDetailRow, NoticeDetailEdit, NoticeDetailCopyBtn, NoticeOkBtn, NoticeCancelBtn.
+class AppNoticeDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    enum NoticeType { Success = 0, Information = 1, Warning = 2, Error = 3 };
+
+    explicit AppNoticeDialog(QWidget *parent = nullptr);
+
+    void setNoticeType(NoticeType type);
+    void setTitleText(const QString &title);
+    void setMessageText(const QString &message);
+    /// An empty detail hides the row.
+    void setDetailText(const QString &detail);
+    void setConfirmText(const QString &text);
+    /// Adds the cancel button.
+    void setCancelText(const QString &text);
+
+    static void showSuccess(QWidget *parent, const QString &title, const QString &message,
+                            const QString &detail = QString(),
+                            const QString &confirmText = QString());
+    static void showInfo(QWidget *parent, const QString &title, const QString &message,
+                         const QString &detail = QString(), const QString &confirmText = QString());
+    static void showWarning(QWidget *parent, const QString &title, const QString &message,
+                            const QString &detail = QString(),
+                            const QString &confirmText = QString());
+    static void showError(QWidget *parent, const QString &title, const QString &message,
+                          const QString &detail = QString(),
+                          const QString &confirmText = QString());
+    /// True only if the user confirmed; closing the window or Esc is a no.
+    [[nodiscard]] static bool confirm(QWidget *parent, const QString &title, const QString &message,
+                                      const QString &confirmText = QString(),
+                                      const QString &cancelText = QString(),
+                                      NoticeType type = Warning);
+
+private:
+    void refreshIconAndAccent();
+
+    NoticeType m_type = Information;
+    QLabel *m_icon = nullptr;
+    QLabel *m_title = nullptr;
+    QLabel *m_message = nullptr;
+    QWidget *m_detailRow = nullptr;
+    QLineEdit *m_detail = nullptr;
+    QPushButton *m_copy = nullptr;
+    QPushButton *m_confirm = nullptr;
+    QPushButton *m_cancel = nullptr;
+};
+
+} // namespace common
+} // namespace ui

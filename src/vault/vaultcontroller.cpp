@@ -1,0 +1,1 @@
+#include "vault/vaultcontroller.h"
