@@ -1,0 +1,50 @@
+#!/bin/sh
+# Installs what the program needs to be built, run and tested on Debian 12, and fetches the icon
+# font. Does nothing where all of it is there. Needs root, or sudo.
+#
+#   scripts/deps.sh          to build and run
+#   scripts/deps.sh test     to test as well
+set -eu
+cd "$(dirname "$0")/.."
+
+build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nodejs npm"
+extraction="poppler-utils catdoc antiword unrtf unzip"
+display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
+packages="$build $extraction $display"
+if [ "${1:-}" = test ]; then
+    packages="$packages clang-format python3 file desktop-file-utils appstream
+              libsqlite3-dev libreoffice-writer-nogui libreoffice-calc-nogui
+              libreoffice-impress-nogui"
+fi
+
+missing=""
+for package in $packages; do
+    case $package in
+    # A Node.js from elsewhere will do as well.
+    nodejs | npm)
+        command -v npm >/dev/null && continue
+        ;;
+    esac
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q ' installed$' ||
+        missing="$missing $package"
+done
+
+if [ -n "$missing" ]; then
+    echo "Installing:$missing"
+    as_root=""
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null || {
+            echo "These packages are missing and sudo is not there:$missing" >&2
+            exit 1
+        }
+        as_root=sudo
+    fi
+    $as_root apt-get update
+    # shellcheck disable=SC2086
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing
+fi
+
+font=resources/node_modules/@fortawesome/fontawesome-free/webfonts/fa-solid-900.ttf
+if [ ! -f "$font" ]; then
+    npm install --prefix resources --no-package-lock --no-audit --no-fund --ignore-scripts
+fi

@@ -1,0 +1,23 @@
+#!/bin/sh
+# Sets up, builds and runs all tests.
+#
+#   scripts/test.sh [dev|release|asan|tsan] [ctest arguments]
+#
+# tsan runs the tests of the threaded parts.
+set -eu
+cd "$(dirname "$0")/.."
+preset=dev
+case "${1:-}" in
+dev | release | asan | tsan)
+    preset=$1
+    shift
+    ;;
+esac
+
+scripts/deps.sh test
+cmake --preset "$preset"
+cmake --build --preset "$preset"
+if [ "$preset" = tsan ]; then
+    set -- -L threads "$@"
+fi
+ctest --test-dir "build/$preset" --output-on-failure -j "$(nproc)" "$@"
