@@ -72,6 +72,7 @@ public:
 
 private:
     bool initSchema(QString *error);
+    QSqlDatabase connection() const;
 
     QString m_dbFilePath;
     QString m_connectionName;
