@@ -1,1 +1,381 @@
 #include "app/mainwindow.h"
+
+#include "app/applog.h"
+#include "app/collapsiblesidebar.h"
+#include "app/navigation.h"
+#include "app/sidebarnavbutton.h"
+#include "app/vaultstartupnotice.h"
+#include "core/diagnostics/guidiagnosticsruntime.h"
+#include "core/ipc/ipcclient.h"
+#include "ui/common/appnoticedialog.h"
+#include "ui/common/framelesswindowcontroller.h"
+#include "ui/common/theme.h"
+#include "ui/common/windowtitlebar.h"
+#include "vault/vaultcontroller.h"
+
+#include <QBoxLayout>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFrame>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QSettings>
+#include <QStackedWidget>
+#include <QTimer>
+
+#include <optional>
+#include <utility>
+
+using core::AppMode;
+using core::diagnostics::GuiDiagnosticsRuntime;
+using core::ipc::IpcClient;
+using ui::common::AppNoticeDialog;
+using ui::common::FramelessWindowController;
+using ui::common::IconWidget;
+using ui::common::ThemeColors;
+using ui::common::WindowTitleBar;
+
+namespace {
+
+constexpr int vaultReconnectMs = 5000;
+constexpr int startupNoticeDelayMs = 600;
+const QSize minimumWindowSize(800, 600);
+const QSize sizeWithoutScreen(1024, 768);
+const char deferredProperty[] = "deferredPlaceholder";
+
+QString titleFor(AppMode mode)
+{
+    return mode == AppMode::livecd ? QStringLiteral("墨川归档 - 恢复环境模式")
+                                   : QStringLiteral("墨川归档 - 普通模式");
+}
+
+QString rootStyleSheet(const ThemeColors &colors)
+{
+    return QStringLiteral("#MainWindowRoot, #RightCard { background: %1; border: none; }")
+        .arg(colors.windowBackground.name());
+}
+
+} // namespace
+
+MainWindow::MainWindow(AppMode mode, QWidget *parent, SystemTray::AvailabilityProbe trayProbe)
+    : QMainWindow(parent)
+    , m_appMode(mode)
+    , m_useCustomChrome(FramelessWindowController::shouldUseCustomChrome())
+{
+    buildServices(std::move(trayProbe));
+    buildWindow();
+    buildFrame();
+    m_diagnostics->start();
+    m_diagnostics->noteAction(QStringLiteral("main_window_initialized"));
+    buildChrome();
+    buildVaultLink();
+    buildNavigation();
+
+    if (m_appMode == AppMode::normal) {
+        m_vaultClient->connectToService();
+        setupSystemTray();
+    }
+
+    applySidebarPinnedMode(loadSidebarPinnedSetting());
+    switchToPage(0);
+}
+
+MainWindow::~MainWindow()
+{
+    // The client may still report the end of its connection while the window's parts go.
+    m_vaultClient->disconnect(this);
+}
+
+void MainWindow::buildServices(SystemTray::AvailabilityProbe trayProbe)
+{
+    m_diagnostics = new GuiDiagnosticsRuntime(this);
+
+    m_vaultReconnectTimer = new QTimer(this);
+    m_vaultReconnectTimer->setObjectName(QStringLiteral("VaultReconnectTimer"));
+
+    m_tray = new SystemTray(std::move(trayProbe), this);
+    connect(m_tray, &SystemTray::showRequested, this, &MainWindow::bringToFront);
+    connect(m_tray, &SystemTray::toggleRequested, this, &MainWindow::toggleVisible);
+    connect(m_tray, &SystemTray::quitRequested, this, &MainWindow::quitFromTray);
+}
+
+void MainWindow::buildWindow()
+{
+    setWindowTitle(titleFor(m_appMode));
+    setWindowIcon(QIcon(QStringLiteral(":/img/logo.png")));
+    setMinimumSize(minimumWindowSize);
+    setWindowFlags(FramelessWindowController::windowFlagsForPlatform());
+    placeOnScreen();
+}
+
+void MainWindow::placeOnScreen()
+{
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    if (!screen) {
+        resize(sizeWithoutScreen);
+        return;
+    }
+    const QRect available = screen->availableGeometry();
+    // On a small screen three quarters fall below the least size; centre what really shows.
+    const QSize wanted =
+        QSize(available.width() * 3 / 4, available.height() * 3 / 4).expandedTo(minimumSize());
+    QRect geometry(QPoint(), wanted);
+    geometry.moveCenter(available.center());
+    setGeometry(geometry);
+}
+
+void MainWindow::buildFrame()
+{
+    auto *root = new QWidget(this);
+    root->setObjectName(QStringLiteral("MainWindowRoot"));
+    root->setAttribute(Qt::WA_StyledBackground);
+    auto *column = new QVBoxLayout(root);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+
+    m_titleBar = new WindowTitleBar(root);
+    m_titleBar->setTitle(windowTitle());
+    if (!m_useCustomChrome) {
+        m_titleBar->hide();
+        m_titleBar->setFixedHeight(0);
+    }
+    column->addWidget(m_titleBar);
+
+    QWidget *row = buildContentRow();
+    column->addWidget(row, 1);
+    setCentralWidget(root);
+
+    // Beside the layout, so that it can open over the content.
+    m_sidebar = new CollapsibleSidebar(row);
+    m_sidebar->move(0, 0);
+    m_sidebar->raise();
+}
+
+QWidget *MainWindow::buildContentRow()
+{
+    auto *row = new QWidget(this);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    m_sidebarHost = new QWidget(row);
+    m_sidebarHost->setObjectName(QStringLiteral("SidebarHost"));
+    m_sidebarHost->setFixedWidth(CollapsibleSidebar::collapsedWidth);
+    layout->addWidget(m_sidebarHost);
+
+    auto *card = new QFrame(row);
+    card->setObjectName(QStringLiteral("RightCard"));
+    auto *cardLayout = new QVBoxLayout(card);
+    cardLayout->setContentsMargins(0, 0, 0, 0);
+    m_pagesStack = new QStackedWidget(card);
+    m_pagesStack->setObjectName(QStringLiteral("MainPagesStack"));
+    cardLayout->addWidget(m_pagesStack);
+    layout->addWidget(card, 1);
+    return row;
+}
+
+void MainWindow::buildChrome()
+{
+    const ThemeColors &colors = ThemeColors::current();
+    centralWidget()->setStyleSheet(rootStyleSheet(colors) +
+                                   ui::common::buildWindowChromeStyleSheet(colors.type));
+    m_framelessController =
+        new FramelessWindowController(this, m_titleBar, m_useCustomChrome, true, this);
+    m_framelessController->syncWindowControlState();
+}
+
+void MainWindow::buildVaultLink()
+{
+    m_vaultClient = new IpcClient(QStringLiteral("morvane-vault-v1"), this);
+    m_vaultController = new VaultController(m_vaultClient, this);
+
+    m_vaultReconnectTimer->setInterval(vaultReconnectMs);
+    connect(m_vaultReconnectTimer, &QTimer::timeout, this, [this] {
+        if (!m_vaultClient->isConnected())
+            m_vaultClient->connectToService();
+    });
+    const auto startRetrying = [this] {
+        if (!m_vaultReconnectTimer->isActive())
+            m_vaultReconnectTimer->start();
+    };
+    connect(m_vaultClient, &IpcClient::connected, this, [this] {
+        qInfo("[MainWindow] VaultDaemon connected");
+        m_vaultReconnectTimer->stop();
+        m_vaultController->refreshStatus();
+    });
+    connect(m_vaultClient, &IpcClient::connectionError, this, startRetrying);
+    connect(m_vaultClient, &IpcClient::disconnected, this, startRetrying);
+    connect(m_vaultController, &VaultController::statusUpdated, this,
+            &MainWindow::maybeShowVaultStartupStatusNotice);
+}
+
+void MainWindow::buildNavigation()
+{
+    const PageContext context{m_appMode, m_pagesStack};
+    const QVector<NavigationEntry> entries = navigationEntries(m_appMode);
+    QString section;
+    for (const NavigationEntry &entry : entries) {
+        if (entry.section != section) {
+            section = entry.section;
+            m_sidebar->addSectionHeader(section, isEmphasizedSection(section));
+        }
+        QWidget *page = entry.eager ? entry.create(context) : nullptr;
+        PageFactory factory;
+        if (!entry.eager)
+            factory = [context, create = entry.create] {
+                return create(context);
+            };
+        addNavPage(entry.label, entry.icon, page, entry.moduleKey, factory);
+    }
+    m_sidebar->addClosingStretch();
+    m_sharePageIndex = pageIndexForModule(QStringLiteral("file_share"));
+}
+
+void MainWindow::addNavPage(const QString &label, IconWidget::IconType icon, QWidget *page,
+                            const QString &moduleKey, const PageFactory &factory)
+{
+    if (!page && !factory)
+        return;
+    if (!page) {
+        page = new QWidget(m_pagesStack);
+        page->setProperty(deferredProperty, true);
+        page->setAttribute(Qt::WA_StyledBackground, false);
+    }
+    const int index = m_pagesStack->addWidget(page);
+
+    auto *button = new SidebarNavButton(label, icon, m_sidebar);
+    button->setObjectName(QStringLiteral("Nav_") + moduleKey);
+    m_navButtons.append(button);
+    m_moduleKeys.append(moduleKey);
+    m_pageFactories.append(factory);
+    m_sidebar->addButton(button);
+    connect(button, &SidebarNavButton::clicked, this, [this, index] { switchToPage(index); });
+}
+
+bool MainWindow::ensurePageCreated(int index)
+{
+    if (!m_pagesStack || index < 0 || index >= m_pagesStack->count() ||
+        index >= m_pageFactories.size())
+        return false;
+    QWidget *held = m_pagesStack->widget(index);
+    if (!held->property(deferredProperty).toBool() || !m_pageFactories.at(index))
+        return true;
+
+    // Out of the list while it runs, so that a page that shows itself cannot be built twice.
+    const PageFactory factory = std::exchange(m_pageFactories[index], PageFactory());
+    QWidget *page = factory();
+    if (!page) {
+        m_pageFactories[index] = factory;
+        return true;
+    }
+    if (page->parentWidget() != m_pagesStack)
+        page->setParent(m_pagesStack);
+    m_pagesStack->insertWidget(index, page);
+    m_pagesStack->removeWidget(held);
+    held->deleteLater();
+    return true;
+}
+
+void MainWindow::showPageIndex(int index)
+{
+    if (index < 0 || !ensurePageCreated(index))
+        return;
+    m_pagesStack->setCurrentIndex(index);
+    m_diagnostics->setCurrentPage(m_moduleKeys.at(index));
+    for (int i = 0; i < m_navButtons.size(); ++i)
+        m_navButtons.at(i)->setActive(i == index);
+}
+
+void MainWindow::switchToPage(int index)
+{
+    if (index >= 0 && index < m_pagesStack->count())
+        showPageIndex(index);
+}
+
+void MainWindow::switchToSharePage()
+{
+    bringToFront();
+    switchToPage(m_sharePageIndex);
+}
+
+int MainWindow::pageIndexForModule(const QString &moduleKey) const
+{
+    return m_moduleKeys.indexOf(moduleKey);
+}
+
+void MainWindow::applySidebarPinnedMode(bool pinned)
+{
+    m_sidebar->setPinned(pinned);
+    m_sidebarHost->setFixedWidth(pinned ? CollapsibleSidebar::expandedWidth
+                                        : CollapsibleSidebar::collapsedWidth);
+}
+
+bool MainWindow::loadSidebarPinnedSetting() const
+{
+    const QSettings settings(morvaneConfigPath(), QSettings::IniFormat);
+    return settings.value(QStringLiteral("ui/sidebarMode"), QStringLiteral("collapsed"))
+               .toString() == QLatin1String("pinned");
+}
+
+void MainWindow::bringToFront()
+{
+    showNormal();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::setupSystemTray()
+{
+    m_tray->setup();
+    updateTrayShareStatus();
+}
+
+void MainWindow::scheduleSystemTrayRetry(int delayMs)
+{
+    m_tray->scheduleRetry(delayMs);
+}
+
+void MainWindow::updateTrayShareStatus()
+{
+    // No part of the program shares files yet.
+    m_tray->setSharesActive(false);
+}
+
+void MainWindow::toggleVisible()
+{
+    if (isVisible() && !isMinimized())
+        hide();
+    else
+        bringToFront();
+}
+
+void MainWindow::quitFromTray()
+{
+    m_tray->hide();
+    QCoreApplication::quit();
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_tray->isVisible()) {
+        // The program goes on in the background, with its services and file shares.
+        hide();
+        event->ignore();
+        return;
+    }
+    QMainWindow::closeEvent(event);
+}
+
+void MainWindow::maybeShowVaultStartupStatusNotice(const QJsonObject &status)
+{
+    if (m_appMode != AppMode::normal || m_vaultStartupNoticeShown)
+        return;
+    const std::optional<StartupNotice> notice = vaultStartupNotice(status);
+    if (!notice)
+        return;
+    m_vaultStartupNoticeShown = true;
+    QTimer::singleShot(startupNoticeDelayMs, this, [this, shown = *notice] {
+        AppNoticeDialog::showWarning(this, shown.title, shown.text);
+    });
+}

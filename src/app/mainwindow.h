@@ -1,15 +1,115 @@
 #pragma once
 
+#include "app/systemtray.h"
 #include "core/appmode.h"
+#include "ui/common/iconwidget.h"
 
+#include <QJsonObject>
+#include <QList>
 #include <QMainWindow>
+#include <QStringList>
 
-/// The one top-level window of the product.
+#include <functional>
+
+class CollapsibleSidebar;
+class QBoxLayout;
+class QStackedWidget;
+class QTimer;
+class SidebarNavButton;
+class VaultController;
+
+namespace core {
+namespace diagnostics {
+class GuiDiagnosticsRuntime;
+}
+namespace ipc {
+class IpcClient;
+}
+} // namespace core
+namespace ui {
+namespace common {
+class FramelessWindowController;
+class WindowTitleBar;
+} // namespace common
+} // namespace ui
+
+/// The one top-level window of the product: it owns what lives for the whole run, builds the
+/// navigation of the run mode and most pages on their first show, keeps the vault link alive and,
+/// in normal mode, sits in the system tray. GUI thread only.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    explicit MainWindow(core::AppMode mode, QWidget *parent = nullptr);
+    using PageFactory = std::function<QWidget *()>;
+
+    /// `trayProbe` tells whether the desktop has a system tray.
+    explicit MainWindow(
+        core::AppMode mode, QWidget *parent = nullptr,
+        SystemTray::AvailabilityProbe trayProbe = &QSystemTrayIcon::isSystemTrayAvailable);
     ~MainWindow() override;
+
+    /// Adds an entry to the sidebar. Without a page, `factory` builds it on its first show and an
+    /// empty widget holds its place until then; with neither, nothing is added.
+    void addNavPage(const QString &label, ui::common::IconWidget::IconType icon, QWidget *page,
+                    const QString &moduleKey, const PageFactory &factory = PageFactory());
+    /// Builds the page at `index` if it is still to be built. False for a bad index. A factory
+    /// that gives null leaves the empty widget, and is asked again at the next show.
+    bool ensurePageCreated(int index);
+    void showPageIndex(int index);
+    /// As showPageIndex(); a bad index changes nothing.
+    void switchToPage(int index);
+    /// Brings the window up with the file share page, where there is one.
+    void switchToSharePage();
+    /// Stack index of a page, or -1.
+    int pageIndexForModule(const QString &moduleKey) const;
+
+    void applySidebarPinnedMode(bool pinned);
+    bool loadSidebarPinnedSetting() const;
+
+    /// Shows the window, restores it if minimised, and gives it the focus.
+    void bringToFront();
+
+    void setupSystemTray();
+    void scheduleSystemTrayRetry(int delayMs);
+    void updateTrayShareStatus();
+
+    /// Warns, at most once a run and only in normal mode, if protection is on but not in effect.
+    void maybeShowVaultStartupStatusNotice(const QJsonObject &status);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void buildServices(SystemTray::AvailabilityProbe trayProbe);
+    void buildWindow();
+    void placeOnScreen();
+    void buildFrame();
+    QWidget *buildContentRow();
+    void buildChrome();
+    void buildVaultLink();
+    void buildNavigation();
+    void toggleVisible();
+    void quitFromTray();
+
+    core::AppMode m_appMode;
+    bool m_useCustomChrome;
+    ui::common::WindowTitleBar *m_titleBar = nullptr;
+    ui::common::FramelessWindowController *m_framelessController = nullptr;
+    CollapsibleSidebar *m_sidebar = nullptr;
+    QWidget *m_sidebarHost = nullptr;
+    QStackedWidget *m_pagesStack = nullptr;
+
+    // One item each per stack index.
+    QList<SidebarNavButton *> m_navButtons;
+    QStringList m_moduleKeys;
+    QList<PageFactory> m_pageFactories;
+
+    core::diagnostics::GuiDiagnosticsRuntime *m_diagnostics = nullptr;
+    core::ipc::IpcClient *m_vaultClient = nullptr;
+    VaultController *m_vaultController = nullptr;
+    QTimer *m_vaultReconnectTimer = nullptr;
+    SystemTray *m_tray = nullptr;
+    bool m_vaultStartupNoticeShown = false;
+    int m_sharePageIndex = -1;
 };

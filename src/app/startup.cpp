@@ -1,0 +1,112 @@
+#include "app/startup.h"
+
+#include "app/applog.h"
+#include "app/buttoninteractionfilter.h"
+#include "app/mainwindow.h"
+#include "app/singleinstance.h"
+#include "core/appmode.h"
+#include "core/diagnostics/guidiagnosticsruntime.h"
+#include "ui/common/theme.h"
+
+#include <QApplication>
+#include <QDebug>
+#include <QIcon>
+#include <QSettings>
+#include <QtNumeric>
+
+using core::AppMode;
+using core::AppModeDetector;
+using core::diagnostics::GuiDiagnosticsRuntime;
+using ui::common::ThemeColors;
+using ui::common::ThemeType;
+
+namespace {
+
+constexpr double defaultFontScale = 1.15;
+
+// Lets go of the log file before the application object, its parent, deletes it.
+struct LogCloser
+{
+    LogCloser() = default;
+    ~LogCloser() { closeAppLog(); }
+    LogCloser(const LogCloser &) = delete;
+    LogCloser &operator=(const LogCloser &) = delete;
+};
+
+void setIdentity()
+{
+    if (QCoreApplication::applicationName().isEmpty())
+        QCoreApplication::setApplicationName(QStringLiteral("Morvane"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MORVANE_VERSION));
+}
+
+void recordEnvironment(AppMode mode)
+{
+    const QString modeWord = AppModeDetector::toString(mode);
+    qInfo() << "Arguments:" << QCoreApplication::arguments();
+    qInfo() << "App mode:" << modeWord;
+    logDesktopEnvironmentSnapshot(QStringLiteral("Env"));
+    GuiDiagnosticsRuntime::writeEnvironmentSnapshot(modeWord, QGuiApplication::platformName(),
+                                                    QCoreApplication::applicationPid(),
+                                                    QCoreApplication::applicationVersion());
+}
+
+// The theme follows the run mode; no setting chooses it.
+void applyTheme(AppMode mode)
+{
+    const ThemeType type = mode == AppMode::normal ? ThemeType::light : ThemeType::dark;
+    ThemeColors::init(type, loadFontScale(morvaneConfigPath()));
+    QApplication::setPalette(ui::common::buildPalette(type));
+    qApp->setStyleSheet(ui::common::buildAppStyleSheet(type));
+}
+
+} // namespace
+
+double loadFontScale(const QString &settingsPath)
+{
+    const QSettings settings(settingsPath, QSettings::IniFormat);
+    bool isNumber = false;
+    const double scale =
+        settings.value(QStringLiteral("ui/fontScale"), defaultFontScale).toDouble(&isNumber);
+    return isNumber && qIsFinite(scale) ? scale : defaultFontScale;
+}
+
+int runApplication(int &argc, char **argv)
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QApplication application(argc, argv);
+    setIdentity();
+
+    openAppLog(&application);
+    const LogCloser logCloser;
+    const AppMode mode = AppModeDetector::detect(QCoreApplication::arguments());
+    recordEnvironment(mode);
+
+    const QString name = QCoreApplication::applicationName();
+    SingleInstance instance(buildLockFilePath(mode, name), buildServerName(mode, name));
+    if (!instance.tryLock()) {
+        instance.notifyRunningInstance();
+        return 0;
+    }
+
+    ButtonInteractionFilter buttonFilter;
+    application.installEventFilter(&buttonFilter);
+    QApplication::setWindowIcon(QIcon(QStringLiteral(":/img/logo.png")));
+    applyTheme(mode);
+    // In normal mode the window hides to the tray.
+    if (mode == AppMode::normal)
+        QApplication::setQuitOnLastWindowClosed(false);
+    // At log-out the toolkit would close all windows, and one that hides instead of closing would
+    // be taken for a veto.
+    QGuiApplication::setFallbackSessionManagementEnabled(false);
+
+    instance.listen();
+    MainWindow window(mode, nullptr);
+    QObject::connect(&instance, &SingleInstance::showRequested, &window, [&window] {
+        qInfo("[MainWindow] shown at the request of another start");
+        window.bringToFront();
+    });
+    window.show();
+    return QApplication::exec();
+}
