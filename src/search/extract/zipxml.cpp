@@ -1,0 +1,174 @@
+#include "search/extract/zipxml.h"
+
+#include "search/extract/oletext.h"
+#include "search/extract/toolrunner.h"
+
+#include <QXmlStreamReader>
+
+namespace search {
+
+namespace {
+
+/// From this many entries on, a listing that shows which of them exist is cheaper than asking for
+/// each with a process of its own.
+constexpr int kListingPays = 3;
+
+/// Exit code of unzip for a file that is no zip archive at all, whatever entry is asked for.
+constexpr int kUnzipNoArchive = 9;
+
+bool startsWithAny(const QString &name, const QStringList &prefixes)
+{
+    for (const QString &prefix : prefixes) {
+        if (name.startsWith(prefix, Qt::CaseInsensitive))
+            return true;
+    }
+    return prefixes.isEmpty();
+}
+
+bool endsWithAny(const QString &name, const QStringList &suffixes)
+{
+    for (const QString &suffix : suffixes) {
+        if (name.endsWith(suffix, Qt::CaseInsensitive))
+            return true;
+    }
+    return suffixes.isEmpty();
+}
+
+/// unzip's own test whether an archive name is a pattern: a wildcard without a backslash before it.
+bool isWild(const QString &path)
+{
+    for (int i = 0; i < path.size(); ++i) {
+        if (path.at(i) == QLatin1Char('\\'))
+            ++i;
+        else if (QStringLiteral("?*[").contains(path.at(i)))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+QString textOfXml(const QString &xml)
+{
+    QString text;
+    QXmlStreamReader reader(xml);
+    while (!reader.atEnd()) {
+        reader.readNext();
+        if (reader.isCharacters() && !reader.isWhitespace())
+            text.append(reader.text());
+    }
+    return text.simplified();
+}
+
+QString unzipArchiveArgument(const QString &path)
+{
+    if (!isWild(path))
+        return path;
+    // unzip expands the last part only and takes the folders literally. The brackets keep the name
+    // a pattern, because in a name that is none the backslashes would count.
+    const int nameStart = path.lastIndexOf(QLatin1Char('/')) + 1;
+    QString argument = path.left(nameStart);
+    for (int i = nameStart; i < path.size(); ++i) {
+        const QChar c = path.at(i);
+        if (c == QLatin1Char('\\'))
+            argument += QStringLiteral("\\\\");
+        else if (QStringLiteral("?*[").contains(c))
+            argument += QLatin1Char('[') + c + QLatin1Char(']');
+        else
+            argument += c;
+    }
+    return argument;
+}
+
+QString unzipEntryArgument(const QString &entry)
+{
+    QString argument;
+    for (const QChar c : entry) {
+        if (QStringLiteral("\\?*[").contains(c) || (argument.isEmpty() && c == QLatin1Char('-')))
+            argument += QLatin1Char('\\');
+        argument += c;
+    }
+    return argument;
+}
+
+ZipDocument::ZipDocument(ToolRunner &tools, const QString &path, const std::atomic_bool *cancel)
+    : m_tools(tools)
+    , m_archive(unzipArchiveArgument(path))
+    , m_cancel(cancel)
+{}
+
+QString ZipDocument::extractZipXml(const QStringList &entries)
+{
+    if (entries.size() >= kListingPays)
+        readListing();
+    QString text;
+    for (const QString &entry : entries) {
+        if (isCancelled(m_cancel))
+            return QString();
+        if (!mayExist(entry))
+            continue;
+        const QString xml = m_tools.extractViaTool(
+            QStringLiteral("unzip"), {QStringLiteral("-p"), m_archive, unzipEntryArgument(entry)},
+            m_tools.limits().unzip, m_cancel);
+        const QString part = xml.isEmpty() ? QString() : textOfXml(xml);
+        if (part.isEmpty())
+            continue;
+        text += part + QLatin1Char('\n');
+        if (text.size() > kMaxTextChars)
+            break;
+    }
+    return cutText(text);
+}
+
+QStringList ZipDocument::unzipEntriesByPatterns(const QStringList &prefixes,
+                                                const QStringList &suffixes)
+{
+    readListing();
+    QStringList found;
+    for (const QString &name : m_names) {
+        if (endsWithAny(name, suffixes) && startsWithAny(name, prefixes))
+            found.append(name);
+    }
+    return found;
+}
+
+void ZipDocument::readListing()
+{
+    if (m_listing != Listing::Unread)
+        return;
+    const ToolOutput output =
+        m_tools.run(QStringLiteral("unzip"), {QStringLiteral("-l"), m_archive},
+                    m_tools.limits().unzip, m_cancel);
+    m_listing = Listing::Unknown;
+    if (output.ended && output.exitCode == kUnzipNoArchive)
+        m_listing = Listing::NoArchive;
+    if (!output.ended || output.exitCode != 0)
+        return;
+    if (!output.cut)
+        m_listing = Listing::Complete;
+    const QStringList lines = decodeToolText(output.bytes, output.cut).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        const QString row = line.trimmed();
+        const QString name = row.mid(row.lastIndexOf(QLatin1Char(' ')) + 1).trimmed();
+        if (name.isEmpty())
+            continue;
+        m_names.append(name);
+        m_nameSet.insert(name);
+    }
+}
+
+bool ZipDocument::mayExist(const QString &entry) const
+{
+    switch (m_listing) {
+    case Listing::Complete:
+        return m_nameSet.contains(entry);
+    case Listing::NoArchive:
+        return false;
+    case Listing::Unread:
+    case Listing::Unknown:
+        break;
+    }
+    return true;
+}
+
+} // namespace search
