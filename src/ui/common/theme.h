@@ -1,8 +1,10 @@
 #pragma once
 
 #include <QColor>
+#include <QFont>
 #include <QPalette>
 #include <QString>
+#include <QStringList>
 
 namespace ui {
 namespace common {
@@ -64,8 +66,18 @@ public:
     static double sanitizeFontScale(double scale);
     /// Base pixels times the scale, at least 1. All text sizes pass through this.
     int fontPx(int basePx) const;
+    /// The colour field of that name; invalid for a name that is none.
+    QColor byName(const QString &field) const;
+    /// Contrast ratio of two opaque colours, 1 to 21.
+    static double contrast(const QColor &first, const QColor &second);
+    /// `ink` where it can be read on `ground` in body size, else textPrimary. Small text in a
+    /// semantic colour goes through this: some pairs of the light palette are too pale for it.
+    QColor readable(const QColor &ink, const QColor &ground) const;
     /// Style sheet rules for the check box indicators of `selector`.
     QString checkboxIndicatorStyle(const QString &selector) const;
+
+    /// What text needs on its ground.
+    static constexpr double kMinTextContrast = 4.5;
 };
 
 /// Application style sheet with the roles that all pages rely on (object names and the button
@@ -74,6 +86,10 @@ QString buildAppStyleSheet(ThemeType type);
 /// Style sheet of the title bar and its window control buttons.
 QString buildWindowChromeStyleSheet(ThemeType type);
 QPalette buildPalette(ThemeType type);
+/// Base font: the first installed family of the product's list, body size at the current scale.
+QFont applicationFont();
+/// Families of the base font in order of preference, for style sheets and QFont.
+QStringList baseFontFamilies();
 
 } // namespace common
 } // namespace ui

@@ -21,8 +21,7 @@ public:
         CloseOnly,   ///< A dialog.
     };
 
-    explicit WindowTitleBar(QWidget *parent = nullptr,
-                            ButtonMode mode = ButtonMode::MinMaxClose);
+    explicit WindowTitleBar(QWidget *parent = nullptr, ButtonMode mode = ButtonMode::MinMaxClose);
 
     void setTitle(const QString &title);
     void setTitleVisible(bool visible);

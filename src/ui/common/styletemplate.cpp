@@ -1,0 +1,128 @@
+#include "ui/common/styletemplate.h"
+
+#include "ui/common/layoutmetrics.h"
+#include "ui/common/theme.h"
+
+#include <QHash>
+#include <QRegularExpression>
+#include <QtDebug>
+
+namespace ui {
+namespace common {
+
+namespace {
+
+constexpr int kBorders = 2;
+
+QString px(int pixels)
+{
+    return QString::number(pixels) + QLatin1String("px");
+}
+
+QString quotedFamilies()
+{
+    QStringList quoted;
+    for (const QString &family : baseFontFamilies())
+        quoted.append(QLatin1Char('\'') + family + QLatin1Char('\''));
+    return quoted.join(QLatin1String(", "));
+}
+
+QColor firstReadable(const QColor &wanted, const QColor &fallback, const QColor &ink)
+{
+    return ThemeColors::contrast(wanted, ink) >= ThemeColors::kMinTextContrast ? wanted : fallback;
+}
+
+/// Inks of the four semantic grounds. Where one of them falls short all take textPrimary, so that
+/// pills side by side look of one kind; dot, border and ground still tell them apart.
+void addSemanticInks(const ThemeColors &colors, QHash<QString, QString> *values)
+{
+    const QString names[] = {QStringLiteral("success"), QStringLiteral("warning"),
+                             QStringLiteral("danger"), QStringLiteral("info")};
+    const auto text = [&colors](const QString &name) {
+        return colors.byName(name + QLatin1String("Text"));
+    };
+    bool allReadable = true;
+    for (const QString &name : names) {
+        const QColor ground = colors.byName(name + QLatin1String("Background"));
+        allReadable = allReadable &&
+                      ThemeColors::contrast(text(name), ground) >= ThemeColors::kMinTextContrast;
+    }
+    for (const QString &name : names) {
+        values->insert(name + QLatin1String("Ink"),
+                       (allReadable ? text(name) : colors.textPrimary).name());
+    }
+}
+
+QHash<QString, QString> derivedValues(const ThemeColors &colors)
+{
+    QHash<QString, QString> values;
+    const QColor &ink = colors.textOnAccent;
+    values.insert(QStringLiteral("accentFill"),
+                  firstReadable(colors.accent, colors.accentPressed, ink).name());
+    values.insert(QStringLiteral("accentFillHover"),
+                  firstReadable(colors.accentHover, colors.accentPressed, ink).name());
+    values.insert(QStringLiteral("linkText"), colors.infoText.name());
+    values.insert(
+        QStringLiteral("groundMuted"),
+        firstReadable(colors.textMuted, colors.titleBarText, colors.windowBackground).name());
+    addSemanticInks(colors, &values);
+    QColor scrollHandle = colors.textMuted;
+    scrollHandle.setAlphaF(0.5);
+    values.insert(QStringLiteral("scrollHandle"), scrollHandle.name(QColor::HexArgb));
+    const int control = metrics::controlHeight();
+    values.insert(QStringLiteral("controlInner"), px(control - kBorders));
+    values.insert(QStringLiteral("controlInnerFocus"), px(control - 2 * kBorders));
+    values.insert(QStringLiteral("segmentInner"), px(control - 4 * kBorders));
+    values.insert(QStringLiteral("groupTop"), px(metrics::lineHeight(13) + 4));
+    values.insert(QStringLiteral("rowControlInner"), px(metrics::rowControlHeight() - kBorders));
+    values.insert(QStringLiteral("headerInner"), px(metrics::headerHeight() - kBorders));
+    values.insert(QStringLiteral("rowInner"), px(metrics::rowHeight() - kBorders));
+    values.insert(QStringLiteral("fontFamilies"), quotedFamilies());
+    return values;
+}
+
+QString valueOf(const QString &marker, const ThemeColors &colors,
+                const QHash<QString, QString> &derived)
+{
+    if (marker.endsWith(QLatin1String("px"))) {
+        bool isNumber = false;
+        const int base = marker.chopped(2).toInt(&isNumber);
+        if (isNumber)
+            return px(colors.fontPx(base));
+    }
+    const QColor color = colors.byName(marker);
+    return color.isValid() ? color.name() : derived.value(marker);
+}
+
+} // namespace
+
+QString fillStyleTemplate(const QString &sheet, const ThemeColors &colors)
+{
+    static const QRegularExpression kMarker(QStringLiteral("@(\\w+)@"));
+    const QHash<QString, QString> derived = derivedValues(colors);
+    QString filled;
+    filled.reserve(sheet.size());
+    int copied = 0;
+    QRegularExpressionMatchIterator markers = kMarker.globalMatch(sheet);
+    while (markers.hasNext()) {
+        const QRegularExpressionMatch match = markers.next();
+        const QString value = valueOf(match.captured(1), colors, derived);
+        if (value.isEmpty()) {
+            qWarning("[StyleTemplate] Unknown marker: %s", qPrintable(match.captured()));
+            continue;
+        }
+        filled += sheet.midRef(copied, match.capturedStart() - copied);
+        filled += value;
+        copied = match.capturedEnd();
+    }
+    filled += sheet.midRef(copied);
+    return filled;
+}
+
+QString fillStyleTemplate(const QString &sheet)
+{
+    return fillStyleTemplate(sheet, ThemeColors::current());
+}
+
+} // namespace common
+} // namespace ui
