@@ -1,1 +1,330 @@
 #include "search/indexbuilder.h"
+
+#include "core/controllers/search/searchpathresolver.h"
+#include "core/pathutil.h"
+#include "search/contentextractor.h"
+#include "search/extractiontask.h"
+#include "search/filewalker.h"
+#include "search/pathexclusion.h"
+#include "search/searchindexdb.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMap>
+#include <QThread>
+#include <QThreadPool>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+const int filesPerBatch = 500;
+/// Length of one slice in which results gather before they are written.
+const int sliceMs = 150;
+/// How long an ended build waits for its pool threads.
+const int poolGraceMs = 5000;
+
+struct RequiredTool
+{
+    QLatin1String tool;
+    QLatin1String package;
+    const char *formats; ///< UTF-8.
+};
+
+const RequiredTool requiredTools[] = {
+    {QLatin1String("pdftotext"), QLatin1String("poppler-utils"), "PDF"},
+    {QLatin1String("catdoc"), QLatin1String("catdoc"), "DOC"},
+    {QLatin1String("xls2csv"), QLatin1String("catdoc"), "XLS"},
+    {QLatin1String("catppt"), QLatin1String("catdoc"), "PPT"},
+    {QLatin1String("antiword"), QLatin1String("antiword"), "DOC (备选)"},
+    {QLatin1String("unrtf"), QLatin1String("unrtf"), "RTF"},
+    {QLatin1String("unzip"), QLatin1String("unzip"), "DOCX/XLSX/PPTX/ODT/EPUB/WPS/ET/DPS"},
+};
+
+QStringList missingToolLines()
+{
+    QStringList lines;
+    for (const RequiredTool &row : requiredTools) {
+        if (ContentExtractor::resolveToolExecutable(row.tool).isEmpty())
+            lines.append(QStringLiteral("%1 缺失（安装 %2 以支持 %3）")
+                             .arg(row.tool, row.package, QString::fromUtf8(row.formats)));
+    }
+    return lines;
+}
+
+/// Clean paths of existing directories, none of which lies in another one, so that no file is
+/// walked twice.
+QStringList normalizedRoots(const QStringList &roots)
+{
+    QStringList existing;
+    for (const QString &root : roots) {
+        const QString clean = QDir::cleanPath(root.trimmed());
+        if (!clean.isEmpty() && QFileInfo(clean).isDir() && !existing.contains(clean))
+            existing.append(clean);
+    }
+    QStringList outermost;
+    for (const QString &root : qAsConst(existing)) {
+        const auto holdsRoot = [&](const QString &other) {
+            return other != root && core::isInside(root, other);
+        };
+        if (std::none_of(existing.cbegin(), existing.cend(), holdsRoot))
+            outermost.append(root);
+    }
+    return outermost;
+}
+
+/// More than six external programs at once would only make the machine slow.
+int defaultExtractionThreads()
+{
+    return qMin(qMax(QThread::idealThreadCount(), 2), 6);
+}
+
+QString cancelledMessage()
+{
+    return QStringLiteral("索引构建已取消");
+}
+
+/// One build: its database connection, its rules and what it has counted so far.
+class IndexBuild
+{
+public:
+    struct Options
+    {
+        QString dbPath;
+        PathExclusion exclusion;
+        SuffixSet ftsSuffixes;
+        int maxContentBytes;
+        int extractionThreads;
+    };
+
+    IndexBuild(IndexBuilder &builder, std::atomic_bool &stop, Options options)
+        : m_builder(builder)
+        , m_stop(stop)
+        , m_options(std::move(options))
+        , m_db(m_options.dbPath)
+    {}
+
+    /// The message belongs to the result, also of a success.
+    bool run(const QStringList &roots, QString *message);
+
+private:
+    bool scan(const QStringList &roots, QString *message);
+    bool takeFile(const QString &name, const QString &path, QString *message);
+    bool writeBatch(const QString &lastPath, QString *message);
+    bool extractTexts(QString *message);
+    bool writeTexts(const QList<ExtractResult> &results, QString *message);
+    bool cancelled(QString *message) const;
+    void report(const QString &text) { emit m_builder.progressChanged(m_indexed, text); }
+
+    IndexBuilder &m_builder;
+    std::atomic_bool &m_stop;
+    const Options m_options;
+    SearchIndexDB m_db;
+    QList<QFileInfo> m_batch;
+    QStringList m_batchPaths;
+    QStringList m_toExtract;
+    int m_indexed = 0;
+};
+
+bool IndexBuild::run(const QStringList &roots, QString *message)
+{
+    QString error;
+    if (!m_db.open(&error)) {
+        *message = QStringLiteral("打开索引数据库失败：%1").arg(error);
+        return false;
+    }
+    if (!scan(normalizedRoots(roots), message))
+        return false;
+    if (!m_toExtract.isEmpty() && !extractTexts(message))
+        return false;
+    report(QStringLiteral("正在优化数据库..."));
+    if (!m_db.vacuum(&error))
+        qWarning().noquote() << "[IndexBuilder] vacuum failed:" << error;
+    *message = QStringLiteral("索引构建完成，共 %1 个文件").arg(m_indexed);
+    return true;
+}
+
+bool IndexBuild::cancelled(QString *message) const
+{
+    if (!m_stop)
+        return false;
+    *message = cancelledMessage();
+    return true;
+}
+
+bool IndexBuild::scan(const QStringList &roots, QString *message)
+{
+    report(QStringLiteral("正在扫描文件系统..."));
+    m_batch.reserve(filesPerBatch);
+    m_batchPaths.reserve(filesPerBatch);
+    // An excluded directory excludes all that lies in it, so it need not be read.
+    const auto enters = [this](const QString &name, const QString &path, int) {
+        return !m_options.exclusion.excludesEntry(name, path);
+    };
+    const auto takes = [this, message](const QString &name, const QString &path) {
+        return takeFile(name, path, message);
+    };
+    FileWalker walker([this] { return !m_stop; }, enters, takes);
+    for (const QString &root : roots) {
+        if (!m_options.exclusion.excludes(root) && !walker.walk(root) && !m_stop)
+            return false;
+    }
+    if (cancelled(message))
+        return false;
+    if (!m_batch.isEmpty() && !writeBatch(m_batch.constLast().filePath(), message))
+        return false;
+    return !cancelled(message);
+}
+
+/// False if a full batch could not be written. Lock files never come here: they are hidden.
+bool IndexBuild::takeFile(const QString &name, const QString &path, QString *message)
+{
+    if (m_options.exclusion.excludesEntry(name, path))
+        return true;
+    // The one look at the file itself; size and time of the row come from it too.
+    const QFileInfo info(path);
+    if (!info.isFile())
+        return true;
+    m_batch.append(info);
+    m_batchPaths.append(m_builder.storedPathForRuntimePath(path));
+    if (m_options.ftsSuffixes.matches(name))
+        m_toExtract.append(path);
+    return m_batch.size() < filesPerBatch || writeBatch(path, message);
+}
+
+bool IndexBuild::writeBatch(const QString &lastPath, QString *message)
+{
+    QString error;
+    if (!m_db.upsertFileInfoBatch(m_batch, m_batchPaths, &error)) {
+        *message = QStringLiteral("写入索引失败：%1").arg(error);
+        return false;
+    }
+    m_indexed += m_batch.size();
+    report(lastPath);
+    m_batch.clear();
+    m_batchPaths.clear();
+    return true;
+}
+
+bool IndexBuild::extractTexts(QString *message)
+{
+    const QStringList missing = missingToolLines();
+    if (!missing.isEmpty())
+        emit m_builder.toolsMissing(missing);
+
+    const int total = m_toExtract.size();
+    int processed = 0;
+    const auto reportProcessed = [&] {
+        report(QStringLiteral("正在提取文件内容（%1 / %2）...").arg(processed).arg(total));
+    };
+    reportProcessed();
+
+    // The pool goes first at the end, so no task outlives the results.
+    ExtractionResults results(m_stop);
+    QThreadPool pool;
+    pool.setMaxThreadCount(m_options.extractionThreads);
+    while (!m_toExtract.isEmpty() && !m_stop)
+        pool.start(new ContentExtractTask(m_toExtract.takeFirst(), m_options.maxContentBytes,
+                                          results, m_stop));
+
+    for (;;) {
+        const bool done = pool.waitForDone(sliceMs);
+        if (m_stop && !done)
+            break;
+        const QList<ExtractResult> slice = results.take();
+        if (slice.isEmpty()) {
+            if (done)
+                break;
+            continue;
+        }
+        if (!writeTexts(slice, message)) {
+            // Tools that still run are ended too; the next build clears the flag.
+            m_stop = true;
+            pool.clear();
+            pool.waitForDone(poolGraceMs);
+            return false;
+        }
+        processed += slice.size();
+        reportProcessed();
+    }
+    if (!cancelled(message))
+        return true;
+    pool.clear();
+    pool.waitForDone(poolGraceMs);
+    return false;
+}
+
+bool IndexBuild::writeTexts(const QList<ExtractResult> &results, QString *message)
+{
+    QMap<QString, QString> contentByPath;
+    for (const ExtractResult &result : results) {
+        if (!result.text.isEmpty())
+            contentByPath.insert(m_builder.storedPathForRuntimePath(result.runtimePath),
+                                 result.text);
+    }
+    QString error;
+    if (contentByPath.isEmpty() || m_db.updateFileContentBatch(contentByPath, &error))
+        return true;
+    *message = QStringLiteral("写入全文索引失败：%1").arg(error);
+    return false;
+}
+
+} // namespace
+
+IndexBuilder::IndexBuilder(const QString &dbPath, QObject *parent)
+    : QObject(parent)
+    , m_dbPath(dbPath)
+{}
+
+void IndexBuilder::setStoredPathPrefix(const QString &prefix)
+{
+    m_storedPathPrefix = QDir::cleanPath(prefix.trimmed());
+}
+
+QString IndexBuilder::storedPathForRuntimePath(const QString &path) const
+{
+    return core::controllers::search::SearchPathResolver::pathBelowRoot(path, m_storedPathPrefix);
+}
+
+void IndexBuilder::removeDatabase()
+{
+    // Whoever ends the program right after asking for a rebuild keeps the index.
+    if (QThread::currentThread()->isInterruptionRequested())
+        return;
+    const QString path = SearchIndexDB(m_dbPath).databasePath();
+    for (const QLatin1String suffix :
+         {QLatin1String(""), QLatin1String("-wal"), QLatin1String("-shm")}) {
+        QFile file(path + suffix);
+        if (!file.remove() && file.exists())
+            qWarning().noquote() << "[IndexBuilder] cannot remove" << file.fileName() << ":"
+                                 << file.errorString();
+    }
+}
+
+void IndexBuilder::startBuild(const QStringList &roots, const QStringList &excludeDirs,
+                              const QStringList &fileNameExtensions,
+                              const QStringList &ftsExtensions, int maxContentBytes)
+{
+    Q_UNUSED(fileNameExtensions)
+    // A stop that came before this build was for an earlier one, unless the whole thread is to end.
+    m_stop = QThread::currentThread()->isInterruptionRequested();
+    QString message;
+    bool success = false;
+    {
+        // The connection is closed before anybody hears of the end.
+        IndexBuild build(
+            *this, m_stop,
+            {m_dbPath, PathExclusion(excludeDirs), SuffixSet(ftsExtensions), maxContentBytes,
+             m_extractionThreads > 0 ? m_extractionThreads : defaultExtractionThreads()});
+        success = build.run(roots, &message);
+    }
+    emit finished(success, message);
+}
+
+void IndexBuilder::requestStop()
+{
+    m_stop = true;
+}

@@ -18,6 +18,8 @@ public:
     /// Prefix that is cut from runtime paths before they are stored ("/live_target").
     void setStoredPathPrefix(const QString &prefix);
     QString storedPathForRuntimePath(const QString &path) const;
+    /// Threads that extract text; 0 chooses by the machine, 2 to 6. Set before a build.
+    void setExtractionThreads(int count) { m_extractionThreads = count; }
 
 public slots:
     /// Removes the database with its log files, so that the next build starts afresh. Queued
@@ -27,7 +29,8 @@ public slots:
     void startBuild(const QStringList &roots, const QStringList &excludeDirs,
                     const QStringList &fileNameExtensions, const QStringList &ftsExtensions,
                     int maxContentBytes);
-    /// Only sets a flag; called directly from the GUI thread.
+    /// Only sets a flag, which the next startBuild() clears; called directly from the GUI thread. A
+    /// build that is still queued is given up by the interruption request of the thread.
     void requestStop();
 
 signals:
@@ -38,5 +41,6 @@ signals:
 private:
     QString m_dbPath;
     QString m_storedPathPrefix;
+    int m_extractionThreads = 0;
     std::atomic_bool m_stop{false};
 };

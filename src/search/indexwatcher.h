@@ -21,9 +21,10 @@ public:
     /// `maxDepth` of 0 has no limit.
     void setIndexOptions(const QStringList &excludeDirs, const QStringList &fileNameExtensions,
                          const QStringList &ftsExtensions, int maxContentBytes, int maxDepth);
-    /// Stops a running watch first; without roots nothing starts.
+    /// Stops a running watch first; without roots nothing starts. Only from the owner's thread.
     void start();
-    /// Ends and joins the thread. A running extraction is cancelled, so this takes milliseconds.
+    /// Ends and joins the thread; no signal is emitted after it. A running extraction is cancelled,
+    /// so this takes milliseconds.
     void stop();
     bool isRunning() const { return m_running; }
 
@@ -42,5 +43,7 @@ private:
     int m_maxContentBytes = 65536;
     int m_maxDepth = 0;
     std::atomic_bool m_running{false};
+    std::atomic_bool m_stop{false};
+    int m_wakeFd = -1; ///< Readable once the thread is to end.
     std::thread m_thread;
 };

@@ -37,6 +37,10 @@ public:
     static bool isAvailable(const SearchRuntimePaths &paths);
     static QString toRuntimePath(const SearchRuntimePaths &paths, const QString &path);
     static QString toStoredPath(const SearchRuntimePaths &paths, const QString &path);
+
+    /// `path`, trimmed and cleaned, as seen from `root`: "/" for the root itself, the rest for a
+    /// path below it, unchanged elsewhere or when `root` is empty. `root` must be clean.
+    static QString pathBelowRoot(const QString &path, const QString &root);
 };
 
 } // namespace search

@@ -1,0 +1,232 @@
+#include "search/inotifyloop.h"
+
+#include "search/contentextractor.h"
+#include "search/filewalker.h"
+
+#include <QDebug>
+#include <QDir>
+
+#include <cstring>
+#include <iterator>
+#include <sys/inotify.h>
+#include <utility>
+
+namespace {
+
+/// Between two looks at the event queue and at the database file.
+const int idleMs = 50;
+/// Lets a writer finish before its file is read.
+const int settleMs = 300;
+/// Waits before the tries to get a text out of a file.
+const int tryWaitsMs[] = {0, 300, 600};
+/// The kernel's queue is emptied after so many events or directories.
+const int drainInterval = 256;
+
+const uint32_t appeared = IN_CREATE | IN_MOVED_TO;
+const uint32_t dirGone = IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
+const uint32_t fileGone = IN_MOVED_FROM | IN_DELETE;
+const uint32_t fileChanged = IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE;
+
+} // namespace
+
+InotifyLoop::InotifyLoop(Options options, Reports reports, int wakeFd, const std::atomic_bool &stop)
+    : m_options(std::move(options))
+    , m_reports(std::move(reports))
+    , m_stop(stop)
+    , m_db(m_options.dbPath)
+    , m_source(wakeFd)
+{}
+
+void InotifyLoop::run()
+{
+    QString error;
+    if (!m_db.open(&error) || !m_source.open()) {
+        qWarning().noquote() << "[IndexWatcher] cannot start:"
+                             << (error.isEmpty() ? qt_error_string() : error);
+        m_reports.invalidated();
+        return;
+    }
+    for (const QString &root : m_options.roots) {
+        const QString path = QDir::cleanPath(root.trimmed());
+        if (!path.isEmpty())
+            addWatchTree(path);
+    }
+    while (!m_stop && takeEvents()) {
+    }
+}
+
+/// False if the loop is to end.
+bool InotifyLoop::takeEvents()
+{
+    m_source.drain();
+    const QByteArray events = m_source.takeEvents();
+    if (!events.isEmpty()) {
+        handleEvents(events);
+        if (!m_pending.isEmpty())
+            processPending();
+        return true;
+    }
+    if (m_source.failed())
+        return false;
+    // A rebuild or the user may remove the index underneath.
+    if (!QFileInfo::exists(m_db.databasePath())) {
+        m_reports.invalidated();
+        return false;
+    }
+    m_source.waitForEvents(idleMs, idleMs);
+    return true;
+}
+
+void InotifyLoop::handleEvents(const QByteArray &events)
+{
+    int handled = 0;
+    for (int at = 0; at < events.size() && !m_stop;) {
+        inotify_event event;
+        std::memcpy(&event, events.constData() + at, sizeof event);
+        at += int(sizeof event);
+        handleEvent(event, event.len > 0 ? events.constData() + at : nullptr);
+        at += int(event.len);
+        if (++handled % drainInterval == 0)
+            m_source.drain();
+    }
+}
+
+void InotifyLoop::handleEvent(const inotify_event &event, const char *name)
+{
+    if (event.mask & IN_Q_OVERFLOW) {
+        // Events were lost; only a rebuild repairs that.
+        m_reports.invalidated();
+        return;
+    }
+    QString path = m_source.watchedDirectory(event.wd);
+    if (path.isEmpty())
+        return;
+    if (name) {
+        const QString decoded = FileWalker::decodedName(name);
+        if (decoded.isEmpty())
+            return;
+        if (!path.endsWith(QLatin1Char('/')))
+            path += QLatin1Char('/');
+        path += decoded;
+    }
+    if (event.mask & IN_IGNORED)
+        m_source.forgetWatch(event.wd);
+    else if (event.mask & IN_ISDIR)
+        handleDirectory(event.mask, path);
+    else if (!shouldSkip(path))
+        handleFile(event.mask, path);
+}
+
+void InotifyLoop::handleDirectory(uint32_t mask, const QString &path)
+{
+    if (mask & appeared)
+        addWatchTree(path);
+    if (!(mask & dirGone))
+        return;
+    // The kernel ends the watches of deleted directories by itself.
+    if (mask & (IN_MOVED_FROM | IN_MOVE_SELF))
+        m_source.removeWatchesInside(path);
+    const QString below = path + QLatin1Char('/');
+    for (auto it = m_pending.begin(); it != m_pending.end();) {
+        if (it.key().startsWith(below))
+            it = m_pending.erase(it);
+        else
+            ++it;
+    }
+    reportChange(path, QStringLiteral("remove-dir"), m_db.removeByPathPrefix(path));
+}
+
+void InotifyLoop::handleFile(uint32_t mask, const QString &path)
+{
+    if (mask & fileGone) {
+        m_pending.remove(path);
+        reportChange(path, QStringLiteral("remove-file"), m_db.removeFile(path));
+        return;
+    }
+    if (!(mask & fileChanged))
+        return;
+    const QFileInfo info(path);
+    if (!info.isFile())
+        return;
+    QString error;
+    if (!m_options.nameSuffixes.isEmpty() && !m_options.nameSuffixes.matches(info.fileName())) {
+        if (!m_db.removeFile(path, &error))
+            qWarning().noquote() << "[IndexWatcher] cannot remove" << path << ":" << error;
+        m_reports.updated(path, QStringLiteral("remove-filtered"), true);
+    } else if (!m_options.ftsSuffixes.isEmpty() &&
+               !m_options.ftsSuffixes.matches(info.fileName())) {
+        if (!m_db.upsertFileInfoBatch({info}, &error))
+            qWarning().noquote() << "[IndexWatcher] cannot store" << path << ":" << error;
+        m_reports.updated(path, QStringLiteral("meta-only"), true);
+    } else {
+        m_pending.insert(path, info);
+    }
+}
+
+/// Every file gets its tries with the same waits, but all files wait together: a hundred files
+/// without text take a second, not a hundred.
+void InotifyLoop::processPending()
+{
+    QHash<QString, QFileInfo> waiting;
+    waiting.swap(m_pending);
+    m_source.sleep(settleMs);
+    const int lastWaitMs = *std::prev(std::end(tryWaitsMs));
+    for (const int waitMs : tryWaitsMs) {
+        if (waiting.isEmpty())
+            return;
+        m_source.sleep(waitMs);
+        for (auto it = waiting.begin(); it != waiting.end();) {
+            if (m_stop)
+                return;
+            QFileInfo &info = it.value();
+            info.refresh();
+            // Of a file that went meanwhile its own event will tell.
+            QString text;
+            if (info.isFile()) {
+                text = ContentExtractor::readContentSnippet(it.key(), m_options.maxContentBytes,
+                                                            &m_stop);
+                if (m_stop)
+                    return;
+                if (text.isEmpty() && waitMs != lastWaitMs) {
+                    ++it;
+                    continue;
+                }
+                reportChange(it.key(), QStringLiteral("upsert-file"), m_db.upsertFile(info, text));
+            }
+            it = waiting.erase(it);
+            m_source.drain();
+        }
+    }
+}
+
+void InotifyLoop::addWatchTree(const QString &dir)
+{
+    if (shouldSkip(dir) || !QFileInfo(dir).isDir())
+        return;
+    m_source.addWatch(dir);
+    int seen = 0;
+    const auto enters = [&](const QString &name, const QString &path, int depth) {
+        if (++seen % drainInterval == 0)
+            m_source.drain();
+        if (m_options.exclusion.excludesEntry(name, path) ||
+            (m_options.maxDepth >= 1 && depth > m_options.maxDepth))
+            return false;
+        m_source.addWatch(path);
+        return true;
+    };
+    FileWalker([this] { return !m_stop; }, enters).walk(dir);
+}
+
+bool InotifyLoop::shouldSkip(const QString &path) const
+{
+    const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+    return PathExclusion::isLockFile(name) || m_options.exclusion.excludes(path);
+}
+
+/// Whatever the index could not take in makes it wrong.
+void InotifyLoop::reportChange(const QString &path, const QString &action, bool success)
+{
+    m_reports.updated(path, action, success);
+    if (!success)
+        m_reports.invalidated();
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "search/inotifysource.h"
+#include "search/pathexclusion.h"
+#include "search/searchindexdb.h"
+
+#include <QFileInfo>
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+#include <atomic>
+#include <functional>
+
+struct inotify_event;
+
+/// What the watcher's thread does: turns events of the watched trees into changes of the index.
+/// Made, run and destroyed on that thread.
+class InotifyLoop
+{
+public:
+    struct Options
+    {
+        QString dbPath;
+        QStringList roots;
+        PathExclusion exclusion;
+        SuffixSet nameSuffixes; ///< Files that have a row; empty for all.
+        SuffixSet ftsSuffixes;  ///< Files whose text is taken; empty for all.
+        int maxContentBytes;
+        int maxDepth; ///< Levels below a root; below 1 for no limit.
+    };
+
+    /// Called on the running thread.
+    struct Reports
+    {
+        std::function<void(const QString &path, const QString &action, bool success)> updated;
+        std::function<void()> invalidated;
+    };
+
+    /// Ends soon after `stop` is set and `wakeFd` has become readable.
+    InotifyLoop(Options options, Reports reports, int wakeFd, const std::atomic_bool &stop);
+
+    /// Returns when told to stop, or when the index is gone.
+    void run();
+
+private:
+    bool takeEvents();
+    void handleEvents(const QByteArray &events);
+    void handleEvent(const inotify_event &event, const char *name);
+    void handleDirectory(uint32_t mask, const QString &path);
+    void handleFile(uint32_t mask, const QString &path);
+    void processPending();
+    void store(const QFileInfo &info, const QString &text);
+    void addWatchTree(const QString &dir);
+    bool shouldSkip(const QString &path) const;
+    void reportChange(const QString &path, const QString &action, bool success);
+
+    const Options m_options;
+    const Reports m_reports;
+    const std::atomic_bool &m_stop;
+    SearchIndexDB m_db;
+    InotifySource m_source;
+    /// Files that wait for their text, by path: many events on one file give one extraction.
+    QHash<QString, QFileInfo> m_pending;
+};

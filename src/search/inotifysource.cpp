@@ -1,0 +1,118 @@
+#include "search/inotifysource.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace {
+
+/// No IN_MODIFY: a file is looked at when it is closed, not at each write.
+const uint32_t watchMask = IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE |
+                           IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
+/// About 130,000 events. Beyond this the kernel's queue takes the rest and tells when it overflows.
+const int maxKeptBytes = 4 * 1024 * 1024;
+
+} // namespace
+
+InotifySource::~InotifySource()
+{
+    if (m_fd >= 0)
+        close(m_fd);
+}
+
+bool InotifySource::open()
+{
+    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    return m_fd >= 0;
+}
+
+void InotifySource::addWatch(const QString &dir)
+{
+    const int descriptor = inotify_add_watch(m_fd, QFile::encodeName(dir).constData(), watchMask);
+    if (descriptor < 0)
+        return;
+    const int earlier = m_descriptors.value(dir, -1);
+    if (earlier >= 0 && earlier != descriptor) {
+        // The name now belongs to another directory. The old one may live on somewhere and must
+        // not speak for it.
+        forgetWatch(earlier);
+        inotify_rm_watch(m_fd, earlier);
+    }
+    forgetWatch(descriptor);
+    m_directories.insert(descriptor, dir);
+    m_descriptors.insert(dir, descriptor);
+}
+
+void InotifySource::forgetWatch(int descriptor)
+{
+    const auto known = m_directories.constFind(descriptor);
+    if (known == m_directories.cend())
+        return;
+    m_descriptors.remove(known.value());
+    m_directories.erase(known);
+}
+
+void InotifySource::removeWatchesInside(const QString &dir)
+{
+    const QString below = dir + QLatin1Char('/');
+    for (auto it = m_directories.begin(); it != m_directories.end();) {
+        if (it.value() != dir && !it.value().startsWith(below)) {
+            ++it;
+            continue;
+        }
+        inotify_rm_watch(m_fd, it.key());
+        m_descriptors.remove(it.value());
+        it = m_directories.erase(it);
+    }
+}
+
+void InotifySource::drain()
+{
+    while (m_events.size() < maxKeptBytes) {
+        const ssize_t count = read(m_fd, m_buffer.data(), m_buffer.size());
+        if (count <= 0) {
+            if (count < 0 && errno != EINTR && errno != EAGAIN)
+                m_failed = true;
+            return;
+        }
+        m_events.append(m_buffer.data(), int(count));
+    }
+}
+
+QByteArray InotifySource::takeEvents()
+{
+    QByteArray events;
+    events.swap(m_events);
+    return events;
+}
+
+InotifySource::Wake InotifySource::poll(int ms, bool events) const
+{
+    pollfd descriptors[] = {{m_wakeFd, POLLIN, 0}, {m_fd, POLLIN, 0}};
+    if (::poll(descriptors, events ? 2 : 1, ms) <= 0)
+        return Wake::timeout;
+    return descriptors[0].revents != 0 ? Wake::stop : Wake::event;
+}
+
+void InotifySource::waitForEvents(int idleMs, int gatherMs)
+{
+    if (poll(idleMs, true) == Wake::event)
+        poll(gatherMs, false);
+}
+
+void InotifySource::sleep(int ms)
+{
+    QElapsedTimer timer;
+    timer.start();
+    for (qint64 left = ms; left > 0; left = ms - timer.elapsed()) {
+        // A full store must not make this a busy loop.
+        const bool room = m_events.size() < maxKeptBytes && !m_failed;
+        if (poll(int(left), room) == Wake::stop)
+            return;
+        drain();
+    }
+}
