@@ -26,6 +26,8 @@ class IpcClient : public QObject
 
 public:
     explicit IpcClient(const QString &serviceName, QObject *parent = nullptr);
+    /// May run inside a callback or slot of this client. Pending callbacks are not called.
+    ~IpcClient() override;
 
     /// Starts connecting, unless connected or connecting already. Does not block.
     void connectToService();
@@ -35,14 +37,17 @@ public:
     bool isConnected() const;
 
     /// Sends a request. Without a connection the callback is called at once, inside this call,
-    /// with code -1; otherwise exactly once later, when the answer comes or the connection is
-    /// lost (code -2). Without a callback the answer is dropped.
+    /// with code -1; otherwise exactly once, when the answer comes or the connection is lost
+    /// (code -2). A write that finds the service gone loses the connection inside this call.
+    /// Without a callback the answer is dropped.
     void sendRequest(const QString &method, const QJsonObject &params,
                      ResponseCallback callback = ResponseCallback());
 
 signals:
     void connected();
     void disconnected();
+    /// The socket's own error text, or why the stream was given up: a wrong magic, or a frame
+    /// above kMaxBodySize. After the latter two the connection is closed.
     void connectionError(const QString &reason);
     void eventReceived(const QString &eventName, const QJsonObject &data);
 
@@ -53,14 +58,20 @@ private slots:
     void onReadyRead();
 
 private:
+    class SocketSignalScope;
+
     void startConnecting();
     void sendJsonFrame(const QJsonObject &object);
+    /// False once the stream is given up or the client is gone.
+    bool processFrames(const SocketSignalScope &scope);
+    void giveUpStream(const QString &reason, const SocketSignalScope &scope);
     void processFrame(const QByteArray &body);
 
     QString m_serviceName;
     QLocalSocket *m_socket;
     QMap<QString, ResponseCallback> m_pending;
     FrameDecoder m_readBuffer;
+    int m_socketSignalDepth = 0; ///< Above 0 while the socket is inside one of its signals.
 };
 
 } // namespace ipc
