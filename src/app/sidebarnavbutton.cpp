@@ -62,6 +62,11 @@ void SidebarNavButton::setCollapsed(bool collapsed)
     update();
 }
 
+QRect SidebarNavButton::labelRect() const
+{
+    return rect().adjusted(iconColumn - sideMargin, 0, -sideMargin - 4, 0);
+}
+
 QFont SidebarNavButton::labelFont() const
 {
     QFont result = font();
@@ -122,7 +127,7 @@ void SidebarNavButton::paintEvent(QPaintEvent *)
 
     if (m_collapsed)
         return;
-    const QRect area = rect().adjusted(iconColumn - sideMargin, 0, -sideMargin - 4, 0);
+    const QRect area = labelRect();
     painter.setFont(labelFont());
     painter.setPen(m_active ? colors.accent : colors.textPrimary);
     painter.drawText(area, Qt::AlignVCenter | Qt::AlignLeft,

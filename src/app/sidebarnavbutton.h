@@ -29,6 +29,8 @@ public:
     void setCollapsed(bool collapsed);
     bool isCollapsed() const { return m_collapsed; }
     ui::common::IconWidget::IconType iconType() const { return m_icon; }
+    /// Where the label goes when it shows; a longer one is elided.
+    QRect labelRect() const;
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;

@@ -38,7 +38,10 @@ SystemTray::SystemTray(AvailabilityProbe probe, QObject *parent)
     connect(m_retryTimer, &QTimer::timeout, this, &SystemTray::setup);
 }
 
-SystemTray::~SystemTray() = default;
+SystemTray::~SystemTray()
+{
+    delete m_icon; // before the menu that it refers to
+}
 
 void SystemTray::setup()
 {
@@ -102,10 +105,10 @@ void SystemTray::setSharesActive(bool active)
 void SystemTray::buildIcon()
 {
     buildMenu();
-    m_icon = std::make_unique<QSystemTrayIcon>(QIcon(QStringLiteral(":/img/logo.png")));
+    m_icon = new QSystemTrayIcon(QIcon(QStringLiteral(":/img/logo.png")), this);
     m_icon->setToolTip(tr("墨川归档"));
     m_icon->setContextMenu(m_menu.get());
-    connect(m_icon.get(), &QSystemTrayIcon::activated, this,
+    connect(m_icon, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
                 if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
                     emit toggleRequested();

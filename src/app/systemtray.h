@@ -52,8 +52,7 @@ private:
     QTimer *m_retryTimer;
     int m_attempts = 0;
     bool m_sharesActive = false;
-    // The icon refers to the menu, so it goes first.
     std::unique_ptr<QMenu> m_menu;
-    std::unique_ptr<QSystemTrayIcon> m_icon;
+    QSystemTrayIcon *m_icon = nullptr;
     QAction *m_statusAction = nullptr;
 };
