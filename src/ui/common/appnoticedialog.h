@@ -1,18 +1,22 @@
 #pragma once
 
-#include <QDialog>
+#include "ui/common/framelessdialog.h"
 
+class QBoxLayout;
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class QScrollArea;
 
 namespace ui {
 namespace common {
 
+class WrapLabel;
+
 /// The one dialog through which messages reach the user. The static functions run it modally and
 /// block in a nested event loop. Object names: NoticeIconWrap, NoticeTitle, NoticeMessage,
 /// NoticeDetailRow, NoticeDetailEdit, NoticeDetailCopyBtn, NoticeOkBtn, NoticeCancelBtn.
-class AppNoticeDialog : public QDialog
+class AppNoticeDialog : public FramelessDialog
 {
     Q_OBJECT
 
@@ -27,7 +31,8 @@ public:
     /// An empty detail hides the row.
     void setDetailText(const QString &detail);
     void setConfirmText(const QString &text);
-    /// Adds the cancel button.
+    /// Adds the cancel button. In a warning or an error that has one, Enter cancels, since what is
+    /// asked about may do harm.
     void setCancelText(const QString &text);
 
     static void showSuccess(QWidget *parent, const QString &title, const QString &message,
@@ -47,13 +52,21 @@ public:
                                       const QString &cancelText = QString(),
                                       NoticeType type = Warning);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
+    void buildText(QBoxLayout *column);
+    void buildDetailRow(QBoxLayout *column);
     void refreshIconAndAccent();
+    void fitMessage();
+    void chooseDefaultButton();
 
     NoticeType m_type = Information;
     QLabel *m_icon = nullptr;
-    QLabel *m_title = nullptr;
-    QLabel *m_message = nullptr;
+    WrapLabel *m_title = nullptr;
+    WrapLabel *m_message = nullptr;
+    QScrollArea *m_messageArea = nullptr;
     QWidget *m_detailRow = nullptr;
     QLineEdit *m_detail = nullptr;
     QPushButton *m_copy = nullptr;

@@ -1,13 +1,15 @@
 #pragma once
 
+#include <QHash>
 #include <QPointer>
 #include <QWidget>
 
-class QLabel;
 class QTimer;
 
 namespace ui {
 namespace common {
+
+class WrapLabel;
 
 /// The product's own tool tip: one top-level window that follows the theme on every desktop. At
 /// most 320 pixels wide, below its anchor, or above where the screen ends.
@@ -22,7 +24,8 @@ public:
     static void show(QWidget *anchor, const QString &body, int delayMs);
     static void hide();
 
-    /// Makes `anchor` show this tip whenever the mouse rests on it.
+    /// Makes `anchor` show this tip whenever the mouse rests on it. A second call changes the
+    /// texts, also those of a tip that is showing.
     static void install(QWidget *anchor, const QString &title, const QString &body,
                         int delayMs = 400);
 
@@ -30,6 +33,13 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    struct Tip
+    {
+        QString title;
+        QString body;
+        int delayMs;
+    };
+
     AppToolTip();
     static AppToolTip *instance();
 
@@ -37,12 +47,14 @@ private:
     void showNow();
     void reposition();
     void dismiss();
+    void dismissWithAnchor();
 
+    QHash<const QObject *, Tip> m_installed;
     QPointer<QWidget> m_anchor;
     QString m_titleText;
     QString m_bodyText;
-    QLabel *m_title;
-    QLabel *m_body;
+    WrapLabel *m_title;
+    WrapLabel *m_body;
     QTimer *m_delay;
 };
 

@@ -2,6 +2,7 @@
 
 #include <QLayout>
 #include <QList>
+#include <QStyle>
 
 namespace ui {
 namespace common {
@@ -29,6 +30,7 @@ private:
     int arrange(const QRect &rect, bool apply) const;
     int horizontalSpacing() const;
     int verticalSpacing() const;
+    int styleSpacing(QStyle::PixelMetric metric) const;
 
     QList<QLayoutItem *> m_items;
     int m_hSpacing;

@@ -1,8 +1,12 @@
 #pragma once
 
 #include <QObject>
+#include <QPoint>
+#include <QPointer>
+#include <QRect>
 #include <QVector>
 
+class QMouseEvent;
 class QWidget;
 
 namespace ui {
@@ -23,7 +27,8 @@ public:
     static bool shouldUseCustomChrome(const QString &platformName);
     static Qt::WindowFlags windowFlagsForPlatform();
 
-    /// `enabled` false leaves the window as it is and hides the title bar.
+    /// `enabled` false leaves the window as it is and hides the title bar. Otherwise the bar also
+    /// follows the window's title. `resizable` false means no handles and no maximising.
     FramelessWindowController(QWidget *window, WindowTitleBar *titleBar, bool enabled,
                               bool resizable, QObject *parent);
 
@@ -35,17 +40,29 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    /// What the pressed mouse is about to do or does by hand.
+    enum class Drag { None, Armed, Moving, Resizing };
+
     void createResizeHandles();
     void layoutResizeHandles();
     void toggleMaximized();
     void beginMove(const QPoint &globalPosition);
     void beginResize(Qt::Edges edges);
+    void leaveMaximizedUnder(const QPoint &globalPosition);
+    void continueDrag(const QMouseEvent *event);
+    void watchWindow(QEvent *event);
+    bool watchTitleBar(QEvent *event);
+    bool watchHandle(const QWidget *handle, QEvent *event);
 
-    QWidget *m_window;
-    WindowTitleBar *m_titleBar;
+    QPointer<QWidget> m_window;
+    QPointer<WindowTitleBar> m_titleBar;
     bool m_enabled;
     bool m_resizable;
     QVector<QWidget *> m_handles;
+    Drag m_drag = Drag::None;
+    Qt::Edges m_edges;
+    QPoint m_pressPosition;
+    QRect m_pressGeometry;
 };
 
 } // namespace common

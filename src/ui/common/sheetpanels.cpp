@@ -106,7 +106,8 @@ QLabel#AppToolTipTitle { font-size: @13px@; font-weight: 600; }
 QLabel#AppToolTipBody { font-size: @12px@; }
 QLabel#StatTitle { font-size: @12px@; color: @textMuted@; }
 
-QFrame[pill] { border: 1px solid @infoBorder@; background: @infoBackground@; }
+QFrame[pill] { border: 1px solid @infoBorder@; border-radius: @pillRadius@;
+    background: @infoBackground@; }
 QFrame[pill="success"] { border-color: @successBorder@; background: @successBackground@; }
 QFrame[pill="warning"] { border-color: @warningBorder@; background: @warningBackground@; }
 QFrame[pill="danger"] { border-color: @dangerBorder@; background: @dangerBackground@; }

@@ -73,6 +73,7 @@ QHash<QString, QString> derivedValues(const ThemeColors &colors)
     values.insert(QStringLiteral("controlInner"), px(control - kBorders));
     values.insert(QStringLiteral("controlInnerFocus"), px(control - 2 * kBorders));
     values.insert(QStringLiteral("segmentInner"), px(control - 4 * kBorders));
+    values.insert(QStringLiteral("pillRadius"), px((metrics::lineHeight(12) + 6) / 2));
     values.insert(QStringLiteral("groupTop"), px(metrics::lineHeight(13) + 4));
     values.insert(QStringLiteral("rowControlInner"), px(metrics::rowControlHeight() - kBorders));
     values.insert(QStringLiteral("headerInner"), px(metrics::headerHeight() - kBorders));

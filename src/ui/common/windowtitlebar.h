@@ -2,11 +2,12 @@
 
 #include <QWidget>
 
-class QLabel;
 class QToolButton;
 
 namespace ui {
 namespace common {
+
+class ElidedLabel;
 
 /// Title bar of a window that draws its own frame: title and window control buttons. Object names:
 /// CustomTitleBar, CustomTitleLabel, WinCtlMin, WinCtlZoom, WinCtlClose.
@@ -37,7 +38,7 @@ signals:
     void requestClose();
 
 private:
-    QLabel *m_title;
+    ElidedLabel *m_title;
     QToolButton *m_minimize;
     QToolButton *m_zoom;
     QToolButton *m_close;
