@@ -39,14 +39,14 @@ struct WpsFormat
 
 namespace {
 
-constexpr int kBinaryWindowBytes = 1024;
-constexpr int kMaxSlides = 200;
-constexpr int kMaxChapters = 100;
+constexpr int binaryWindowBytes = 1024;
+constexpr int maxSlides = 200;
+constexpr int maxChapters = 100;
 
 QStringList slideEntries()
 {
     QStringList entries;
-    for (int i = 1; i <= kMaxSlides; ++i)
+    for (int i = 1; i <= maxSlides; ++i)
         entries.append(QStringLiteral("ppt/slides/slide%1.xml").arg(i));
     return entries;
 }
@@ -55,7 +55,7 @@ QStringList epubEntries()
 {
     QStringList entries{QStringLiteral("OEBPS/content.xhtml"),
                         QStringLiteral("OEBPS/text/content.xhtml")};
-    for (int i = 0; i <= kMaxChapters; ++i) {
+    for (int i = 0; i <= maxChapters; ++i) {
         entries.append(
             QStringLiteral("OEBPS/Text/Section%1.xhtml").arg(i, 4, 10, QLatin1Char('0')));
         entries.append(QStringLiteral("OEBPS/chapter%1.xhtml").arg(i));
@@ -215,7 +215,7 @@ QString DocumentReader::readPlain(int maxBytes) const
     if (!file.open(QIODevice::ReadOnly))
         return QString();
     const QByteArray data = file.read(qMax(0, maxBytes));
-    if (data.isEmpty() || data.left(kBinaryWindowBytes).contains('\0'))
+    if (data.isEmpty() || data.left(binaryWindowBytes).contains('\0'))
         return QString();
     return decodePlainText(data, data.size() >= maxBytes);
 }

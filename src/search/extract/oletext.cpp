@@ -9,9 +9,9 @@ namespace search {
 
 namespace {
 
-constexpr qint64 kOleReadBytes = 2097152;
-constexpr int kOleMagicBytes = 8;
-constexpr int kMinRunChars = 4;
+constexpr qint64 oleReadBytes = 2097152;
+constexpr int oleMagicBytes = 8;
+constexpr int minRunChars = 4;
 
 struct LetterCount
 {
@@ -67,7 +67,7 @@ public:
             return;
         const QString run = m_run.simplified();
         m_run.truncate(0);
-        if (run.size() < kMinRunChars || !isMeaningfulOleString(run) || m_seen.contains(run))
+        if (run.size() < minRunChars || !isMeaningfulOleString(run) || m_seen.contains(run))
             return;
         m_seen.insert(run);
         if (!m_text.isEmpty())
@@ -75,7 +75,7 @@ public:
         m_text.append(run);
     }
 
-    bool isFull() const { return m_text.size() > kMaxTextChars - 1; }
+    bool isFull() const { return m_text.size() > maxTextChars - 1; }
     QString text() const { return m_text; }
 
 private:
@@ -88,17 +88,17 @@ private:
 
 QString cutText(const QString &text)
 {
-    if (text.size() <= kMaxTextChars)
+    if (text.size() <= maxTextChars)
         return text;
-    const bool splitsPair = text.at(kMaxTextChars - 1).isHighSurrogate();
-    return text.left(splitsPair ? kMaxTextChars - 1 : kMaxTextChars);
+    const bool splitsPair = text.at(maxTextChars - 1).isHighSurrogate();
+    return text.left(splitsPair ? maxTextChars - 1 : maxTextChars);
 }
 
 bool isOleCompoundDocument(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) &&
-           file.read(kOleMagicBytes) == QByteArray::fromHex("D0CF11E0A1B11AE1");
+           file.read(oleMagicBytes) == QByteArray::fromHex("D0CF11E0A1B11AE1");
 }
 
 // The last character is left out of both counts below, on purpose: the thresholds were set with
@@ -106,7 +106,7 @@ bool isOleCompoundDocument(const QString &path)
 bool hasMeaningfulExtractedText(const QString &text)
 {
     const QString plain = text.simplified();
-    if (plain.size() < kMinRunChars)
+    if (plain.size() < minRunChars)
         return false;
     const LetterCount count = countLetters(plain, plain.size() - 1);
     return count.cjk > 1 || count.letters > 5;
@@ -128,7 +128,7 @@ bool hasMeaningfulSlideText(const QString &text)
 
 QString scanUtf16Text(const QByteArray &data)
 {
-    if (data.size() < kOleMagicBytes)
+    if (data.size() < oleMagicBytes)
         return QString();
     const auto *bytes = reinterpret_cast<const uchar *>(data.constData());
     RunCollector runs;
@@ -150,7 +150,7 @@ QString extractOleUtf16Text(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return QString();
-    return scanUtf16Text(file.read(kOleReadBytes));
+    return scanUtf16Text(file.read(oleReadBytes));
 }
 
 } // namespace search

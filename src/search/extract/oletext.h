@@ -6,9 +6,9 @@
 namespace search {
 
 /// Most characters of text taken from one document.
-constexpr int kMaxTextChars = 16384;
+constexpr int maxTextChars = 16384;
 
-/// The first `kMaxTextChars` characters, one less rather than half a surrogate pair.
+/// The first `maxTextChars` characters, one less rather than half a surrogate pair.
 QString cutText(const QString &text);
 
 /// True if the file starts as an OLE compound document (doc, xls, ppt and their WPS relatives).

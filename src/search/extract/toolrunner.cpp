@@ -17,8 +17,8 @@ namespace search {
 
 namespace {
 
-constexpr int kPollMs = 50;
-constexpr int kUtf8Mib = 106;
+constexpr int pollMs = 50;
+constexpr int utf8Mib = 106;
 
 /// A child in a session of its own: the whole group can be killed, and no tool can ask a question
 /// on our terminal, as unzip does for a password.
@@ -61,7 +61,7 @@ bool waitForStart(QProcess &process, int startMs, const std::atomic_bool *cancel
         const qint64 left = startMs - clock.elapsed();
         if (left <= 0 || isCancelled(cancel))
             return false;
-        process.waitForStarted(static_cast<int>(qMin<qint64>(left, kPollMs)));
+        process.waitForStarted(static_cast<int>(qMin<qint64>(left, pollMs)));
     }
     return process.error() != QProcess::FailedToStart;
 }
@@ -142,7 +142,7 @@ ToolOutput ToolRunner::run(const QString &tool, const QStringList &arguments,
             killTool(process, m_limits.killWaitMs);
             return ToolOutput();
         }
-        process.waitForReadyRead(static_cast<int>(qMin<qint64>(left, kPollMs)));
+        process.waitForReadyRead(static_cast<int>(qMin<qint64>(left, pollMs)));
         takeOutput(process, runLimits.maxBytes, &output);
     }
     takeOutput(process, runLimits.maxBytes, &output);
@@ -162,7 +162,7 @@ QString ToolRunner::extractViaTool(const QString &tool, const QStringList &argum
 
 QString decodeToolText(const QByteArray &bytes, bool cut)
 {
-    const QString utf8 = decode(QTextCodec::codecForMib(kUtf8Mib), bytes, cut);
+    const QString utf8 = decode(QTextCodec::codecForMib(utf8Mib), bytes, cut);
     if (!utf8.contains(QChar::ReplacementCharacter))
         return utf8;
     const QString local = decode(QTextCodec::codecForLocale(), bytes, cut);
@@ -171,7 +171,7 @@ QString decodeToolText(const QByteArray &bytes, bool cut)
 
 QString decodePlainText(const QByteArray &bytes, bool cut)
 {
-    const QString utf8 = decode(QTextCodec::codecForMib(kUtf8Mib), bytes, cut);
+    const QString utf8 = decode(QTextCodec::codecForMib(utf8Mib), bytes, cut);
     return utf8.isEmpty() ? decode(QTextCodec::codecForLocale(), bytes, cut) : utf8;
 }
 

@@ -11,10 +11,10 @@ namespace {
 
 /// From this many entries on, a listing that shows which of them exist is cheaper than asking for
 /// each with a process of its own.
-constexpr int kListingPays = 3;
+constexpr int listingPays = 3;
 
 /// Exit code of unzip for a file that is no zip archive at all, whatever entry is asked for.
-constexpr int kUnzipNoArchive = 9;
+constexpr int unzipNoArchive = 9;
 
 bool startsWithAny(const QString &name, const QStringList &prefixes)
 {
@@ -99,7 +99,7 @@ ZipDocument::ZipDocument(ToolRunner &tools, const QString &path, const std::atom
 
 QString ZipDocument::extractZipXml(const QStringList &entries)
 {
-    if (entries.size() >= kListingPays)
+    if (entries.size() >= listingPays)
         readListing();
     QString text;
     for (const QString &entry : entries) {
@@ -114,7 +114,7 @@ QString ZipDocument::extractZipXml(const QStringList &entries)
         if (part.isEmpty())
             continue;
         text += part + QLatin1Char('\n');
-        if (text.size() > kMaxTextChars)
+        if (text.size() > maxTextChars)
             break;
     }
     return cutText(text);
@@ -140,7 +140,7 @@ void ZipDocument::readListing()
         m_tools.run(QStringLiteral("unzip"), {QStringLiteral("-l"), m_archive},
                     m_tools.limits().unzip, m_cancel);
     m_listing = Listing::Unknown;
-    if (output.ended && output.exitCode == kUnzipNoArchive)
+    if (output.ended && output.exitCode == unzipNoArchive)
         m_listing = Listing::NoArchive;
     if (!output.ended || output.exitCode != 0)
         return;
