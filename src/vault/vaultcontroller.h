@@ -2,6 +2,9 @@
 
 #include <QJsonObject>
 #include <QObject>
+#include <QPointer>
+
+#include <functional>
 
 namespace core {
 namespace ipc {
@@ -18,7 +21,9 @@ class VaultController : public QObject
 public:
     explicit VaultController(core::ipc::IpcClient *client, QObject *parent = nullptr);
 
+    /// False without a client, too.
     bool isConnected() const;
+    /// Starts connecting; does nothing without a client. Does not block.
     void connectToVaultDaemon();
 
     /// Asks for the service's status; ends in statusUpdated() or operationError("getStatus", …).
@@ -30,5 +35,9 @@ signals:
     void connectionChanged(bool connected);
 
 private:
-    core::ipc::IpcClient *m_client;
+    /// Sends "vault." + `operation`; a failure ends in operationError() under the same word.
+    void request(const QString &operation, const QJsonObject &params,
+                 const std::function<void(const QJsonObject &)> &onOk);
+
+    QPointer<core::ipc::IpcClient> m_client;
 };
