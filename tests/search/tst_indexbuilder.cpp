@@ -1,0 +1,516 @@
+#include "core/workerthread.h"
+#include "search/extractiontask.h"
+#include "search/indexbuilder.h"
+#include "search/searchindexdb.h"
+#include "support/indexsnapshot.h"
+#include "support/temptree.h"
+
+#include <QtTest>
+
+#include <thread>
+
+namespace {
+
+const int maxContentBytes = 16384;
+
+struct Progress
+{
+    int files;
+    QString text;
+};
+
+/// Runs builds on the calling thread and keeps what the builder reported.
+class BuildRun
+{
+public:
+    explicit BuildRun(const QString &dbPath)
+        : builder(dbPath)
+    {
+        QObject::connect(&builder, &IndexBuilder::progressChanged, &builder,
+                         [this](int files, const QString &text) {
+                             progress.append({files, text});
+                             if (onProgress)
+                                 onProgress(files, text);
+                         });
+        QObject::connect(&builder, &IndexBuilder::toolsMissing, &builder,
+                         [this](const QStringList &lines) { toolLines.append(lines); });
+        QObject::connect(&builder, &IndexBuilder::finished, &builder,
+                         [this](bool ok, const QString &text) {
+                             ++ends;
+                             success = ok;
+                             message = text;
+                         });
+    }
+
+    void build(const QStringList &roots, const QStringList &excludeDirs = {},
+               const QStringList &ftsExtensions = {})
+    {
+        progress.clear();
+        ends = 0;
+        builder.startBuild(roots, excludeDirs, {}, ftsExtensions, maxContentBytes);
+    }
+
+    QStringList texts() const
+    {
+        QStringList all;
+        for (const Progress &step : progress)
+            all.append(step.text);
+        return all;
+    }
+
+    IndexBuilder builder;
+    std::function<void(int, const QString &)> onProgress;
+    QList<Progress> progress;
+    QStringList toolLines;
+    int ends = 0;
+    bool success = false;
+    QString message;
+};
+
+QString completed(int files)
+{
+    return QStringLiteral("索引构建完成，共 %1 个文件").arg(files);
+}
+
+const QString cancelled = QStringLiteral("索引构建已取消");
+
+} // namespace
+
+class TestIndexBuilder : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cutsThePrefix_data();
+    void cutsThePrefix();
+    void walksEachRootOnce_data();
+    void walksEachRootOnce();
+    void leavesOutWhatIsExcluded();
+    void fillsRowsAndTexts();
+    void storesTargetPaths();
+    void namesOnlyWithoutExtensions();
+    void reportsProgressInBatches();
+    void refreshKeepsVanishedRowsAndTexts();
+    void rebuildStartsAfresh();
+    void stopDuringTheWalkKeepsRows();
+    void stopEndsAHangingTool();
+    void endsWithItsThread();
+    void reportsFailures_data();
+    void reportsFailures();
+    void reportsAnUnusableDatabase();
+    void extractionWaitsForTheWriter();
+
+private:
+    QString at(const char *relative) const { return m_tree->path(QString::fromUtf8(relative)); }
+    IndexSnapshot rows() const { return readIndex(m_dbPath); }
+
+    TempTree m_tools;
+    QScopedPointer<TempTree> m_tree;
+    QString m_dbPath;
+};
+
+/// Tools are looked for once a run, so the fake one must be there before the first build.
+void TestIndexBuilder::initTestCase()
+{
+    m_tools.script(QStringLiteral("pdftotext"),
+                   "case \"$4\" in *hang*) exec sleep 600;; *bad*) exit 1;; esac\n"
+                   "echo \"pages of $(basename \"$4\")\"\n");
+    qputenv("PATH", QFile::encodeName(m_tools.path()) + ':' + qgetenv("PATH"));
+}
+
+void TestIndexBuilder::init()
+{
+    m_tree.reset(new TempTree);
+    m_dbPath = at("state/index.db");
+    m_tree->dir(QStringLiteral("state"));
+}
+
+void TestIndexBuilder::cutsThePrefix_data()
+{
+    QTest::addColumn<QString>("prefix");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("stored");
+
+    QTest::newRow("no prefix") << ""
+                               << " /a//b "
+                               << "/a/b";
+    QTest::newRow("below") << " /live_target/ "
+                           << "/live_target/home/u/x"
+                           << "/home/u/x";
+    QTest::newRow("the prefix itself") << "/live_target"
+                                       << "/live_target/"
+                                       << "/";
+    QTest::newRow("beside") << "/live_target"
+                            << "/live_targetx/a"
+                            << "/live_targetx/a";
+    QTest::newRow("elsewhere") << "/live_target"
+                               << "/home/u"
+                               << "/home/u";
+    QTest::newRow("empty") << "/live_target"
+                           << ""
+                           << "";
+    QTest::newRow("prefix is the root") << "/"
+                                        << "/home/u"
+                                        << "/home/u";
+}
+
+void TestIndexBuilder::cutsThePrefix()
+{
+    QFETCH(QString, prefix);
+    QFETCH(QString, path);
+    IndexBuilder builder(m_dbPath);
+    builder.setStoredPathPrefix(prefix);
+    QTEST(builder.storedPathForRuntimePath(path), "stored");
+}
+
+void TestIndexBuilder::walksEachRootOnce_data()
+{
+    QTest::addColumn<QStringList>("roots");
+    QTest::addColumn<QStringList>("files");
+
+    const auto words = [](const char *text) {
+        QStringList list = QString::fromUtf8(text).split(QLatin1Char(' '));
+        list.removeAll(QString());
+        return list;
+    };
+    const auto row = [&words](const char *name, const char *roots, const char *files) {
+        QTest::newRow(name) << words(roots) << words(files);
+    };
+    row("one", "a", "a/1 a/b/2 a/b/3");
+    row("inner after outer", "a a/b", "a/1 a/b/2 a/b/3");
+    row("inner before outer", "a/b a", "a/1 a/b/2 a/b/3");
+    row("same twice, not clean", "a a/ a/b/..", "a/1 a/b/2 a/b/3");
+    row("name that only begins alike", "a ab", "a/1 a/b/2 a/b/3 ab/4");
+    row("missing is dropped", "no/where ab", "ab/4");
+    row("a file is no root", "a/1 ab", "ab/4");
+    row("none", "no/where", "");
+}
+
+void TestIndexBuilder::walksEachRootOnce()
+{
+    QFETCH(QStringList, roots);
+    QFETCH(QStringList, files);
+    for (const char *file : {"a/1", "a/b/2", "a/b/3", "ab/4"})
+        m_tree->file(QString::fromLatin1(file));
+    QStringList paths{QString(), QStringLiteral("  ")};
+    for (const QString &root : qAsConst(roots))
+        paths.append(QLatin1Char(' ') + m_tree->path(root));
+    QStringList expected;
+    for (const QString &file : qAsConst(files))
+        expected.append(m_tree->path(file));
+
+    BuildRun run(m_dbPath);
+    run.build(paths);
+    QCOMPARE(run.ends, 1);
+    QVERIFY2(run.success, qPrintable(run.message));
+    QCOMPARE(run.message, completed(files.size()));
+    QCOMPARE(QStringList(rows().keys()), expected);
+}
+
+void TestIndexBuilder::leavesOutWhatIsExcluded()
+{
+    const QStringList kept{QStringLiteral("r/keep.txt"), QStringLiteral("r/sub/keep.txt"),
+                           QStringLiteral("r/subway/keep.txt"), QStringLiteral("r/Skip/keep.txt")};
+    for (const QString &file : kept)
+        m_tree->file(file);
+    for (const char *file : {"r/skip/a", "r/sub/skip/deep/b", "r/sub/out/c", "r/sub/alone.txt",
+                             "r/name.tmp", "r/.~lock.doc", "r/.hidden/d"})
+        m_tree->file(QString::fromLatin1(file));
+    m_tree->fifo(QStringLiteral("r/pipe.txt"));
+    BuildRun run(m_dbPath);
+    run.build({at("r")},
+              {QStringLiteral(" skip/ "), at("r/sub/out"), at("r/sub/alone.txt"), QString(),
+               QStringLiteral("name.tmp")},
+              {QStringLiteral("txt")});
+    QCOMPARE(run.message, completed(kept.size()));
+    QStringList expected;
+    for (const QString &file : kept)
+        expected.append(m_tree->path(file));
+    expected.sort();
+    QCOMPARE(QStringList(rows().keys()), expected);
+
+    // A root that lies in an excluded place, or is one.
+    const QString other = at("state/other.db");
+    BuildRun nothing(other);
+    nothing.build({at("r/sub"), at("r/skip")}, {QStringLiteral("skip"), at("r/sub")});
+    QCOMPARE(nothing.message, completed(0));
+}
+
+/// The whole database against the whole tree.
+void TestIndexBuilder::fillsRowsAndTexts()
+{
+    IndexSnapshot expected;
+    const auto add = [&](const char *relative, const QByteArray &content, const char *category,
+                         const QString &text) {
+        const QString path = m_tree->file(QString::fromUtf8(relative), content);
+        expected.insert(path, expectedRow(path, QString::fromLatin1(category), text));
+    };
+    add("r/notes.TXT", "first line", "document", QStringLiteral("first line"));
+    add("r/空白.md", QByteArrayLiteral("墨川"), "document", QStringLiteral("墨川"));
+    add("r/d/paper.pdf", "%PDF", "document", QStringLiteral("pages of paper.pdf\n"));
+    add("r/bad.pdf", "%PDF", "document", QString());
+    add("r/empty.txt", "", "document", QString());
+    add("r/main.cpp", "int main;", "code", QString());
+    add("r/photo.jpeg", "x", "image", QString());
+    add("r/none", "x", "other", QString());
+    const QString linked = m_tree->link(QStringLiteral("r/linked.txt"), at("r/notes.TXT"));
+    expected.insert(linked,
+                    expectedRow(linked, QStringLiteral("document"), QStringLiteral("first line")));
+
+    BuildRun run(m_dbPath);
+    run.build({at("r")}, {},
+              {QStringLiteral(" .Txt"), QStringLiteral("md"), QStringLiteral("PDF")});
+    QVERIFY2(run.success, qPrintable(run.message));
+    const IndexSnapshot found = rows();
+    QCOMPARE(found.keys(), expected.keys());
+    for (auto it = expected.cbegin(); it != expected.cend(); ++it)
+        QVERIFY2(found.value(it.key()) == it.value(), qPrintable(it.key()));
+    QCOMPARE(run.texts().filter(QStringLiteral("（6 / 6）")).size(), 1);
+}
+
+void TestIndexBuilder::storesTargetPaths()
+{
+    m_tree->file(QStringLiteral("target/home/u/x.txt"), "found");
+    BuildRun run(m_dbPath);
+    run.builder.setStoredPathPrefix(at("target"));
+    run.build({at("target/home")}, {}, {QStringLiteral("txt")});
+    const IndexSnapshot found = rows();
+    QCOMPARE(QStringList(found.keys()), QStringList{QStringLiteral("/home/u/x.txt")});
+    QCOMPARE(found.first().content, QStringLiteral("found"));
+}
+
+void TestIndexBuilder::namesOnlyWithoutExtensions()
+{
+    m_tree->file(QStringLiteral("r/a.txt"), "text");
+    m_tree->file(QStringLiteral("r/b"), "text");
+    BuildRun run(m_dbPath);
+    run.build({at("r")});
+    QCOMPARE(run.texts(), (QStringList{QStringLiteral("正在扫描文件系统..."), run.texts().value(1),
+                                       QStringLiteral("正在优化数据库...")}));
+    for (const IndexRow &row : rows())
+        QVERIFY(row.content.isEmpty());
+}
+
+void TestIndexBuilder::reportsProgressInBatches()
+{
+    for (int i = 0; i < 1203; ++i)
+        m_tree->file(QStringLiteral("r/d%1/f%2.txt").arg(i % 7).arg(i), "word");
+    BuildRun run(m_dbPath);
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QCOMPARE(run.message, completed(1203));
+
+    QList<int> counts;
+    for (const Progress &step : qAsConst(run.progress)) {
+        if (step.text.startsWith(at("r/")))
+            counts.append(step.files);
+    }
+    QCOMPARE(counts, (QList<int>{500, 1000, 1203}));
+    QCOMPARE(run.progress.first().files, 0);
+    QCOMPARE(run.progress.first().text, QStringLiteral("正在扫描文件系统..."));
+    QCOMPARE(run.progress.at(4).text, QStringLiteral("正在提取文件内容（0 / 1203）..."));
+    QCOMPARE(run.progress.at(run.progress.size() - 2).text,
+             QStringLiteral("正在提取文件内容（1203 / 1203）..."));
+    QCOMPARE(run.progress.last().text, QStringLiteral("正在优化数据库..."));
+    QCOMPARE(run.progress.last().files, 1203);
+}
+
+void TestIndexBuilder::refreshKeepsVanishedRowsAndTexts()
+{
+    const QString kept = m_tree->file(QStringLiteral("r/kept.txt"), "old");
+    const QString gone = m_tree->file(QStringLiteral("r/gone.txt"), "was here");
+    BuildRun run(m_dbPath);
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    m_tree->remove(QStringLiteral("r/gone.txt"));
+    m_tree->file(QStringLiteral("r/kept.txt"), "renewed");
+    run.build({at("r")});
+    QCOMPARE(run.message, completed(1));
+    QCOMPARE(rows().value(kept).content, QStringLiteral("old"));
+    QCOMPARE(rows().value(kept).size, 7);
+    QCOMPARE(rows().value(gone).content, QStringLiteral("was here"));
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QCOMPARE(rows().value(kept).content, QStringLiteral("renewed"));
+}
+
+void TestIndexBuilder::rebuildStartsAfresh()
+{
+    const QString file = m_tree->file(QStringLiteral("r/a.txt"));
+    BuildRun run(m_dbPath);
+    run.build({at("r")});
+    m_tree->move(QStringLiteral("r/a.txt"), QStringLiteral("r/b.txt"));
+    m_tree->file(QStringLiteral("state/index.db-wal"), "stale");
+    m_tree->file(QStringLiteral("state/index.db-shm"), "stale");
+    run.builder.removeDatabase();
+    QVERIFY(QDir(at("state")).isEmpty());
+    run.builder.removeDatabase(); // nothing there is no fault
+    run.build({at("r")});
+    QCOMPARE(QStringList(rows().keys()), QStringList{at("r/b.txt")});
+    QVERIFY(!QFileInfo::exists(file));
+}
+
+void TestIndexBuilder::stopDuringTheWalkKeepsRows()
+{
+    for (int i = 0; i < 1100; ++i)
+        m_tree->file(QStringLiteral("r/f%1").arg(i));
+    BuildRun run(m_dbPath);
+    run.builder.requestStop(); // of an earlier time: the build clears it
+    run.onProgress = [&run](int files, const QString &) {
+        if (files == 500)
+            run.builder.requestStop();
+    };
+    run.build({at("r")});
+    QCOMPARE(run.ends, 1);
+    QVERIFY(!run.success);
+    QCOMPARE(run.message, cancelled);
+    QCOMPARE(rows().size(), 500);
+
+    run.onProgress = nullptr;
+    run.build({at("r")});
+    QCOMPARE(run.message, completed(1100));
+}
+
+/// Told to stop from another thread while a tool hangs and others wait in the queue.
+void TestIndexBuilder::stopEndsAHangingTool()
+{
+    for (int i = 0; i < 40; ++i)
+        m_tree->file(QStringLiteral("r/hang%1.pdf").arg(i));
+    BuildRun run(m_dbPath);
+    std::thread stopper;
+    QElapsedTimer sinceStop;
+    run.onProgress = [&](int, const QString &text) {
+        if (text == QStringLiteral("正在提取文件内容（0 / 40）...")) {
+            stopper = std::thread([&run, &sinceStop] {
+                // Long enough for the tools to be running.
+                QThread::msleep(400);
+                sinceStop.start();
+                run.builder.requestStop();
+            });
+        }
+    };
+    run.build({at("r")}, {}, {QStringLiteral("pdf")});
+    stopper.join();
+    QVERIFY2(sinceStop.elapsed() < 1500, qPrintable(QString::number(sinceStop.elapsed())));
+    QCOMPARE(run.message, cancelled);
+    QVERIFY(!run.success);
+    QCOMPARE(rows().size(), 40);
+}
+
+/// As the page does it: queued calls on a thread of its own, which ends in the middle.
+void TestIndexBuilder::endsWithItsThread()
+{
+    for (int i = 0; i < 30; ++i)
+        m_tree->file(QStringLiteral("r/hang%1.pdf").arg(i));
+    auto *builder = new IndexBuilder(m_dbPath);
+    QStringList messages;
+    bool extracting = false;
+    connect(builder, &IndexBuilder::finished, this,
+            [&messages](bool, const QString &message) { messages.append(message); });
+    connect(builder, &IndexBuilder::progressChanged, this, [&extracting](int, const QString &text) {
+        extracting = extracting || text.contains(QStringLiteral("（0 / 30）"));
+    });
+    core::WorkerThread thread;
+    thread.start(builder, QStringLiteral("builder"));
+    const auto queueBuild = [&] {
+        QMetaObject::invokeMethod(builder, "removeDatabase", Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            builder, "startBuild", Qt::QueuedConnection, Q_ARG(QStringList, {at("r")}),
+            Q_ARG(QStringList, {}), Q_ARG(QStringList, {}),
+            Q_ARG(QStringList, {QStringLiteral("pdf")}), Q_ARG(int, maxContentBytes));
+    };
+    queueBuild();
+    QTRY_VERIFY(extracting);
+    queueBuild(); // still waiting when the thread is told to end: given up, and the index stays
+    builder->thread()->requestInterruption();
+    builder->requestStop();
+    QElapsedTimer timer;
+    timer.start();
+    thread.stop();
+    QVERIFY2(timer.elapsed() < 1500, qPrintable(QString::number(timer.elapsed())));
+    QTRY_VERIFY(!messages.isEmpty());
+    messages.removeDuplicates();
+    QCOMPARE(messages, QStringList{cancelled});
+    QCOMPARE(rows().size(), 30);
+}
+
+void TestIndexBuilder::reportsFailures_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("rowCount");
+
+    QTest::newRow("rows") << "BEFORE INSERT"
+                          << "写入索引失败：" << 0;
+    QTest::newRow("texts") << "BEFORE UPDATE OF content"
+                           << "写入全文索引失败：" << 12;
+}
+
+/// A trigger stands for whatever makes a write fail, such as a full disk.
+void TestIndexBuilder::reportsFailures()
+{
+    QFETCH(QString, trigger);
+    QFETCH(QString, message);
+    m_tree->file(QStringLiteral("r/a.txt"), "text");
+    for (int i = 0; i < 11; ++i)
+        m_tree->file(QStringLiteral("r/hang%1.pdf").arg(i));
+    QVERIFY(SearchIndexDB(m_dbPath).open());
+    executeOn(m_dbPath, {QStringLiteral("CREATE TRIGGER full %1 ON file_index BEGIN SELECT "
+                                        "RAISE(ABORT, 'disk is full'); END")
+                             .arg(trigger)});
+    QElapsedTimer timer;
+    timer.start();
+    BuildRun run(m_dbPath);
+    // So many that the text is not kept waiting behind hanging tools.
+    run.builder.setExtractionThreads(12);
+    run.build({at("r")}, {}, {QStringLiteral("txt"), QStringLiteral("pdf")});
+    QCOMPARE(run.ends, 1);
+    QVERIFY(!run.success);
+    QVERIFY2(run.message.startsWith(message) &&
+                 run.message.contains(QStringLiteral("disk is full")),
+             qPrintable(run.message));
+    QTEST(rows().size(), "rowCount");
+    QVERIFY2(timer.elapsed() < 5000, "hanging tools are not waited for");
+}
+
+void TestIndexBuilder::reportsAnUnusableDatabase()
+{
+    BuildRun run(at("no/such/dir/index.db"));
+    run.build({m_tree->path()});
+    QVERIFY(!run.success);
+    QVERIFY2(run.message.startsWith(QStringLiteral("打开索引数据库失败：")) &&
+                 run.message.size() > 12,
+             qPrintable(run.message));
+    QVERIFY(run.progress.isEmpty());
+
+    m_tree->file(QStringLiteral("state/index.db"), QByteArray(5000, 'x'));
+    BuildRun damaged(m_dbPath);
+    damaged.build({m_tree->path()});
+    QVERIFY(damaged.message.startsWith(QStringLiteral("打开索引数据库失败：")));
+}
+
+void TestIndexBuilder::extractionWaitsForTheWriter()
+{
+    std::atomic_bool stop{false};
+    ExtractionResults results(stop);
+    std::atomic_int appended{0};
+    std::thread pool([&] {
+        for (int i = 0; i < 40; ++i) {
+            results.append({QString::number(i), QString(1024 * 1024, QLatin1Char('x'))});
+            ++appended;
+        }
+    });
+    // Held back at 8 Mi characters, and let go again each time they are taken.
+    QTRY_COMPARE(int(appended), 8);
+    QList<ExtractResult> all = results.take();
+    QCOMPARE(all.size(), 8);
+    QTRY_COMPARE(int(appended), 16);
+    stop = true;
+    pool.join();
+    all += results.take();
+    QCOMPARE(all.size(), 40);
+    for (int i = 0; i < all.size(); ++i)
+        QCOMPARE(all[i].runtimePath, QString::number(i));
+}
+
+QTEST_GUILESS_MAIN(TestIndexBuilder)
+#include "tst_indexbuilder.moc"

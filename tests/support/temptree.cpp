@@ -1,0 +1,91 @@
+#include "support/temptree.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+#include <sys/stat.h>
+
+namespace {
+
+void require(bool done, const char *what, const QString &path)
+{
+    if (!done)
+        qFatal("TempTree: cannot %s %s", what, qPrintable(path));
+}
+
+} // namespace
+
+TempTree::TempTree()
+    : m_top(QDir::tempPath() + QStringLiteral("/tree-XXXXXX"))
+{
+    require(m_top.isValid(), "create", m_top.path());
+}
+
+TempTree::~TempTree() = default;
+
+QString TempTree::path(const QString &relative) const
+{
+    return relative.isEmpty() ? m_top.path() : m_top.path() + QLatin1Char('/') + relative;
+}
+
+QString TempTree::dir(const QString &relative)
+{
+    require(QDir().mkpath(path(relative)), "make", path(relative));
+    return path(relative);
+}
+
+QString TempTree::file(const QString &relative, const QByteArray &content)
+{
+    QFile file(path(relative));
+    QDir().mkpath(QFileInfo(file).path());
+    require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), "write",
+            file.fileName());
+    return file.fileName();
+}
+
+void TempTree::rawFile(const QString &dirRelative, const QByteArray &name)
+{
+    const QByteArray bytes = QFile::encodeName(dir(dirRelative)) + '/' + name;
+    std::FILE *file = std::fopen(bytes.constData(), "w");
+    require(file && std::fclose(file) == 0, "write", QString::fromLatin1(bytes));
+}
+
+QString TempTree::link(const QString &relative, const QString &target)
+{
+    QDir().mkpath(QFileInfo(path(relative)).path());
+    require(QFile::link(target, path(relative)), "link", path(relative));
+    return path(relative);
+}
+
+QString TempTree::fifo(const QString &relative)
+{
+    QDir().mkpath(QFileInfo(path(relative)).path());
+    require(mkfifo(QFile::encodeName(path(relative)).constData(), 0600) == 0, "make",
+            path(relative));
+    return path(relative);
+}
+
+QString TempTree::script(const QString &relative, const QByteArray &body)
+{
+    const QString made = file(relative, "#!/bin/sh\n" + body);
+    require(QFile::setPermissions(made, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner),
+            "make executable", made);
+    return made;
+}
+
+void TempTree::move(const QString &from, const QString &to)
+{
+    require(std::rename(QFile::encodeName(path(from)).constData(),
+                        QFile::encodeName(path(to)).constData()) == 0,
+            "move", path(from));
+}
+
+void TempTree::remove(const QString &relative)
+{
+    const QFileInfo info(path(relative));
+    require(info.isDir() && !info.isSymLink() ? QDir(info.filePath()).removeRecursively()
+                                              : QFile::remove(info.filePath()),
+            "remove", info.filePath());
+}
