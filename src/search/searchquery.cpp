@@ -1,5 +1,6 @@
 #include "search/searchquery.h"
 
+#include "search/newestfirstquery.h"
 #include "search/searchkeywords.h"
 #include "search/searchsnippet.h"
 
@@ -13,119 +14,155 @@
 namespace search {
 namespace {
 
-struct ContentSearch
-{
-    QString keyword;
-    QStringList refineKeywords;
-    int limit = 0;
-    QVariantList results;
-    QSet<QString> deliveredPaths;
-};
-
 // Columns 0 to 4 of every statement here.
+QString fileColumns()
+{
+    return QStringLiteral("path,file_name,size,modified_ms,category");
+}
+
+// Keys in ascending order, so that each goes to the end of the map.
 QVariantMap resultOfRow(const QSqlQuery &query)
 {
     QVariantMap result;
-    result.insert(QStringLiteral("path"), query.value(0));
-    result.insert(QStringLiteral("name"), query.value(1));
-    result.insert(QStringLiteral("size"), query.value(2).toLongLong());
-    result.insert(QStringLiteral("modifiedMs"), query.value(3).toLongLong());
-    result.insert(QStringLiteral("category"), query.value(4).toString());
-    result.insert(QStringLiteral("snippet"), QString());
-    result.insert(QStringLiteral("score"), 0.0);
+    const auto append = [&result](const QString &key, const QVariant &value) {
+        result.insert(result.cend(), key, value);
+    };
+    append(QStringLiteral("category"), query.value(4).toString());
+    append(QStringLiteral("modifiedMs"), query.value(3).toLongLong());
+    append(QStringLiteral("name"), query.value(1).toString());
+    append(QStringLiteral("path"), query.value(0).toString());
+    append(QStringLiteral("score"), 0.0);
+    append(QStringLiteral("size"), query.value(2).toLongLong());
+    append(QStringLiteral("snippet"), QString());
     return result;
 }
 
-void bindTimes(QSqlQuery *query, const QString &value, int times)
+// True for rows where every word is found in at least one of the columns.
+void addWords(RowFilter *filter, const QStringList &words, const QStringList &columns)
 {
-    for (int i = 0; i < times; ++i)
-        query->addBindValue(value);
-}
-
-void setSnippets(QVariantMap *result, const ContentSearch &search, const QString &snippet,
-                 const QString &content)
-{
-    result->insert(QStringLiteral("snippet"), snippet);
-    if (!search.refineKeywords.isEmpty()) {
-        result->insert(QStringLiteral("refineSnippet"),
-                       makeSnippetAroundAny(content, search.refineKeywords));
+    const QString test =
+        QLatin1Char('(') + columns.join(QStringLiteral(" LIKE ? OR ")) + QLatin1String(" LIKE ?)");
+    for (const QString &word : words) {
+        if (!filter->condition.isEmpty())
+            filter->condition += QLatin1String(" AND ");
+        filter->condition += test;
+        for (int i = 0; i < columns.size(); ++i)
+            filter->patterns.append(likePattern(word));
     }
 }
 
-void runFullTextStage(const QSqlDatabase &database, const QString &matchExpr, ContentSearch *search)
+QStringList textColumns()
 {
-    QString sql = QStringLiteral(
-        "SELECT fi.path,fi.file_name,fi.size,fi.modified_ms,fi.category,bm25(content_fts),"
-        "fi.content FROM content_fts JOIN file_index fi ON fi.id = content_fts.rowid "
-        "WHERE content_fts MATCH ? ");
-    for (int i = 0; i < search->refineKeywords.size(); ++i) {
-        sql += QStringLiteral("AND (fi.file_name LIKE ? OR fi.path LIKE ? OR fi.content LIKE ?) ");
-    }
-    sql += QStringLiteral("ORDER BY bm25(content_fts) LIMIT ?");
+    return {QStringLiteral("file_name"), QStringLiteral("path"), QStringLiteral("content")};
+}
 
-    QSqlQuery query(database);
+// One content search while its two stages add to it.
+class ContentSearch
+{
+public:
+    ContentSearch(const QSqlDatabase &database, const QString &keyword, int limit,
+                  const QStringList &refineWords)
+        : m_database(database)
+        , m_keyword(keyword)
+        , m_refineWords(refineWords)
+        , m_limit(limit)
+    {}
+
+    // Hits of the full text index by rank. A failure is none of the query's: FTS5 refuses phrases
+    // of several words on a table of detail=column, and the second stage serves them.
+    void runFullTextStage(const QString &matchExpr);
+    // Hits anywhere in the text, newest first, where places are left.
+    bool runSubstringStage(QString *error);
+
+    QVariantList results() const { return m_results; }
+
+private:
+    bool addSubstringHit(const QSqlQuery &query);
+    void addResult(QVariantMap result, const QString &snippet, const QString &content);
+
+    QSqlDatabase m_database;
+    QString m_keyword;
+    QStringList m_refineWords;
+    int m_limit;
+    QVariantList m_results;
+    QSet<QString> m_deliveredPaths;
+};
+
+void ContentSearch::runFullTextStage(const QString &matchExpr)
+{
+    RowFilter filter;
+    filter.condition = QStringLiteral("content_fts MATCH ?");
+    filter.patterns = QStringList{matchExpr};
+    addWords(
+        &filter, m_refineWords,
+        {QStringLiteral("fi.file_name"), QStringLiteral("fi.path"), QStringLiteral("fi.content")});
+    // Ranks are sorted with ids alone; texts are read for the rows that are kept. Equal ranks stand
+    // in the order of their ids.
+    QSqlQuery query(m_database);
     query.setForwardOnly(true);
-    query.prepare(sql);
-    query.addBindValue(matchExpr);
-    for (const QString &refine : qAsConst(search->refineKeywords))
-        bindTimes(&query, likePattern(refine), 3);
-    query.addBindValue(search->limit);
-    if (!query.exec()) {
-        qDebug() << "[queryByContent] FTS exec FAILED:" << query.lastError().text();
-        return;
-    }
-    while (query.next()) {
-        QVariantMap result = resultOfRow(query);
+    query.prepare(QStringLiteral("SELECT %1,score,content FROM (SELECT fi.id AS hit,"
+                                 "bm25(content_fts) AS score FROM content_fts "
+                                 "JOIN file_index fi ON fi.id = content_fts.rowid WHERE %2 "
+                                 "ORDER BY score,hit LIMIT ?) "
+                                 "CROSS JOIN file_index ON id = hit ORDER BY score,hit")
+                      .arg(fileColumns(), filter.condition));
+    for (const QString &pattern : qAsConst(filter.patterns))
+        query.addBindValue(pattern);
+    query.addBindValue(m_limit);
+    bool ok = query.exec();
+    while (ok && query.next()) {
         const QString content = query.value(6).toString();
-        setSnippets(&result, *search, makePrimarySnippet(content, search->keyword), content);
-        if (search->refineKeywords.isEmpty())
+        QVariantMap result = resultOfRow(query);
+        // Shown without refine keywords only.
+        if (m_refineWords.isEmpty())
             result.insert(QStringLiteral("score"), query.value(5).toDouble());
-        search->deliveredPaths.insert(query.value(0).toString());
-        search->results.append(result);
+        addResult(result, makePrimarySnippet(content, m_keyword), content);
     }
-    qDebug() << "[queryByContent] FTS rows:" << search->results.size();
+    ok = ok && !query.lastError().isValid();
+    if (ok)
+        qDebug() << "[queryByContent] FTS rows:" << m_results.size();
+    else
+        qDebug() << "[queryByContent] FTS exec FAILED:" << query.lastError().text();
 }
 
-void runSubstringStage(const QSqlDatabase &database, ContentSearch *search, QString *error)
+bool ContentSearch::runSubstringStage(QString *error)
 {
-    QString sql = QStringLiteral("SELECT path,file_name,size,modified_ms,category,content "
-                                 "FROM file_index WHERE content LIKE ? ");
-    for (int i = 0; i < search->refineKeywords.size(); ++i)
-        sql += QStringLiteral("AND (file_name LIKE ? OR path LIKE ? OR content LIKE ?) ");
-    sql += QStringLiteral("ORDER BY modified_ms DESC LIMIT ?");
-
-    QSqlQuery query(database);
-    query.setForwardOnly(true);
-    query.prepare(sql);
-    query.addBindValue(likePattern(search->keyword));
-    for (const QString &refine : qAsConst(search->refineKeywords))
-        bindTimes(&query, likePattern(refine), 3);
+    RowFilter filter;
+    addWords(&filter, {m_keyword}, {QStringLiteral("content")});
+    addWords(&filter, m_refineWords, textColumns());
+    WalkPolicy policy;
+    policy.walkCost = 3; // reading the texts is the larger part of either way
+    NewestFirstQuery query(m_database, fileColumns() + QLatin1String(",content"), filter, policy);
     // Rows that stage one delivered come again and are skipped.
-    const int remaining = search->limit - search->results.size();
-    query.addBindValue(remaining + search->deliveredPaths.size());
-    if (!query.exec()) {
-        const QString text = query.lastError().text();
-        qDebug() << "[queryByContent] fallback FAILED:" << text;
-        if (error)
-            *error = text;
-        return;
-    }
-    int added = 0;
-    while (search->results.size() < search->limit && query.next()) {
-        const QString path = query.value(0).toString();
-        if (search->deliveredPaths.contains(path))
-            continue;
-        QVariantMap result = resultOfRow(query);
+    const int before = m_results.size();
+    const int limit = m_limit - before + m_deliveredPaths.size();
+    const bool ok = query.run(
+        limit, [this](const QSqlQuery &row) { return addSubstringHit(row); }, error);
+    qDebug() << "[queryByContent] fallback rows:" << m_results.size() - before;
+    return ok;
+}
+
+bool ContentSearch::addSubstringHit(const QSqlQuery &query)
+{
+    if (!m_deliveredPaths.contains(query.value(0).toString())) {
         const QString content = query.value(5).toString();
-        QString snippet = makeSubstringSnippet(content, search->keyword);
+        QString snippet = makeSubstringSnippet(content, m_keyword);
         if (snippet.isEmpty())
-            snippet = makePrimarySnippet(content, search->keyword);
-        setSnippets(&result, *search, snippet, content);
-        search->deliveredPaths.insert(path);
-        search->results.append(result);
-        ++added;
+            snippet = makePrimarySnippet(content, m_keyword);
+        addResult(resultOfRow(query), snippet, content);
     }
-    qDebug() << "[queryByContent] fallback rows:" << added;
+    return m_results.size() < m_limit;
+}
+
+void ContentSearch::addResult(QVariantMap result, const QString &snippet, const QString &content)
+{
+    result.insert(QStringLiteral("snippet"), snippet);
+    if (!m_refineWords.isEmpty()) {
+        result.insert(QStringLiteral("refineSnippet"),
+                      makeSnippetAroundAny(content, m_refineWords));
+    }
+    m_deliveredPaths.insert(result.value(QStringLiteral("path")).toString());
+    m_results.append(result);
 }
 
 } // namespace
@@ -133,51 +170,48 @@ void runSubstringStage(const QSqlDatabase &database, ContentSearch *search, QStr
 QVariantList queryByName(const QSqlDatabase &database, const QString &keyword, int limit,
                          const QString &refine, QString *error)
 {
-    const QStringList refineKeywords = splitKeywords(refine);
-    QString sql = QStringLiteral("SELECT path,file_name,size,modified_ms,category FROM file_index "
-                                 "WHERE (file_name LIKE ? OR path LIKE ?)");
-    for (int i = 0; i < refineKeywords.size(); ++i)
-        sql += QStringLiteral(" AND (file_name LIKE ? OR path LIKE ?)");
-    sql += QStringLiteral(" ORDER BY modified_ms DESC LIMIT ?");
-
-    QSqlQuery query(database);
-    query.setForwardOnly(true);
-    query.prepare(sql);
-    bindTimes(&query, likePattern(keyword), 2);
-    for (const QString &word : refineKeywords)
-        bindTimes(&query, likePattern(word), 2);
-    query.addBindValue(limit);
-
+    RowFilter filter;
+    addWords(&filter, QStringList{keyword} + splitKeywords(refine),
+             {QStringLiteral("file_name"), QStringLiteral("path")});
     QVariantList results;
-    if (!query.exec()) {
-        const QString text = query.lastError().text();
+    QString text;
+    NewestFirstQuery query(database, fileColumns(), filter);
+    const bool ok = query.run(
+        limit,
+        [&results](const QSqlQuery &row) {
+            results.append(resultOfRow(row));
+            return true;
+        },
+        &text);
+    if (!ok) {
         qDebug() << "[queryByName] exec FAILED:" << text;
+        results.clear();
         if (error)
             *error = text;
-        return results;
     }
-    while (query.next())
-        results.append(resultOfRow(query));
     return results;
 }
 
 QVariantList queryByContent(const QSqlDatabase &database, const QString &keyword, int limit,
                             const QString &refine, QString *error)
 {
-    ContentSearch search;
-    search.keyword = keyword;
-    search.refineKeywords = splitKeywords(refine);
-    search.limit = limit;
-    qDebug() << "[queryByContent] keyword=" << keyword << "refine=" << search.refineKeywords;
-
+    const QStringList refineWords = splitKeywords(refine);
+    qDebug() << "[queryByContent] keyword=" << keyword << "refine=" << refineWords;
     const QString matchExpr = buildFtsMatchExpr(keyword);
     qDebug() << "[queryByContent] FTS matchExpr=" << matchExpr;
+
+    ContentSearch search(database, keyword, limit, refineWords);
     if (!matchExpr.isEmpty())
-        runFullTextStage(database, matchExpr, &search);
-    if (search.results.size() < limit)
-        runSubstringStage(database, &search, error);
-    qDebug() << "[queryByContent] total returned" << search.results.size() << "rows (FTS+fallback)";
-    return search.results;
+        search.runFullTextStage(matchExpr);
+    QString text;
+    if (search.results().size() < limit && !search.runSubstringStage(&text)) {
+        qDebug() << "[queryByContent] fallback FAILED:" << text;
+        if (error)
+            *error = text;
+    }
+    const QVariantList results = search.results();
+    qDebug() << "[queryByContent] total returned" << results.size() << "rows (FTS+fallback)";
+    return results;
 }
 
 } // namespace search
