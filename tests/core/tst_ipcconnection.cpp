@@ -1,0 +1,268 @@
+#include "core/ipclink.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using core::ipc::IpcClient;
+using ipclink::eventFrame;
+using ipclink::kMethod;
+using ipclink::Link;
+
+using Act = std::function<void(Link *)>;
+Q_DECLARE_METATYPE(Act)
+
+/// How connections of the client come and go, and the client itself.
+class TestIpcConnection : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void answersPendingRequestsOnceOnDisconnection_data();
+    void answersPendingRequestsOnceOnDisconnection();
+    void noticesADeadPeerWhenSending();
+    void reconnectsWhileStillClosing();
+    void survivesItsDeletion_data();
+    void survivesItsDeletion();
+    void dropsCallbacksWhenDeleted();
+    void ensureConnectedTellsTheOutcome();
+    void ensureConnectedGivesUpInTime();
+    void keepsHalfAFrameForTheNextConnection();
+};
+
+void TestIpcConnection::answersPendingRequestsOnceOnDisconnection_data()
+{
+    QTest::addColumn<Act>("cut");
+    QTest::newRow("service drops") << Act([](Link *link) { link->service.dropClients(); });
+    QTest::newRow("service ends") << Act([](Link *link) { link->service.stop(); });
+    QTest::newRow("client leaves")
+        << Act([](Link *link) { link->client->disconnectFromService(); });
+}
+
+void TestIpcConnection::answersPendingRequestsOnceOnDisconnection()
+{
+    QFETCH(Act, cut);
+
+    Link link;
+    QVERIFY(link.open());
+    QVector<int> order;
+    for (int i = 0; i < 8; ++i)
+        link.client->sendRequest(
+            kMethod, QJsonObject(),
+            [&, i](bool success, const QJsonObject &data, const QJsonObject &error) {
+                order.append(i);
+                link.answers.append({success, data, error});
+                link.send(); // Is answered at once.
+            });
+    QVERIFY(link.service.waitForRequest(kMethod, 8));
+    int answeredBefore = -1;
+    connect(link.client, &IpcClient::disconnected, link.client,
+            [&] { answeredBefore = order.size(); });
+
+    cut(&link);
+    QTRY_COMPARE(link.disconnections, 1);
+    QCOMPARE(answeredBefore, 8);
+    QMap<QString, int> byId;
+    for (int i = 0; i < 8; ++i)
+        byId.insert(link.service.requests().at(i).requestId, i);
+    QCOMPARE(order, byId.values().toVector());
+    QCOMPARE(link.answers.size(), 16);
+    for (int i = 0; i < 16; ++i) {
+        QCOMPARE(link.answers.at(i).success, false);
+        QCOMPARE(link.answers.at(i).code(), i % 2 == 0 ? -2 : -1);
+    }
+    QCOMPARE(link.answers.at(0).message(),
+             QStringLiteral("与服务 (%1) 的连接已断开").arg(link.service.name()));
+    QVERIFY(!link.client->isConnected());
+}
+
+void TestIpcConnection::noticesADeadPeerWhenSending()
+{
+    Link link;
+    QVERIFY(link.open());
+    link.service.dropClients(); // The client has not heard of it when it writes.
+    QVERIFY(link.client->isConnected());
+    link.send();
+    QTRY_COMPARE(link.disconnections, 1);
+    QCOMPARE(link.answers.size(), 1);
+    QCOMPARE(link.answers.at(0).code(), -2);
+}
+
+void TestIpcConnection::reconnectsWhileStillClosing()
+{
+    Link link;
+    QVERIFY(link.open());
+    link.service.goDeaf();
+    // Unsent bytes keep the socket closing for as long as the service does not read.
+    link.send(kMethod, {{QStringLiteral("t"), QString(4000000, QLatin1Char('x'))}});
+    link.service.writeRaw(QByteArrayLiteral("garbage!"));
+    QTRY_COMPARE(link.errors.size(), 1);
+    QCOMPARE(link.socket()->state(), QLocalSocket::ClosingState);
+    QVERIFY(!link.client->isConnected());
+
+    // The old connection ends inside the call, and a slot there is faster with the new one.
+    connect(link.client, &IpcClient::disconnected, link.client, &IpcClient::connectToService);
+    link.client->connectToService();
+    QVERIFY(link.client->isConnected());
+    QCOMPARE(link.disconnections, 1);
+    QCOMPARE(link.answers.size(), 1);
+    QCOMPARE(link.answers.at(0).code(), -2);
+    QTRY_COMPARE(link.service.clientCount(), 2); // The deaf one has not noticed.
+    link.service.writeRaw(eventFrame(2));
+    QTRY_COMPARE(link.events, QVector<int>{2});
+    QCOMPARE(link.errors.size(), 1);
+}
+
+void TestIpcConnection::survivesItsDeletion_data()
+{
+    // Each arms one place to delete the client in, and makes it happen.
+    const auto remove = [](Link *link) {
+        return [link] {
+            delete link->client.data();
+        };
+    };
+    const auto removeInAnswer = [](Link *link) {
+        return [link](bool, const QJsonObject &, const QJsonObject &) {
+            QVERIFY(link->client); // Nobody is called after the deletion.
+            delete link->client.data();
+        };
+    };
+    QTest::addColumn<bool>("opened");
+    QTest::addColumn<int>("disconnections");
+    QTest::addColumn<Act>("act");
+    QTest::newRow("in connected()") << false << 0 << Act([=](Link *link) {
+        QVERIFY(link->service.start());
+        connect(link->client, &IpcClient::connected, link->client, remove(link));
+        QVERIFY(!link->client->ensureConnected(500));
+    });
+    QTest::newRow("in connectionError()") << false << 0 << Act([=](Link *link) {
+        connect(link->client, &IpcClient::connectionError, link->client, remove(link));
+        QVERIFY(!link->client->ensureConnected(500));
+    });
+    QTest::newRow("in an answer without connection") << false << 0 << Act([=](Link *link) {
+        link->client->sendRequest(kMethod, QJsonObject(), removeInAnswer(link));
+    });
+    QTest::newRow("in an event") << true << 0 << Act([=](Link *link) {
+        connect(link->client, &IpcClient::eventReceived, link->client, remove(link));
+        link->service.writeRaw(eventFrame(1) + eventFrame(2));
+    });
+    QTest::newRow("in an answer") << true << 0 << Act([=](Link *link) {
+        link->client->sendRequest(QStringLiteral("unknown"), QJsonObject(), removeInAnswer(link));
+    });
+    QTest::newRow("in the error of a lost stream") << true << 0 << Act([=](Link *link) {
+        connect(link->client, &IpcClient::connectionError, link->client, remove(link));
+        link->service.writeRaw(QByteArrayLiteral("garbage!"));
+    });
+    QTest::newRow("in disconnected()") << true << 1 << Act([=](Link *link) {
+        connect(link->client, &IpcClient::disconnected, link->client, remove(link));
+        link->service.dropClients();
+    });
+    QTest::newRow("in the answer to a lost request") << true << 0 << Act([=](Link *link) {
+        for (int i = 0; i < 2; ++i)
+            link->client->sendRequest(kMethod, QJsonObject(), removeInAnswer(link));
+        link->client->disconnectFromService();
+    });
+    QTest::newRow("in the answer to a failed write") << true << 0 << Act([=](Link *link) {
+        link->service.dropClients();
+        link->client->sendRequest(kMethod, QJsonObject(), removeInAnswer(link));
+    });
+}
+
+void TestIpcConnection::survivesItsDeletion()
+{
+    QFETCH(bool, opened);
+    QFETCH(int, disconnections);
+    QFETCH(Act, act);
+
+    Link link;
+    QVERIFY(!opened || link.open());
+    act(&link);
+    QTRY_VERIFY(link.client.isNull());
+    QTRY_COMPARE(link.service.clientCount(), 0); // The service sees the end.
+    QVERIFY(link.events.size() <= 1);
+    QCOMPARE(link.disconnections, disconnections);
+}
+
+void TestIpcConnection::dropsCallbacksWhenDeleted()
+{
+    Link link;
+    QVERIFY(link.open());
+    const auto calls = std::make_shared<int>(0);
+    link.client->sendRequest(kMethod, QJsonObject(),
+                             [calls](bool, const QJsonObject &, const QJsonObject &) { ++*calls; });
+    QVERIFY(link.service.waitForRequest(kMethod));
+    QCOMPARE(calls.use_count(), 2L);
+    delete link.client;
+    QCOMPARE(calls.use_count(), 1L);
+    QTRY_COMPARE(link.service.clientCount(), 0);
+    QVERIFY(link.service.release(kMethod, services::Reply::ok())); // To nobody.
+    QCOMPARE(*calls, 0);
+}
+
+void TestIpcConnection::ensureConnectedTellsTheOutcome()
+{
+    Link link;
+    QVERIFY(!link.client->ensureConnected(1500));
+    QCOMPARE(link.errors.size(), 1);
+    QVERIFY(!link.errors.at(0).isEmpty());
+    QVERIFY(link.service.start());
+    QSignalSpy connected(link.client, &IpcClient::connected);
+    QVERIFY(link.client->ensureConnected(1500));
+    QVERIFY(link.client->ensureConnected(0));
+    QCOMPARE(connected.size(), 1);
+    QTRY_COMPARE(link.service.clientCount(), 1);
+}
+
+void TestIpcConnection::ensureConnectedGivesUpInTime()
+{
+    // A server that accepts nobody, with its queue filled.
+    QTemporaryDir dir;
+    const QByteArray path = QFile::encodeName(dir.filePath(QStringLiteral("busy")));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+    const auto *raw = reinterpret_cast<const sockaddr *>(&address);
+    const int server = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    QCOMPARE(::bind(server, raw, sizeof address), 0);
+    QCOMPARE(::listen(server, 0), 0);
+    QVector<int> others;
+    do {
+        others.append(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    } while (::connect(others.constLast(), raw, sizeof address) == 0);
+
+    IpcClient client(QFile::decodeName(path));
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!client.ensureConnected(300));
+    QVERIFY(timer.elapsed() >= 250);
+    QVERIFY(timer.elapsed() < 3000);
+    client.connectToService(); // Is connecting still.
+
+    others.append(::accept(server, nullptr, nullptr)); // A place gets free.
+    QVERIFY(client.ensureConnected(3000));
+    for (const int descriptor : qAsConst(others))
+        ::close(descriptor);
+    ::close(server);
+}
+
+void TestIpcConnection::keepsHalfAFrameForTheNextConnection()
+{
+    Link link;
+    QVERIFY(link.open());
+    const QByteArray frame = eventFrame(5);
+    QSignalSpy arrival(link.socket(), &QLocalSocket::readyRead);
+    link.service.writeRaw(frame.left(11));
+    QVERIFY(arrival.wait());
+    link.service.dropClients();
+    QTRY_COMPARE(link.disconnections, 1);
+    QVERIFY(link.open());
+    link.service.writeRaw(frame.mid(11) + eventFrame(6));
+    QTRY_COMPARE(link.events, (QVector<int>{5, 6}));
+}
+
+QTEST_GUILESS_MAIN(TestIpcConnection)
+#include "tst_ipcconnection.moc"
