@@ -1,4 +1,5 @@
 #include "search/extract/oletext.h"
+#include "support/samplecontainers.h"
 
 #include <QTemporaryFile>
 #include <QTest>
@@ -8,12 +9,7 @@ namespace {
 /// UTF-16, little-endian, with `shift` bytes in front.
 QByteArray units(const QString &text, int shift = 0)
 {
-    QByteArray bytes(shift, '\0');
-    for (const QChar c : text) {
-        bytes.append(static_cast<char>(c.unicode() & 0xFF));
-        bytes.append(static_cast<char>(c.unicode() >> 8));
-    }
-    return bytes;
+    return QByteArray(shift, '\0') + samples::utf16(text);
 }
 
 QString zeros(int count)

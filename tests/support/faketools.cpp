@@ -8,7 +8,8 @@ bool FakeTools::add(const QString &tool, const QByteArray &script, QString *erro
     QFile file(QDir(dir()).filePath(tool));
     // One write a call, so that calls at the same time do not mix. A call ends with an empty
     // record.
-    const QByteArray notes = "#!/bin/sh\nprintf '%s\\0' \"$@\" '' >>\"$0.calls\"\n";
+    const QByteArray notes =
+        "#!/bin/sh\nprintf '%s\\0' \"${0##*/}\" \"$@\" '' >>\"${0%/*}/calls\"\n";
     const auto mode = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
     if (file.open(QIODevice::WriteOnly) && file.write(notes + script + '\n') > 0 && file.flush() &&
         file.setPermissions(mode))
@@ -24,9 +25,9 @@ QByteArray FakeTools::prependToPath() const
     return path;
 }
 
-QList<QStringList> FakeTools::calls(const QString &tool) const
+QList<QStringList> FakeTools::calls() const
 {
-    QFile file(QDir(dir()).filePath(tool + QStringLiteral(".calls")));
+    QFile file(QDir(dir()).filePath(QStringLiteral("calls")));
     QList<QStringList> calls;
     if (!file.open(QIODevice::ReadOnly))
         return calls;

@@ -6,8 +6,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-/// A folder of small shell scripts that stand in for external programs. Every script notes the
-/// arguments of each call before it does anything else.
+/// A folder of small shell scripts that stand in for external programs. Every script notes its
+/// name and the arguments of each call before it does anything else.
 class FakeTools
 {
 public:
@@ -19,8 +19,8 @@ public:
     /// Puts the folder in front of PATH, for what looks its tools up there. Returns the old PATH.
     QByteArray prependToPath() const;
 
-    /// The arguments of each call so far, in the order of the calls.
-    QList<QStringList> calls(const QString &tool) const;
+    /// The calls so far in their order, each as the tool's name and its arguments.
+    QList<QStringList> calls() const;
 
     /// A script that prints these bytes, whatever they are, and ends with this exit code.
     static QByteArray prints(const QByteArray &bytes, int exitCode = 0);

@@ -42,14 +42,6 @@ QByteArray deflated(const QByteArray &data)
     return zlib.mid(6, zlib.size() - 10);
 }
 
-QByteArray utf16(const QString &text)
-{
-    QByteArray bytes;
-    for (const QChar c : text)
-        put16(&bytes, c.unicode());
-    return bytes;
-}
-
 constexpr int sectorBytes = 512;
 constexpr int idsPerSector = sectorBytes / 4;
 constexpr quint32 freeSector = 0xFFFFFFFF;
@@ -130,6 +122,14 @@ QByteArray pdfUnicodeMap(const QString &text)
 }
 
 } // namespace
+
+QByteArray utf16(const QString &text)
+{
+    QByteArray bytes;
+    for (const QChar c : text)
+        put16(&bytes, c.unicode());
+    return bytes;
+}
 
 QByteArray zipArchive(const ZipEntries &entries, ZipMethod method)
 {

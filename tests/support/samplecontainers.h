@@ -14,6 +14,9 @@ enum class ZipMethod { Store, Deflate };
 /// A zip archive with UTF-8 names, entries in the given order.
 QByteArray zipArchive(const ZipEntries &entries, ZipMethod method = ZipMethod::Store);
 
+/// A text as UTF-16, little-endian, without a mark.
+QByteArray utf16(const QString &text);
+
 /// An OLE compound file with one stream. Streams are filled up with zeros to 4096 bytes, from where
 /// on they live in ordinary sectors.
 QByteArray oleFile(const QString &streamName, const QByteArray &stream);

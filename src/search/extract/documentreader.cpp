@@ -185,10 +185,12 @@ DocumentReader::DocumentReader(ToolRunner &tools, const QString &path,
 
 QString DocumentReader::read(int maxBytes)
 {
-    // Pipes and devices would block, and a vanished file needs no tool to be found missing.
-    if (isCancelled(m_cancel) || !QFileInfo(m_path).isFile())
+    // Pipes and devices would block, a vanished file needs no tool to be found missing, and from an
+    // empty one catdoc prints whatever its buffer held.
+    const QFileInfo info(m_path);
+    if (isCancelled(m_cancel) || !info.isFile() || info.size() == 0)
         return QString();
-    const QString suffix = QFileInfo(m_path).suffix().toLower();
+    const QString suffix = info.suffix().toLower();
     QString text;
     if (toolChains().contains(suffix)) {
         for (const ToolCall &call : toolChains().value(suffix)) {

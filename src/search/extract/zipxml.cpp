@@ -4,6 +4,7 @@
 #include "search/extract/toolrunner.h"
 
 #include <QXmlStreamReader>
+#include <QtGlobal>
 
 namespace search {
 
@@ -12,6 +13,10 @@ namespace {
 /// From this many entries on, a listing that shows which of them exist is cheaper than asking for
 /// each with a process of its own.
 constexpr int listingPays = 3;
+
+/// Before 5.15 the XML reader expands entities without a limit, and a few lines of them make
+/// gigabytes. No office program declares any.
+constexpr bool entitiesSwell = QT_VERSION < QT_VERSION_CHECK(5, 15, 0);
 
 /// Exit code of unzip for a file that is no zip archive at all, whatever entry is asked for.
 constexpr int unzipNoArchive = 9;
@@ -54,6 +59,8 @@ QString textOfXml(const QString &xml)
     QXmlStreamReader reader(xml);
     while (!reader.atEnd()) {
         reader.readNext();
+        if (entitiesSwell && reader.isDTD() && reader.text().contains(QLatin1String("<!ENTITY")))
+            break;
         if (reader.isCharacters() && !reader.isWhitespace())
             text.append(reader.text());
     }
