@@ -1,0 +1,553 @@
+#include "search/extract/documentreader.h"
+#include "search/extract/toolrunner.h"
+#include "support/faketools.h"
+#include "support/samplecontainers.h"
+
+#include <QElapsedTimer>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextCodec>
+#include <QThreadPool>
+#include <QtConcurrent>
+
+#include <atomic>
+#include <memory>
+
+using search::DocumentReader;
+using search::RunLimits;
+using search::ToolLimits;
+using search::ToolRunner;
+
+using Scripts = QVector<QPair<QString, QByteArray>>;
+Q_DECLARE_METATYPE(Scripts)
+
+namespace {
+
+constexpr int runMs = 400;
+
+/// The real caps with times that a test can wait for.
+ToolLimits shortLimits()
+{
+    ToolLimits limits;
+    limits.document.runMs = runMs;
+    limits.unzip.runMs = runMs;
+    return limits;
+}
+
+/// The real caps with times that a busy machine does not run into.
+ToolLimits longLimits()
+{
+    ToolLimits limits;
+    limits.document.runMs = 60000;
+    limits.unzip.runMs = 60000;
+    return limits;
+}
+
+/// State letter of a process in /proc, 0 if it is gone.
+char processState(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray line = stat.readAll();
+    return line.at(line.lastIndexOf(')') + 2);
+}
+
+/// Children of this process, zombies among them.
+int childCount()
+{
+    int count = 0;
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile children(tasks.filePath(task + QStringLiteral("/children")));
+        if (children.open(QIODevice::ReadOnly))
+            count += children.readAll().count(' '); // one behind each
+    }
+    return count;
+}
+
+/// What the message handler of a test has caught.
+QStringList &logLines()
+{
+    static QStringList lines;
+    return lines;
+}
+
+} // namespace
+
+/// How tools are found and run, with shell scripts in their place.
+class TestExtractionTools : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void runs_data();
+    void runs();
+    void outputAtTheCap_data();
+    void outputAtTheCap();
+    void localeEncodings_data();
+    void localeEncodings();
+    void chains_data();
+    void chains();
+    void slidesCostOneListing();
+    void hangingToolsDie_data();
+    void hangingToolsDie();
+    void cancelStopsTheChain();
+    void toolFolderComesFirst();
+    void libraryFolder();
+    void missingToolsAreRemembered();
+    void logsWhatWasTried();
+    void threadsShareOneRunner();
+
+private:
+    void addTool(const QString &tool, const QByteArray &script);
+    QString write(const QString &name, const QByteArray &data = "content");
+    ToolRunner runner(const ToolLimits &limits = longLimits()) const;
+    QString transcript(const QString &path) const;
+    QList<qint64> notedPids() const;
+
+    std::unique_ptr<FakeTools> m_tools;
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void TestExtractionTools::init()
+{
+    m_tools = std::make_unique<FakeTools>();
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    // Every tool is a fake one, so that no case depends on what is installed.
+    for (const char *tool :
+         {"pdftotext", "catdoc", "antiword", "xls2csv", "catppt", "unrtf", "unzip"})
+        addTool(QString::fromLatin1(tool), "exit 1");
+}
+
+void TestExtractionTools::addTool(const QString &tool, const QByteArray &script)
+{
+    QString error;
+    if (!m_tools->add(tool, script, &error))
+        qFatal("%s", qPrintable(error));
+}
+
+QString TestExtractionTools::write(const QString &name, const QByteArray &data)
+{
+    QFile file(m_dir->filePath(name));
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size())
+        qFatal("%s", qPrintable(file.errorString()));
+    return file.fileName();
+}
+
+ToolRunner TestExtractionTools::runner(const ToolLimits &limits) const
+{
+    return ToolRunner(m_tools->dir(), QString(), limits);
+}
+
+/// The calls so far, one a line, with PATH in place of the path.
+QString TestExtractionTools::transcript(const QString &path) const
+{
+    QStringList lines;
+    for (const QStringList &call : m_tools->calls())
+        lines += call.join(QLatin1Char(' ')).replace(path, QStringLiteral("PATH"));
+    return lines.join(QLatin1Char('\n'));
+}
+
+/// Process ids that a script has written, one a line.
+QList<qint64> TestExtractionTools::notedPids() const
+{
+    QList<qint64> pids;
+    QFile file(QDir(m_tools->dir()).filePath(QStringLiteral("pids")));
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : file.readAll().split('\n')) {
+            if (!line.isEmpty())
+                pids.append(line.toLongLong());
+        }
+    }
+    return pids;
+}
+
+void TestExtractionTools::runs_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QString>("expected");
+
+    const QByteArray prints = FakeTools::prints("text", 0);
+    const auto row = [](const char *name, const QByteArray &script, const QString &expected) {
+        QTest::newRow(name) << script << expected;
+    };
+    const QString text = QStringLiteral("text");
+    row("success", prints, text);
+    row("nothing printed", "exit 0", QString());
+    row("text and exit 1", FakeTools::prints("text", 1), QString());
+    row("text and exit 255", FakeTools::prints("text", 255), QString());
+    row("text and a crash", "printf text\nkill -SEGV $$", QString());
+    row("text, killed", "printf text\nkill -KILL $$", QString());
+    row("garbage", FakeTools::prints("\x01\xFF\xFE%s\\n%%"),
+        QStringLiteral("\x01\uFFFD\uFFFD%s\\n%%"));
+    row("zero bytes", FakeTools::prints(QByteArray("a\0b", 3)), QStringLiteral("a\0b"));
+    row("errors do not count", "printf error >&2\nprintf text", text);
+    row("a flood of errors",
+        "i=0; while [ $i -lt 2000 ]; do printf '%01000d' 0 >&2; i=$((i+1)); done\nprintf text",
+        text);
+    row("asks for input", "cat\nread line || printf text", text);
+    row("cannot ask on our terminal: it leads a session",
+        "read -r pid name state parent group session rest </proc/$$/stat\n"
+        "[ \"$session\" = $$ ] && printf text",
+        text);
+    row("output closed early, success", "printf text\nexec >&-\nsleep 0.2", text);
+    row("output closed early, failure", "printf text\nexec >&-\nsleep 0.2\nexit 3", QString());
+    row("in pieces", "printf te\nsleep 0.15\nprintf xt", text);
+    row("cannot be started", "", QString());
+}
+
+void TestExtractionTools::runs()
+{
+    QFETCH(QByteArray, script);
+    addTool(QStringLiteral("catppt"), script);
+    if (script.isEmpty()) {
+        QFile broken(QDir(m_tools->dir()).filePath(QStringLiteral("catppt")));
+        QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("#!/nonexistent\n") > 0);
+    }
+    ToolRunner tools = runner();
+    QTEST(DocumentReader(tools, write(QStringLiteral("a.ppt")), nullptr).read(1), "expected");
+    QCOMPARE(childCount(), 0);
+}
+
+void TestExtractionTools::outputAtTheCap_data()
+{
+    QTest::addColumn<int>("prefix");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<int>("characters");
+
+    // ASCII in front of Chinese characters of three bytes each, 30,000 bytes in all.
+    QTest::newRow("cut at a character") << 1 << 0 << 1 + 5461;
+    QTest::newRow("cut after one byte") << 0 << 0 << 5461;
+    QTest::newRow("cut after two bytes") << 2 << 0 << 2 + 5460;
+    QTest::newRow("a failure after the cap") << 1 << 1 << 0;
+}
+
+void TestExtractionTools::outputAtTheCap()
+{
+    QFETCH(int, prefix);
+    QFETCH(int, exitCode);
+    QFETCH(int, characters);
+    const QByteArray text = QByteArray(prefix, 'a') + QString(10000, QChar(0x4E2D)).toUtf8();
+    addTool(QStringLiteral("catppt"), "cat '" +
+                                          QFile::encodeName(write(QStringLiteral("output"), text)) +
+                                          "'\nexit " + QByteArray::number(exitCode));
+    // Half a character at the end would make this encoding seem right for the whole text.
+    QTextCodec *const locale = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+    ToolRunner tools = runner();
+    const QString found = DocumentReader(tools, write(QStringLiteral("a.ppt")), nullptr).read(1);
+    QTextCodec::setCodecForLocale(locale);
+    QCOMPARE(found, QString::fromUtf8(text).left(characters));
+}
+
+void TestExtractionTools::localeEncodings_data()
+{
+    QTest::addColumn<QByteArray>("locale");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("Latin-1") << QByteArray("ISO-8859-1") << QByteArray("caf\xE9")
+                             << QStringLiteral("café");
+    QTest::newRow("GB18030") << QByteArray("GB18030") << QByteArray("\xD6\xD0\xCE\xC4 a")
+                             << QStringLiteral("中文 a");
+    QTest::newRow("valid UTF-8 in a GB18030 locale")
+        << QByteArray("GB18030") << QByteArray("中文") << QStringLiteral("中文");
+    QTest::newRow("invalid in both")
+        << QByteArray("UTF-8") << QByteArray("caf\xE9") << QStringLiteral("caf\uFFFD");
+}
+
+void TestExtractionTools::localeEncodings()
+{
+    QFETCH(QByteArray, locale);
+    QFETCH(QByteArray, bytes);
+    QTextCodec *const earlier = QTextCodec::codecForLocale();
+    QTextCodec *const codec = QTextCodec::codecForName(locale);
+    QVERIFY(codec);
+    QTextCodec::setCodecForLocale(codec);
+    const QString text = search::decodeToolText(bytes, false);
+    QTextCodec::setCodecForLocale(earlier);
+    QTEST(text, "expected");
+}
+
+void TestExtractionTools::chains_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<Scripts>("scripts");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QString>("calls"); ///< "tool argument …" a line; PATH is the document
+
+    const auto row = [](const char *name, const char *file, const Scripts &scripts,
+                        const char *expected, const char *calls) {
+        QTest::newRow(name) << QString::fromLatin1(file) << scripts << QString::fromUtf8(expected)
+                            << QString::fromLatin1(calls);
+    };
+    const auto prints = [](const char *tool, const char *text) {
+        return qMakePair(QString::fromLatin1(tool), FakeTools::prints(text));
+    };
+    row("pdf", "a.pdf", {prints("pdftotext", "x")}, "x", "pdftotext -layout -enc UTF-8 PATH -");
+    row("suffix in capitals", "a.PDF", {prints("pdftotext", "x")}, "x",
+        "pdftotext -layout -enc UTF-8 PATH -");
+    row("doc, any text counts", "a.doc", {prints("catdoc", "\n"), prints("antiword", "no")}, "\n",
+        "catdoc -w PATH");
+    row("doc, second tool", "a.doc", {prints("catdoc", ""), prints("antiword", "x")}, "x",
+        "catdoc -w PATH\nantiword -t utf-8 PATH");
+    row("doc, both fail", "a.doc", {}, "", "catdoc -w PATH\nantiword -t utf-8 PATH");
+    row("xls", "a.xls", {prints("xls2csv", "1,2")}, "1,2", "xls2csv PATH");
+    row("ppt", "a.ppt", {prints("catppt", "x")}, "x", "catppt PATH");
+    row("rtf header", "a.rtf",
+        {prints("unrtf", "### a\n---------\n###b\n-----------\nx\n----------\ny")},
+        "x\n----------\ny", "unrtf --text PATH");
+    row("rtf, header alone", "a.rtf", {prints("unrtf", "###\n----------\n")}, "",
+        "unrtf --text PATH");
+    row("rtf without a header", "a.rtf", {prints("unrtf", "x\n---------\n")}, "x\n---------\n",
+        "unrtf --text PATH");
+    row("wps, good text", "ole.wps", {prints("catdoc", "中文字了")}, "中文字了", "catdoc -w PATH");
+    row("wps, poor text", "ole.wps", {prints("catdoc", "中文字"), prints("antiword", "abcdefg")},
+        "abcdefg", "catdoc -w PATH\nantiword -t utf-8 PATH");
+    row("wps, raw text", "ole.wps", {prints("catdoc", "abc"), prints("antiword", "abcdef")},
+        "中国人上", "catdoc -w PATH\nantiword -t utf-8 PATH");
+    row("et, good text", "ole.et", {prints("xls2csv", "abcdefg")}, "abcdefg", "xls2csv PATH");
+    row("et, numbers alone", "ole.et", {prints("xls2csv", "1234567")}, "中国人上", "xls2csv PATH");
+    row("dps, good text", "ole.dps", {prints("catppt", "abcdefghijklmnop")}, "abcdefghijklmnop",
+        "catppt PATH");
+    row("dps, poor text", "ole.dps", {prints("catppt", "abcdefghijklmno")}, "中国人上",
+        "catppt PATH");
+    row("wps, empty OLE", "hollow.wps", {}, "",
+        "catdoc -w PATH\nantiword -t utf-8 PATH\nunzip -p PATH word/document.xml\n"
+        "unzip -p PATH content.xml\nunzip -l PATH");
+    row("wps, a zip", "zip.wps", {prints("unzip", "<a>x</a>")}, "x\nx\n",
+        "unzip -p PATH word/document.xml\nunzip -p PATH content.xml");
+    row("zip fails", "a.docx", {}, "", "unzip -p PATH word/document.xml");
+}
+
+void TestExtractionTools::chains()
+{
+    QFETCH(QString, name);
+    QFETCH(Scripts, scripts);
+    QFETCH(QString, calls);
+    for (const auto &script : scripts)
+        addTool(script.first, script.second);
+    QByteArray data = "content";
+    if (name.startsWith(QLatin1String("ole")))
+        data = QByteArray::fromHex("D0CF11E0A1B11AE1") + samples::utf16(QStringLiteral("中国人上"));
+    else if (name.startsWith(QLatin1String("hollow")))
+        data = QByteArray::fromHex("D0CF11E0A1B11AE1");
+    const QString path = write(name, data);
+
+    ToolRunner tools = runner();
+    QTEST(DocumentReader(tools, path, nullptr).read(100), "expected");
+    QCOMPARE(transcript(path), calls);
+}
+
+void TestExtractionTools::slidesCostOneListing()
+{
+    const QString unzip = QStandardPaths::findExecutable(QStringLiteral("unzip"));
+    QVERIFY(!unzip.isEmpty());
+    const QByteArray real = "exec '" + QFile::encodeName(unzip) + "' \"$@\"";
+    samples::ZipEntries entries;
+    for (const int slide : {1, 2, 77})
+        entries.append({QStringLiteral("ppt/slides/slide%1.xml").arg(slide),
+                        "<a>" + QByteArray::number(slide) + "</a>"});
+    const QString slides = write(QStringLiteral("a.pptx"), samples::zipArchive(entries));
+    const QString noZip = write(QStringLiteral("no zip.pptx"));
+    const QString text = QStringLiteral("1\n2\n77\n");
+
+    const auto reads = [this](const QString &path, const ToolLimits &limits, int expectedCalls) {
+        const int before = m_tools->calls().size();
+        ToolRunner tools = runner(limits);
+        const QString found = DocumentReader(tools, path, nullptr).read(1);
+        const int calls = m_tools->calls().size() - before;
+        return calls == expectedCalls ? found : QStringLiteral("%1 calls").arg(calls);
+    };
+    addTool(QStringLiteral("unzip"), real);
+    QCOMPARE(reads(slides, longLimits(), 1 + 3), text);
+    QCOMPARE(reads(noZip, longLimits(), 1), QString());
+    // Where the listing is of no use each slide is asked for, with the same result.
+    addTool(QStringLiteral("unzip"), "[ \"$1\" = -l ] && exit 3\n" + real);
+    QCOMPARE(reads(slides, longLimits(), 1 + 200), text);
+    ToolLimits tight = longLimits();
+    tight.unzip.maxBytes = 100;
+    addTool(QStringLiteral("unzip"), real);
+    QCOMPARE(reads(slides, tight, 1 + 200), text);
+}
+
+void TestExtractionTools::hangingToolsDie_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::newRow("sleeps") << QByteArray("exec sleep 300");
+    QTest::newRow("prints, then sleeps") << QByteArray("printf text\nexec sleep 300");
+    QTest::newRow("ignores requests")
+        << QByteArray("trap '' TERM INT HUP\nwhile :; do sleep 1; done");
+    QTest::newRow("closes its output") << QByteArray("exec >&-\nexec sleep 300");
+    QTest::newRow("has children") << QByteArray(
+        "sleep 300 & echo $! >>\"${0%/*}/pids\"\nsleep 300 | cat");
+    QTest::newRow("prints without end") << QByteArray("exec yes");
+    QTest::newRow("is busy") << QByteArray("while :; do :; done");
+}
+
+void TestExtractionTools::hangingToolsDie()
+{
+    QFETCH(QByteArray, script);
+    addTool(QStringLiteral("catppt"), "echo $$ >>\"${0%/*}/pids\"\n" + script);
+    ToolRunner tools = runner(shortLimits());
+    const QString path = write(QStringLiteral("a.ppt"));
+    QElapsedTimer clock;
+    clock.start();
+    QCOMPARE(DocumentReader(tools, path, nullptr).read(1), QString());
+    const qint64 took = clock.elapsed();
+    QVERIFY2(took >= runMs && took < runMs + 1500, qPrintable(QString::number(took)));
+    // Our child is gone for good; its children have another parent now, which may be slow to bury
+    // them, or never do.
+    QCOMPARE(childCount(), 0);
+    QVERIFY(!notedPids().isEmpty());
+    QCOMPARE(processState(notedPids().first()), '\0');
+    for (const qint64 pid : notedPids())
+        QTRY_VERIFY(QByteArray("Z\0", 2).contains(processState(pid)));
+}
+
+void TestExtractionTools::cancelStopsTheChain()
+{
+    addTool(QStringLiteral("catdoc"), "exec sleep 300");
+    ToolRunner tools = runner();
+    const QString path = write(QStringLiteral("a.doc"));
+    std::atomic_bool cancel{false};
+    QElapsedTimer sinceCancel;
+    QFuture<void> canceller = QtConcurrent::run([&] {
+        QThread::msleep(200); // longer than a start takes, so that the tool is at work
+        sinceCancel.start();
+        cancel = true;
+    });
+    const QString text = DocumentReader(tools, path, &cancel).read(1);
+    const qint64 took = sinceCancel.elapsed();
+    canceller.waitForFinished();
+    QCOMPARE(text, QString());
+    QVERIFY2(took < 200, qPrintable(QString::number(took)));
+    QCOMPARE(transcript(path), QStringLiteral("catdoc -w PATH"));
+    QCOMPARE(childCount(), 0);
+
+    for (const char *name : {"b.doc", "b.txt", "b.pptx", "b.wps", "b.rtf", "b.ofd"})
+        QCOMPARE(DocumentReader(tools, write(QString::fromLatin1(name)), &cancel).read(100),
+                 QString());
+    QCOMPARE(m_tools->calls().size(), 1);
+}
+
+void TestExtractionTools::toolFolderComesFirst()
+{
+    QString error;
+    FakeTools onPath;
+    for (const char *tool : {"catppt", "unrtf", "other"})
+        QVERIFY2(onPath.add(QString::fromLatin1(tool), "exit 0", &error), qPrintable(error));
+    QFile plain(QDir(m_tools->dir()).filePath(QStringLiteral("unrtf")));
+    QVERIFY(plain.setPermissions(QFile::ReadOwner));
+
+    const QByteArray earlier = onPath.prependToPath();
+    ToolRunner tools(m_tools->dir() + QStringLiteral("/../") +
+                         QFileInfo(m_tools->dir()).fileName() + QStringLiteral("//"),
+                     QString());
+    const QStringList found{tools.resolveToolExecutable(QStringLiteral("catppt")),
+                            tools.resolveToolExecutable(QStringLiteral("unrtf")),
+                            tools.resolveToolExecutable(QStringLiteral("other"))};
+    qputenv("PATH", earlier);
+    QCOMPARE(found, (QStringList{m_tools->dir() + QStringLiteral("/catppt"),
+                                 onPath.dir() + QStringLiteral("/unrtf"),
+                                 onPath.dir() + QStringLiteral("/other")}));
+}
+
+void TestExtractionTools::libraryFolder()
+{
+    addTool(QStringLiteral("catppt"), "printf '%s' \"${LD_LIBRARY_PATH-unset}\"");
+    const QString path = write(QStringLiteral("a.ppt"));
+    const QString libraries = m_dir->filePath(QStringLiteral("lib/tools"));
+    const auto seenByTool = [&] {
+        ToolRunner tools(m_tools->dir(), m_dir->path() + QStringLiteral("/bin/../lib/tools"));
+        return DocumentReader(tools, path, nullptr).read(1);
+    };
+    const QByteArray earlier = qgetenv("LD_LIBRARY_PATH");
+    qunsetenv("LD_LIBRARY_PATH");
+    QCOMPARE(seenByTool(), QStringLiteral("unset"));
+    QVERIFY(QDir().mkpath(libraries));
+    QCOMPARE(seenByTool(), libraries);
+    qputenv("LD_LIBRARY_PATH", "/old:/older");
+    QCOMPARE(seenByTool(), libraries + QStringLiteral(":/old:/older"));
+    if (earlier.isEmpty())
+        qunsetenv("LD_LIBRARY_PATH");
+    else
+        qputenv("LD_LIBRARY_PATH", earlier);
+}
+
+void TestExtractionTools::missingToolsAreRemembered()
+{
+    FakeTools tools;
+    const QByteArray earlier = qgetenv("PATH");
+    qputenv("PATH", QFile::encodeName(m_dir->path()));
+    ToolRunner before(tools.dir(), QString());
+    QStringList texts;
+    for (const char *suffix : {"pdf", "doc", "xls", "ppt", "rtf", "docx", "xlsx", "pptx", "odt",
+                               "ods", "odp", "odg", "ofd", "epub", "wps", "et", "dps"})
+        texts +=
+            DocumentReader(before, write(QStringLiteral("a.") + QLatin1String(suffix)), nullptr)
+                .read(1);
+    QString error;
+    const bool added = tools.add(QStringLiteral("catppt"), FakeTools::prints("text"), &error);
+    const QString path = write(QStringLiteral("a.ppt"));
+    texts += DocumentReader(before, path, nullptr).read(1);
+    ToolRunner after(tools.dir(), QString());
+    const QString found = DocumentReader(after, path, nullptr).read(1);
+    qputenv("PATH", earlier);
+
+    QVERIFY2(added, qPrintable(error));
+    QCOMPARE(texts.join(QString()), QString());
+    QCOMPARE(before.resolveToolExecutable(QStringLiteral("catppt")), QString());
+    QCOMPARE(found, QStringLiteral("text"));
+}
+
+void TestExtractionTools::logsWhatWasTried()
+{
+    addTool(QStringLiteral("catdoc"), FakeTools::prints("中"));
+    const QString path =
+        write(QStringLiteral("公文 %1\n2.wps"), QByteArray::fromHex("D0CF11E0A1B11AE1"));
+    ToolRunner tools = runner();
+    logLines().clear();
+    const QtMessageHandler earlier = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &line) { logLines() += line; });
+    DocumentReader(tools, path, nullptr).read(1);
+    DocumentReader(tools, write(QStringLiteral("a.doc")), nullptr).read(1);
+    qInstallMessageHandler(earlier);
+    const QString start = QStringLiteral("[ContentExtractor] extract wps 公文 %1?2.wps ");
+    QCOMPARE(logLines(), (QStringList{start + QStringLiteral("ole=true"),
+                                      start + QStringLiteral("tool=catdoc chars=1"),
+                                      start + QStringLiteral("tool=antiword chars=0"),
+                                      start + QStringLiteral("tool=ole-utf16-fallback chars=0")}));
+}
+
+void TestExtractionTools::threadsShareOneRunner()
+{
+    // Each tool prints its own path's last part and takes some time, so that calls overlap.
+    for (const char *tool : {"catdoc", "xls2csv", "catppt", "unrtf"})
+        addTool(QString::fromLatin1(tool),
+                "sleep 0.02\nfor last; do :; done\nprintf '%s' \"${last##*/}\"");
+    ToolRunner tools = runner();
+    QThreadPool pool;
+    pool.setMaxThreadCount(6);
+    QList<QPair<QString, QFuture<QString>>> runs;
+    for (int i = 0; i < 60; ++i) {
+        const QString name = QStringLiteral("%1.%2").arg(i).arg(
+            QStringList{QStringLiteral("doc"), QStringLiteral("xls"), QStringLiteral("ppt"),
+                        QStringLiteral("rtf")}
+                .at(i % 4));
+        const QString path = write(name);
+        runs.append({name, QtConcurrent::run(&pool, [&tools, path] {
+                         return DocumentReader(tools, path, nullptr).read(1);
+                     })});
+    }
+    for (const auto &run : runs)
+        QCOMPARE(run.second.result(), run.first);
+    QCOMPARE(childCount(), 0);
+}
+
+QTEST_GUILESS_MAIN(TestExtractionTools)
+#include "tst_contentextractor_tools.moc"
