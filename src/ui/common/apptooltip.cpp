@@ -4,7 +4,9 @@
 
 #include <QApplication>
 #include <QEvent>
+#include <QPainter>
 #include <QScreen>
+#include <QStyleOption>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <QWindow>
@@ -61,7 +63,6 @@ AppToolTip::AppToolTip()
     , m_delay(new QTimer(this))
 {
     setObjectName(QStringLiteral("AppToolTip"));
-    setAttribute(Qt::WA_StyledBackground);
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_ShowWithoutActivating);
     m_title->setObjectName(QStringLiteral("AppToolTipTitle"));
@@ -184,6 +185,15 @@ void AppToolTip::dismissWithAnchor()
     // An earlier anchor may be the one that went.
     if (!m_anchor)
         dismiss();
+}
+
+void AppToolTip::paintEvent(QPaintEvent *)
+{
+    // A translucent window has no background of its own, only what is painted here.
+    QPainter painter(this);
+    QStyleOption option;
+    option.initFrom(this);
+    style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
 }
 
 bool AppToolTip::eventFilter(QObject *watched, QEvent *event)

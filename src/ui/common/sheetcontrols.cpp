@@ -5,6 +5,9 @@ namespace common {
 
 namespace {
 
+// A least width stands under ":vertical", which holds for every push button when it is asked for
+// its size but not when the sheet is applied: there a least width would become the widget's own
+// minimum, and a crowded layout could cut off the text down to it.
 QString plainButtons()
 {
     return QStringLiteral(R"qss(
@@ -14,9 +17,9 @@ QPushButton {
     border: 1px solid @border@;
     border-radius: 8px;
     padding: 0px 16px;
-    min-width: 54px;
     min-height: @controlInner@;
 }
+QPushButton:vertical { min-width: 54px; }
 QPushButton:hover { background: @hoverBackground@; border-color: @accentHover@; }
 QPushButton:focus { border-color: @accent@; }
 QPushButton:pressed { background: @selectionBackground@; border-color: @accent@; }
@@ -29,9 +32,9 @@ QPushButton[role="quiet"], QPushButton[role="quiet-danger"] {
     border: 1px solid transparent;
     color: @linkText@;
     padding: 0px 8px;
-    min-width: 0px;
     min-height: @rowControlInner@;
 }
+QPushButton[role="quiet"]:vertical, QPushButton[role="quiet-danger"]:vertical { min-width: 0px; }
 QPushButton[role="quiet-danger"] { color: @dangerText@; }
 QPushButton[role="quiet"]:hover { background: @activeNavBackground@; }
 QPushButton[role="quiet-danger"]:hover { background: @dangerText@; color: @surface@; }
@@ -51,6 +54,7 @@ QPushButton[role="icon"], QToolButton {
     min-height: 34px;
     max-height: 34px;
 }
+QPushButton[role="icon"]:vertical { min-width: 34px; }
 QPushButton[role="icon"]:hover, QToolButton:hover { background: @hoverBackground@;
     border-color: @border@; }
 QPushButton[role="icon"]:focus, QToolButton:focus { border-color: @accent@; }
@@ -123,7 +127,6 @@ QString inputSheet()
     return QStringLiteral(R"qss(
 QLineEdit, QAbstractSpinBox, QComboBox {
     background: @inputBackground@;
-    color: @textPrimary@;
     border: 1px solid @border@;
     border-radius: 8px;
     padding: 0px 11px;

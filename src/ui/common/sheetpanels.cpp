@@ -3,15 +3,15 @@
 namespace ui {
 namespace common {
 
+// Plain text colours come from the palette: a colour for every widget here would also paint the
+// place holders of inputs like entered text.
 QString baseSheet()
 {
     return QStringLiteral(R"qss(
 QWidget {
     font-family: @fontFamilies@;
     font-size: @13px@;
-    color: @textPrimary@;
 }
-QWidget:disabled { color: @textMuted@; }
 QMainWindow, QDialog, QWidget#MainWindowRoot, QWidget#RecoveryWorkflowWindow {
     background: @windowBackground@;
 }
@@ -128,9 +128,9 @@ QFrame#SegmentedToggle QPushButton {
     border-radius: 6px;
     color: @textPrimary@;
     padding: 0px 10px;
-    min-width: 0px;
     min-height: @segmentInner@;
 }
+QFrame#SegmentedToggle QPushButton:vertical { min-width: 0px; }
 QFrame#SegmentedToggle QPushButton:hover { background: @hoverBackground@; }
 QFrame#SegmentedToggle QPushButton:checked { background: @accentFill@; color: @textOnAccent@;
     font-weight: 600; }
@@ -148,8 +148,9 @@ QFrame#KeywordTagInput QLineEdit { border: none; background: transparent; paddin
     min-height: @rowControlInner@; }
 QFrame#KeywordTagChip { background: @selectionBackground@; border: 1px solid @infoBorder@;
     border-radius: 6px; }
-QFrame#KeywordTagChip QPushButton { background: transparent; border: none; min-width: 0px;
-    min-height: 0px; padding: 0px 4px; color: @textPrimary@; }
+QFrame#KeywordTagChip QPushButton { background: transparent; border: none; min-height: 0px;
+    padding: 0px 4px; color: @textPrimary@; }
+QFrame#KeywordTagChip QPushButton:vertical { min-width: 0px; }
 QFrame#KeywordTagChip QPushButton:hover { color: @dangerText@; }
 )qss");
 }

@@ -21,17 +21,19 @@ QTableView[frameless="true"], QTreeView[frameless="true"], QListView[frameless="
 QTableView::item, QTreeView::item {
     border: none;
     border-bottom: 1px solid @gridLine@;
-    padding: 0px 12px;
+    padding: 0px 9px;
     color: @textPrimary@;
 }
 QTreeView::item { min-height: @rowInner@; padding: 0px 8px 0px 4px; }
+QListView { padding: 4px; }
 QListView::item { min-height: @rowControlInner@; padding: 0px 8px; border: none;
     border-radius: 6px; color: @textPrimary@; }
 QTableView::item:hover, QTreeView::item:hover, QListView::item:hover {
     background: @hoverBackground@; }
 QTableView::item:selected, QTreeView::item:selected, QListView::item:selected {
     background: @selectionBackground@; color: @textPrimary@; }
-QTreeView::branch { background: transparent; border-image: none; }
+QTreeView::branch { background: transparent; border-image: none;
+    border-bottom: 1px solid @gridLine@; }
 QTreeView::branch:selected { background: @selectionBackground@; }
 QTreeView::branch:has-children:closed { image: url(:/img/chevron-right.svg); }
 QTreeView::branch:has-children:open { image: url(:/img/chevron-down.svg); }
@@ -42,6 +44,7 @@ QHeaderView::section {
     background: @headerBackground@;
     color: @textMuted@;
     font-size: @12px@;
+    font-weight: 400;
     border: none;
     border-bottom: 1px solid @border@;
     padding: 0px 12px;

@@ -86,10 +86,13 @@ QPalette buildPalette(ThemeType type)
     setForAllGroups(&palette, QPalette::Midlight, colors.borderSubtle);
     setForAllGroups(&palette, QPalette::Mid, colors.border);
     setForAllGroups(&palette, QPalette::Dark, colors.border);
-    setForAllGroups(&palette, QPalette::Highlight, colors.accent);
+    setForAllGroups(&palette, QPalette::Highlight, colors.accentFill());
     setForAllGroups(&palette, QPalette::HighlightedText, colors.textOnAccent);
     setForAllGroups(&palette, QPalette::Link, colors.infoText);
     setForAllGroups(&palette, QPalette::LinkVisited, colors.infoText);
+#if QT_VERSION >= QT_VERSION_CHECK(5, 12, 0)
+    setForAllGroups(&palette, QPalette::PlaceholderText, colors.textMuted);
+#endif
     palette.setColor(QPalette::Disabled, QPalette::WindowText, colors.textMuted);
     palette.setColor(QPalette::Disabled, QPalette::Text, colors.textMuted);
     palette.setColor(QPalette::Disabled, QPalette::ButtonText, colors.textMuted);

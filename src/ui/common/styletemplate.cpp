@@ -56,11 +56,10 @@ void addSemanticInks(const ThemeColors &colors, QHash<QString, QString> *values)
 QHash<QString, QString> derivedValues(const ThemeColors &colors)
 {
     QHash<QString, QString> values;
-    const QColor &ink = colors.textOnAccent;
-    values.insert(QStringLiteral("accentFill"),
-                  firstReadable(colors.accent, colors.accentPressed, ink).name());
-    values.insert(QStringLiteral("accentFillHover"),
-                  firstReadable(colors.accentHover, colors.accentPressed, ink).name());
+    values.insert(QStringLiteral("accentFill"), colors.accentFill().name());
+    values.insert(
+        QStringLiteral("accentFillHover"),
+        firstReadable(colors.accentHover, colors.accentPressed, colors.textOnAccent).name());
     values.insert(QStringLiteral("linkText"), colors.infoText.name());
     values.insert(
         QStringLiteral("groundMuted"),

@@ -142,6 +142,11 @@ QColor ThemeColors::readable(const QColor &ink, const QColor &ground) const
     return contrast(ink, ground) >= kMinTextContrast ? ink : textPrimary;
 }
 
+QColor ThemeColors::accentFill() const
+{
+    return contrast(textOnAccent, accent) >= kMinTextContrast ? accent : accentPressed;
+}
+
 QString ThemeColors::checkboxIndicatorStyle(const QString &selector) const
 {
     // The border of an empty box is what one looks for, so it takes a colour that stands out.

@@ -73,6 +73,9 @@ public:
     /// `ink` where it can be read on `ground` in body size, else textPrimary. Small text in a
     /// semantic colour goes through this: some pairs of the light palette are too pale for it.
     QColor readable(const QColor &ink, const QColor &ground) const;
+    /// Ground on which textOnAccent can be read in body size: accent, or accentPressed where accent
+    /// is too bright for it. What is filled with the accent and carries text uses this.
+    QColor accentFill() const;
     /// Style sheet rules for the check box indicators of `selector`.
     QString checkboxIndicatorStyle(const QString &selector) const;
 

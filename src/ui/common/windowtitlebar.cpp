@@ -14,6 +14,7 @@ namespace common {
 namespace {
 
 constexpr int kMinHeight = 40;
+constexpr int kLeftMargin = 16;
 constexpr int kImageSize = 16;
 
 QToolButton *controlButton(QWidget *bar, const QString &name, const QString &image,
@@ -48,7 +49,8 @@ WindowTitleBar::WindowTitleBar(QWidget *parent, ButtonMode mode)
     m_close = controlButton(this, QStringLiteral("WinCtlClose"), QStringLiteral(":/img/close.png"),
                             tr("关闭"));
     auto *row = new QHBoxLayout(this);
-    row->setContentsMargins(16, 0, 8, 0);
+    const int left = mode == ButtonMode::CloseOnly ? metrics::kDialogPadding : kLeftMargin;
+    row->setContentsMargins(left, 0, 8, 0);
     row->setSpacing(4);
     row->addWidget(m_title, 1);
     row->addWidget(m_minimize);

@@ -40,7 +40,7 @@ WrapLabel::WrapLabel(const QString &text, QWidget *parent)
 {
     setTextFormat(Qt::PlainText);
     setWordWrap(true);
-    QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Minimum);
+    QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);
 }
