@@ -34,6 +34,17 @@ QColor shadowColor()
     return color;
 }
 
+// Font size of the wordmark, smaller than asked for where it would not fit the open sidebar.
+int wordmarkPx(QFont font, int room)
+{
+    int px = ThemeColors::current().fontPx(18);
+    font.setWeight(QFont::DemiBold);
+    do {
+        font.setPixelSize(px);
+    } while (QFontMetrics(font).horizontalAdvance(QStringLiteral("Morvane")) > room && --px > 1);
+    return px;
+}
+
 void keepRoomWhenHidden(QWidget *widget)
 {
     QSizePolicy policy = widget->sizePolicy();
@@ -92,7 +103,7 @@ void CollapsibleSidebar::buildHeader()
     m_wordmark->setStyleSheet(
         QStringLiteral("color: %1; font-size: %2px; font-weight: 600; background: transparent;")
             .arg(colors.textPrimary.name())
-            .arg(colors.fontPx(18)));
+            .arg(wordmarkPx(m_wordmark->font(), expandedWidth - collapsedWidth)));
     keepRoomWhenHidden(m_wordmark);
     row->addWidget(m_wordmark, 1);
     m_layout->addLayout(row);
@@ -104,7 +115,7 @@ void CollapsibleSidebar::addSectionHeader(const QString &title, bool emphasized)
     auto *header = new QLabel(title, this);
     header->setObjectName(QStringLiteral("SidebarSectionHeader"));
     header->setStyleSheet(QStringLiteral("color: %1; font-size: %2px; background: transparent;")
-                              .arg((emphasized ? colors.accent : colors.textMuted).name())
+                              .arg((emphasized ? colors.infoText : colors.textMuted).name())
                               .arg(colors.fontPx(12)));
     header->setContentsMargins(headerMargin, 12, 0, 4);
     // The entries below keep their place when the words go, so nothing moves under the mouse.

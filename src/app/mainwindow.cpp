@@ -52,8 +52,9 @@ QString titleFor(AppMode mode)
 
 QString rootStyleSheet(const ThemeColors &colors)
 {
-    return QStringLiteral("#MainWindowRoot, #RightCard { background: %1; border: none; }")
-        .arg(colors.windowBackground.name());
+    return QStringLiteral("MainWindow { background: %1; }"
+                          "#MainWindowRoot, #RightCard { background: %2; border: none; }")
+        .arg(colors.border.name(), colors.windowBackground.name());
 }
 
 } // namespace
@@ -178,11 +179,26 @@ QWidget *MainWindow::buildContentRow()
 void MainWindow::buildChrome()
 {
     const ThemeColors &colors = ThemeColors::current();
-    centralWidget()->setStyleSheet(rootStyleSheet(colors) +
-                                   ui::common::buildWindowChromeStyleSheet(colors.type));
+    setStyleSheet(rootStyleSheet(colors) + ui::common::buildWindowChromeStyleSheet(colors.type));
+    syncOutline();
     m_framelessController =
         new FramelessWindowController(this, m_titleBar, m_useCustomChrome, true, this);
     m_framelessController->syncWindowControlState();
+}
+
+void MainWindow::syncOutline()
+{
+    // Without a system frame a line of the window's own ground sets it off from what lies behind.
+    const bool framed = m_useCustomChrome && !isMaximized() && !isFullScreen();
+    const int line = framed ? 1 : 0;
+    setContentsMargins(line, line, line, line);
+}
+
+void MainWindow::changeEvent(QEvent *event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::WindowStateChange)
+        syncOutline();
 }
 
 void MainWindow::buildVaultLink()

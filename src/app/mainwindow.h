@@ -78,6 +78,7 @@ public:
     void maybeShowVaultStartupStatusNotice(const QJsonObject &status);
 
 protected:
+    void changeEvent(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
 
 private:
@@ -87,6 +88,7 @@ private:
     void buildFrame();
     QWidget *buildContentRow();
     void buildChrome();
+    void syncOutline();
     void buildVaultLink();
     void buildNavigation();
     void toggleVisible();

@@ -113,9 +113,10 @@ void SidebarNavButton::paintEvent(QPaintEvent *)
     painter.drawRoundedRect(rect().adjusted(sideMargin, 2, -sideMargin, -2), cornerRadius,
                             cornerRadius);
 
+    // The accent itself is too dim for text on the active ground of the dark theme.
     QColor foreground = colors.textMuted;
     if (m_active)
-        foreground = colors.accent;
+        foreground = colors.infoText;
     else if (m_bgProgress > 0.5)
         foreground = colors.textPrimary;
 
@@ -129,7 +130,7 @@ void SidebarNavButton::paintEvent(QPaintEvent *)
         return;
     const QRect area = labelRect();
     painter.setFont(labelFont());
-    painter.setPen(m_active ? colors.accent : colors.textPrimary);
+    painter.setPen(m_active ? colors.infoText : colors.textPrimary);
     painter.drawText(area, Qt::AlignVCenter | Qt::AlignLeft,
                      painter.fontMetrics().elidedText(text(), Qt::ElideRight, area.width()));
 }
