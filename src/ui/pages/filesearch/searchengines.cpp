@@ -1,0 +1,111 @@
+#include "ui/pages/filesearch/searchengines.h"
+
+#include "search/indexbuilder.h"
+#include "search/indexwatcher.h"
+#include "search/searchworker.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace filesearch {
+
+namespace {
+
+/// Longest text of one file that the index takes, in bytes of a plain file.
+constexpr int kMaxContentBytes = 16384;
+
+QString databaseFolder(const searchsettings::Paths &paths)
+{
+    return QFileInfo(searchsettings::activeDbPath(paths)).absolutePath();
+}
+
+void invokeSearch(QObject *worker, const QString &keyword, int limit, const QString &refine)
+{
+    QMetaObject::invokeMethod(worker, "search", Qt::QueuedConnection, Q_ARG(QString, keyword),
+                              Q_ARG(int, limit), Q_ARG(QString, refine));
+}
+
+} // namespace
+
+SearchEngines::SearchEngines(const searchsettings::Paths &paths, QObject *parent)
+    : QObject(parent)
+    , m_paths(paths)
+    , m_builder(new IndexBuilder(searchsettings::activeDbPath(paths)))
+    , m_nameWorker(new FileNameSearchWorker(searchsettings::activeDbPath(paths)))
+    , m_contentWorker(new FullTextSearchWorker(searchsettings::activeDbPath(paths)))
+    , m_watcher(new IndexWatcher(searchsettings::activeDbPath(paths), this))
+{
+    if (paths.mode == core::AppMode::livecd)
+        m_builder->setStoredPathPrefix(paths.targetRoot);
+    else // The watcher opens the database before any build; a missing folder would alarm it.
+        QDir().mkpath(databaseFolder(paths));
+    m_builderThread.start(m_builder, QStringLiteral("IndexBuilder"));
+    m_nameThread.start(m_nameWorker, QStringLiteral("FileNameSearch"));
+    m_contentThread.start(m_contentWorker, QStringLiteral("FullTextSearch"));
+}
+
+SearchEngines::~SearchEngines()
+{
+    // The flag ends a running build, the interruption one that is still queued.
+    m_builder->requestStop();
+    m_builder->thread()->requestInterruption();
+    m_watcher->stop();
+    m_builderThread.stop();
+    m_nameThread.stop();
+    m_contentThread.stop();
+}
+
+void SearchEngines::startBuild(const SearchSettings &settings, bool fromScratch)
+{
+    // All three run on the builder's thread in this order, so that the page waits for no disk.
+    if (fromScratch)
+        QMetaObject::invokeMethod(m_builder, "removeDatabase", Qt::QueuedConnection);
+    const QString folder = databaseFolder(m_paths);
+    QMetaObject::invokeMethod(
+        m_builder, [folder] { QDir().mkpath(folder); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        m_builder, "startBuild", Qt::QueuedConnection,
+        Q_ARG(QStringList, searchsettings::runtimePaths(m_paths, settings.roots)),
+        Q_ARG(QStringList, searchsettings::effectiveExcludeDirs(m_paths, settings)),
+        Q_ARG(QStringList, QStringList()), Q_ARG(QStringList, settings.ftsExtensions),
+        Q_ARG(int, kMaxContentBytes));
+}
+
+void SearchEngines::stopBuild()
+{
+    m_builder->requestStop();
+}
+
+void SearchEngines::restartWatcher(const SearchSettings &settings)
+{
+    m_watcher->stop();
+    if (!searchsettings::watchesChanges(m_paths, settings))
+        return;
+    m_watcher->setRoots(searchsettings::runtimePaths(m_paths, settings.roots));
+    m_watcher->setIndexOptions(searchsettings::effectiveExcludeDirs(m_paths, settings),
+                               QStringList(), settings.ftsExtensions, kMaxContentBytes,
+                               settings.inotifyMaxDepth);
+    m_watcher->start();
+}
+
+void SearchEngines::stopWatcher()
+{
+    m_watcher->stop();
+}
+
+void SearchEngines::searchNames(const QString &keyword, int limit, const QString &refine)
+{
+    invokeSearch(m_nameWorker, keyword, limit, refine);
+}
+
+void SearchEngines::searchContents(const QString &keyword, int limit, const QString &refine)
+{
+    invokeSearch(m_contentWorker, keyword, limit, refine);
+}
+
+void SearchEngines::queryStats()
+{
+    QMetaObject::invokeMethod(m_nameWorker, "queryStats", Qt::QueuedConnection);
+}
+
+} // namespace filesearch
