@@ -13,8 +13,10 @@
 
 namespace {
 
-/// Between two looks at the event queue and at the database file.
+/// Between two looks at the database file while nothing happens.
 const int idleMs = 50;
+/// After the first event, so that all events of one save are read together.
+const int gatherMs = 50;
 /// Lets a writer finish before its file is read.
 const int settleMs = 300;
 /// Waits before the tries to get a text out of a file.
@@ -23,7 +25,7 @@ const int tryWaitsMs[] = {0, 300, 600};
 const int drainInterval = 256;
 
 const uint32_t appeared = IN_CREATE | IN_MOVED_TO;
-const uint32_t dirGone = IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
+const uint32_t selfGone = IN_DELETE_SELF | IN_MOVE_SELF;
 const uint32_t fileGone = IN_MOVED_FROM | IN_DELETE;
 const uint32_t fileChanged = IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE;
 
@@ -58,6 +60,7 @@ void InotifyLoop::run()
 /// False if the loop is to end.
 bool InotifyLoop::takeEvents()
 {
+    m_source.waitForEvents(idleMs, gatherMs);
     m_source.drain();
     const QByteArray events = m_source.takeEvents();
     if (!events.isEmpty()) {
@@ -69,11 +72,10 @@ bool InotifyLoop::takeEvents()
     if (m_source.failed())
         return false;
     // A rebuild or the user may remove the index underneath.
-    if (!QFileInfo::exists(m_db.databasePath())) {
+    if (!m_stop && !QFileInfo::exists(m_db.databasePath())) {
         m_reports.invalidated();
         return false;
     }
-    m_source.waitForEvents(idleMs, idleMs);
     return true;
 }
 
@@ -111,7 +113,7 @@ void InotifyLoop::handleEvent(const inotify_event &event, const char *name)
     }
     if (event.mask & IN_IGNORED)
         m_source.forgetWatch(event.wd);
-    else if (event.mask & IN_ISDIR)
+    else if (event.mask & (IN_ISDIR | selfGone))
         handleDirectory(event.mask, path);
     else if (!shouldSkip(path))
         handleFile(event.mask, path);
@@ -121,7 +123,10 @@ void InotifyLoop::handleDirectory(uint32_t mask, const QString &path)
 {
     if (mask & appeared)
         addWatchTree(path);
-    if (!(mask & dirGone))
+    // The end of a directory is told to its own watch too, without IN_ISDIR. That is news only
+    // where nobody watches its parent: for a root.
+    const bool isNews = !(mask & selfGone) || !m_source.isWatched(QFileInfo(path).path());
+    if (!(mask & (IN_MOVED_FROM | IN_DELETE | selfGone)) || !isNews)
         return;
     // The kernel ends the watches of deleted directories by itself.
     if (mask & (IN_MOVED_FROM | IN_MOVE_SELF))

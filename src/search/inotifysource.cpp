@@ -100,7 +100,7 @@ InotifySource::Wake InotifySource::poll(int ms, bool events) const
 
 void InotifySource::waitForEvents(int idleMs, int gatherMs)
 {
-    if (poll(idleMs, true) == Wake::event)
+    if (!m_events.isEmpty() || poll(idleMs, true) == Wake::event)
         poll(gatherMs, false);
 }
 

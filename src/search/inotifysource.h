@@ -35,7 +35,7 @@ public:
     /// Ends the watches of a directory and all below it: they follow a moved directory and would
     /// go on reporting under its old path.
     void removeWatchesInside(const QString &dir);
-    int watchCount() const { return m_directories.size(); }
+    bool isWatched(const QString &dir) const { return m_descriptors.contains(dir); }
 
     /// Moves what the kernel holds to this object. Never waits.
     void drain();
@@ -44,7 +44,7 @@ public:
     /// The descriptor can no longer be read.
     bool failed() const { return m_failed; }
 
-    /// Waits at most `idleMs` for an event, and after one arrived `gatherMs` more, so that what
+    /// Waits at most `idleMs` for an event, and once there is one `gatherMs` more, so that what
     /// belongs together is read together.
     void waitForEvents(int idleMs, int gatherMs);
     /// Waits for `ms` and drains meanwhile.

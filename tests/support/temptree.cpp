@@ -5,6 +5,7 @@
 #include <QFileInfo>
 
 #include <cstdio>
+#include <ftw.h>
 #include <sys/stat.h>
 
 namespace {
@@ -20,10 +21,18 @@ void require(bool done, const char *what, const QString &path)
 TempTree::TempTree()
     : m_top(QDir::tempPath() + QStringLiteral("/tree-XXXXXX"))
 {
+    m_top.setAutoRemove(false);
     require(m_top.isValid(), "create", m_top.path());
 }
 
-TempTree::~TempTree() = default;
+/// Byte by byte, since QTemporaryDir cannot remove names that no QString can hold.
+TempTree::~TempTree()
+{
+    const auto removeEntry = [](const char *path, const struct stat *, int, struct FTW *) {
+        return std::remove(path);
+    };
+    nftw(QFile::encodeName(m_top.path()).constData(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
 
 QString TempTree::path(const QString &relative) const
 {

@@ -1,0 +1,618 @@
+#include "search/indexwatcher.h"
+#include "search/searchindexdb.h"
+#include "support/indexsnapshot.h"
+#include "support/temptree.h"
+
+#include <QtTest>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const int slowMs = 60000; // far beyond what a loaded machine needs
+
+struct Update
+{
+    QString path;
+    QString action;
+    bool success;
+};
+
+const QString upsert = QStringLiteral("upsert-file");
+const QString metaOnly = QStringLiteral("meta-only");
+const QString removeFile = QStringLiteral("remove-file");
+const QString removeDir = QStringLiteral("remove-dir");
+
+/// Watches that this process holds, as the kernel counts them.
+int watchCount()
+{
+    int count = 0;
+    const QDir descriptors(QStringLiteral("/proc/self/fdinfo"));
+    for (const QString &name : descriptors.entryList(QDir::Files)) {
+        QFile file(descriptors.filePath(name));
+        if (file.open(QIODevice::ReadOnly))
+            count += file.readAll().count("inotify wd:");
+    }
+    return count;
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+}
+
+} // namespace
+
+/// Runs the real watcher on a real tree. `r` is watched, `out` is not, the database lies apart.
+class TestIndexWatcher : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void treatsFilesByTheirNames_data();
+    void treatsFilesByTheirNames();
+    void leavesOutExcludedFiles();
+    void savingByRenameGivesOneUpdate();
+    void manyWritesGiveFewExtractions();
+    void removesDeletedFiles();
+    void takesInABurst();
+    void watchesToTheDepthLimit_data();
+    void watchesToTheDepthLimit();
+    void watchesNewDirectories();
+    void forgetsDirectoriesThatLeave();
+    void followsRenamedDirectories();
+    void aNewDirectoryOutlivesTheOldOneOfItsName();
+    void survivesTheEndOfARoot();
+    void triesThreeTimesForAText();
+    void reportsWritesThatFail_data();
+    void reportsWritesThatFail();
+    void reportsLostEvents();
+    void endsWhenTheDatabaseGoes();
+    void endsWithoutADatabase();
+    void stopEndsAHangingTool();
+    void startsAndStopsWithoutLeaks();
+
+private:
+    QString at(const QString &relative) const { return m_tree->path(relative); }
+    IndexSnapshot rows() const { return readIndex(m_dbPath); }
+    bool hasRow(const QString &relative) const { return rows().contains(at(relative)); }
+    QString content(const QString &relative) const { return rows().value(at(relative)).content; }
+    void startWatcher(int watches, const QStringList &excludeDirs = {}, int maxDepth = 0,
+                      const QStringList &nameExtensions = {});
+    int countOf(const QString &relative, const QString &action, bool success = true) const;
+    void settle();
+    int toolRuns(const QString &name) const;
+
+    TempTree m_tools;
+    QStringList m_ftsExtensions;
+    QScopedPointer<TempTree> m_tree;
+    QString m_dbPath;
+    QScopedPointer<IndexWatcher> m_watcher;
+    QList<Update> m_updates;
+    int m_invalidated = 0;
+    int m_settled = 0;
+};
+
+/// The fake tool writes down each run. It hangs, waits for a file called "go", or needs three runs
+/// before it gives text, by the name of the document.
+void TestIndexWatcher::initTestCase()
+{
+    m_tools.script(QStringLiteral("pdftotext"),
+                   R"sh(dir=$(dirname "$0"); doc=$(basename "$4")
+echo "$doc" >> "$dir/runs"
+case "$doc" in
+hang*) exec sleep 600 ;;
+gate*) while [ ! -e "$dir/go" ]; do sleep 0.05; done ;;
+third*) [ "$(grep -cx "$doc" "$dir/runs")" = 3 ] || exit 0 ;;
+esac
+grep -qx none "$4" || cat "$4"
+)sh");
+    qputenv("PATH", QFile::encodeName(m_tools.path()) + ':' + qgetenv("PATH"));
+}
+
+void TestIndexWatcher::init()
+{
+    m_tools.file(QStringLiteral("runs"), QByteArray());
+    m_ftsExtensions = QStringList{QStringLiteral("txt"), QStringLiteral("pdf")};
+    m_tree.reset(new TempTree);
+    m_tree->dir(QStringLiteral("r"));
+    m_tree->dir(QStringLiteral("out"));
+    m_dbPath = at(QStringLiteral("index.db"));
+    m_watcher.reset(new IndexWatcher(m_dbPath));
+    m_updates.clear();
+    m_invalidated = 0;
+    connect(m_watcher.data(), &IndexWatcher::indexIncrementalUpdated, this,
+            [this](const QString &path, const QString &action, bool success) {
+                m_updates.append({path, action, success});
+            });
+    connect(m_watcher.data(), &IndexWatcher::indexInvalidated, this, [this] { ++m_invalidated; });
+}
+
+void TestIndexWatcher::cleanup()
+{
+    m_watcher.reset();
+}
+
+/// Returns once as many directories are watched as there should be.
+void TestIndexWatcher::startWatcher(int watches, const QStringList &excludeDirs, int maxDepth,
+                                    const QStringList &nameExtensions)
+{
+    m_watcher->setRoots({QString(), QStringLiteral(" ") + at(QStringLiteral("r/"))});
+    m_watcher->setIndexOptions(excludeDirs, nameExtensions, m_ftsExtensions, 16384, maxDepth);
+    m_watcher->start();
+    QTRY_COMPARE_WITH_TIMEOUT(watchCount(), watches, slowMs);
+}
+
+int TestIndexWatcher::countOf(const QString &relative, const QString &action, bool success) const
+{
+    return int(std::count_if(m_updates.begin(), m_updates.end(), [&](const Update &update) {
+        return update.path == at(relative) && update.action == action && update.success == success;
+    }));
+}
+
+/// Returns once all that happened before has been dealt with. Events are handled in order, but a
+/// text is taken only after the events that were read together with it: hence two probes.
+void TestIndexWatcher::settle()
+{
+    for (int i = 0; i < 2; ++i) {
+        const QString probe = QStringLiteral("r/probe%1.bin").arg(++m_settled);
+        m_tree->file(probe);
+        QTRY_VERIFY_WITH_TIMEOUT(countOf(probe, metaOnly) > 0, slowMs);
+    }
+}
+
+int TestIndexWatcher::toolRuns(const QString &name) const
+{
+    QFile file(m_tools.path(QStringLiteral("runs")));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().count(name.toUtf8() + '\n') : -1;
+}
+
+void TestIndexWatcher::treatsFilesByTheirNames_data()
+{
+    QTest::addColumn<QStringList>("nameExtensions");
+    QTest::addColumn<QStringList>("ftsExtensions");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<bool>("inIndex");
+    QTest::addColumn<QString>("text");
+
+    const QStringList all;
+    const QStringList txt{QStringLiteral(" .TXT ")};
+    const QStringList doc{QStringLiteral("doc")};
+    const QString filtered = QStringLiteral("remove-filtered");
+    QTest::newRow("document") << all << txt << "a.txt" << upsert << true << "old and new";
+    QTest::newRow("document in capitals")
+        << all << txt << "B.TXT" << upsert << true << "old and new";
+    QTest::newRow("other file") << all << txt << "a.bin" << metaOnly << true << "";
+    QTest::newRow("no suffix") << all << txt << "txt" << metaOnly << true << "";
+    QTest::newRow("no list takes all") << all << all << "a.bin" << upsert << true << "old and new";
+    QTest::newRow("filtered name") << doc << txt << "a.txt" << filtered << false << "";
+    QTest::newRow("unfiltered name") << txt << doc << "a.txt" << metaOnly << true << "";
+}
+
+void TestIndexWatcher::treatsFilesByTheirNames()
+{
+    QFETCH(QStringList, nameExtensions);
+    QFETCH(QStringList, ftsExtensions);
+    QFETCH(QString, name);
+    QFETCH(QString, action);
+    QFETCH(bool, inIndex);
+    QFETCH(QString, text);
+    const QString relative = QStringLiteral("r/") + name;
+    // A row from an earlier build, so that a removal can be seen.
+    QVERIFY(SearchIndexDB(m_dbPath).upsertFile(QFileInfo(m_tree->file(relative, "old")), {}));
+    m_ftsExtensions = ftsExtensions;
+    startWatcher(1, {}, 0, nameExtensions);
+    const QString path = m_tree->file(relative, "old and new");
+    QTRY_VERIFY(countOf(relative, action) > 0);
+    IndexSnapshot expected;
+    if (inIndex) {
+        expected.insert(path, expectedRow(path, rows().value(path).category, text));
+        QCOMPARE(rows().value(path).size, 11);
+    }
+    QCOMPARE(rows().keys(), expected.keys());
+    QVERIFY(rows() == expected);
+    for (const Update &update : qAsConst(m_updates))
+        QCOMPARE(update.action, action);
+    QCOMPARE(m_invalidated, 0);
+}
+
+void TestIndexWatcher::leavesOutExcludedFiles()
+{
+    m_tree->dir(QStringLiteral("r/skip"));
+    m_tree->dir(QStringLiteral("r/sub"));
+    startWatcher(2, {QStringLiteral("skip"), at(QStringLiteral("r/sub/no"))});
+    const QStringList excluded{QStringLiteral("r/skip/a.txt"), QStringLiteral("r/.~lock.txt"),
+                               QStringLiteral("r/sub/no")};
+    for (const QString &file : excluded)
+        m_tree->file(file);
+    m_tree->fifo(QStringLiteral("r/pipe.txt"));
+    m_tree->link(QStringLiteral("r/to-dir.txt"), at(QStringLiteral("r/sub")));
+    m_tree->rawFile(QStringLiteral("r"), "bad\xff.txt");
+    m_tree->dir(QStringLiteral("r/sub/skip/deeper"));
+    m_tree->file(QStringLiteral("out/target.txt"), "through a link");
+    m_tree->link(QStringLiteral("r/to-file.txt"), at(QStringLiteral("out/target.txt")));
+    settle();
+    QCOMPARE(watchCount(), 2);
+    QStringList indexed;
+    for (const QString &path : rows().keys()) {
+        if (!path.contains(QLatin1String("/probe")))
+            indexed.append(path);
+    }
+    QCOMPARE(indexed, QStringList{at(QStringLiteral("r/to-file.txt"))});
+    QCOMPARE(content(QStringLiteral("r/to-file.txt")), QStringLiteral("through a link"));
+}
+
+void TestIndexWatcher::savingByRenameGivesOneUpdate()
+{
+    m_tree->file(QStringLiteral("r/doc.txt"), "before");
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/doc.txt.new"), "after");
+    m_tree->move(QStringLiteral("r/doc.txt.new"), QStringLiteral("r/doc.txt"));
+    QTRY_COMPARE(countOf(QStringLiteral("r/doc.txt"), upsert), 1);
+    settle();
+    QCOMPARE(countOf(QStringLiteral("r/doc.txt"), upsert), 1);
+    QCOMPARE(content(QStringLiteral("r/doc.txt")), QStringLiteral("after"));
+    QVERIFY(!hasRow(QStringLiteral("r/doc.txt.new")));
+}
+
+void TestIndexWatcher::manyWritesGiveFewExtractions()
+{
+    startWatcher(1);
+    for (int i = 0; i < 100; ++i)
+        m_tree->file(QStringLiteral("r/log.txt"), QByteArray::number(i));
+    QTRY_COMPARE(content(QStringLiteral("r/log.txt")), QStringLiteral("99"));
+    settle();
+    // One where all hundred were read together; a few where the machine was slow.
+    QVERIFY2(countOf(QStringLiteral("r/log.txt"), upsert) <= 3,
+             qPrintable(QString::number(countOf(QStringLiteral("r/log.txt"), upsert))));
+}
+
+void TestIndexWatcher::removesDeletedFiles()
+{
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/a.txt"), "gone soon");
+    m_tree->file(QStringLiteral("r/b.bin"));
+    m_tree->file(QStringLiteral("r/c.bin"));
+    settle();
+    QVERIFY(hasRow(QStringLiteral("r/a.txt")) && hasRow(QStringLiteral("r/b.bin")));
+    m_tree->remove(QStringLiteral("r/a.txt"));
+    m_tree->move(QStringLiteral("r/b.bin"), QStringLiteral("out/b.bin"));
+    // Gone before its text was taken: never enters.
+    m_tree->file(QStringLiteral("r/short.txt"));
+    m_tree->remove(QStringLiteral("r/short.txt"));
+    QTRY_COMPARE(countOf(QStringLiteral("r/short.txt"), removeFile), 1);
+    QCOMPARE(countOf(QStringLiteral("r/a.txt"), removeFile), 1);
+    QCOMPARE(countOf(QStringLiteral("r/b.bin"), removeFile), 1);
+    settle();
+    QVERIFY(!hasRow(QStringLiteral("r/a.txt")) && !hasRow(QStringLiteral("r/b.bin")));
+    QVERIFY(!hasRow(QStringLiteral("r/short.txt")) && hasRow(QStringLiteral("r/c.bin")));
+    QCOMPARE(countOf(QStringLiteral("r/short.txt"), upsert), 0);
+    QCOMPARE(m_invalidated, 0);
+}
+
+void TestIndexWatcher::takesInABurst()
+{
+    const int files = 5000;
+    for (int i = 0; i < 10; ++i)
+        m_tree->dir(QStringLiteral("r/d%1").arg(i));
+    startWatcher(11);
+    for (int i = 0; i < files; ++i)
+        m_tree->file(QStringLiteral("r/d%1/f%2.txt").arg(i % 10).arg(i), QByteArray::number(i));
+    QTRY_COMPARE_WITH_TIMEOUT(rows().size(), files, slowMs);
+    const IndexSnapshot all = rows();
+    for (int i = 0; i < files; ++i) {
+        const QString path = at(QStringLiteral("r/d%1/f%2.txt").arg(i % 10).arg(i));
+        QCOMPARE(all.value(path).content, QString::number(i));
+    }
+    QCOMPARE(m_invalidated, 0);
+}
+
+void TestIndexWatcher::watchesToTheDepthLimit_data()
+{
+    QTest::addColumn<int>("maxDepth");
+    QTest::addColumn<QStringList>("excludeDirs");
+    QTest::addColumn<int>("watches");
+
+    QTest::newRow("no limit") << 0 << QStringList() << 7;
+    QTest::newRow("one level") << 1 << QStringList() << 3;
+    QTest::newRow("two levels") << 2 << QStringList() << 5;
+    QTest::newRow("three levels") << 3 << QStringList() << 6;
+    QTest::newRow("deeper than the tree") << 50 << QStringList() << 7;
+    QTest::newRow("excluded name") << 0 << QStringList{QStringLiteral("b")} << 4;
+    QTest::newRow("excluded below, with limit") << 2 << QStringList{QStringLiteral("y")} << 4;
+    QTest::newRow("everything excluded") << 0 << QStringList{QStringLiteral("r")} << 0;
+}
+
+void TestIndexWatcher::watchesToTheDepthLimit()
+{
+    QFETCH(int, maxDepth);
+    QFETCH(QStringList, excludeDirs);
+    QFETCH(int, watches);
+    m_tree->dir(QStringLiteral("r/a/b/c/d"));
+    m_tree->dir(QStringLiteral("r/x/y"));
+    m_tree->dir(QStringLiteral("r/.hidden/z"));
+    m_tree->link(QStringLiteral("r/x/link"), at(QStringLiteral("out")));
+    startWatcher(watches, excludeDirs, maxDepth);
+    // The probe would be excluded with everything else where nothing is watched.
+    if (watches > 0)
+        settle();
+    QCOMPARE(watchCount(), watches);
+}
+
+void TestIndexWatcher::watchesNewDirectories()
+{
+    startWatcher(1, {}, 1);
+    // The limit counts from where a watch begins, so new directories are watched at any depth.
+    m_tree->dir(QStringLiteral("r/x"));
+    QTRY_COMPARE(watchCount(), 2);
+    m_tree->dir(QStringLiteral("r/x/y"));
+    QTRY_COMPARE(watchCount(), 3);
+    m_tree->dir(QStringLiteral("r/x/y/z"));
+    QTRY_COMPARE(watchCount(), 4);
+    m_tree->file(QStringLiteral("r/x/y/z/new.txt"), "nested");
+    QTRY_COMPARE(content(QStringLiteral("r/x/y/z/new.txt")), QStringLiteral("nested"));
+
+    m_tree->file(QStringLiteral("out/d/sub/f.txt"), "moved in");
+    m_tree->move(QStringLiteral("out/d"), QStringLiteral("r/d"));
+    QTRY_COMPARE(watchCount(), 6);
+    settle();
+    QVERIFY(!hasRow(QStringLiteral("r/d/sub/f.txt"))); // only with its next event
+    m_tree->file(QStringLiteral("r/d/sub/f.txt"), "changed");
+    QTRY_COMPARE(content(QStringLiteral("r/d/sub/f.txt")), QStringLiteral("changed"));
+}
+
+void TestIndexWatcher::forgetsDirectoriesThatLeave()
+{
+    m_tree->dir(QStringLiteral("r/d/sub"));
+    m_tree->dir(QStringLiteral("r/dd"));
+    m_tree->dir(QStringLiteral("r/deleted/sub"));
+    startWatcher(6);
+    for (const char *file : {"r/d/a.txt", "r/d/sub/b.bin", "r/dd/stays.bin", "r/deleted/sub/c.bin"})
+        m_tree->file(QString::fromLatin1(file));
+    settle();
+    m_tree->file(QStringLiteral("r/d/late.txt")); // still waiting when its directory leaves
+    m_tree->move(QStringLiteral("r/d"), QStringLiteral("out/d"));
+    m_tree->remove(QStringLiteral("r/deleted"));
+    QTRY_VERIFY(countOf(QStringLiteral("r/deleted"), removeDir) > 0);
+    QCOMPARE(countOf(QStringLiteral("r/d"), removeDir), 1);
+    QCOMPARE(watchCount(), 2);
+    // What happens there now is none of ours, though the same directories are concerned.
+    m_tree->file(QStringLiteral("out/d/a.txt"), "changed outside");
+    m_tree->file(QStringLiteral("out/d/sub/new.bin"));
+    settle();
+    QStringList left;
+    for (const QString &path : rows().keys()) {
+        if (!path.contains(QLatin1String("/probe")))
+            left.append(path);
+    }
+    QCOMPARE(left, QStringList{at(QStringLiteral("r/dd/stays.bin"))});
+    QCOMPARE(m_invalidated, 0);
+}
+
+void TestIndexWatcher::followsRenamedDirectories()
+{
+    m_tree->dir(QStringLiteral("r/old/sub"));
+    startWatcher(3);
+    m_tree->file(QStringLiteral("r/old/sub/f.bin"));
+    settle();
+    m_tree->move(QStringLiteral("r/old"), QStringLiteral("r/new"));
+    settle();
+    QVERIFY(!hasRow(QStringLiteral("r/old/sub/f.bin")));
+    QCOMPARE(watchCount(), 3);
+    m_tree->file(QStringLiteral("r/new/sub/f.bin"), "again");
+    settle();
+    QVERIFY(hasRow(QStringLiteral("r/new/sub/f.bin")));
+    QVERIFY(!hasRow(QStringLiteral("r/old/sub/f.bin")));
+    // One report for the old name, and none for the new one.
+    QCOMPARE(countOf(QStringLiteral("r/old"), removeDir), 1);
+    QCOMPARE(countOf(QStringLiteral("r/new"), removeDir), 0);
+}
+
+/// A deleted directory that somebody still holds open reports its end only when it is let go.
+void TestIndexWatcher::aNewDirectoryOutlivesTheOldOneOfItsName()
+{
+    const QString dir = m_tree->dir(QStringLiteral("r/d"));
+    startWatcher(2);
+    const int held = open(QFile::encodeName(dir).constData(), O_RDONLY | O_DIRECTORY);
+    m_tree->remove(QStringLiteral("r/d"));
+    m_tree->dir(QStringLiteral("r/d"));
+    settle();
+    m_tree->file(QStringLiteral("r/d/f.bin"));
+    settle();
+    QVERIFY(hasRow(QStringLiteral("r/d/f.bin")));
+    close(held);
+    settle();
+    QVERIFY(hasRow(QStringLiteral("r/d/f.bin")));
+    QCOMPARE(watchCount(), 2);
+}
+
+void TestIndexWatcher::survivesTheEndOfARoot()
+{
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/f.bin"));
+    QTRY_VERIFY(hasRow(QStringLiteral("r/f.bin")));
+    m_tree->move(QStringLiteral("r"), QStringLiteral("elsewhere"));
+    QTRY_COMPARE(watchCount(), 0);
+    QTRY_COMPARE(countOf(QStringLiteral("r"), removeDir), 1);
+    QVERIFY(rows().isEmpty());
+    QVERIFY(m_watcher->isRunning());
+    QCOMPARE(m_invalidated, 0);
+}
+
+void TestIndexWatcher::triesThreeTimesForAText()
+{
+    startWatcher(1);
+    const QStringList documents{QStringLiteral("r/a.pdf"), QStringLiteral("r/b.pdf"),
+                                QStringLiteral("r/c.pdf")};
+    for (const QString &document : documents)
+        m_tree->file(document, "words");
+    settle();
+    m_tools.file(QStringLiteral("runs"), QByteArray());
+    m_updates.clear();
+    QElapsedTimer timer;
+    timer.start();
+    for (const QString &document : documents)
+        m_tree->file(document, "none");
+    m_tree->file(QStringLiteral("r/third.pdf"), "at last");
+    for (const QString &document : documents)
+        QTRY_COMPARE(countOf(document, upsert), 1);
+    QTRY_COMPARE(content(QStringLiteral("r/third.pdf")), QStringLiteral("at last"));
+    // The pause and the waits before the second and the third try, for all files at once.
+    QVERIFY2(timer.elapsed() >= 1200, qPrintable(QString::number(timer.elapsed())));
+    for (const QString &document : documents) {
+        QCOMPARE(toolRuns(document.mid(2)), 3);
+        QCOMPARE(content(document), QStringLiteral("words"));
+        QCOMPARE(rows().value(at(document)).size, 4);
+    }
+}
+
+void TestIndexWatcher::reportsWritesThatFail_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<bool>("told");
+
+    QTest::newRow("text") << "BEFORE INSERT"
+                          << "write"
+                          << "r/new.txt" << upsert << true;
+    QTest::newRow("metadata") << "BEFORE INSERT"
+                              << "write"
+                              << "r/new.bin" << metaOnly << false;
+    QTest::newRow("file") << "BEFORE DELETE"
+                          << "remove"
+                          << "r/old.txt" << removeFile << true;
+    QTest::newRow("directory") << "BEFORE DELETE"
+                               << "remove"
+                               << "r/d" << removeDir << true;
+}
+
+/// A trigger stands for whatever makes a write fail, such as a full disk.
+void TestIndexWatcher::reportsWritesThatFail()
+{
+    QFETCH(QString, trigger);
+    QFETCH(QString, operation);
+    QFETCH(QString, path);
+    QFETCH(QString, action);
+    QFETCH(bool, told);
+    for (const char *file : {"r/old.txt", "r/d/inner.txt"}) {
+        const QFileInfo info(m_tree->file(QString::fromLatin1(file)));
+        QVERIFY(SearchIndexDB(m_dbPath).upsertFile(info, QStringLiteral("text")));
+    }
+    executeOn(m_dbPath, {QStringLiteral("CREATE TRIGGER full %1 ON file_index BEGIN SELECT "
+                                        "RAISE(ABORT, 'disk is full'); END")
+                             .arg(trigger)});
+    startWatcher(2);
+    if (operation == QLatin1String("write"))
+        m_tree->file(path);
+    else
+        m_tree->remove(path);
+    QTRY_VERIFY(countOf(path, action, !told) > 0);
+    if (told)
+        QTRY_VERIFY(m_invalidated > 0);
+    QVERIFY(m_watcher->isRunning());
+    executeOn(m_dbPath, {QStringLiteral("DROP TRIGGER full")});
+    settle(); // it goes on
+}
+
+/// While one document is slow, more happens than the kernel's queue can hold.
+void TestIndexWatcher::reportsLostEvents()
+{
+    QFile limit(QStringLiteral("/proc/sys/fs/inotify/max_queued_events"));
+    QVERIFY(limit.open(QIODevice::ReadOnly));
+    const int queued = limit.readAll().trimmed().toInt();
+    QVERIFY(queued > 0);
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/gate.pdf"), "slow");
+    QTRY_COMPARE(toolRuns(QStringLiteral("gate.pdf")), 1);
+    // Each file that comes and goes makes at least three events.
+    for (int i = 0; i < queued / 3 + 1000; ++i) {
+        m_tree->file(QStringLiteral("r/f%1").arg(i), QByteArray());
+        m_tree->remove(QStringLiteral("r/f%1").arg(i));
+    }
+    QCOMPARE(m_invalidated, 0);
+    m_tools.file(QStringLiteral("go"));
+    QTRY_COMPARE_WITH_TIMEOUT(m_invalidated, 1, slowMs);
+    QVERIFY(m_watcher->isRunning());
+    QCOMPARE(content(QStringLiteral("r/gate.pdf")), QStringLiteral("slow"));
+    settle();
+    m_tools.remove(QStringLiteral("go"));
+}
+
+void TestIndexWatcher::endsWhenTheDatabaseGoes()
+{
+    startWatcher(1);
+    QVERIFY(m_watcher->isRunning());
+    m_tree->remove(QStringLiteral("index.db"));
+    QTRY_COMPARE(m_invalidated, 1);
+    QTRY_VERIFY(!m_watcher->isRunning());
+    QCOMPARE(watchCount(), 0);
+    // The ended thread is joined, and a new one makes a new database.
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/a.txt"), "afresh");
+    QTRY_COMPARE(content(QStringLiteral("r/a.txt")), QStringLiteral("afresh"));
+    QCOMPARE(m_invalidated, 1);
+}
+
+void TestIndexWatcher::endsWithoutADatabase()
+{
+    IndexWatcher watcher(at(QStringLiteral("no/such/dir/index.db")));
+    connect(&watcher, &IndexWatcher::indexInvalidated, this, [this] { ++m_invalidated; });
+    watcher.start(); // no roots: nothing starts
+    QVERIFY(!watcher.isRunning());
+    watcher.setRoots({at(QStringLiteral("r"))});
+    watcher.start();
+    QTRY_COMPARE(m_invalidated, 1);
+    QTRY_VERIFY(!watcher.isRunning());
+}
+
+void TestIndexWatcher::stopEndsAHangingTool()
+{
+    startWatcher(1);
+    m_tree->file(QStringLiteral("r/hang.pdf"));
+    QTRY_COMPARE(toolRuns(QStringLiteral("hang.pdf")), 1);
+    QElapsedTimer timer;
+    timer.start();
+    m_watcher->stop();
+    QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!m_watcher->isRunning());
+    m_tree->file(QStringLiteral("r/after.bin"));
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(m_updates.size(), 0);
+    QVERIFY(rows().isEmpty());
+}
+
+void TestIndexWatcher::startsAndStopsWithoutLeaks()
+{
+    m_tree->dir(QStringLiteral("r/a/b"));
+    startWatcher(3);
+    m_watcher->stop();
+    const int before = openDescriptors();
+    QElapsedTimer timer;
+    qint64 stopping = 0;
+    for (int i = 0; i < 200; ++i) {
+        m_watcher->start();
+        if (i % 3 == 0)
+            m_watcher->start(); // ends the first by itself
+        if (i % 5 == 0)
+            m_tree->file(QStringLiteral("r/a/f.txt"), QByteArray::number(i));
+        if (i % 10 == 0)
+            QTRY_COMPARE(watchCount(), 3);
+        timer.start();
+        m_watcher->stop();
+        stopping += timer.elapsed();
+    }
+    QCOMPARE(openDescriptors(), before);
+    QCOMPARE(watchCount(), 0);
+    QVERIFY2(stopping < 200 * 30, qPrintable(QString::number(stopping)));
+    QCOMPARE(m_invalidated, 0);
+}
+
+QTEST_GUILESS_MAIN(TestIndexWatcher)
+#include "tst_indexwatcher.moc"
