@@ -39,7 +39,7 @@ ROOMS["app"] = ENGINES + ["ui/pages"]
 # page opens itself. Besides them a page includes its own header and its private parts, in the
 # folder named after it.
 OWN_DIALOGS = {
-    "filesearchpage": ["indexsettingsdialog"],
+    "filesearchpage": ["indexsettingsdialog", "keywordtaginput"],
     "indexsettingsdialog": ["keywordtaginput"],
     "partitionselectpage": ["scansettingsdialog"],
     "recentscanspage": ["recoveryhistorydialog", "recoverydetaildialog"],

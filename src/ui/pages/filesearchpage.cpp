@@ -12,10 +12,10 @@
 #include "ui/common/utils/formatutils.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/filesearch/fileresultactions.h"
-#include "ui/pages/filesearch/indexcards.h"
-#include "ui/pages/filesearch/searchengines.h"
-#include "ui/pages/filesearch/searchview.h"
+#include "ui/pages/filesearchpage/fileresultactions.h"
+#include "ui/pages/filesearchpage/indexcards.h"
+#include "ui/pages/filesearchpage/searchengines.h"
+#include "ui/pages/filesearchpage/searchview.h"
 #include "ui/pages/indexsettingsdialog.h"
 
 #include <QFileInfo>

@@ -3,7 +3,7 @@
 #include "core/appmode.h"
 #include "core/controllers/search/searchpathresolver.h"
 #include "search/searchsettings.h"
-#include "ui/pages/filesearch/resultcache.h"
+#include "ui/pages/filesearchpage/resultcache.h"
 
 #include <QStringList>
 #include <QVariantList>

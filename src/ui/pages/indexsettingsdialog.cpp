@@ -7,7 +7,7 @@
 #include "ui/common/theme.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/filesearch/wrapcheckbox.h"
+#include "ui/pages/indexsettingsdialog/wrapcheckbox.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -20,7 +20,6 @@
 #include <QVBoxLayout>
 
 using core::AppMode;
-using filesearch::WrapCheckBox;
 using ui::common::AppNoticeDialog;
 using ui::common::AppToolTip;
 using ui::common::ThemeColors;

@@ -1,9 +1,9 @@
-#include "ui/pages/filesearch/resulttable.h"
+#include "ui/pages/filesearchpage/resulttable.h"
 
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
-#include "ui/pages/filesearch/searchresultmodel.h"
-#include "ui/pages/filesearch/snippettext.h"
+#include "ui/pages/filesearchpage/searchresultmodel.h"
+#include "ui/pages/filesearchpage/snippettext.h"
 
 #include <QHeaderView>
 #include <QHelpEvent>

@@ -1,13 +1,13 @@
-#include "ui/pages/filesearch/searchview.h"
+#include "ui/pages/filesearchpage/searchview.h"
 
 #include "ui/common/emptystate.h"
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "ui/common/widgetstyle.h"
-#include "ui/pages/filesearch/resultcarddelegate.h"
-#include "ui/pages/filesearch/resulttable.h"
-#include "ui/pages/filesearch/searchresultmodel.h"
+#include "ui/pages/filesearchpage/resultcarddelegate.h"
+#include "ui/pages/filesearchpage/resulttable.h"
+#include "ui/pages/filesearchpage/searchresultmodel.h"
 #include "ui/pages/keywordtaginput.h"
 
 #include <QAction>

@@ -2,8 +2,6 @@
 
 #include <QCheckBox>
 
-namespace filesearch {
-
 /// Check box whose text wraps; the indicator stands beside the first line.
 class WrapCheckBox : public QCheckBox
 {
@@ -25,5 +23,3 @@ private:
     int textLeft() const;
     int lineHeight() const;
 };
-
-} // namespace filesearch

@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/searchresultmodel.h"
+#include "ui/pages/filesearchpage/searchresultmodel.h"
 
 #include "ui/common/iconwidget.h"
 #include "ui/common/theme.h"

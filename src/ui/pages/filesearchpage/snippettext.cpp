@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/snippettext.h"
+#include "ui/pages/filesearchpage/snippettext.h"
 
 #include "ui/common/theme.h"
 

@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/searchengines.h"
+#include "ui/pages/filesearchpage/searchengines.h"
 
 #include "search/indexbuilder.h"
 #include "search/indexwatcher.h"

@@ -1,10 +1,10 @@
-#include "ui/pages/filesearch/resultcarddelegate.h"
+#include "ui/pages/filesearchpage/resultcarddelegate.h"
 
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/formatutils.h"
-#include "ui/pages/filesearch/searchresultmodel.h"
-#include "ui/pages/filesearch/snippettext.h"
+#include "ui/pages/filesearchpage/searchresultmodel.h"
+#include "ui/pages/filesearchpage/snippettext.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QHelpEvent>

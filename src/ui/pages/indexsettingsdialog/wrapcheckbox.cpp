@@ -1,9 +1,7 @@
-#include "ui/pages/filesearch/wrapcheckbox.h"
+#include "ui/pages/indexsettingsdialog/wrapcheckbox.h"
 
 #include <QStyleOptionButton>
 #include <QStylePainter>
-
-namespace filesearch {
 
 namespace {
 
@@ -72,5 +70,3 @@ void WrapCheckBox::paintEvent(QPaintEvent *event)
     painter.drawText(rect().adjusted(textLeft(), 0, 0, 0), Qt::TextWordWrap | Qt::AlignLeft,
                      text());
 }
-
-} // namespace filesearch

@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/resultcache.h"
+#include "ui/pages/filesearchpage/resultcache.h"
 
 #include <QFileInfo>
 #include <QVariantMap>

@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/fileresultactions.h"
+#include "ui/pages/filesearchpage/fileresultactions.h"
 
 #include "search/fileactions.h"
 #include "search/filemover.h"

@@ -1,4 +1,4 @@
-#include "ui/pages/filesearch/indexcards.h"
+#include "ui/pages/filesearchpage/indexcards.h"
 
 #include "ui/common/elidedlabel.h"
 #include "ui/common/iconwidget.h"

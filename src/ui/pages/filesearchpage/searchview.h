@@ -1,7 +1,7 @@
 #pragma once
 
 #include "search/searchfilters.h"
-#include "ui/pages/filesearch/fileresultactions.h"
+#include "ui/pages/filesearchpage/fileresultactions.h"
 
 #include <QSet>
 #include <QString>
