@@ -1,0 +1,106 @@
+#include "tour.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QScreen>
+#include <QTest>
+#include <QTimer>
+
+Tour::Tour(const TourOptions &options)
+    : m_options(options)
+{
+    QDir().mkpath(home());
+    QDir().mkpath(m_options.pictureDir);
+}
+
+Tour::~Tour()
+{
+    delete m_window;
+}
+
+void Tour::showWindow(QWidget *window)
+{
+    delete m_window;
+    m_window = window;
+    m_window->resize(m_options.windowSize);
+    m_window->move(0, 0);
+    m_window->show();
+}
+
+QString Tour::home() const
+{
+    return m_root.filePath(QStringLiteral("home"));
+}
+
+bool Tour::click(const char *objectName, QString *error) const
+{
+    auto *widget = find<QWidget>(objectName, error);
+    if (!widget)
+        return false;
+    if (!widget->isVisible() || !widget->isEnabled()) {
+        *error = QStringLiteral("%1 cannot be clicked now").arg(QLatin1String(objectName));
+        return false;
+    }
+    QTest::mouseClick(widget, Qt::LeftButton);
+    return true;
+}
+
+bool Tour::waitFor(const std::function<bool()> &done, int timeoutMs, const QString &what,
+                   QString *error) const
+{
+    if (QTest::qWaitFor(done, timeoutMs))
+        return true;
+    *error = QStringLiteral("waited %1 s in vain for %2").arg(timeoutMs / 1000.0).arg(what);
+    return false;
+}
+
+bool Tour::picture(const QString &name, QString *error) const
+{
+    // Two frames of an animation or a repaint may still be on their way.
+    QTest::qWait(350);
+    const QRect area = m_window->frameGeometry();
+    const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(),
+                                                                      area.width(), area.height());
+    const QString path =
+        QDir(m_options.pictureDir)
+            .filePath(
+                QStringLiteral("%1-%2.png").arg(core::AppModeDetector::toString(mode()), name));
+    if (shot.isNull() || !shot.save(path)) {
+        *error = QStringLiteral("cannot save the picture %1").arg(path);
+        return false;
+    }
+    return true;
+}
+
+bool Tour::withDialog(const std::function<void()> &act,
+                      const std::function<bool(QDialog *, QString *)> &inDialog,
+                      QString *error) const
+{
+    bool ok = false;
+    bool seen = false;
+    QTimer poll;
+    QElapsedTimer sinceStart;
+    sinceStart.start();
+    QObject::connect(&poll, &QTimer::timeout, &poll, [&] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isVisible()) {
+            if (sinceStart.elapsed() > 10000)
+                poll.stop();
+            return;
+        }
+        poll.stop();
+        seen = true;
+        ok = inDialog(dialog, error);
+        if (dialog->isVisible())
+            dialog->reject();
+    });
+    poll.start(50);
+    act();
+    if (!QTest::qWaitFor([&] { return seen || !poll.isActive(); }, 15000) || !seen) {
+        *error = QStringLiteral("no dialog came up");
+        return false;
+    }
+    return ok;
+}
