@@ -162,7 +162,11 @@ void AppNoticeDialog::fitMessage()
     const int available = contentWidth() - kIconWrap - metrics::kCardGap;
     const QScreen *screen = QGuiApplication::primaryScreen();
     const int most = screen ? qRound(screen->availableGeometry().height() * kMessageShare) : 400;
-    m_messageArea->setFixedHeight(qMin(m_message->heightForWidth(available), most));
+    const int needed = m_message->heightForWidth(available);
+    // A scroll bar "as needed" would take its room from the text and be needed for that reason.
+    m_messageArea->setVerticalScrollBarPolicy(needed > most ? Qt::ScrollBarAlwaysOn
+                                                            : Qt::ScrollBarAlwaysOff);
+    m_messageArea->setFixedHeight(qMin(needed, most));
 }
 
 void AppNoticeDialog::chooseDefaultButton()

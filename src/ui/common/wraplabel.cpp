@@ -85,8 +85,8 @@ QSize WrapLabel::sizeHint() const
 
 QSize WrapLabel::minimumSizeHint() const
 {
-    ensurePolished();
-    return QSize(fontMetrics().averageCharWidth() * 4, fontMetrics().height());
+    const int least = qMin(naturalWidth(), fontMetrics().averageCharWidth() * 4);
+    return QSize(least + frameExtent(), fontMetrics().height() + frameExtent());
 }
 
 void WrapLabel::paintEvent(QPaintEvent *event)
