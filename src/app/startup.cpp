@@ -56,6 +56,7 @@ void applyTheme(AppMode mode)
 {
     const ThemeType type = mode == AppMode::normal ? ThemeType::light : ThemeType::dark;
     ThemeColors::init(type, loadFontScale(morvaneConfigPath()));
+    QApplication::setFont(ui::common::applicationFont());
     QApplication::setPalette(ui::common::buildPalette(type));
     qApp->setStyleSheet(ui::common::buildAppStyleSheet(type));
 }
