@@ -1,5 +1,7 @@
 #include "search/fileactions.h"
 #include "search/filemover.h"
+#include "support/faketools.h"
+#include "support/temptree.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -16,12 +18,6 @@
 namespace {
 
 const QByteArray kText = "内容 of a file\n";
-
-bool write(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
 
 QByteArray read(const QString &path)
 {
@@ -76,16 +72,19 @@ private slots:
     void fillsTheClipboard();
 
 private:
-    QString path(const char *name) const { return m_dir->filePath(QString::fromUtf8(name)); }
+    QString path(const char *name) const { return m_tree->path(QString::fromUtf8(name)); }
+    QString write(const char *name, const QByteArray &bytes)
+    {
+        return m_tree->file(QString::fromUtf8(name), bytes);
+    }
 
-    QScopedPointer<QTemporaryDir> m_dir;
+    QScopedPointer<TempTree> m_tree;
 };
 
 void TestFileActions::init()
 {
-    m_dir.reset(new QTemporaryDir);
-    QVERIFY(m_dir->isValid());
-    QVERIFY(QDir().mkdir(path("to")));
+    m_tree.reset(new TempTree);
+    m_tree->dir(QStringLiteral("to"));
 }
 
 void TestFileActions::choosesAFreeName_data()
@@ -115,7 +114,7 @@ void TestFileActions::choosesAFreeName()
     QFETCH(QString, expected);
     const QString directory = path("to") + QLatin1Char('/');
     for (const QString &file : qAsConst(taken))
-        QVERIFY(write(directory + file, "x"));
+        m_tree->file(QStringLiteral("to/") + file, "x");
     QCOMPARE(filemover::uniqueTargetPath(path("to"), name), directory + expected);
     // A dangling link takes the name as well.
     QVERIFY(QFile::link(QStringLiteral("/nowhere/at/all"), directory + expected));
@@ -124,11 +123,11 @@ void TestFileActions::choosesAFreeName()
 
 void TestFileActions::givesUpAfterTheLastCounter()
 {
-    QVERIFY(write(path("to/a"), "x"));
+    write("to/a", "x");
     for (int i = 1; i <= 999; ++i)
-        QVERIFY(write(path("to/a_%1").arg(i), "x"));
+        m_tree->file(QStringLiteral("to/a_%1").arg(i), "x");
     QCOMPARE(filemover::uniqueTargetPath(path("to"), QStringLiteral("a")), QString());
-    QVERIFY(write(path("a"), kText));
+    write("a", kText);
     QString newPath;
     QString error;
     QVERIFY(!filemover::moveInto(path("a"), path("to"), &newPath, &error));
@@ -138,8 +137,8 @@ void TestFileActions::givesUpAfterTheLastCounter()
 
 void TestFileActions::movesWithoutReplacing()
 {
-    QVERIFY(write(path("a.txt"), kText));
-    QVERIFY(write(path("to/a.txt"), "other"));
+    write("a.txt", kText);
+    write("to/a.txt", "other");
     QString newPath;
     QString error;
     QVERIFY2(filemover::moveInto(path("a.txt"), path("to"), &newPath, &error), qPrintable(error));
@@ -151,7 +150,7 @@ void TestFileActions::movesWithoutReplacing()
 
 void TestFileActions::leavesAFileThatIsThereAlready()
 {
-    QVERIFY(write(path("to/a.txt"), kText));
+    write("to/a.txt", kText);
     QVERIFY(QFile::link(path("to"), path("alias")));
     for (const QString &directory : {path("to"), path("to/"), path("alias")}) {
         QString newPath;
@@ -171,7 +170,7 @@ void TestFileActions::movesLinksAsLinks_data()
 void TestFileActions::movesLinksAsLinks()
 {
     QFETCH(bool, byCopy);
-    QVERIFY(write(path("file"), kText));
+    write("file", kText);
     QVERIFY(QFile::link(path("file"), path("link")));
     QString newPath = path("to/link");
     QString error;
@@ -187,7 +186,7 @@ void TestFileActions::copiesWhole()
 {
     // Several chunks and a rest.
     const QByteArray bytes = QByteArray("0123456789abcdef").repeated(200000) + "tail";
-    QVERIFY(write(path("big"), bytes));
+    write("big", bytes);
     QCOMPARE(::chmod(QFile::encodeName(path("big")).constData(), 0641), 0);
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(1234567890123);
     QFile file(path("big"));
@@ -210,9 +209,10 @@ void TestFileActions::movesAcrossFileSystems()
 {
     QTemporaryDir memory(QStringLiteral("/dev/shm/mvt.XXXXXX"));
     QVERIFY(memory.isValid());
-    QVERIFY2(onOtherDevice(memory.path(), m_dir->path()), "the two folders must be on two devices");
-    QVERIFY(write(path("a.txt"), kText));
-    QVERIFY(write(memory.filePath(QStringLiteral("a.txt")), "other"));
+    QVERIFY2(onOtherDevice(memory.path(), m_tree->path()),
+             "the two folders must be on two devices");
+    write("a.txt", kText);
+    QVERIFY(QFile::copy(write("other", "other"), memory.filePath(QStringLiteral("a.txt"))));
     QString newPath;
     QString error;
     QVERIFY2(filemover::moveInto(path("a.txt"), memory.path(), &newPath, &error),
@@ -226,8 +226,8 @@ void TestFileActions::movesAcrossFileSystems()
 
 void TestFileActions::copyNeverReplaces()
 {
-    QVERIFY(write(path("a"), kText));
-    QVERIFY(write(path("to/a"), "other"));
+    write("a", kText);
+    write("to/a", "other");
     QString error;
     QVERIFY(!filemover::moveByCopy(path("a"), path("to/a"), &error));
     QVERIFY(!error.isEmpty());
@@ -261,7 +261,7 @@ void TestFileActions::refusesWhatIsNoFile()
 
 void TestFileActions::reportsAMissingSource()
 {
-    for (const QString &directory : {path("to"), m_dir->path(), path("no such folder")}) {
+    for (const QString &directory : {path("to"), m_tree->path(), path("no such folder")}) {
         QString newPath;
         QString error;
         QVERIFY(!filemover::moveInto(path("gone"), directory, &newPath, &error));
@@ -273,51 +273,44 @@ void TestFileActions::triesTrashToolsInOrder_data()
 {
     QTest::addColumn<QStringList>("present");
     QTest::addColumn<QString>("works");
-    QTest::addColumn<QStringList>("calls");
+    QTest::addColumn<int>("firstCall");
+    QTest::addColumn<int>("calls");
     QTest::addColumn<bool>("done");
     const QStringList all = {QStringLiteral("gio"), QStringLiteral("trash-put"),
                              QStringLiteral("kioclient5"), QStringLiteral("kioclient")};
-    const QStringList calls = {QStringLiteral("gio [trash] [FILE]"),
-                               QStringLiteral("trash-put [FILE]"),
-                               QStringLiteral("kioclient5 [move] [FILE] [trash:/]"),
-                               QStringLiteral("kioclient [move] [FILE] [trash:/]")};
     for (int i = 0; i < all.size(); ++i)
-        QTest::newRow(qPrintable(all.at(i)))
-            << all << all.at(i) << QStringList(calls.mid(0, i + 1)) << true;
-    QTest::newRow("all fail") << all << QString() << calls << false;
+        QTest::newRow(qPrintable(all.at(i))) << all << all.at(i) << 0 << i + 1 << true;
+    QTest::newRow("all fail") << all << QString() << 0 << 4 << false;
     QTest::newRow("missing ones are passed over")
-        << QStringList(all.mid(3)) << all.at(3) << QStringList(calls.mid(3)) << true;
-    QTest::newRow("no tool at all") << QStringList() << QString() << QStringList() << false;
+        << QStringList(all.mid(3)) << all.at(3) << 3 << 1 << true;
+    QTest::newRow("no tool at all") << QStringList() << QString() << 0 << 0 << false;
 }
 
 void TestFileActions::triesTrashToolsInOrder()
 {
     QFETCH(QStringList, present);
     QFETCH(QString, works);
-    QFETCH(QStringList, calls);
+    QFETCH(int, firstCall);
+    QFETCH(int, calls);
     QFETCH(bool, done);
-    QVERIFY(QDir().mkdir(path("bin")));
-    const QString file = path("一 个.txt");
+    const QString file = write("一 个.txt", kText);
+    const QString trash = QStringLiteral("trash:/");
+    const QString move = QStringLiteral("move");
+    const QList<QStringList> expected = {{QStringLiteral("gio"), QStringLiteral("trash"), file},
+                                         {QStringLiteral("trash-put"), file},
+                                         {QStringLiteral("kioclient5"), move, file, trash},
+                                         {QStringLiteral("kioclient"), move, file, trash}};
+    FakeTools tools;
     for (const QString &tool : qAsConst(present)) {
-        const QString script =
-            QStringLiteral("#!/bin/sh\nprintf '%s' \"${0##*/}\" >> '%1'\n"
-                           "for a in \"$@\"; do printf ' [%s]' \"$a\" >> '%1'; done\n"
-                           "echo >> '%1'\nexit %2\n")
-                .arg(path("calls"), QString::number(tool == works ? 0 : 3));
-        QVERIFY(write(path("bin/") + tool, script.toUtf8()));
-        QVERIFY(QFile::setPermissions(path("bin/") + tool, QFileDevice::ReadOwner |
-                                                               QFileDevice::WriteOwner |
-                                                               QFileDevice::ExeOwner));
+        QString error;
+        QVERIFY2(tools.add(tool, tool == works ? "exit 0" : "exit 3", &error), qPrintable(error));
     }
     const QByteArray searchPath = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(path("bin")));
+    qputenv("PATH", QFile::encodeName(tools.dir()));
     const bool moved = fileactions::moveToTrash(file);
     qputenv("PATH", searchPath);
-
     QCOMPARE(moved, done);
-    const QString log =
-        QFileInfo::exists(path("calls")) ? QString::fromUtf8(read(path("calls"))) : QString();
-    QCOMPARE(pieces(QString(log).replace(file, QStringLiteral("FILE")), QLatin1Char('\n')), calls);
+    QCOMPARE(tools.calls(), expected.mid(firstCall, calls));
 }
 
 void TestFileActions::fillsTheClipboard()

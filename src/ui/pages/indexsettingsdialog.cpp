@@ -29,7 +29,9 @@ namespace metrics = ui::common::metrics;
 namespace {
 
 constexpr int kDialogWidth = 640;
-constexpr int kDialogHeight = 640;
+constexpr int kMinDialogHeight = 560;
+constexpr int kMaxDialogHeight = 880;
+constexpr int kBelowWindow = 40; ///< By which the dialog is lower than the window behind it.
 constexpr int kListRows = 3;
 
 struct TypeGroup
@@ -110,7 +112,8 @@ IndexSettingsDialog::IndexSettingsDialog(AppMode mode,
     accept->setObjectName(QStringLiteral("IndexSettingsAccept"));
     connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(accept, &QPushButton::clicked, this, &QDialog::accept);
-    resize(kDialogWidth, kDialogHeight);
+    const int room = parent ? parent->window()->height() - kBelowWindow : kMinDialogHeight;
+    resize(kDialogWidth, qBound(kMinDialogHeight, room, kMaxDialogHeight));
     setSettings(Settings());
 }
 

@@ -23,7 +23,8 @@ constexpr int kCellPadding = 12; ///< As in the style sheet of the table's items
 constexpr int kButtonPadding = 8;
 constexpr int kButtonGap = 4;
 constexpr int kButtonRadius = 8;
-constexpr int kNamePercent = 38;
+constexpr int kSelectionBar = 3; ///< Marks the current row by more than its colour.
+constexpr int kNamePercent = 45;
 constexpr int kMinTextColumn = 120;
 constexpr int kBodyPx = 13;
 
@@ -230,8 +231,13 @@ void ResultCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &op
                                const QModelIndex &index) const
 {
     QStyledItemDelegate::paint(painter, option, index);
+    if (index.column() == SearchResultModel::NameColumn &&
+        option.state.testFlag(QStyle::State_Selected))
+        painter->fillRect(
+            QRect(option.rect.left(), option.rect.top(), kSelectionBar, option.rect.height() - 1),
+            ThemeColors::current().accent);
     if (index.column() == SearchResultModel::ActionColumn)
-        paintButtons(painter, option.rect, index.row(),
+        paintButtons(painter, option.rect.adjusted(0, 0, 0, -1), index.row(),
                      index.data(SearchResultModel::BusyRole).toBool());
 }
 
