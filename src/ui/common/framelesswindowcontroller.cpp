@@ -88,6 +88,7 @@ FramelessWindowController::FramelessWindowController(QWidget *window, WindowTitl
         m_titleBar->hide();
         return;
     }
+    connect(m_titleBar, &QObject::destroyed, this, [this] { m_titleBar = nullptr; });
     connect(m_titleBar, &WindowTitleBar::requestMinimize, m_window, &QWidget::showMinimized);
     connect(m_titleBar, &WindowTitleBar::requestToggleMaximize, this,
             &FramelessWindowController::toggleMaximized);

@@ -55,7 +55,7 @@ private:
     bool watchHandle(const QWidget *handle, QEvent *event);
 
     QPointer<QWidget> m_window;
-    QPointer<WindowTitleBar> m_titleBar;
+    WindowTitleBar *m_titleBar; ///< Null once the bar is gone.
     bool m_enabled;
     bool m_resizable;
     QVector<QWidget *> m_handles;

@@ -36,6 +36,7 @@ void setUpView(QAbstractItemView *view)
 RowDelegate::RowDelegate(QAbstractItemView *view)
     : QStyledItemDelegate(view)
     , m_view(view)
+    , m_viewport(view->viewport())
 {
     view->viewport()->setMouseTracking(true);
     view->viewport()->installEventFilter(this);
@@ -57,11 +58,14 @@ void RowDelegate::initStyleOption(QStyleOptionViewItem *option, const QModelInde
 
 bool RowDelegate::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == m_view->viewport()) {
-        if (event->type() == QEvent::MouseMove)
+    if (watched == m_viewport) {
+        if (event->type() == QEvent::MouseMove) {
             setHovered(m_view->indexAt(static_cast<QMouseEvent *>(event)->pos()));
-        else if (event->type() == QEvent::Leave)
-            setHovered(QModelIndex());
+        } else if (event->type() == QEvent::Leave) {
+            // Comes also while the view is being destroyed, so the view is not to be asked here.
+            m_hovered = QModelIndex();
+            static_cast<QWidget *>(watched)->update();
+        }
         return false;
     }
     // Editors of cells have the delegate as their filter, too.

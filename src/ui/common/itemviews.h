@@ -37,6 +37,7 @@ private:
     void updateRow(const QModelIndex &index);
 
     QAbstractItemView *m_view;
+    const QObject *m_viewport;
     QPersistentModelIndex m_hovered;
     QHash<int, Qt::TextElideMode> m_elideModes;
 };
