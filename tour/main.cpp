@@ -102,6 +102,7 @@ int main(int argc, char *argv[])
     QTextStream(stdout) << QStringLiteral("Guided tour, %1 mode\n")
                                .arg(core::AppModeDetector::toString(tour.mode()));
     const bool good = walk(tour, livecd ? livecdModeSteps() : normalModeSteps());
+    tour.closeWindow();
     QTextStream(stdout) << (good ? "Everything was found. Pictures: "
                                  : "Something was not found. Pictures: ")
                         << options.pictureDir << '\n';

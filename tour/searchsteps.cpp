@@ -1,7 +1,7 @@
 #include "searchsteps.h"
 
 #include "support/sampledocuments.h"
-#include "ui/pages/filesearch/searchresultmodel.h"
+#include "ui/pages/filesearchpage/searchresultmodel.h"
 #include "ui/pages/keywordtaginput.h"
 
 #include <QAbstractItemView>

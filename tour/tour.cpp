@@ -15,14 +15,15 @@ Tour::Tour(const TourOptions &options)
     QDir().mkpath(m_options.pictureDir);
 }
 
-Tour::~Tour()
+void Tour::closeWindow()
 {
     delete m_window;
+    m_window = nullptr;
 }
 
 void Tour::showWindow(QWidget *window)
 {
-    delete m_window;
+    closeWindow();
     m_window = window;
     m_window->resize(m_options.windowSize);
     m_window->move(0, 0);

@@ -28,7 +28,6 @@ class Tour
 {
 public:
     explicit Tour(const TourOptions &options);
-    ~Tour();
 
     core::AppMode mode() const { return m_options.mode; }
     QString home() const;
@@ -40,6 +39,8 @@ public:
     QWidget *window() const { return m_window; }
     /// Takes ownership, gives the window its size and shows it in place of an earlier one.
     void showWindow(QWidget *window);
+    /// Call before the application object goes.
+    void closeWindow();
 
     /// The widget of that name below the window; null and an error text when it is not there.
     template <typename T>
