@@ -2,8 +2,7 @@
 
 #include "search/contentextractor.h"
 
-#include <QMutexLocker>
-
+#include <chrono>
 #include <utility>
 
 namespace {
@@ -11,15 +10,15 @@ namespace {
 /// 16 MiB in memory: several slices of what the database writes in the same time.
 const qint64 maxWaitingCharacters = 8 * 1024 * 1024;
 /// How long a waiting task takes at most to notice a stop.
-const unsigned long stopPollMs = 50;
+const std::chrono::milliseconds stopPoll(50);
 
 } // namespace
 
 void ExtractionResults::append(ExtractResult result)
 {
-    QMutexLocker lock(&m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     while (m_characters >= maxWaitingCharacters && !m_stop)
-        m_taken.wait(&m_mutex, stopPollMs);
+        m_taken.wait_for(lock, stopPoll);
     m_characters += result.text.size();
     m_results.append(std::move(result));
 }
@@ -27,10 +26,10 @@ void ExtractionResults::append(ExtractResult result)
 QList<ExtractResult> ExtractionResults::take()
 {
     QList<ExtractResult> taken;
-    QMutexLocker lock(&m_mutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     taken.swap(m_results);
     m_characters = 0;
-    m_taken.wakeAll();
+    m_taken.notify_all();
     return taken;
 }
 
@@ -38,16 +37,18 @@ ContentExtractTask::ContentExtractTask(const QString &path, int maxContentBytes,
                                        ExtractionResults &results, const std::atomic_bool &stop)
     : m_path(path)
     , m_maxContentBytes(maxContentBytes)
-    , m_results(results)
     , m_stop(stop)
-{}
+{
+    m_results = &results;
+}
 
 void ContentExtractTask::run()
 {
+    ExtractionResults *results = m_results;
     if (m_stop)
         return;
     QString text = ContentExtractor::readContentSnippet(m_path, m_maxContentBytes, &m_stop);
     if (m_stop)
         return;
-    m_results.append(ExtractResult{m_path, std::move(text)});
+    results->append(ExtractResult{m_path, std::move(text)});
 }

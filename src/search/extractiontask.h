@@ -1,12 +1,12 @@
 #pragma once
 
 #include <QList>
-#include <QMutex>
 #include <QRunnable>
 #include <QString>
-#include <QWaitCondition>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 
 /// Text of one file; empty when it yields none.
 struct ExtractResult
@@ -32,8 +32,8 @@ public:
 
 private:
     const std::atomic_bool &m_stop;
-    QMutex m_mutex;
-    QWaitCondition m_taken;
+    std::mutex m_mutex; ///< Held for an append or a swap only.
+    std::condition_variable m_taken;
     QList<ExtractResult> m_results;
     qint64 m_characters = 0;
 };
@@ -50,6 +50,8 @@ public:
 private:
     QString m_path;
     int m_maxContentBytes;
-    ExtractionResults &m_results;
     const std::atomic_bool &m_stop;
+    /// Written last and read first: a race detector that cannot look into the pool sees by it that
+    /// the fields above have changed hands.
+    std::atomic<ExtractionResults *> m_results{nullptr};
 };

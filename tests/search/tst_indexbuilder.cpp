@@ -24,17 +24,17 @@ class BuildRun
 {
 public:
     explicit BuildRun(const QString &dbPath)
-        : builder(dbPath)
+        : builder(new IndexBuilder(dbPath))
     {
-        QObject::connect(&builder, &IndexBuilder::progressChanged, &builder,
+        QObject::connect(builder.data(), &IndexBuilder::progressChanged, builder.data(),
                          [this](int files, const QString &text) {
                              progress.append({files, text});
                              if (onProgress)
                                  onProgress(files, text);
                          });
-        QObject::connect(&builder, &IndexBuilder::toolsMissing, &builder,
+        QObject::connect(builder.data(), &IndexBuilder::toolsMissing, builder.data(),
                          [this](const QStringList &lines) { toolLines.append(lines); });
-        QObject::connect(&builder, &IndexBuilder::finished, &builder,
+        QObject::connect(builder.data(), &IndexBuilder::finished, builder.data(),
                          [this](bool ok, const QString &text) {
                              ++ends;
                              success = ok;
@@ -47,7 +47,7 @@ public:
     {
         progress.clear();
         ends = 0;
-        builder.startBuild(roots, excludeDirs, {}, ftsExtensions, maxContentBytes);
+        builder->startBuild(roots, excludeDirs, {}, ftsExtensions, maxContentBytes);
     }
 
     QStringList texts() const
@@ -58,7 +58,7 @@ public:
         return all;
     }
 
-    IndexBuilder builder;
+    const QScopedPointer<IndexBuilder> builder;
     std::function<void(int, const QString &)> onProgress;
     QList<Progress> progress;
     QStringList toolLines;
@@ -274,7 +274,7 @@ void TestIndexBuilder::storesTargetPaths()
 {
     m_tree->file(QStringLiteral("target/home/u/x.txt"), "found");
     BuildRun run(m_dbPath);
-    run.builder.setStoredPathPrefix(at("target"));
+    run.builder->setStoredPathPrefix(at("target"));
     run.build({at("target/home")}, {}, {QStringLiteral("txt")});
     const IndexSnapshot found = rows();
     QCOMPARE(QStringList(found.keys()), QStringList{QStringLiteral("/home/u/x.txt")});
@@ -341,9 +341,9 @@ void TestIndexBuilder::rebuildStartsAfresh()
     m_tree->move(QStringLiteral("r/a.txt"), QStringLiteral("r/b.txt"));
     m_tree->file(QStringLiteral("state/index.db-wal"), "stale");
     m_tree->file(QStringLiteral("state/index.db-shm"), "stale");
-    run.builder.removeDatabase();
+    run.builder->removeDatabase();
     QVERIFY(QDir(at("state")).isEmpty());
-    run.builder.removeDatabase(); // nothing there is no fault
+    run.builder->removeDatabase(); // nothing there is no fault
     run.build({at("r")});
     QCOMPARE(QStringList(rows().keys()), QStringList{at("r/b.txt")});
     QVERIFY(!QFileInfo::exists(file));
@@ -354,10 +354,10 @@ void TestIndexBuilder::stopDuringTheWalkKeepsRows()
     for (int i = 0; i < 1100; ++i)
         m_tree->file(QStringLiteral("r/f%1").arg(i));
     BuildRun run(m_dbPath);
-    run.builder.requestStop(); // of an earlier time: the build clears it
+    run.builder->requestStop(); // of an earlier time: the build clears it
     run.onProgress = [&run](int files, const QString &) {
         if (files == 500)
-            run.builder.requestStop();
+            run.builder->requestStop();
     };
     run.build({at("r")});
     QCOMPARE(run.ends, 1);
@@ -384,7 +384,7 @@ void TestIndexBuilder::stopEndsAHangingTool()
                 // Long enough for the tools to be running.
                 QThread::msleep(400);
                 sinceStop.start();
-                run.builder.requestStop();
+                run.builder->requestStop();
             });
         }
     };
@@ -461,7 +461,7 @@ void TestIndexBuilder::reportsFailures()
     timer.start();
     BuildRun run(m_dbPath);
     // So many that the text is not kept waiting behind hanging tools.
-    run.builder.setExtractionThreads(12);
+    run.builder->setExtractionThreads(12);
     run.build({at("r")}, {}, {QStringLiteral("txt"), QStringLiteral("pdf")});
     QCOMPARE(run.ends, 1);
     QVERIFY(!run.success);
