@@ -208,7 +208,8 @@ void TestAppToolTip::laterCallReplaces()
     other.setWindowFlags(Qt::FramelessWindowHint);
     other.setGeometry(300, 300, 80, 30);
     other.show();
-    AppToolTip::show(m_anchor.get(), QStringLiteral("旧"), kDelay);
+    AppToolTip::show(m_anchor.get(), QStringLiteral("旧"), 0);
+    AppToolTip::show(m_anchor.get(), QStringLiteral("旧，稍后"), kDelay);
     AppToolTip::show(&other, QStringLiteral("新"), 0);
     QVERIFY(tipShows());
     QCOMPARE(tipPart("AppToolTipBody")->text(), QStringLiteral("新"));

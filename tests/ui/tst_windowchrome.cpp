@@ -195,6 +195,8 @@ void TestWindowChrome::doubleClick()
     QTest::mouseDClick(window.bar, Qt::LeftButton, Qt::NoModifier, QPoint(40, 20));
     QTRY_VERIFY(!window.widget.isMaximized());
     QTest::mouseDClick(window.bar, Qt::RightButton, Qt::NoModifier, QPoint(40, 20));
+    QTest::mouseDClick(window.bar, Qt::LeftButton, Qt::NoModifier,
+                       window.button("WinCtlMin")->geometry().center());
     QVERIFY(!window.widget.isMaximized());
 }
 
