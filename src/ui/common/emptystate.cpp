@@ -15,7 +15,6 @@ namespace {
 
 constexpr int kIconSize = 48;
 constexpr int kBusyWidth = 160;
-constexpr int kTextWidth = 420;
 
 } // namespace
 
@@ -36,12 +35,16 @@ EmptyState::EmptyState(IconWidget::IconType icon, QWidget *parent)
     m_title->setTextFormat(Qt::PlainText);
     m_hint->setObjectName(QStringLiteral("EmptyStateHint"));
     m_hint->setAlignment(Qt::AlignHCenter);
-    m_hint->setFixedWidth(ThemeColors::current().fontPx(kTextWidth));
     m_hint->hide();
     m_action->setObjectName(QStringLiteral("EmptyStateButton"));
     m_action->hide();
     connect(m_action, &QPushButton::clicked, this, &EmptyState::actionTriggered);
+    arrange();
+    setTone(Tone::Plain);
+}
 
+void EmptyState::arrange()
+{
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
                                metrics::kPageMargin);
@@ -51,11 +54,10 @@ EmptyState::EmptyState(IconWidget::IconType icon, QWidget *parent)
     column->addWidget(m_busy, 0, Qt::AlignHCenter);
     column->addSpacing(metrics::kFieldGap);
     column->addWidget(m_title, 0, Qt::AlignHCenter);
-    column->addWidget(m_hint, 0, Qt::AlignHCenter);
+    column->addWidget(m_hint);
     column->addSpacing(metrics::kFieldGap);
     column->addWidget(m_action, 0, Qt::AlignHCenter);
     column->addStretch(1);
-    setTone(Tone::Plain);
 }
 
 void EmptyState::setTexts(const QString &title, const QString &hint)

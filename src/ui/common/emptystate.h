@@ -37,6 +37,8 @@ signals:
     void actionTriggered();
 
 private:
+    void arrange();
+
     IconWidget *m_icon;
     QProgressBar *m_busy;
     QLabel *m_title;

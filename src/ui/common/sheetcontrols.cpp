@@ -26,7 +26,12 @@ QPushButton:pressed { background: @selectionBackground@; border-color: @accent@;
 QPushButton:disabled { background: @headerBackground@; color: @textMuted@;
     border-color: @borderSubtle@; }
 QPushButton[compact="true"] { min-height: @rowControlInner@; padding: 0px 12px; }
+)qss");
+}
 
+QString quietButtons()
+{
+    return QStringLiteral(R"qss(
 QPushButton[role="quiet"], QPushButton[role="quiet-danger"] {
     background: transparent;
     border: 1px solid transparent;
@@ -119,10 +124,12 @@ QPushButton[role="nav-active"]:disabled { background: @headerBackground@; color:
 
 QString buttonSheet()
 {
-    return plainButtons() + filledButtons();
+    return plainButtons() + quietButtons() + filledButtons();
 }
 
-QString inputSheet()
+namespace {
+
+QString textInputs()
 {
     return QStringLiteral(R"qss(
 QLineEdit, QAbstractSpinBox, QComboBox {
@@ -151,6 +158,12 @@ QPlainTextEdit, QTextEdit, QTextBrowser {
     selection-color: @textOnAccent@;
 }
 QPlainTextEdit:focus, QTextEdit:focus { border: 2px solid @accent@; padding: 7px; }
+)qss");
+}
+
+QString comboBoxes()
+{
+    return QStringLiteral(R"qss(
 QComboBox { padding-right: 4px; }
 QComboBox:focus, QComboBox:on { padding-right: 3px; }
 QComboBox::drop-down { subcontrol-origin: padding; subcontrol-position: center right;
@@ -169,6 +182,12 @@ QComboBox QAbstractItemView::item { min-height: @rowControlInner@; padding: 0px 
     border-radius: 6px; border: none; }
 QComboBox QAbstractItemView::item:hover, QComboBox QAbstractItemView::item:selected {
     background: @selectionBackground@; color: @textPrimary@; }
+)qss");
+}
+
+QString spinBoxes()
+{
+    return QStringLiteral(R"qss(
 QAbstractSpinBox { padding-right: 0px; }
 QAbstractSpinBox:focus { padding-right: 0px; }
 QAbstractSpinBox::up-button, QAbstractSpinBox::down-button { subcontrol-origin: padding;
@@ -181,6 +200,13 @@ QAbstractSpinBox::up-button:hover, QAbstractSpinBox::down-button:hover {
 QAbstractSpinBox::up-arrow { image: url(:/img/chevron-up.svg); width: 10px; height: 10px; }
 QAbstractSpinBox::down-arrow { image: url(:/img/chevron-down.svg); width: 10px; height: 10px; }
 )qss");
+}
+
+} // namespace
+
+QString inputSheet()
+{
+    return textInputs() + comboBoxes() + spinBoxes();
 }
 
 QString choiceSheet()

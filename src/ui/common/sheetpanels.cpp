@@ -86,7 +86,9 @@ QFrame[line="true"] { background: @gridLine@; border: none; max-height: 1px; min
 )qss");
 }
 
-QString sharedWidgetSheet()
+namespace {
+
+QString dialogSheet()
 {
     return QStringLiteral(R"qss(
 QFrame#DialogFrame { background: @surface@; border: 1px solid @border@; border-radius: 12px; }
@@ -104,8 +106,15 @@ QWidget#AppToolTip { background: @surfaceRaised@; border: 1px solid @border@;
     border-radius: 8px; }
 QLabel#AppToolTipTitle { font-size: @13px@; font-weight: 600; }
 QLabel#AppToolTipBody { font-size: @12px@; }
-QLabel#StatTitle { font-size: @12px@; color: @textMuted@; }
+QLabel#EmptyStateTitle { font-size: @15px@; font-weight: 600; }
+QLabel#EmptyStateHint { font-size: @13px@; color: @groundMuted@; }
+)qss");
+}
 
+QString pillSheet()
+{
+    return QStringLiteral(R"qss(
+QLabel#StatTitle { font-size: @12px@; color: @textMuted@; }
 QFrame[pill] { border: 1px solid @infoBorder@; border-radius: @pillRadius@;
     background: @infoBackground@; }
 QFrame[pill="success"] { border-color: @successBorder@; background: @successBackground@; }
@@ -120,6 +129,12 @@ QFrame[pill="success"] QLabel#StatusPillDot { background: @successText@; }
 QFrame[pill="warning"] QLabel#StatusPillDot { background: @warningText@; }
 QFrame[pill="danger"] QLabel#StatusPillDot { background: @dangerText@; }
 
+)qss");
+}
+
+QString compositeInputSheet()
+{
+    return QStringLiteral(R"qss(
 QFrame#SegmentedToggle { background: @headerBackground@; border: 1px solid @border@;
     border-radius: 8px; }
 QFrame#SegmentedToggle QPushButton {
@@ -138,9 +153,6 @@ QFrame#SegmentedToggle QPushButton:focus { border-color: @accentHover@; }
 QFrame#SegmentedToggle QPushButton:disabled { color: @textMuted@; }
 QFrame#SegmentedToggle QPushButton:checked:disabled { background: @border@; color: @textMuted@; }
 
-QLabel#EmptyStateTitle { font-size: @15px@; font-weight: 600; }
-QLabel#EmptyStateHint { font-size: @13px@; color: @groundMuted@; }
-
 QFrame#KeywordTagInput { background: @inputBackground@; border: 1px solid @border@;
     border-radius: 8px; padding: 1px; }
 QFrame#KeywordTagInput[focused="true"] { border: 2px solid @accent@; padding: 0px; }
@@ -153,6 +165,13 @@ QFrame#KeywordTagChip QPushButton { background: transparent; border: none; min-h
 QFrame#KeywordTagChip QPushButton:vertical { min-width: 0px; }
 QFrame#KeywordTagChip QPushButton:hover { color: @dangerText@; }
 )qss");
+}
+
+} // namespace
+
+QString sharedWidgetSheet()
+{
+    return dialogSheet() + pillSheet() + compositeInputSheet();
 }
 
 } // namespace common

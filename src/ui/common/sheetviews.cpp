@@ -3,7 +3,9 @@
 namespace ui {
 namespace common {
 
-QString viewSheet()
+namespace {
+
+QString itemViews()
 {
     return QStringLiteral(R"qss(
 QTableView, QTreeView, QListView {
@@ -37,6 +39,12 @@ QTreeView::branch { background: transparent; border-image: none;
 QTreeView::branch:selected { background: @selectionBackground@; }
 QTreeView::branch:has-children:closed { image: url(:/img/chevron-right.svg); }
 QTreeView::branch:has-children:open { image: url(:/img/chevron-down.svg); }
+)qss");
+}
+
+QString headers()
+{
+    return QStringLiteral(R"qss(
 QHeaderView { background: @headerBackground@; border: none; }
 QTableView QHeaderView, QTreeView QHeaderView { border-top-left-radius: 7px;
     border-top-right-radius: 7px; }
@@ -60,6 +68,13 @@ QHeaderView::down-arrow { image: url(:/img/chevron-down.svg); width: 12px; heigh
     subcontrol-position: center right; right: 8px; }
 QTableCornerButton::section { background: @headerBackground@; border: none; }
 )qss");
+}
+
+} // namespace
+
+QString viewSheet()
+{
+    return itemViews() + headers();
 }
 
 QString scrollBarSheet()

@@ -19,7 +19,8 @@ class ThemeColors;
 ///   `@groundMuted@` muted text that stands on windowBackground;
 ///   `@successInk@`, `@warningInk@`, `@dangerInk@`, `@infoInk@`
 ///                  small text on the semantic background of that name.
-/// An unknown marker is reported in the log and stays.
+/// and a few sizes of the application sheet's own. An unknown marker is reported in the log and
+/// stays.
 QString fillStyleTemplate(const QString &sheet, const ThemeColors &colors);
 /// The same with the palette of this process.
 QString fillStyleTemplate(const QString &sheet);
