@@ -129,26 +129,20 @@ void TestFrameCodec::judgesHeaders()
     QCOMPARE(decoder.next(&body), Result::Frame);
 }
 
-/// With a removal from the front for each frame the second run would take 64 times as long as the
-/// first: 200,000 frames in one piece cost tens of seconds that way.
+/// A removal from the front for each frame would move 700 GB here.
 void TestFrameCodec::staysLinearInAFlood()
 {
-    qint64 elapsed[2] = {};
-    const int counts[2] = {25000, 200000};
-    for (int run = 0; run < 2; ++run) {
-        QByteArray stream;
-        for (int i = 0; i < counts[run]; ++i)
-            stream += encodeFrame(QByteArrayLiteral("{\"type\":\"event\",\"event\":\"e\"}"));
-        FrameDecoder decoder;
-        Result last = Result::Frame;
-        QElapsedTimer timer;
-        timer.start();
-        decoder.append(stream);
-        QCOMPARE(takeAll(&decoder, &last).size(), counts[run]);
-        elapsed[run] = timer.elapsed();
-    }
-    QVERIFY2(elapsed[1] < 40 * (elapsed[0] + 5),
-             qPrintable(QStringLiteral("%1 ms, %2 ms").arg(elapsed[0]).arg(elapsed[1])));
+    constexpr int kCount = 200000;
+    QByteArray stream;
+    for (int i = 0; i < kCount; ++i)
+        stream += encodeFrame(QByteArrayLiteral("{\"type\":\"event\",\"event\":\"e\"}"));
+    FrameDecoder decoder;
+    Result last = Result::Frame;
+    QElapsedTimer timer;
+    timer.start();
+    decoder.append(stream);
+    QCOMPARE(takeAll(&decoder, &last).size(), kCount);
+    QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestFrameCodec::endsInAnErrorWhenFedTooMuch()

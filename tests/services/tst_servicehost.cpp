@@ -14,10 +14,8 @@ namespace {
 
 const QString kName = QStringLiteral("host");
 
-QString messageOf(const QJsonObject &error)
-{
-    return error.value(QLatin1String("message")).toString();
-}
+const QByteArray kRequest =
+    core::ipc::encodeFrame(QByteArrayLiteral(R"({"type":"request","requestId":"r","method":"m"})"));
 
 } // namespace
 
@@ -67,20 +65,30 @@ void TestServiceHost::answersLaterAndOnce()
 {
     ServiceHost host;
     ServiceHost::Respond held;
-    host.handle(QStringLiteral("slow"),
+    host.handle(QStringLiteral("m"),
                 [&](const QJsonObject &, const ServiceHost::Respond &respond) { held = respond; });
     QVERIFY(host.listen(kName));
-    IpcClient client(kName);
-    QVERIFY(client.ensureConnected(1000));
-    QStringList answers;
-    client.sendRequest(QStringLiteral("slow"), QJsonObject(),
-                       [&](bool, const QJsonObject &, const QJsonObject &error) {
-                           answers.append(messageOf(error));
-                       });
+    QLocalSocket socket;
+    socket.connectToServer(kName);
+    socket.write(kRequest);
     QTRY_VERIFY(held);
     held(Reply::failure(1, QStringLiteral("first")));
     held(Reply::failure(2, QStringLiteral("second")));
-    QTRY_COMPARE(answers, QStringList{QStringLiteral("first")});
+    host.broadcast(QStringLiteral("end"), QJsonObject());
+
+    core::ipc::FrameDecoder decoder;
+    QByteArray body;
+    QStringList frames;
+    QVERIFY(QTest::qWaitFor([&] {
+        decoder.append(socket.readAll());
+        while (decoder.next(&body) == core::ipc::FrameDecoder::Result::Frame)
+            frames.append(QString::fromUtf8(body));
+        return !frames.isEmpty() && frames.constLast().contains(QLatin1String("\"end\""));
+    }));
+    QCOMPARE(frames.size(), 2);
+    QCOMPARE(frames.at(0), QStringLiteral(R"({"data":{},"error":{"code":1,"message":"first"},)"
+                                          R"("requestId":"r","success":false,"type":"response"})"));
+    QCOMPARE(frames.at(1), QStringLiteral(R"({"data":{},"event":"end","type":"event"})"));
 }
 
 void TestServiceHost::forgetsClientsThatHaveGone()
@@ -145,13 +153,11 @@ void TestServiceHost::dropsGarbageAndIgnoresNonRequests()
     QTRY_COMPARE(bad.state(), QLocalSocket::UnconnectedState);
     QCOMPARE(host.clientCount(), 1);
 
-    const QByteArray request = core::ipc::encodeFrame(
-        QByteArrayLiteral(R"({"type":"request","requestId":"r","method":"m"})"));
     for (const char *body : {"", "[]", R"({"type":"event"})", R"({"type":"request","method":"m"})"})
         good.write(core::ipc::encodeFrame(QByteArray(body)));
-    good.write(request.left(5));
+    good.write(kRequest.left(5));
     good.flush();
-    good.write(request.mid(5));
+    good.write(kRequest.mid(5));
     QTRY_COMPARE(requests.size(), 1);
     QCOMPARE(requests.at(0).at(2).toString(), QStringLiteral("r"));
     QTRY_VERIFY(good.bytesAvailable() > 0);
@@ -161,7 +167,9 @@ void TestServiceHost::dropsGarbageAndIgnoresNonRequests()
 void TestServiceHost::closesInsideAHandler()
 {
     ServiceHost host;
+    int calls = 0;
     host.handle(QStringLiteral("quit"), [&](const QJsonObject &) {
+        ++calls;
         host.close();
         return Reply::ok();
     });
@@ -175,6 +183,7 @@ void TestServiceHost::closesInsideAHandler()
                                codes.append(error.value(QLatin1String("code")).toInt());
                            });
     QTRY_COMPARE(codes, (QVector<int>{-2, -2}));
+    QCOMPARE(calls, 1); // The second request came with the first, and ended with its client.
     QVERIFY(!host.isListening());
     QVERIFY(host.listen(kName)); // And may start anew.
     QVERIFY(client.ensureConnected(1000));
