@@ -23,10 +23,11 @@ set(CPACK_PACKAGE_NAME morvane)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_CONTACT "Morvane developers <packages@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "desktop data-safety suite: find files, keep them safe")
+# CPack makes the first line the short description and indents the others.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "Morvane (墨川归档) searches files by name and by content over a local index
- that follows the indexed folders by itself, and starts in a recovery mode on a
- live medium. The user interface is in Chinese.")
+that follows the indexed folders by itself, and starts in a recovery mode on a
+live medium. The user interface is in Chinese.")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
