@@ -261,6 +261,8 @@ QString DocumentReader::readWpsOle(const WpsFormat &format)
         if (format.accepts(text))
             return text;
     }
+    if (isCancelled(m_cancel))
+        return QString();
     const QString text = extractOleUtf16Text(m_path);
     logExtraction(format.label, QStringLiteral("ole-utf16-fallback"), text);
     return text;
@@ -275,7 +277,8 @@ QString DocumentReader::extractViaTool(const ToolCall &call)
 QString DocumentReader::extractViaToolLogged(const ToolCall &call, const QString &label)
 {
     const QString text = extractViaTool(call);
-    logExtraction(label, call.tool, text);
+    if (!isCancelled(m_cancel))
+        logExtraction(label, call.tool, text);
     return text;
 }
 
