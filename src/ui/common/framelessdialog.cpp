@@ -35,10 +35,8 @@ FramelessDialog::FramelessDialog(QWidget *parent, Sizing sizing)
 {
     setModal(true);
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    if (m_customChrome) {
+    if (m_customChrome)
         setWindowFlag(Qt::FramelessWindowHint);
-        setAttribute(Qt::WA_TranslucentBackground);
-    }
     buildFrame();
     setContentWidth(kDefaultWidth);
     setStyleSheet(buildWindowChromeStyleSheet(ThemeColors::current().type));

@@ -91,8 +91,10 @@ namespace {
 QString dialogSheet()
 {
     return QStringLiteral(R"qss(
-QFrame#DialogFrame { background: @surface@; border: 1px solid @border@; border-radius: 12px; }
-QFrame#DialogFrame[systemFrame="true"] { border: none; border-radius: 0px; }
+/* Square, like the main window: round corners need a translucent window, and without a compositor,
+   as on many recovery media, what should shine through is black. */
+QFrame#DialogFrame { background: @surface@; border: 1px solid @border@; }
+QFrame#DialogFrame[systemFrame="true"] { border: none; }
 QLabel#NoticeTitle { font-size: @16px@; font-weight: 600; }
 QLabel#NoticeIconWrap { border-radius: 22px; border: 1px solid @infoBorder@;
     background: @infoBackground@; }
