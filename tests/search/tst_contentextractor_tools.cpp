@@ -8,11 +8,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextCodec>
-#include <QThreadPool>
-#include <QtConcurrent>
 
 #include <atomic>
 #include <memory>
+#include <thread>
+#include <vector>
 
 using search::DocumentReader;
 using search::RunLimits;
@@ -364,14 +364,14 @@ void TestExtractionTools::cancelStopsTheChain()
     const QString path = write(QStringLiteral("a.doc"));
     std::atomic_bool cancel{false};
     QElapsedTimer sinceCancel;
-    QFuture<void> canceller = QtConcurrent::run([&] {
+    std::thread canceller([&] {
         QThread::msleep(200); // longer than a start takes, so that the tool is at work
         sinceCancel.start();
         cancel = true;
     });
     const QString text = DocumentReader(tools, path, &cancel).read(1);
+    canceller.join();
     const qint64 took = sinceCancel.elapsed();
-    canceller.waitForFinished();
     QCOMPARE(text, QString());
     QVERIFY2(took < 200, qPrintable(QString::number(took)));
     QCOMPARE(transcript(path), QStringLiteral("catdoc -w PATH"));
@@ -478,22 +478,28 @@ void TestExtractionTools::threadsShareOneRunner()
     for (const char *tool : {"catdoc", "xls2csv", "catppt", "unrtf"})
         addTool(QString::fromLatin1(tool),
                 "sleep 0.02\nfor last; do :; done\nprintf '%s' \"${last##*/}\"");
-    ToolRunner tools = runner();
-    QThreadPool pool;
-    pool.setMaxThreadCount(6);
-    QList<QPair<QString, QFuture<QString>>> runs;
-    for (int i = 0; i < 60; ++i) {
-        const QString name = QStringLiteral("%1.%2").arg(i).arg(
-            QStringList{QStringLiteral("doc"), QStringLiteral("xls"), QStringLiteral("ppt"),
-                        QStringLiteral("rtf")}
-                .at(i % 4));
-        const QString path = write(name);
-        runs.append({name, QtConcurrent::run(&pool, [&tools, path] {
-                         return DocumentReader(tools, path, nullptr).read(1);
-                     })});
+    const QStringList suffixes{QStringLiteral("doc"), QStringLiteral("xls"), QStringLiteral("ppt"),
+                               QStringLiteral("rtf")};
+    constexpr int rounds = 10;
+    QStringList names;
+    for (int i = 0; i < 6 * rounds; ++i) {
+        names += QStringLiteral("%1.%2").arg(i).arg(suffixes.at(i % suffixes.size()));
+        write(names.last());
     }
-    for (const auto &run : runs)
-        QCOMPARE(run.second.result(), run.first);
+    ToolRunner tools = runner();
+    std::vector<QString> texts(static_cast<size_t>(names.size()));
+    std::vector<std::thread> threads;
+    for (int first = 0; first < names.size(); first += rounds) {
+        threads.emplace_back([&, first] {
+            for (int i = first; i < first + rounds; ++i)
+                texts[static_cast<size_t>(i)] =
+                    DocumentReader(tools, m_dir->filePath(names.at(i)), nullptr).read(1);
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    for (int i = 0; i < names.size(); ++i)
+        QCOMPARE(texts[static_cast<size_t>(i)], names.at(i));
     QCOMPARE(childCount(), 0);
 }
 

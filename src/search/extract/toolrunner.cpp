@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QMutexLocker>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTextCodec>
@@ -101,7 +100,7 @@ ToolRunner &ToolRunner::shared()
 QString ToolRunner::resolveToolExecutable(const QString &tool)
 {
     {
-        QMutexLocker lock(&m_mutex);
+        const std::lock_guard<std::mutex> lock(m_mutex);
         const auto known = m_paths.constFind(tool);
         if (known != m_paths.constEnd())
             return *known;
@@ -109,7 +108,7 @@ QString ToolRunner::resolveToolExecutable(const QString &tool)
     QString path = QDir::cleanPath(m_toolsDir + QLatin1Char('/') + tool);
     if (!QFileInfo(path).isExecutable())
         path = QStandardPaths::findExecutable(tool);
-    QMutexLocker lock(&m_mutex);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     m_paths.insert(tool, path);
     return path;
 }
