@@ -51,7 +51,6 @@ void appMessageHandler(QtMsgType type, const QMessageLogContext &, const QString
 {
     const QString time =
         QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"));
-    // Filled in one step: a "%1" inside the message is text, not a place marker.
     const QString line =
         QStringLiteral("[%1] [%2] %3").arg(time, levelWord(type), message) + QLatin1Char('\n');
 

@@ -79,8 +79,7 @@ void SingleInstance::acceptConnection()
     };
     connect(socket, &QLocalSocket::readyRead, deadline, expire);
     connect(socket, &QLocalSocket::disconnected, deadline, expire);
-    connect(deadline, &QTimer::timeout, this, [this, socket, deadline] {
-        socket->disconnect(deadline);
+    connect(deadline, &QTimer::timeout, this, [this, socket] {
         socket->deleteLater();
         emit showRequested();
     });

@@ -3,6 +3,7 @@
 
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTextCodec>
 #include <QtTest>
 
 #include <thread>
@@ -86,10 +87,14 @@ void TestAppLog::lineFormat()
     QFETCH(QString, word);
     QObject owner;
     QVERIFY(openAppLog(&owner));
+    // The file is UTF-8 whatever the locale.
+    QTextCodec *localeCodec = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
     const QDateTime before = QDateTime::currentDateTime();
     appMessageHandler(static_cast<QtMsgType>(type), QMessageLogContext("file.cpp", 12, "f", "cat"),
                       message);
     const QDateTime after = QDateTime::currentDateTime();
+    QTextCodec::setCodecForLocale(localeCodec);
 
     const QList<QByteArray> lines = logLines();
     QCOMPARE(lines.size(), 2); // the first one names the file

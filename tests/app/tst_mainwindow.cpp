@@ -10,6 +10,7 @@
 
 #include <QDialog>
 #include <QLabel>
+#include <QLayout>
 #include <QScreen>
 #include <QSettings>
 #include <QStackedWidget>

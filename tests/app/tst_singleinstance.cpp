@@ -176,6 +176,8 @@ void TestSingleInstance::anyConnectionShows()
     if (leastMs == 0)
         QVERIFY2(elapsed < 480, qPrintable(QString::number(elapsed)));
     else
+        QVERIFY2(elapsed < leastMs + 700, qPrintable(QString::number(elapsed)));
+    if (leastMs > 0)
         QVERIFY2(ticks > 10, "the event loop must go on while a silent sender is waited for");
 
     // Each connection counts once, whatever else it does.
