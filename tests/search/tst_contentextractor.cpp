@@ -63,6 +63,19 @@ bool resetPeakMemory()
            references.write("5") == 1;
 }
 
+/// A zip of entries given as "name=text"; what does not count says "no".
+void layoutRow(const char *name, const char *suffix, const QList<QByteArray> &texts,
+               const QByteArray &expected)
+{
+    ZipEntries entries;
+    for (const QByteArray &text : texts) {
+        const QString entry = QString::fromUtf8(text);
+        entries.append(
+            {entry.section(QLatin1Char('='), 0, 0), textXml(entry.section(QLatin1Char('='), 1))});
+    }
+    QTest::newRow(name) << QString::fromLatin1(suffix) << entries << QString::fromUtf8(expected);
+}
+
 } // namespace
 
 /// The whole way from a real file to its text, with the installed tools.
@@ -138,65 +151,59 @@ void TestContentExtractor::archiveLayouts_data()
     QTest::addColumn<ZipEntries>("entries");
     QTest::addColumn<QString>("expected");
 
-    // Entries as "name=text"; what does not count says "no".
-    const auto row = [](const char *name, const char *suffix, const QList<QByteArray> &texts,
-                        const QByteArray &expected) {
-        ZipEntries entries;
-        for (const QByteArray &text : texts) {
-            const QString entry = QString::fromUtf8(text);
-            entries.append({entry.section(QLatin1Char('='), 0, 0),
-                            textXml(entry.section(QLatin1Char('='), 1))});
-        }
-        QTest::newRow(name) << QString::fromLatin1(suffix) << entries
-                            << QString::fromUtf8(expected);
-    };
-    row("slides by number, not by place", "pptx",
-        {"ppt/slides/slide10.xml=十", "ppt/slides/slide2.xml=二", "ppt/slides/slide1.xml=一",
-         "ppt/slides/slide200.xml=末", "ppt/slides/slide201.xml=no", "ppt/slides/slide0.xml=no"},
-        "一\n二\n十\n末\n");
-    row("entry names are case-sensitive", "pptx",
-        {"ppt/slides/Slide1.xml=no", "ppt/slides/slide2.xml=二"}, "二\n");
-    row("no slide at all", "pptx", {"ppt/presentation.xml=no"}, "");
-    row("invoice of two pages", "ofd",
-        {"OFD.xml=no", "Doc_0/Pages/Page_1/Content.xml=后", "Doc_0/Pages/Page_0/content.XML=前",
-         "Doc_0/Pages/Page_0/Contents.xml=no"},
-        "后\n前\n");
-    row("invoice without pages", "ofd", {"OFD.xml=no"}, "");
-    row("page names are no patterns", "ofd",
+    layoutRow("slides by number, not by place", "pptx",
+              {"ppt/slides/slide10.xml=十", "ppt/slides/slide2.xml=二", "ppt/slides/slide1.xml=一",
+               "ppt/slides/slide200.xml=末", "ppt/slides/slide201.xml=no",
+               "ppt/slides/slide0.xml=no"},
+              "一\n二\n十\n末\n");
+    layoutRow("entry names are case-sensitive", "pptx",
+              {"ppt/slides/Slide1.xml=no", "ppt/slides/slide2.xml=二"}, "二\n");
+    layoutRow("no slide at all", "pptx", {"ppt/presentation.xml=no"}, "");
+    layoutRow("invoice of two pages", "ofd",
+              {"OFD.xml=no", "Doc_0/Pages/Page_1/Content.xml=后",
+               "Doc_0/Pages/Page_0/content.XML=前", "Doc_0/Pages/Page_0/Contents.xml=no"},
+              "后\n前\n");
+    layoutRow("invoice without pages", "ofd", {"OFD.xml=no"}, "");
+    layoutRow(
+        "page names are no patterns", "ofd",
         {"Doc[01]/Content.xml=真", "-d/Content.xml=横", "a*/Content.xml=星", "a\\?/Content.xml=问"},
         "真\n横\n星\n问\n");
-    row("a pattern would match both", "ofd", {"Doc[01]/Content.xml=真", "Doc0/Content.xml=二"},
-        "真\n二\n");
-    row("book in all places", "epub",
-        {"OEBPS/chapter100.xhtml=末", "OEBPS/chapter0.xhtml=零", "OEBPS/Text/Section0100.xhtml=百",
-         "OEBPS/Text/Section0000.xhtml=始", "OEBPS/text/content.xhtml=文", "OEBPS/content.xhtml=书",
-         "OEBPS/Text/Section1.xhtml=no", "OEBPS/chapter101.xhtml=no"},
-        "书\n文\n始\n零\n百\n末\n");
-    row("writer: both layouts", "wps", {"content.xml=后", "word/document.xml=前"}, "前\n后\n");
-    row("writer: pages", "wps", {"Doc/Content.xml=页"}, "页\n");
-    row("writer: pages only without the rest", "wps", {"content.xml=正文", "Doc/Content.xml=no"},
-        "正文\n");
-    row("sheet: both layouts", "et", {"content.xml=后", "xl/sharedStrings.xml=前"}, "前\n后\n");
-    row("sheet: elsewhere", "et", {"x/CONTENT.xml=页", "y/sharedstrings.XML=串"}, "页\n串\n");
-    row("slides and layouts", "dps",
-        {"drs/slideLayouts/slideLayout1.xml=五", "drs/downrev.xml=四", "drs/shapexml.xml=三",
-         "content.xml=二", "ppt/slides/slide3.xml=一"},
-        "一\n二\n三\n四\n五\n");
-    row("slides of another name", "dps", {"PPT/Slides/page.XML=页", "drs/deep/shapexml.xml=no"},
-        "页\n");
-    row("drawings of another name", "dps", {"drs/deep/other.xml=形", "other/Content.xml=no"},
-        "形\n");
-    row("slides: pages", "dps", {"other/Content.xml=页", "other/x.xml=no"}, "页\n");
-    row("names with blanks are not found", "ofd", {"Doc 0/Content.xml=no"}, "");
-    row("white space alone", "docx", {"word/document.xml= \n\t "}, "");
+    layoutRow("a pattern would match both", "ofd",
+              {"Doc[01]/Content.xml=真", "Doc0/Content.xml=二"}, "真\n二\n");
+    layoutRow("book in all places", "epub",
+              {"OEBPS/chapter100.xhtml=末", "OEBPS/chapter0.xhtml=零",
+               "OEBPS/Text/Section0100.xhtml=百", "OEBPS/Text/Section0000.xhtml=始",
+               "OEBPS/text/content.xhtml=文", "OEBPS/content.xhtml=书",
+               "OEBPS/Text/Section1.xhtml=no", "OEBPS/chapter101.xhtml=no"},
+              "书\n文\n始\n零\n百\n末\n");
+    layoutRow("writer: both layouts", "wps", {"content.xml=后", "word/document.xml=前"},
+              "前\n后\n");
+    layoutRow("writer: pages", "wps", {"Doc/Content.xml=页"}, "页\n");
+    layoutRow("writer: pages only without the rest", "wps",
+              {"content.xml=正文", "Doc/Content.xml=no"}, "正文\n");
+    layoutRow("sheet: both layouts", "et", {"content.xml=后", "xl/sharedStrings.xml=前"},
+              "前\n后\n");
+    layoutRow("sheet: elsewhere", "et", {"x/CONTENT.xml=页", "y/sharedstrings.XML=串"}, "页\n串\n");
+    layoutRow("slides and layouts", "dps",
+              {"drs/slideLayouts/slideLayout1.xml=五", "drs/downrev.xml=四", "drs/shapexml.xml=三",
+               "content.xml=二", "ppt/slides/slide3.xml=一"},
+              "一\n二\n三\n四\n五\n");
+    layoutRow("slides of another name", "dps",
+              {"PPT/Slides/page.XML=页", "drs/deep/shapexml.xml=no"}, "页\n");
+    layoutRow("drawings of another name", "dps", {"drs/deep/other.xml=形", "other/Content.xml=no"},
+              "形\n");
+    layoutRow("slides: pages", "dps", {"other/Content.xml=页", "other/x.xml=no"}, "页\n");
+    layoutRow("names with blanks are not found", "ofd", {"Doc 0/Content.xml=no"}, "");
+    layoutRow("white space alone", "docx", {"word/document.xml= \n\t "}, "");
     const QByteArray half(8192, 'a');
     const QByteArray cut = half + '\n' + half.mid(1);
-    row("two halves with their line feeds are cut", "pptx",
-        {"ppt/slides/slide1.xml=" + half, "ppt/slides/slide2.xml=" + half,
-         "ppt/slides/slide3.xml=no"},
-        cut);
-    row("white space and entities", "docx",
-        {"word/document.xml= a\n\n b</t> \n <t>&lt;c&gt;&#x4E2D;<![CDATA[<d>]]>"}, "a b<c>中<d>\n");
+    layoutRow("two halves with their line feeds are cut", "pptx",
+              {"ppt/slides/slide1.xml=" + half, "ppt/slides/slide2.xml=" + half,
+               "ppt/slides/slide3.xml=no"},
+              cut);
+    layoutRow("white space and entities", "docx",
+              {"word/document.xml= a\n\n b</t> \n <t>&lt;c&gt;&#x4E2D;<![CDATA[<d>]]>"},
+              "a b<c>中<d>\n");
 }
 
 void TestContentExtractor::archiveLayouts()
