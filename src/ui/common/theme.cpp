@@ -164,5 +164,30 @@ QString ThemeColors::checkboxIndicatorStyle(const QString &selector) const
                          headerBackground.name(), border.name());
 }
 
+QColor LegacyColors::partitionIconSelected()
+{
+    return QColor(0x66, 0xb6, 0xff);
+}
+
+QColor LegacyColors::partitionIcon()
+{
+    return QColor(0x8c, 0xa5, 0xc6);
+}
+
+QColor LegacyColors::usageLow()
+{
+    return QColor(0x16, 0xc7, 0x81);
+}
+
+QColor LegacyColors::usageMedium()
+{
+    return QColor(0x2e, 0x96, 0xff);
+}
+
+QColor LegacyColors::usageHigh()
+{
+    return QColor(0xe8, 0x5b, 0x62);
+}
+
 } // namespace common
 } // namespace ui

@@ -83,6 +83,17 @@ public:
     static constexpr double kMinTextContrast = 4.5;
 };
 
+/// Fixed colours of the recovery pages, which exist in the dark theme only.
+struct LegacyColors
+{
+    // Partition cards: the icon, and the bar by how full the partition is.
+    static QColor partitionIconSelected();
+    static QColor partitionIcon();
+    static QColor usageLow();
+    static QColor usageMedium();
+    static QColor usageHigh();
+};
+
 /// Application style sheet with the roles that all pages rely on (object names and the button
 /// property `role`). Font sizes follow the scale of ThemeColors::current().
 QString buildAppStyleSheet(ThemeType type);
