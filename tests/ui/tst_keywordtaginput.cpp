@@ -1,6 +1,6 @@
+#include "support/typing.h"
 #include "ui/pages/keywordtaginput.h"
 
-#include <QInputMethodEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -8,24 +8,6 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
-
-namespace {
-
-/// Key by key; what no key gives comes as an input method commits it.
-void typeInto(QWidget *editor, const QString &text)
-{
-    for (const QChar c : text) {
-        if (c.unicode() < 0x80) {
-            QTest::keyClick(editor, c.toLatin1());
-            continue;
-        }
-        QInputMethodEvent commit;
-        commit.setCommitString(QString(c));
-        QCoreApplication::sendEvent(editor, &commit);
-    }
-}
-
-} // namespace
 
 class TestKeywordTagInput : public QObject
 {
@@ -44,7 +26,7 @@ private slots:
     void scrollsToTheNewestChip();
 
 private:
-    void type(const char *text) { typeInto(m_editor, QString::fromUtf8(text)); }
+    void type(const char *text) { support::typeInto(m_editor, QString::fromUtf8(text)); }
     QStringList chips() const;
 
     QScopedPointer<KeywordTagInput> m_input;
@@ -101,7 +83,7 @@ void TestKeywordTagInput::turnsTypedTextIntoChips()
 {
     QFETCH(QString, typed);
     QFETCH(QString, shownChips);
-    typeInto(m_editor, typed);
+    support::typeInto(m_editor, typed);
     QCOMPARE(chips().join(QLatin1Char('|')), shownChips);
     QTEST(m_editor->text(), "pending");
     QTEST(m_input->keywordString(), "keywordString");

@@ -42,6 +42,8 @@ namespace metrics = ui::common::metrics;
 namespace {
 
 constexpr int kProgressRefreshMs = 200;
+/// How long the outcome of what the user did stays, before news of the watcher may replace it.
+constexpr int kOutcomeHoldMs = 5000;
 constexpr int kNameLimit = 200;
 constexpr int kContentLimit = 100;
 
@@ -229,8 +231,7 @@ void FileSearchPage::wireActions()
         connect(view, &SearchView::actionRequested, m_actions, &FileResultActions::run);
         connect(m_actions, &FileResultActions::busyPathsChanged, view, &SearchView::setBusyPaths);
     }
-    connect(m_actions, &FileResultActions::statusChanged, this,
-            [this](const QString &text) { setStatus(text); });
+    connect(m_actions, &FileResultActions::statusChanged, this, &FileSearchPage::setOutcome);
     connect(m_actions, &FileResultActions::fileGone, this, &FileSearchPage::forgetFile);
     connect(m_actions, &FileResultActions::fileMoved, this, &FileSearchPage::renameFile);
 }
@@ -273,6 +274,12 @@ void FileSearchPage::setStatus(const QString &text, bool isError)
 {
     m_status->setText(text);
     ui::common::setStyleProperty(m_status, "tone", isError ? QStringLiteral("error") : QString());
+}
+
+void FileSearchPage::setOutcome(const QString &text, bool isError)
+{
+    setStatus(text, isError);
+    m_outcomeHold.start();
 }
 
 void FileSearchPage::setFirstUseVisible(bool visible)
@@ -347,7 +354,7 @@ void FileSearchPage::onBuildFinished(bool success, const QString &message)
     m_lastBuildFailed = !success;
     m_progressTimer->stop();
     m_progressCard->hide();
-    setStatus(message, !success);
+    setOutcome(message, !success);
     m_engines->queryStats();
     restartFollowing();
     if (!m_nameView->searchText().isEmpty())
@@ -402,10 +409,13 @@ void FileSearchPage::onIncrementalIndexUpdated(const QString &path, const QStrin
                                                bool success)
 {
     Q_UNUSED(action)
-    if (success)
-        setStatus(tr("索引已增量更新：%1").arg(path));
-    else
+    if (!success) {
         setStatus(tr("增量更新失败，请手动重建索引。"), true);
+        return;
+    }
+    // A file that the user just moved is soon seen by the watcher as well.
+    if (!m_outcomeHold.isValid() || m_outcomeHold.hasExpired(kOutcomeHoldMs))
+        setStatus(tr("索引已增量更新：%1").arg(path));
 }
 
 void FileSearchPage::onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 lastUpdatedMs, bool ok)
@@ -515,7 +525,7 @@ void FileSearchPage::takeSettings(const SearchSettings &chosen)
     if (!m_building)
         restartFollowing();
     if (saved)
-        setStatus(tr("索引设置已更新"));
+        setOutcome(tr("索引设置已更新"), false);
     else
-        setStatus(tr("索引设置已生效，但未能保存：%1").arg(error), true);
+        setOutcome(tr("索引设置已生效，但未能保存：%1").arg(error), true);
 }

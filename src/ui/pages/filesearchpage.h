@@ -5,6 +5,7 @@
 #include "search/searchsettings.h"
 #include "ui/pages/filesearchpage/resultcache.h"
 
+#include <QElapsedTimer>
 #include <QStringList>
 #include <QVariantList>
 #include <QWidget>
@@ -74,6 +75,8 @@ private:
     void showProgress();
     void setFirstUseVisible(bool visible);
     void setStatus(const QString &text, bool isError = false);
+    /// A status that answers what the user did.
+    void setOutcome(const QString &text, bool isError);
     void warnAboutMissingTools();
 
     void takeSettings(const SearchSettings &chosen);
@@ -99,6 +102,7 @@ private:
     QStringList m_pendingMissingTools;
     QStringList m_shownMissingTools;
 
+    QElapsedTimer m_outcomeHold;
     QTimer *m_progressTimer;
     QTimer *m_incrementalTimer;
 

@@ -75,7 +75,7 @@ void FileResultActions::run(FileAction action, const QString &path)
     if (path.isEmpty())
         return;
     if (m_busyPaths.contains(path)) {
-        emit statusChanged(tr("该文件正在处理，请稍候。"));
+        tell(tr("该文件正在处理，请稍候。"));
         return;
     }
     if (!exists(path)) {
@@ -114,7 +114,7 @@ void FileResultActions::setBusy(const QString &path, bool busy)
 void FileResultActions::open(const QString &path)
 {
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
-        emit statusChanged(tr("已打开文件：%1").arg(QFileInfo(path).fileName()));
+        tell(tr("已打开文件：%1").arg(QFileInfo(path).fileName()));
     else
         warn(failureTitle(FileAction::Open), tr("没有可以打开此文件的程序。"), path);
 }
@@ -123,7 +123,7 @@ void FileResultActions::openFolder(const QString &path)
 {
     const QString folder = QFileInfo(path).absolutePath();
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(folder)))
-        emit statusChanged(tr("已打开所在目录：%1").arg(folder));
+        tell(tr("已打开所在目录：%1").arg(folder));
     else
         warn(failureTitle(FileAction::Open), tr("没有可以打开此目录的程序。"), folder);
 }
@@ -131,7 +131,7 @@ void FileResultActions::openFolder(const QString &path)
 void FileResultActions::copy(const QString &path)
 {
     QGuiApplication::clipboard()->setMimeData(fileactions::clipboardData(path));
-    emit statusChanged(tr("已复制文件：%1").arg(QFileInfo(path).fileName()));
+    tell(tr("已复制文件：%1").arg(QFileInfo(path).fileName()));
 }
 
 void FileResultActions::move(const QString &path)
@@ -143,7 +143,7 @@ void FileResultActions::move(const QString &path)
     if (!self)
         return;
     if (folder.isEmpty())
-        emit statusChanged(tr("已取消移动。"));
+        tell(tr("已取消移动。"));
     else if (exists(path))
         moveTo(path, folder);
     else
@@ -153,7 +153,7 @@ void FileResultActions::move(const QString &path)
 void FileResultActions::moveTo(const QString &path, const QString &folder)
 {
     setBusy(path, true);
-    emit statusChanged(tr("正在移动：%1").arg(QFileInfo(path).fileName()));
+    tell(tr("正在移动：%1").arg(QFileInfo(path).fileName()));
     const auto work = [path, folder] {
         MoveOutcome outcome;
         outcome.moved = filemover::moveInto(path, folder, &outcome.newPath, &outcome.error);
@@ -162,14 +162,14 @@ void FileResultActions::moveTo(const QString &path, const QString &folder)
     const auto done = [this, path](const MoveOutcome &outcome) {
         setBusy(path, false);
         if (!outcome.moved) {
-            emit statusChanged(failureTitle(FileAction::Move));
+            emit statusChanged(failureTitle(FileAction::Move), true);
             warn(failureTitle(FileAction::Move), tr("无法移动文件，请检查权限或目标位置。"),
                  outcome.error);
         } else if (outcome.newPath == path) {
-            emit statusChanged(tr("文件已在该文件夹中：%1").arg(path));
+            tell(tr("文件已在该文件夹中：%1").arg(path));
         } else {
             emit fileMoved(path, outcome.newPath);
-            emit statusChanged(tr("已移动到：%1").arg(outcome.newPath));
+            tell(tr("已移动到：%1").arg(outcome.newPath));
         }
     };
     inBackground<MoveOutcome>(this, work, done);
@@ -185,19 +185,19 @@ void FileResultActions::remove(const QString &path)
     if (!self)
         return;
     if (!confirmed) {
-        emit statusChanged(tr("已取消删除。"));
+        tell(tr("已取消删除。"));
         return;
     }
     setBusy(path, true);
-    emit statusChanged(tr("正在移到回收站：%1").arg(name));
+    tell(tr("正在移到回收站：%1").arg(name));
     const auto done = [this, path, name](const bool &moved) {
         setBusy(path, false);
         if (moved) {
             emit fileGone(path);
-            emit statusChanged(tr("已移到回收站：%1").arg(name));
+            tell(tr("已移到回收站：%1").arg(name));
             return;
         }
-        emit statusChanged(failureTitle(FileAction::Delete));
+        emit statusChanged(failureTitle(FileAction::Delete), true);
         warn(failureTitle(FileAction::Delete),
              tr("无法将文件移到回收站，请检查权限或系统回收站配置。"));
     };

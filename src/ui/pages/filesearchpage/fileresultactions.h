@@ -24,7 +24,7 @@ public:
     void run(FileAction action, const QString &path);
 
 signals:
-    void statusChanged(const QString &text);
+    void statusChanged(const QString &text, bool isError);
     void busyPathsChanged(const QSet<QString> &paths);
     /// The file is gone, by us or by someone else.
     void fileGone(const QString &path);
@@ -38,6 +38,7 @@ private:
     void moveTo(const QString &path, const QString &folder);
     void remove(const QString &path);
     void setBusy(const QString &path, bool busy);
+    void tell(const QString &text) { emit statusChanged(text, false); }
     void warn(const QString &title, const QString &message, const QString &detail = QString());
 
     QWidget *m_dialogParent;

@@ -346,8 +346,10 @@ void SearchView::showContextMenu(const QModelIndex &index, const QPoint &positio
     const auto add = [&](const QString &text, FileAction action) {
         QAction *entry = menu->addAction(text);
         entry->setEnabled(!busy);
-        connect(entry, &QAction::triggered, this,
-                [this, action, path] { emit actionRequested(action, path); });
+        // Queued, so that a dialog of the action never runs inside the closing menu.
+        connect(
+            entry, &QAction::triggered, this,
+            [this, action, path] { emit actionRequested(action, path); }, Qt::QueuedConnection);
     };
     add(tr("打开文件"), FileAction::Open);
     add(tr("打开文件夹"), FileAction::OpenFolder);
