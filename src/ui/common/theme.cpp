@@ -189,5 +189,15 @@ QColor LegacyColors::usageHigh()
     return QColor(0xe8, 0x5b, 0x62);
 }
 
+QColor LegacyColors::pauseIcon()
+{
+    return QColor(0xff, 0xcb, 0x7d);
+}
+
+QColor LegacyColors::resumeIcon()
+{
+    return QColor(0x7d, 0xff, 0xb0);
+}
+
 } // namespace common
 } // namespace ui

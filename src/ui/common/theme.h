@@ -92,6 +92,9 @@ struct LegacyColors
     static QColor usageLow();
     static QColor usageMedium();
     static QColor usageHigh();
+    // Icons of the button that halts and resumes a scan.
+    static QColor pauseIcon();
+    static QColor resumeIcon();
 };
 
 /// Application style sheet with the roles that all pages rely on (object names and the button
