@@ -1,6 +1,7 @@
 #include "search/newestfirstquery.h"
 
 #include <QSqlError>
+#include <QVariant>
 
 #include <limits>
 
@@ -30,17 +31,13 @@ private:
     bool m_held;
 };
 
+constexpr qint64 endOfTime = std::numeric_limits<qint64>::min();
+
 bool fail(const QSqlQuery &query, QString *error)
 {
     if (error)
         *error = query.lastError().text();
     return false;
-}
-
-void bindAll(QSqlQuery *query, int first, const QStringList &values)
-{
-    for (int i = 0; i < values.size(); ++i)
-        query->bindValue(first + i, values.at(i));
 }
 
 } // namespace
@@ -52,91 +49,87 @@ NewestFirstQuery::NewestFirstQuery(const QSqlDatabase &database, const QString &
     , m_filter(filter)
     , m_policy(policy)
     , m_windowEnd(database)
-    , m_walk(database)
 {
     m_windowEnd.setForwardOnly(true);
-    m_windowEnd.prepare(QStringLiteral("SELECT modified_ms,id FROM file_index "
-                                       "WHERE (modified_ms,id) < (?,?) "
-                                       "ORDER BY modified_ms DESC,id DESC LIMIT 1 OFFSET ?"));
-    m_walk.setForwardOnly(true);
-    m_walk.prepare(QStringLiteral("SELECT %1 FROM file_index WHERE (modified_ms,id) < (?,?) "
-                                  "AND (modified_ms,id) >= (?,?) AND (%2) "
-                                  "ORDER BY modified_ms DESC,id DESC LIMIT ?")
-                       .arg(m_columns, m_filter.condition));
+    m_windowEnd.prepare(QStringLiteral("SELECT modified_ms FROM file_index WHERE modified_ms <= ? "
+                                       "ORDER BY modified_ms DESC LIMIT 1 OFFSET ?"));
 }
 
 bool NewestFirstQuery::run(int limit, const RowHandler &handler, QString *error)
 {
     m_handler = handler;
     m_remaining = limit;
-    constexpr Position bottom{std::numeric_limits<qint64>::min(),
-                              std::numeric_limits<qint64>::min()};
-    Position top{std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::max()};
     const ReadSnapshot snapshot(m_database);
-    qint64 walked = 0;
+    // A window covers a span of time, so equal times are never divided.
+    qint64 newest = std::numeric_limits<qint64>::max();
     qint64 window = m_policy.firstWindow;
+    qint64 walked = 0;
     while (m_remaining > 0) {
-        Position end = bottom;
-        if (!findWindowEnd(top, window, &end, error) || !walk(top, end, error))
+        qint64 oldest = endOfTime;
+        if (!findWindowEnd(newest, window, &oldest, error) || !walk(newest, oldest, error))
             return false;
-        if (end.modifiedMs == bottom.modifiedMs && end.id == bottom.id)
+        if (oldest == endOfTime)
             return true;
+        newest = oldest - 1;
         walked += window;
+        const int hits = limit - m_remaining;
         // One hit more than there was keeps the estimate finite, and on the side of walking on.
-        const qint64 needed = m_remaining * walked / (limit - m_remaining + 1);
+        const qint64 needed = m_remaining * walked / (hits + 1);
+        if (hits >= m_policy.sureHits && needed <= m_policy.countAbove)
+            return walk(newest, endOfTime, error);
         if (walked >= m_policy.leastWalk && needed > m_policy.countAbove) {
             if (!countRows(error))
                 return false;
             if (needed > m_tableRows / m_policy.walkCost)
-                return scanBelow(end, error);
+                return scan(newest, error);
         }
         window = qBound(walked, needed + needed / 4, 8 * walked);
-        top = end;
     }
     return true;
 }
 
-// Leaves `end` alone if fewer than `rows` rows are left.
-bool NewestFirstQuery::findWindowEnd(const Position &top, qint64 rows, Position *end,
-                                     QString *error)
+// The time of the row that is `rows` rows down from `newest`. Leaves `oldest` alone if there are
+// fewer.
+bool NewestFirstQuery::findWindowEnd(qint64 newest, qint64 rows, qint64 *oldest, QString *error)
 {
-    m_windowEnd.bindValue(0, top.modifiedMs);
-    m_windowEnd.bindValue(1, top.id);
-    m_windowEnd.bindValue(2, rows - 1);
+    m_windowEnd.bindValue(0, newest);
+    m_windowEnd.bindValue(1, rows - 1);
     if (!m_windowEnd.exec())
         return fail(m_windowEnd, error);
     if (m_windowEnd.next())
-        *end = {m_windowEnd.value(0).toLongLong(), m_windowEnd.value(1).toLongLong()};
+        *oldest = m_windowEnd.value(0).toLongLong();
     m_windowEnd.finish();
     return true;
 }
 
-bool NewestFirstQuery::walk(const Position &top, const Position &end, QString *error)
+// Without an end of the span a row costs one comparison less.
+bool NewestFirstQuery::walk(qint64 newest, qint64 oldest, QString *error)
 {
-    m_walk.bindValue(0, top.modifiedMs);
-    m_walk.bindValue(1, top.id);
-    m_walk.bindValue(2, end.modifiedMs);
-    m_walk.bindValue(3, end.id);
-    bindAll(&m_walk, 4, m_filter.patterns);
-    m_walk.bindValue(4 + m_filter.patterns.size(), m_remaining);
-    return handRows(&m_walk, error);
+    const bool bounded = oldest != endOfTime;
+    QSqlQuery query(m_database);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT %1 FROM file_index WHERE modified_ms <= ? %2AND (%3) "
+                                 "ORDER BY modified_ms DESC,id DESC LIMIT ?")
+                      .arg(m_columns, bounded ? QStringLiteral("AND modified_ms >= ? ") : QString(),
+                           m_filter.condition));
+    query.addBindValue(newest);
+    if (bounded)
+        query.addBindValue(oldest);
+    return handRows(&query, error);
 }
 
 // The ids come first, so that the sorter never carries the text of a document.
-bool NewestFirstQuery::scanBelow(const Position &top, QString *error)
+bool NewestFirstQuery::scan(qint64 newest, QString *error)
 {
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
     query.prepare(QStringLiteral("SELECT %1 FROM (SELECT id AS hit FROM file_index NOT INDEXED "
-                                 "WHERE (modified_ms,id) < (?,?) AND (%2) "
+                                 "WHERE modified_ms <= ? AND (%2) "
                                  "ORDER BY modified_ms DESC,id DESC LIMIT ?) "
                                  "CROSS JOIN file_index ON id = hit "
                                  "ORDER BY modified_ms DESC,id DESC")
                       .arg(m_columns, m_filter.condition));
-    query.bindValue(0, top.modifiedMs);
-    query.bindValue(1, top.id);
-    bindAll(&query, 2, m_filter.patterns);
-    query.bindValue(2 + m_filter.patterns.size(), m_remaining);
+    query.addBindValue(newest);
     return handRows(&query, error);
 }
 
@@ -151,8 +144,12 @@ bool NewestFirstQuery::countRows(QString *error)
     return true;
 }
 
+// The patterns and the limit are the last to be bound.
 bool NewestFirstQuery::handRows(QSqlQuery *query, QString *error)
 {
+    for (const QString &pattern : qAsConst(m_filter.patterns))
+        query->addBindValue(pattern);
+    query->addBindValue(m_remaining);
     if (!query->exec())
         return fail(*query, error);
     while (m_remaining > 0 && query->next()) {
@@ -162,7 +159,6 @@ bool NewestFirstQuery::handRows(QSqlQuery *query, QString *error)
     }
     if (query->lastError().isValid())
         return fail(*query, error);
-    query->finish();
     return true;
 }
 

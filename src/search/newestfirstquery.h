@@ -21,6 +21,7 @@ struct WalkPolicy
 {
     int firstWindow = 500;  // walked before anything is estimated
     int leastWalk = 4000;   // walked before a table scan is considered
+    int sureHits = 8;       // hits in what was walked that make an estimate of a near end good
     int countAbove = 16000; // counting the table must cost little against this many walked rows
     int walkCost = 6;       // rows that a table scan passes in the time of one row of a walk
 };
@@ -47,16 +48,9 @@ public:
     [[nodiscard]] bool run(int limit, const RowHandler &handler, QString *error);
 
 private:
-    // A place in the index: below it come older rows, and of the same time those with smaller ids.
-    struct Position
-    {
-        qint64 modifiedMs;
-        qint64 id;
-    };
-
-    bool findWindowEnd(const Position &top, qint64 rows, Position *end, QString *error);
-    bool walk(const Position &top, const Position &end, QString *error);
-    bool scanBelow(const Position &top, QString *error);
+    bool findWindowEnd(qint64 newest, qint64 rows, qint64 *oldest, QString *error);
+    bool walk(qint64 newest, qint64 oldest, QString *error);
+    bool scan(qint64 newest, QString *error);
     bool countRows(QString *error);
     bool handRows(QSqlQuery *query, QString *error);
 
@@ -68,7 +62,6 @@ private:
     int m_remaining = 0;     // rows still wanted; 0 ends the query
     qint64 m_tableRows = -1; // -1 until counted
     QSqlQuery m_windowEnd;
-    QSqlQuery m_walk;
 };
 
 } // namespace search

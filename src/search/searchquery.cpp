@@ -20,20 +20,23 @@ QString fileColumns()
     return QStringLiteral("path,file_name,size,modified_ms,category");
 }
 
-// Keys in ascending order, so that each goes to the end of the map.
+// Keys in ascending order, so that each goes to the end of the map. The driver delivers texts and
+// 64-bit integers as they are wanted.
 QVariantMap resultOfRow(const QSqlQuery &query)
 {
+    static const QVariant noScore(0.0);
+    static const QVariant noSnippet{QString()};
     QVariantMap result;
     const auto append = [&result](const QString &key, const QVariant &value) {
         result.insert(result.cend(), key, value);
     };
-    append(QStringLiteral("category"), query.value(4).toString());
-    append(QStringLiteral("modifiedMs"), query.value(3).toLongLong());
-    append(QStringLiteral("name"), query.value(1).toString());
-    append(QStringLiteral("path"), query.value(0).toString());
-    append(QStringLiteral("score"), 0.0);
-    append(QStringLiteral("size"), query.value(2).toLongLong());
-    append(QStringLiteral("snippet"), QString());
+    append(QStringLiteral("category"), query.value(4));
+    append(QStringLiteral("modifiedMs"), query.value(3));
+    append(QStringLiteral("name"), query.value(1));
+    append(QStringLiteral("path"), query.value(0));
+    append(QStringLiteral("score"), noScore);
+    append(QStringLiteral("size"), query.value(2));
+    append(QStringLiteral("snippet"), noSnippet);
     return result;
 }
 
