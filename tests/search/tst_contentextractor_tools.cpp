@@ -190,7 +190,7 @@ void TestExtractionTools::runs_data()
     row("Latin-1", prints("caf\xE9"), QStringLiteral("café"), "ISO-8859-1");
     row("GB18030", prints("\xD6\xD0\xCE\xC4 a"), QStringLiteral("中文 a"), "GB18030");
     row("UTF-8 in a GB18030 locale", prints("中文"), QStringLiteral("中文"), "GB18030");
-    row("invalid in both", prints("caf\xE9"), QStringLiteral("caf\uFFFD"));
+    row("invalid in both", prints("中\xFF"), QStringLiteral("中\uFFFD"), "GB18030");
 
     // Three bytes a character, 16384 are kept. Half a character at the end must not make Latin-1,
     // in which everything is valid, seem right for the whole text.

@@ -97,6 +97,7 @@ void TestOleText::scan_data()
     row("even offset", units(zeros(4) + people + zeros(4)), people);
     row("odd offset", units(zeros(4) + people + zeros(4), 1), people);
     row("run at the end of the data", units(zeros(4) + people), people);
+    row("odd offset, run at the end", units(zeros(4) + people, 1), people);
     row("half a unit at the end", units(zeros(4) + people) + '\x4E', people);
     row("three characters are too short", units(three + zeros(4)), QString());
     row("three characters and blanks", units(QStringLiteral("  中国人 ") + zeros(2)), QString());
