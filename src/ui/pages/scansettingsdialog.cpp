@@ -59,15 +59,9 @@ ScanSettingsDialog::ScanSettingsDialog(const QJsonObject &initial, QWidget *pare
     setWindowTitle(tr("扫描设置"));
     setContentWidth(kDialogWidth);
 
-    auto *title = new QLabel(tr("扫描设置"), this);
-    title->setProperty("text", QStringLiteral("dialog-title"));
     auto *subtitle = new WrapLabel(tr("仅保留会真实影响扫描结果的选项。"), this);
     subtitle->setObjectName(QStringLiteral("SubtleText"));
-    auto *heading = new QVBoxLayout;
-    heading->setSpacing(metrics::kFieldGap / 2);
-    heading->addWidget(title);
-    heading->addWidget(subtitle);
-    contentLayout()->addLayout(heading);
+    contentLayout()->addWidget(subtitle);
     contentLayout()->addWidget(buildSection());
     auto *note = new WrapLabel(tr("说明：后两项仅在“深度扫描”模式下生效，用于控制是否先结合 EXT4 "
                                   "元数据结果，以及 carving 是否只扫描未分配空间。"),

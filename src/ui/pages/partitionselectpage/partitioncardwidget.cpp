@@ -70,14 +70,11 @@ QHBoxLayout *PartitionCardWidget::buildHeader()
 {
     auto *title = new ElidedLabel(m_entry.title, Qt::ElideRight, this);
     title->setObjectName(QStringLiteral("PartitionTitle"));
-    auto *titleRow = new QHBoxLayout;
-    titleRow->setSpacing(metrics::kFieldGap);
-    titleRow->addWidget(title, 1);
-    titleRow->addWidget(buildFsTypeBadge(m_fsType));
     auto *texts = new QVBoxLayout;
     texts->setSpacing(metrics::kFieldGap / 2);
-    texts->addLayout(titleRow);
+    texts->addWidget(title);
     texts->addWidget(subtleLabel(m_devicePath, Qt::ElideMiddle, this));
+    texts->addWidget(buildFsTypeBadge(m_fsType), 0, Qt::AlignLeft);
     auto *row = new QHBoxLayout;
     row->setSpacing(metrics::kFieldGap);
     row->addWidget(m_icon, 0, Qt::AlignTop);
@@ -117,6 +114,7 @@ QWidget *PartitionCardWidget::buildFsTypeBadge(const QString &fs)
 {
     auto *badge = new ElidedLabel(fs, Qt::ElideRight, this);
     badge->setObjectName(QStringLiteral("TagLabel"));
+    badge->setAlignment(Qt::AlignCenter);
     return badge;
 }
 
