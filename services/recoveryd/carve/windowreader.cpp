@@ -1,0 +1,74 @@
+#include "recoveryd/carve/windowreader.h"
+
+#include <cstring>
+
+namespace services {
+namespace recoveryd {
+
+namespace {
+
+constexpr qint64 kReadAlignment = 4096;
+
+} // namespace
+
+WindowReader::WindowReader(const Volume &volume, std::function<bool()> mayGoOn)
+    : m_volume(volume)
+    , m_mayGoOn(std::move(mayGoOn))
+    , m_window(size_t(kWindow))
+    , m_end(volume.size())
+{}
+
+bool WindowReader::fill(qint64 offset, qint64 least)
+{
+    if (!m_error.isEmpty() || !m_mayGoOn())
+        return false;
+    const qint64 start = offset - offset % kReadAlignment;
+    const qint64 length = qMin(kWindow, m_volume.size() - start);
+    if (offset + least > start + length)
+        return false;
+    m_length = 0;
+    if (!m_volume.read(start, reinterpret_cast<char *>(m_window.data()), length, &m_error))
+        return false;
+    m_start = start;
+    m_length = length;
+    m_bytesRead += length;
+    return true;
+}
+
+const uchar *WindowReader::at(qint64 offset, qint64 length)
+{
+    if (offset < 0 || length < 0 || length > kMaxPiece || offset > m_end || length > m_end - offset)
+        return nullptr;
+    const bool isHeld = offset >= m_start && offset + length <= m_start + m_length;
+    if (!isHeld && !fill(offset, length))
+        return nullptr;
+    return m_window.data() + (offset - m_start);
+}
+
+WindowReader::Span WindowReader::span(qint64 offset)
+{
+    const uchar *const bytes = at(offset, 1);
+    if (!bytes)
+        return Span();
+    return {bytes, qMin(m_start + m_length, m_end) - offset};
+}
+
+qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 tokenLength)
+{
+    to = qMin(to, m_end);
+    while (from >= 0 && from + tokenLength <= to) {
+        // A window that ends inside a possible hit is moved on before the search.
+        if (!at(from, tokenLength))
+            return -1;
+        const Span held = span(from);
+        const qint64 length = qMin(held.length, to - from);
+        const void *const hit = ::memmem(held.bytes, size_t(length), token, size_t(tokenLength));
+        if (hit)
+            return from + (static_cast<const uchar *>(hit) - held.bytes);
+        from += length - tokenLength + 1;
+    }
+    return -1;
+}
+
+} // namespace recoveryd
+} // namespace services

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "recoveryd/carve/carver.h"
+
+#include <QByteArrayList>
+
+namespace services {
+namespace recoveryd {
+
+/// What an archive says it holds.
+struct ZipDirectory
+{
+    bool isWhole = false;         ///< As many entries as announced, within the size announced.
+    bool allEntriesThere = false; ///< Each one's own header stands where the directory says.
+    QByteArrayList names;         ///< At most the first few hundred.
+    QByteArray mimeType; ///< Content of a first entry "mimetype", if it is stored as it is.
+    qint64 end = 0;      ///< Where the walk along local headers came to.
+};
+
+/// Reads the central directory at `at`; `start` is the archive's start.
+ZipDirectory readZipDirectory(WindowReader &reader, qint64 start, qint64 at, qint64 size,
+                              int count);
+/// Walks from header to header as far as they tell their sizes; for archives without a directory.
+ZipDirectory readLocalEntries(WindowReader &reader, qint64 start, qint64 limit);
+
+/// DOCX, XLSX, PPTX, ODT, ODS, ODP or plain ZIP.
+void setZipType(const QByteArrayList &names, const QByteArray &mimeType, CarvedFile *file);
+
+} // namespace recoveryd
+} // namespace services

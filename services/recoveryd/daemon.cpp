@@ -1,0 +1,38 @@
+#include "recoveryd/daemon.h"
+
+#include "recoveryd/devices/deviceservice.h"
+
+namespace services {
+namespace recoveryd {
+
+Daemon::Daemon(const Options &options)
+    : m_options(options)
+    , m_scans(m_host, m_catalog, m_store)
+    , m_recoveries(
+          m_host, m_catalog, m_store,
+          [this](const QString &id, QVector<FoundFile> *files, QString *error) {
+              return m_scans.filesOf(id, files, error);
+          },
+          options.freeBytes)
+    , m_sessions(m_host, m_scans, m_store,
+                 [this](const QString &id) { return m_recoveries.isInUse(id); })
+{
+    registerDeviceMethods(m_host, m_catalog);
+}
+
+bool Daemon::start(QString *error)
+{
+    for (const QString &image : qAsConst(m_options.images))
+        if (!m_catalog.addImage(image, error))
+            return false;
+    // The socket first: a second service on the same name must not touch the first one's state.
+    if (!m_host.listen(m_options.socketName, error))
+        return false;
+    if (!m_store.open(m_options.stateDir, error))
+        return false;
+    m_recoveries.closeInterrupted();
+    return true;
+}
+
+} // namespace recoveryd
+} // namespace services

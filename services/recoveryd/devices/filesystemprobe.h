@@ -1,0 +1,26 @@
+#pragma once
+
+#include "recoveryd/devices/image.h"
+
+namespace services {
+namespace recoveryd {
+
+/// What the superblock or boot sector of a file system tells. Bytes; -1 where it tells nothing.
+struct FileSystem
+{
+    QString type; ///< "ext4", "vfat" …; empty if none was recognised.
+    QString label;
+    qint64 size = -1;
+    qint64 used = -1;
+    qint64 blockSize = 512;
+
+    bool isKnown() const { return !type.isEmpty(); }
+    bool isExt() const { return type.startsWith(QLatin1String("ext")); }
+};
+
+/// Looks for ext2/3/4, XFS, Btrfs, NTFS, exFAT, FAT12/16/32 and Linux swap. A damaged superblock
+/// counts as none.
+FileSystem probeFileSystem(const Volume &volume);
+
+} // namespace recoveryd
+} // namespace services

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+
+namespace services {
+namespace recoveryd {
+
+/// A disk image or block device, open for reading only. Reads never move a shared position, so any
+/// thread may read at any time.
+class Image
+{
+public:
+    ~Image();
+    Image(const Image &) = delete;
+    Image &operator=(const Image &) = delete;
+
+    /// Null on failure. Refuses what is neither a regular file nor a block device.
+    [[nodiscard]] static std::shared_ptr<const Image> open(const QString &path, QString *error);
+
+    QString path() const { return m_path; }
+    /// Bytes; fixed when the image is opened.
+    qint64 size() const { return m_size; }
+
+    /// Fills `length` bytes from byte `offset` on. Fails outside the image, and where the file has
+    /// become shorter than it was.
+    [[nodiscard]] bool read(qint64 offset, char *to, qint64 length, QString *error) const;
+    /// Asks the system to forget what it has cached, so that the next read comes from the medium.
+    void dropCache() const;
+
+private:
+    Image(const QString &path, int fd, qint64 size);
+
+    QString m_path;
+    int m_fd;
+    qint64 m_size;
+};
+
+/// A stretch of an image, such as a partition; offsets are relative to its start. Cheap to copy.
+class Volume
+{
+public:
+    Volume() = default;
+    /// The stretch is cut at the end of the image.
+    Volume(std::shared_ptr<const Image> image, qint64 start, qint64 size);
+
+    bool isValid() const { return m_image != nullptr; }
+    const std::shared_ptr<const Image> &image() const { return m_image; }
+    qint64 start() const { return m_start; }
+    qint64 size() const { return m_size; }
+
+    [[nodiscard]] bool read(qint64 offset, char *to, qint64 length, QString *error) const;
+    /// Empty on failure.
+    QByteArray read(qint64 offset, qint64 length, QString *error = nullptr) const;
+
+private:
+    std::shared_ptr<const Image> m_image;
+    qint64 m_start = 0;
+    qint64 m_size = 0;
+};
+
+} // namespace recoveryd
+} // namespace services

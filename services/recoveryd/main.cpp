@@ -1,0 +1,43 @@
+#include "recoveryd/daemon.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+
+#include <cstdio>
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("morvane-recoveryd"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Finds and recovers deleted files in disk images, which it only reads."));
+    parser.addHelpOption();
+    const QCommandLineOption image(
+        QStringLiteral("image"), QStringLiteral("A disk image to offer; may be given repeatedly."),
+        QStringLiteral("file"));
+    const QCommandLineOption state(
+        QStringLiteral("state"), QStringLiteral("Folder for scan sessions and snapshots."),
+        QStringLiteral("folder"),
+        QDir::homePath() + QStringLiteral("/.local/share/morvane-recoveryd"));
+    const QCommandLineOption socket(QStringLiteral("socket"),
+                                    QStringLiteral("Name of the local socket."),
+                                    QStringLiteral("name"), QStringLiteral("morvane-service-v1"));
+    parser.addOptions({image, state, socket});
+    parser.process(app);
+
+    services::recoveryd::Daemon::Options options;
+    options.images = parser.values(image);
+    options.stateDir = parser.value(state);
+    options.socketName = parser.value(socket);
+    services::recoveryd::Daemon daemon(options);
+    QString error;
+    if (options.images.isEmpty())
+        error = QStringLiteral("没有给出磁盘镜像（--image）");
+    else if (daemon.start(&error))
+        return QCoreApplication::exec();
+    std::fprintf(stderr, "morvane-recoveryd: %s\n", qUtf8Printable(error));
+    return 1;
+}

@@ -1,0 +1,178 @@
+#include "recoveryd/recover/outputfile.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace services {
+namespace recoveryd {
+
+namespace {
+
+constexpr int kMaxNameBytes = 200;
+constexpr qint64 kPiece = 1024 * 1024;
+
+bool fail(QString *error, const QString &what, int code)
+{
+    if (error)
+        *error = QStringLiteral("%1：%2").arg(what, QString::fromLocal8Bit(std::strerror(code)));
+    return false;
+}
+
+void syncDirectory(const QString &dir)
+{
+    const int fd = ::open(QFile::encodeName(dir).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    ::fsync(fd);
+    ::close(fd);
+}
+
+/// Renames without ever replacing. 0, or the error.
+int renameToFree(const QByteArray &from, const QByteArray &to)
+{
+    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    // File systems without that kind of rename: a second link is as strict.
+    if (::link(from.constData(), to.constData()) != 0)
+        return errno;
+    ::unlink(from.constData());
+    return 0;
+}
+
+} // namespace
+
+OutputFile::OutputFile(const QString &dir, const QString &temporaryName)
+    : m_dir(dir)
+    , m_temporaryName(temporaryName)
+{}
+
+OutputFile::~OutputFile()
+{
+    if (m_fd < 0)
+        return;
+    ::close(m_fd);
+    if (!m_isPublished)
+        ::unlink(QFile::encodeName(path(m_temporaryName)).constData());
+}
+
+bool OutputFile::open(QString *error)
+{
+    m_fd = ::open(QFile::encodeName(path(m_temporaryName)).constData(),
+                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    return m_fd >= 0 || fail(error, QStringLiteral("无法创建文件"), errno);
+}
+
+bool OutputFile::write(const char *bytes, qint64 length, QString *error)
+{
+    while (length > 0) {
+        const ssize_t written = ::write(m_fd, bytes, size_t(length));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return fail(error, QStringLiteral("写入失败"), errno);
+        bytes += written;
+        length -= written;
+    }
+    return true;
+}
+
+bool OutputFile::seek(qint64 offset, QString *error)
+{
+    return ::lseek(m_fd, off_t(offset), SEEK_SET) >= 0 ||
+           fail(error, QStringLiteral("写入失败"), errno);
+}
+
+bool OutputFile::setSize(qint64 size, QString *error)
+{
+    return ::ftruncate(m_fd, off_t(size)) == 0 || fail(error, QStringLiteral("写入失败"), errno);
+}
+
+bool OutputFile::sync(QString *error)
+{
+    return ::fsync(m_fd) == 0 || fail(error, QStringLiteral("写入磁盘失败"), errno);
+}
+
+bool OutputFile::readBack(QString *sha256, QString *error) const
+{
+    ::posix_fadvise(m_fd, 0, 0, POSIX_FADV_DONTNEED);
+    QFile file(path(m_temporaryName));
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("无法读回文件：%1").arg(file.errorString());
+        return false;
+    }
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QByteArray piece;
+    while (!(piece = file.read(kPiece)).isEmpty())
+        hash.addData(piece);
+    if (file.error() != QFileDevice::NoError) {
+        *error = QStringLiteral("无法读回文件：%1").arg(file.errorString());
+        return false;
+    }
+    *sha256 = QString::fromLatin1(hash.result().toHex());
+    return true;
+}
+
+OutputFile::Publish OutputFile::publish(const QString &name, QString *error)
+{
+    const int code =
+        renameToFree(QFile::encodeName(path(m_temporaryName)), QFile::encodeName(path(name)));
+    if (code == EEXIST)
+        return Publish::Taken;
+    if (code != 0) {
+        fail(error, QStringLiteral("无法命名文件"), code);
+        return Publish::Failed;
+    }
+    m_isPublished = true;
+    syncDirectory(m_dir);
+    return Publish::Done;
+}
+
+QString numberedName(const QString &name, int number)
+{
+    if (number <= 0)
+        return name;
+    const int dot = name.lastIndexOf(QLatin1Char('.'));
+    const int stem = dot > 0 ? dot : name.size();
+    return QStringLiteral("%1 (%2)%3").arg(name.left(stem)).arg(number).arg(name.mid(stem));
+}
+
+QString plainName(const QString &text)
+{
+    QString name;
+    for (const QChar c : text)
+        name.append(c == QLatin1Char('/') || c.unicode() < 0x20 || c.unicode() == 0x7F
+                        ? QLatin1Char('_')
+                        : c);
+    if (name.startsWith(QLatin1Char('.')))
+        name[0] = QLatin1Char('_');
+    if (name.isEmpty())
+        name = QStringLiteral("recovered");
+    const int dot = name.lastIndexOf(QLatin1Char('.'));
+    const QString suffix = dot > 0 && name.size() - dot <= 16 ? name.mid(dot) : QString();
+    QString stem = name.left(name.size() - suffix.size());
+    while ((stem + suffix).toUtf8().size() > kMaxNameBytes)
+        stem.chop(1);
+    return stem + suffix;
+}
+
+qint64 freeBytesAt(const QString &dir)
+{
+    QString existing = QFileInfo(dir).absoluteFilePath();
+    while (!QFileInfo::exists(existing) && existing != QLatin1String("/"))
+        existing = QFileInfo(existing).absolutePath();
+    const QStorageInfo storage(existing);
+    return storage.isValid() ? storage.bytesAvailable() : -1;
+}
+
+} // namespace recoveryd
+} // namespace services

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QString>
+
+namespace services {
+namespace recoveryd {
+
+/// A file that comes into being whole: written under a temporary name beside its place, synced, and
+/// given its name only then, never over another file. A process that dies before leaves at most the
+/// temporary file. The destructor removes what was not published.
+class OutputFile
+{
+public:
+    /// `dir` exists; `temporaryName` is a plain name.
+    OutputFile(const QString &dir, const QString &temporaryName);
+    ~OutputFile();
+    OutputFile(const OutputFile &) = delete;
+    OutputFile &operator=(const OutputFile &) = delete;
+
+    /// Fails if the temporary name is taken.
+    [[nodiscard]] bool open(QString *error);
+    [[nodiscard]] bool write(const char *bytes, qint64 length, QString *error);
+    /// Places a hole or goes back; the file is extended by what is written next, or by setSize().
+    [[nodiscard]] bool seek(qint64 offset, QString *error);
+    [[nodiscard]] bool setSize(qint64 size, QString *error);
+    /// To the medium.
+    [[nodiscard]] bool sync(QString *error);
+    /// SHA-256 of what the file holds, in hexadecimal, read back through a descriptor of its own
+    /// after its cached pages have been let go.
+    [[nodiscard]] bool readBack(QString *sha256, QString *error) const;
+
+    enum class Publish { Done, Taken, Failed };
+    /// Gives the file its name and syncs the directory. Taken: a file of that name is there.
+    Publish publish(const QString &name, QString *error);
+
+private:
+    QString path(const QString &name) const { return m_dir + QLatin1Char('/') + name; }
+
+    QString m_dir;
+    QString m_temporaryName;
+    int m_fd = -1;
+    bool m_isPublished = false;
+};
+
+/// "name (2).ext": the name's `number`-th stand-in; the name itself for 0.
+QString numberedName(const QString &name, int number);
+
+/// A plain file name out of any text: no separators, no control characters, not hidden by a leading
+/// dot, at most 200 bytes with its suffix kept.
+QString plainName(const QString &text);
+
+/// Bytes that the file system around `dir` has for this user; `dir` need not exist yet. -1 if
+/// unknown.
+qint64 freeBytesAt(const QString &dir);
+
+} // namespace recoveryd
+} // namespace services

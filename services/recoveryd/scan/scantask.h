@@ -1,0 +1,83 @@
+#pragma once
+
+#include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/scan/scanner.h"
+#include "recoveryd/scan/scanrequest.h"
+#include "recoveryd/workcontrol.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+
+#include <memory>
+
+namespace services {
+namespace recoveryd {
+
+/// How a scan ended.
+struct ScanOutcome
+{
+    enum class Kind { Completed, Stopped, Failed };
+
+    Kind kind = Kind::Completed;
+    QString error;
+    qint64 elapsedMs = 0; ///< Without pauses.
+    qint64 scannedBytes = 0;
+    int filesFound = 0;
+};
+
+/// One scan, on a worker thread: run it by a queued call. It stops, pauses and goes on by its
+/// control. Files come in batches of at most 500, a few times a second; a pause hands over what has
+/// been found before it is told.
+class ScanTask : public QObject, private ScanObserver
+{
+    Q_OBJECT
+
+public:
+    static constexpr int kMaxBatch = 500;
+    /// More than this a session does not hold: it ends early then, as completed.
+    static constexpr int kMaxFiles = 150000;
+
+    ScanTask(const QString &sessionId, const Device &device, const ScanRequest &request,
+             std::shared_ptr<WorkControl> control);
+
+public slots:
+    void run();
+
+signals:
+    void progress(const QString &sessionId, double percent, int filesFound, qint64 elapsedMs,
+                  const QString &phaseText);
+    void filesFound(const QString &sessionId, const QVector<services::recoveryd::FoundFile> &files);
+    void paused(const QString &sessionId);
+    /// The last signal.
+    void finished(const QString &sessionId, const services::recoveryd::ScanOutcome &outcome);
+
+private:
+    bool mayGoOn() override;
+    void advanced(qint64 done) override;
+    bool found(const FoundFile &file) override;
+
+    qint64 elapsed() const { return m_elapsedBefore + m_clock.elapsed(); }
+    void flush();
+    void tellProgress();
+
+    QString m_sessionId;
+    Device m_device;
+    ScanRequest m_request;
+    std::shared_ptr<WorkControl> m_control;
+
+    QVector<FoundFile> m_batch;
+    int m_filesFound = 0;
+    QString m_phaseText;
+    qint64 m_total = 0;
+    qint64 m_doneBefore = 0; ///< Work of the scanners before the current one.
+    qint64 m_done = 0;
+    QElapsedTimer m_clock;
+    qint64 m_elapsedBefore = 0; ///< Up to the last pause.
+    qint64 m_toldAt = 0;
+};
+
+} // namespace recoveryd
+} // namespace services
+
+Q_DECLARE_METATYPE(QVector<services::recoveryd::FoundFile>)
+Q_DECLARE_METATYPE(services::recoveryd::ScanOutcome)
