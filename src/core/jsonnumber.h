@@ -1,26 +1,22 @@
 #pragma once
 
 #include <QJsonValue>
-#include <QVariant>
 
 #include <limits>
 
 namespace core {
 
-/// A JSON number as a 64-bit integer: whole where the parser kept it whole, otherwise rounded
-/// towards zero and held within the type's limits; 0 for anything that is no number.
+/// A JSON number as a 64-bit integer, rounded towards zero and held within the type's limits; 0 for
+/// anything that is no number. Exact up to 2^53, since JSON numbers are doubles here.
 inline qint64 toInt64(const QJsonValue &value)
 {
-    const QVariant number = value.toVariant();
-    if (number.type() == QVariant::LongLong)
-        return number.toLongLong();
-    const double real = value.toDouble();
-    constexpr double limit = 9223372036854775808.0; // 2^63, the first value that does not fit
-    if (real >= limit)
+    constexpr double kLimit = 9223372036854775808.0; // 2^63, the first value that does not fit
+    const double number = value.toDouble();
+    if (number >= kLimit)
         return std::numeric_limits<qint64>::max();
-    if (real < -limit)
+    if (number < -kLimit)
         return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(real);
+    return static_cast<qint64>(number);
 }
 
 } // namespace core
