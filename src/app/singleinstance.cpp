@@ -74,6 +74,7 @@ void SingleInstance::acceptConnection()
     // The sender gets its time to write, but on the event loop: the window stays alive meanwhile.
     auto *deadline = new QTimer(socket);
     deadline->setSingleShot(true);
+    deadline->setTimerType(Qt::PreciseTimer);
     const auto expire = [deadline] {
         deadline->start(0);
     };

@@ -45,7 +45,7 @@ private slots:
         clock.start();
         send(QEvent::Leave);
         QTRY_VERIFY(m_sidebar->width() < 175);
-        QVERIFY2(clock.elapsed() >= 95, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() >= 90, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(!m_sidebar->graphicsEffect());
         QTRY_COMPARE(m_sidebar->width(), 60);
     }

@@ -73,7 +73,7 @@ private slots:
         QTest::newRow("show and hang up") << QByteArrayLiteral("show") << true << 0 << 450;
         QTest::newRow("another word") << QByteArrayLiteral("x") << false << 0 << 450;
         QTest::newRow("hangs up without a word") << QByteArray() << true << 0 << 450;
-        QTest::newRow("says nothing") << QByteArray() << false << 480 << 1200;
+        QTest::newRow("says nothing") << QByteArray() << false << 490 << 1200;
     }
 
     void anyConnectionShows()
