@@ -51,8 +51,6 @@ NewestFirstQuery::NewestFirstQuery(const QSqlDatabase &database, const QString &
     , m_windowEnd(database)
 {
     m_windowEnd.setForwardOnly(true);
-    m_windowEnd.prepare(QStringLiteral("SELECT modified_ms FROM file_index WHERE modified_ms <= ? "
-                                       "ORDER BY modified_ms DESC LIMIT 1 OFFSET ?"));
 }
 
 bool NewestFirstQuery::run(int limit, const RowHandler &handler, QString *error)
@@ -60,6 +58,10 @@ bool NewestFirstQuery::run(int limit, const RowHandler &handler, QString *error)
     m_handler = handler;
     m_remaining = limit;
     const ReadSnapshot snapshot(m_database);
+    if (!m_windowEnd.prepare(
+            QStringLiteral("SELECT modified_ms FROM file_index WHERE modified_ms <= ? "
+                           "ORDER BY modified_ms DESC LIMIT 1 OFFSET ?")))
+        return fail(m_windowEnd, error);
     // A window covers a span of time, so equal times are never divided.
     qint64 newest = std::numeric_limits<qint64>::max();
     qint64 window = m_policy.firstWindow;
@@ -108,10 +110,12 @@ bool NewestFirstQuery::walk(qint64 newest, qint64 oldest, QString *error)
     const bool bounded = oldest != endOfTime;
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT %1 FROM file_index WHERE modified_ms <= ? %2AND (%3) "
-                                 "ORDER BY modified_ms DESC,id DESC LIMIT ?")
-                      .arg(m_columns, bounded ? QStringLiteral("AND modified_ms >= ? ") : QString(),
-                           m_filter.condition));
+    if (!query.prepare(QStringLiteral("SELECT %1 FROM file_index WHERE modified_ms <= ? %2AND (%3) "
+                                      "ORDER BY modified_ms DESC,id DESC LIMIT ?")
+                           .arg(m_columns,
+                                bounded ? QStringLiteral("AND modified_ms >= ? ") : QString(),
+                                m_filter.condition)))
+        return fail(query, error);
     query.addBindValue(newest);
     if (bounded)
         query.addBindValue(oldest);
@@ -123,12 +127,14 @@ bool NewestFirstQuery::scan(qint64 newest, QString *error)
 {
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT %1 FROM (SELECT id AS hit FROM file_index NOT INDEXED "
-                                 "WHERE modified_ms <= ? AND (%2) "
-                                 "ORDER BY modified_ms DESC,id DESC LIMIT ?) "
-                                 "CROSS JOIN file_index ON id = hit "
-                                 "ORDER BY modified_ms DESC,id DESC")
-                      .arg(m_columns, m_filter.condition));
+    if (!query.prepare(
+            QStringLiteral("SELECT %1 FROM (SELECT id AS hit FROM file_index NOT INDEXED "
+                           "WHERE modified_ms <= ? AND (%2) "
+                           "ORDER BY modified_ms DESC,id DESC LIMIT ?) "
+                           "CROSS JOIN file_index ON id = hit "
+                           "ORDER BY modified_ms DESC,id DESC")
+                .arg(m_columns, m_filter.condition)))
+        return fail(query, error);
     query.addBindValue(newest);
     return handRows(&query, error);
 }

@@ -2,6 +2,7 @@
 
 #include "search/searchcategory.h"
 #include "search/searchquery.h"
+#include "search/searchschema.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -11,38 +12,6 @@
 #include <QUuid>
 
 namespace {
-
-constexpr const char *connectionPragmas[] = {
-    "PRAGMA journal_mode=WAL",
-    "PRAGMA synchronous=NORMAL",
-    "PRAGMA page_size=4096",
-};
-
-// The text of a document is stored once, in file_index; content_fts reads it from there. There is
-// no update trigger: the delete command of FTS5 needs the old text, which an update would already
-// have replaced, so updateFileContentBatch() keeps content_fts by hand. The drops clear update
-// triggers that earlier versions left in existing files.
-constexpr const char *schemaStatements[] = {
-    "CREATE TABLE IF NOT EXISTS file_index(id INTEGER PRIMARY KEY AUTOINCREMENT,"
-    "path TEXT NOT NULL UNIQUE,file_name TEXT NOT NULL,ext TEXT,category TEXT DEFAULT 'other',"
-    "size INTEGER NOT NULL DEFAULT 0,modified_ms INTEGER NOT NULL DEFAULT 0,indexed_at TEXT,"
-    "content TEXT)",
-    "CREATE INDEX IF NOT EXISTS idx_file_index_name ON file_index(file_name COLLATE NOCASE)",
-    "CREATE INDEX IF NOT EXISTS idx_file_index_ext ON file_index(ext)",
-    "CREATE INDEX IF NOT EXISTS idx_file_index_modified ON file_index(modified_ms)",
-    "CREATE VIRTUAL TABLE IF NOT EXISTS content_fts USING fts5(content,content='file_index',"
-    "content_rowid='id',tokenize='unicode61 remove_diacritics 2',detail=column)",
-    "CREATE TRIGGER IF NOT EXISTS fts_ai AFTER INSERT ON file_index WHEN new.content IS NOT NULL "
-    "AND length(new.content) > 0 BEGIN INSERT INTO content_fts(rowid, content) VALUES(new.id, "
-    "new.content); END",
-    "CREATE TRIGGER IF NOT EXISTS fts_ad AFTER DELETE ON file_index WHEN old.content IS NOT NULL "
-    "AND length(old.content) > 0 BEGIN INSERT INTO content_fts(content_fts, rowid, content) "
-    "VALUES('delete', old.id, old.content); END",
-    "DROP TRIGGER IF EXISTS fts_au",
-    "DROP TRIGGER IF EXISTS fts_au_del",
-    "DROP TRIGGER IF EXISTS fts_au_ins",
-    "CREATE TABLE IF NOT EXISTS index_meta(key TEXT PRIMARY KEY, value TEXT)",
-};
 
 void setError(QString *error, const QString &text)
 {
@@ -54,6 +23,11 @@ bool fail(QString *error, const QString &text)
 {
     setError(error, text);
     return false;
+}
+
+bool prepareQuery(QSqlQuery *query, const QString &sql, QString *error)
+{
+    return query->prepare(sql) || fail(error, query->lastError().text());
 }
 
 // One write transaction. What was not committed is rolled back at the latest by the destructor.
@@ -121,12 +95,21 @@ public:
         , m_insertTokens(database)
     {
         m_select.setForwardOnly(true);
-        m_select.prepare(QStringLiteral("SELECT id, content FROM file_index WHERE path = ?"));
-        m_update.prepare(QStringLiteral("UPDATE file_index SET content = ? WHERE path = ?"));
+    }
+
+    bool prepare(QString *error)
+    {
+        // Without a full text index the texts are kept all the same.
         m_deleteTokens.prepare(QStringLiteral(
             "INSERT INTO content_fts(content_fts, rowid, content) VALUES('delete', ?, ?)"));
         m_insertTokens.prepare(
             QStringLiteral("INSERT INTO content_fts(rowid, content) VALUES(?, ?)"));
+        return prepareQuery(&m_select,
+                            QStringLiteral("SELECT id, content FROM file_index WHERE path = ?"),
+                            error) &&
+               prepareQuery(&m_update,
+                            QStringLiteral("UPDATE file_index SET content = ? WHERE path = ?"),
+                            error);
     }
 
     bool run(const QString &path, const QString &content, Transaction *transaction, QString *error)
@@ -202,8 +185,7 @@ bool SearchIndexDB::open(QString *error)
             QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connectionName);
         database.setDatabaseName(m_dbFilePath);
         if (database.open()) {
-            for (const char *pragma : connectionPragmas)
-                QSqlQuery(database).exec(QString::fromLatin1(pragma));
+            search::setConnectionPragmas(database);
         } else {
             openError = database.lastError().text();
         }
@@ -223,13 +205,7 @@ bool SearchIndexDB::initSchema(QString *error)
 {
     if (!QSqlDatabase::contains(m_connectionName))
         return fail(error, QStringLiteral("database not open"));
-    const QSqlDatabase database = connection();
-    for (const char *statement : schemaStatements) {
-        QSqlQuery query(database);
-        if (!query.exec(QString::fromLatin1(statement)))
-            return fail(error, query.lastError().text());
-    }
-    return true;
+    return search::createSchema(connection(), error);
 }
 
 QSqlDatabase SearchIndexDB::connection() const
@@ -262,11 +238,13 @@ bool SearchIndexDB::upsertFileInfoBatch(const QList<QFileInfo> &files,
         return false;
     // A conflict leaves `content` alone: a metadata refresh never loses the text of a file.
     QSqlQuery query(database);
-    query.prepare(QStringLiteral(
+    const QString sql = QStringLiteral(
         "INSERT INTO file_index(path,file_name,ext,category,size,modified_ms,indexed_at) "
         "VALUES(?,?,?,?,?,?,datetime('now')) ON CONFLICT(path) DO UPDATE SET "
         "file_name=excluded.file_name,ext=excluded.ext,category=excluded.category,"
-        "size=excluded.size,modified_ms=excluded.modified_ms,indexed_at=excluded.indexed_at"));
+        "size=excluded.size,modified_ms=excluded.modified_ms,indexed_at=excluded.indexed_at");
+    if (!prepareQuery(&query, sql, error))
+        return false;
     for (int i = 0; i < files.size(); ++i) {
         const QFileInfo &file = files.at(i);
         const QString path = pathToStore(file, storedPaths, i);
@@ -303,6 +281,8 @@ bool SearchIndexDB::updateFileContentBatch(const QMap<QString, QString> &content
     if (!transaction.begin(error))
         return false;
     ContentUpdate update(database);
+    if (!update.prepare(error))
+        return false;
     for (auto it = contentByPath.cbegin(); it != contentByPath.cend(); ++it) {
         if (!update.run(it.key(), it.value(), &transaction, error))
             return false;
@@ -322,7 +302,8 @@ bool SearchIndexDB::removeFile(const QString &path, QString *error)
     if (!open(error))
         return false;
     QSqlQuery query(connection());
-    query.prepare(QStringLiteral("DELETE FROM file_index WHERE path = ?"));
+    if (!prepareQuery(&query, QStringLiteral("DELETE FROM file_index WHERE path = ?"), error))
+        return false;
     query.addBindValue(path);
     return query.exec() || fail(error, query.lastError().text());
 }
@@ -339,7 +320,9 @@ bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
     if (!transaction.begin(error))
         return false;
     QSqlQuery query(database);
-    query.prepare(QStringLiteral("DELETE FROM file_index WHERE path = ? OR path LIKE ?"));
+    const QString sql = QStringLiteral("DELETE FROM file_index WHERE path = ? OR path LIKE ?");
+    if (!prepareQuery(&query, sql, error))
+        return false;
     query.addBindValue(cleaned);
     query.addBindValue(QString(cleaned + QLatin1String("/%")));
     if (!query.exec())

@@ -103,16 +103,17 @@ void ContentSearch::runFullTextStage(const QString &matchExpr)
     // in the order of their ids.
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT %1,score,content FROM (SELECT fi.id AS hit,"
-                                 "bm25(content_fts) AS score FROM content_fts "
-                                 "JOIN file_index fi ON fi.id = content_fts.rowid WHERE %2 "
-                                 "ORDER BY score,hit LIMIT ?) "
-                                 "CROSS JOIN file_index ON id = hit ORDER BY score,hit")
-                      .arg(fileColumns(), filter.condition));
+    bool ok =
+        query.prepare(QStringLiteral("SELECT %1,score,content FROM (SELECT fi.id AS hit,"
+                                     "bm25(content_fts) AS score FROM content_fts "
+                                     "JOIN file_index fi ON fi.id = content_fts.rowid WHERE %2 "
+                                     "ORDER BY score,hit LIMIT ?) "
+                                     "CROSS JOIN file_index ON id = hit ORDER BY score,hit")
+                          .arg(fileColumns(), filter.condition));
     for (const QString &pattern : qAsConst(filter.patterns))
         query.addBindValue(pattern);
     query.addBindValue(m_limit);
-    bool ok = query.exec();
+    ok = ok && query.exec();
     while (ok && query.next()) {
         const QString content = query.value(6).toString();
         QVariantMap result = resultOfRow(query);
