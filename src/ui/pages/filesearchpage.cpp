@@ -249,8 +249,8 @@ void FileSearchPage::showStartState()
 {
     if (!SearchPathResolver::isAvailable(m_paths)) {
         setStatus(m_paths.errorMessage, true);
-        m_nameView->showUnavailable(m_paths.errorMessage);
-        m_contentView->showUnavailable(m_paths.errorMessage);
+        m_nameView->showUnavailable();
+        m_contentView->showUnavailable();
         return;
     }
     const QFileInfo database(searchsettings::activeDbPath(m_paths));

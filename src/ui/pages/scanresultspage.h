@@ -93,8 +93,10 @@ private:
     void wireResults();
     void setState(State state);
     void finish(State state, const QString &title, const QString &text);
-    void takeFiles(const QJsonArray &files);
+    void showFound();
     void togglePause();
+    void showPaused();
+    void showRunning();
     void pressStop();
     void startTiming();
     void stopTiming();
@@ -103,6 +105,7 @@ private:
     void showEmptyState();
     void browseOutput();
     void exportLog();
+    void onLogWritten(const QString &path, const QString &error);
     void startRecovery();
     void showDetails(const QModelIndex &index);
 

@@ -3,15 +3,13 @@
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "ui/pages/filesearchpage/searchresultmodel.h"
-#include "ui/pages/filesearchpage/snippettext.h"
 
 #include <QHeaderView>
-#include <QHelpEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScopedValueRollback>
-#include <QToolTip>
 
+using ui::common::RowDelegate;
 using ui::common::ThemeColors;
 namespace metrics = ui::common::metrics;
 
@@ -46,22 +44,11 @@ QFontMetrics bodyMetrics()
 ResultTable::ResultTable(QWidget *parent)
     : QTableView(parent)
 {
+    const QScopedPointer<RowDelegate> plainRows(ui::common::setUpTable(this));
     setItemDelegate(new ResultCellDelegate(this));
-    setMouseTracking(true);
-    setShowGrid(false);
-    setWordWrap(false);
-    setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setEditTriggers(QAbstractItemView::NoEditTriggers);
     setTabKeyNavigation(false);
     setContextMenuPolicy(Qt::CustomContextMenu);
-    setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
-    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    verticalHeader()->hide();
-    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    verticalHeader()->setDefaultSectionSize(metrics::rowHeight());
-    horizontalHeader()->setFixedHeight(metrics::headerHeight());
-    horizontalHeader()->setHighlightSections(false);
     horizontalHeader()->setSectionsClickable(false);
     horizontalHeader()->setMinimumSectionSize(60);
 }
@@ -192,9 +179,11 @@ void ResultTable::resizeEvent(QResizeEvent *event)
 }
 
 ResultCellDelegate::ResultCellDelegate(ResultTable *table)
-    : QStyledItemDelegate(table)
+    : RowDelegate(table)
     , m_table(table)
-{}
+{
+    setElideMode(SearchResultModel::PathColumn, Qt::ElideMiddle);
+}
 
 int ResultCellDelegate::buttonWidth(ResultTable::RowButton button) const
 {
@@ -217,20 +206,10 @@ QRect ResultCellDelegate::buttonRect(const QRect &cell, ResultTable::RowButton b
     return QRect(left, cell.top() + (cell.height() - height) / 2, buttonWidth(button), height);
 }
 
-void ResultCellDelegate::initStyleOption(QStyleOptionViewItem *option,
-                                         const QModelIndex &index) const
-{
-    QStyledItemDelegate::initStyleOption(option, index);
-    option->textElideMode =
-        index.column() == SearchResultModel::PathColumn ? Qt::ElideMiddle : Qt::ElideRight;
-    option->state.setFlag(QStyle::State_MouseOver, index.row() == m_table->hoverRow());
-    option->state.setFlag(QStyle::State_HasFocus, false);
-}
-
 void ResultCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
                                const QModelIndex &index) const
 {
-    QStyledItemDelegate::paint(painter, option, index);
+    RowDelegate::paint(painter, option, index);
     if (index.column() == SearchResultModel::NameColumn &&
         option.state.testFlag(QStyle::State_Selected))
         painter->fillRect(
@@ -272,16 +251,6 @@ void ResultCellDelegate::paintButtons(QPainter *painter, const QRect &cell, int 
         painter->drawText(rect, Qt::AlignCenter, buttonText(button));
     }
     painter->restore();
-}
-
-bool ResultCellDelegate::helpEvent(QHelpEvent *event, QAbstractItemView *view,
-                                   const QStyleOptionViewItem &option, const QModelIndex &index)
-{
-    if (event->type() != QEvent::ToolTip)
-        return QStyledItemDelegate::helpEvent(event, view, option, index);
-    QToolTip::showText(event->globalPos(), toolTipText(index.data(Qt::ToolTipRole).toString()),
-                       view->viewport());
-    return true;
 }
 
 } // namespace filesearch

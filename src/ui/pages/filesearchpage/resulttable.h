@@ -1,12 +1,13 @@
 #pragma once
 
-#include <QStyledItemDelegate>
+#include "ui/common/itemviews.h"
+
 #include <QTableView>
 
 namespace filesearch {
 
-/// Table of the name search: rows light up as a whole, the last column holds two text buttons that
-/// are painted and not widgets.
+/// Table of the name search. The last column holds two text buttons that are painted and not
+/// widgets.
 class ResultTable : public QTableView
 {
     Q_OBJECT
@@ -50,7 +51,7 @@ private:
 };
 
 /// Paints the cells of a ResultTable.
-class ResultCellDelegate : public QStyledItemDelegate
+class ResultCellDelegate : public ui::common::RowDelegate
 {
     Q_OBJECT
 
@@ -63,11 +64,6 @@ public:
 
     void paint(QPainter *painter, const QStyleOptionViewItem &option,
                const QModelIndex &index) const override;
-    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option,
-                   const QModelIndex &index) override;
-
-protected:
-    void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override;
 
 private:
     void paintButtons(QPainter *painter, const QRect &cell, int row, bool busy) const;

@@ -3,6 +3,7 @@
 #include "ui/common/iconwidget.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/formatutils.h"
+#include "ui/pages/filesearchpage/snippettext.h"
 
 #include <QDir>
 

@@ -286,9 +286,9 @@ void SearchView::fillRows(const QVariantList &rows, bool keepPlace)
     m_results->verticalScrollBar()->setValue(keepPlace ? scroll : 0);
 }
 
-void SearchView::showUnavailable(const QString &message)
+void SearchView::showUnavailable()
 {
-    showState(tr("文件搜索不可用"), message);
+    showState(tr("文件搜索不可用"), tr("请按上方的提示处理，然后重新打开程序。"));
     m_state->setTone(EmptyState::Tone::Error);
     for (QWidget *input : QList<QWidget *>{m_edit, m_category, m_size, m_time, m_refine}) {
         if (input)

@@ -53,8 +53,8 @@ public:
     /// `kept` of `found` results passed the filters. An error may accompany results. `keepPlace`
     /// leaves scroll position and current row where they are.
     void showResults(const QVariantList &kept, int found, const QString &error, bool keepPlace);
-    /// Search cannot work at all; the inputs are disabled for good.
-    void showUnavailable(const QString &message);
+    /// Search cannot work at all; the inputs are disabled for good. The page says why.
+    void showUnavailable();
     void setBusyPaths(const QSet<QString> &paths);
 
 signals:
