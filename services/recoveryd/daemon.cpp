@@ -16,6 +16,7 @@ Daemon::Daemon(const Options &options)
           options.freeBytes)
     , m_sessions(m_host, m_scans, m_store,
                  [this](const QString &id) { return m_recoveries.isInUse(id); })
+    , m_forensics(m_host, m_catalog, options.stateDir)
 {
     registerDeviceMethods(m_host, m_catalog);
 }

@@ -2,6 +2,7 @@
 
 #include "common/servicehost.h"
 #include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/forensics/forensicsservice.h"
 #include "recoveryd/recover/outputfile.h"
 #include "recoveryd/recover/recoveryservice.h"
 #include "recoveryd/scan/scanservice.h"
@@ -36,6 +37,7 @@ private:
     ScanService m_scans;
     RecoveryService m_recoveries;
     SessionService m_sessions;
+    ForensicsService m_forensics;
 };
 
 } // namespace recoveryd
