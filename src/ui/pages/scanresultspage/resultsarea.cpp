@@ -1,0 +1,308 @@
+#include "ui/pages/scanresultspage/resultsarea.h"
+
+#include "ui/common/iconwidget.h"
+#include "ui/common/layoutmetrics.h"
+#include "ui/common/theme.h"
+#include "ui/common/utils/filetypecategoryutils.h"
+#include "ui/common/widgetstyle.h"
+#include "ui/pages/scanresultspage/scanresultsmodel.h"
+#include "ui/pages/scanresultspage/scanresultstable.h"
+#include "ui/pages/scanresultspage/scantreewidget.h"
+#include "ui/pages/scanresultspage/selectallheaderview.h"
+
+#include <QActionGroup>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QResizeEvent>
+#include <QSplitter>
+#include <QVBoxLayout>
+
+using ui::common::EmptyState;
+using ui::common::IconWidget;
+using ui::common::ThemeColors;
+using ui::common::utils::FileTypeCategoryUtils;
+using ui::common::utils::ScanFile;
+namespace metrics = ui::common::metrics;
+
+namespace scanresults {
+
+namespace {
+
+constexpr int kTreeWidth = 220;
+constexpr int kNarrowTreeWidth = 176;
+constexpr int kNarrowPage = 1100;
+constexpr int kSearchWidth = 260;
+constexpr int kInputIcon = 16;
+
+const QString &allKey()
+{
+    static const QString kAll = QStringLiteral("all");
+    return kAll;
+}
+
+} // namespace
+
+ResultsArea::ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QWidget *parent)
+    : QWidget(parent)
+    , m_model(model)
+    , m_directories(directories)
+{
+    m_splitter = new QSplitter(Qt::Horizontal, this);
+    m_splitter->setObjectName(QStringLiteral("ScanResultsSplitter"));
+    m_tree = new ScanTreeWidget(directories, m_splitter);
+    m_splitter->addWidget(m_tree);
+    m_table = new ScanResultsTable(m_model, m_splitter);
+    m_splitter->addWidget(m_table);
+    m_splitter->setStretchFactor(1, 1);
+    m_splitter->setHandleWidth(metrics::kCardGap);
+    m_splitter->setCollapsible(1, false);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(metrics::kFieldGap);
+    layout->addLayout(makeFilterBar());
+    layout->addWidget(m_splitter, 1);
+    makeSourceMenu();
+    makeTypeMenu();
+    wire();
+    reset();
+}
+
+QHBoxLayout *ResultsArea::makeFilterBar()
+{
+    m_search = new QLineEdit(this);
+    m_search->setObjectName(QStringLiteral("ScanSearchEdit"));
+    m_search->setPlaceholderText(tr("按文件名过滤..."));
+    m_search->setClearButtonEnabled(true);
+    m_search->setMaximumWidth(ThemeColors::current().fontPx(kSearchWidth));
+    m_search->addAction(QIcon(IconWidget::makePixmap(IconWidget::Search,
+                                                     ThemeColors::current().textMuted, kInputIcon)),
+                        QLineEdit::LeadingPosition);
+    m_sourceButton = new QPushButton(tr("来源筛选"), this);
+    m_sourceButton->setObjectName(QStringLiteral("SourceFilterButton"));
+    m_sourceButton->setIcon(QIcon(
+        IconWidget::makePixmap(IconWidget::Filter, ThemeColors::current().textMuted, kInputIcon)));
+    m_clearFilters = new QPushButton(this);
+    m_clearFilters->setObjectName(QStringLiteral("ClearFiltersButton"));
+    ui::common::setButtonRole(m_clearFilters, QStringLiteral("quiet"));
+    m_count = new QLabel(this);
+    m_count->setObjectName(QStringLiteral("ListCountLabel"));
+    m_count->setProperty("text", QStringLiteral("subtle"));
+
+    auto *bar = new QHBoxLayout;
+    bar->setSpacing(metrics::kButtonGap);
+    bar->addWidget(m_search, 1);
+    bar->addWidget(m_sourceButton);
+    bar->addWidget(m_clearFilters);
+    bar->addStretch(1);
+    bar->addWidget(m_count);
+    return bar;
+}
+
+void ResultsArea::makeSourceMenu()
+{
+    auto *menu = new QMenu(m_sourceButton);
+    menu->setObjectName(QStringLiteral("SourceFilterMenu"));
+    const QString entries[][2] = {
+        {allKey(), tr("全部来源")},
+        {QStringLiteral("metadata"), tr("元数据")},
+        {QStringLiteral("journal"), tr("日志恢复")},
+        {QStringLiteral("carving"), tr("特征扫描")},
+    };
+    for (const auto &entry : entries) {
+        const QString value = entry[0];
+        const QString label = entry[1];
+        connect(menu->addAction(label), &QAction::triggered, this,
+                [this, value, label] { chooseSource(value, label); });
+    }
+    m_sourceButton->setMenu(menu);
+}
+
+void ResultsArea::makeTypeMenu()
+{
+    m_typeMenu = new QMenu(this);
+    m_typeMenu->setObjectName(QStringLiteral("TypeFilterMenu"));
+    auto *group = new QActionGroup(m_typeMenu);
+    for (const QString &label : FileTypeCategoryUtils::categoryFilterLabels()) {
+        QAction *action = m_typeMenu->addAction(label);
+        action->setCheckable(true);
+        group->addAction(action);
+        connect(action, &QAction::triggered, this, [this, label] { chooseCategory(label); });
+    }
+    // A click on this section opens the menu, so the order by type is chosen here.
+    m_typeMenu->addSeparator();
+    connect(m_typeMenu->addAction(tr("按类型排序")), &QAction::triggered, this, [this] {
+        const bool flip = m_model->sortColumn() == ScanResultsModel::TypeColumn &&
+                          m_model->sortOrder() == Qt::AscendingOrder;
+        m_table->header()->setSortIndicator(ScanResultsModel::TypeColumn,
+                                            flip ? Qt::DescendingOrder : Qt::AscendingOrder);
+    });
+}
+
+void ResultsArea::wire()
+{
+    SelectAllHeaderView *header = m_table->header();
+    connect(header, &SelectAllHeaderView::toggleAllRequested, this, &ResultsArea::toggleAll);
+    connect(header, &SelectAllHeaderView::typeMenuRequested, m_typeMenu,
+            [this](const QPoint &position) { m_typeMenu->popup(position); });
+    connect(m_search, &QLineEdit::textChanged, this, &ResultsArea::applyTableFilters);
+    connect(m_clearFilters, &QPushButton::clicked, this, &ResultsArea::clearFilters);
+    connect(m_tree, &ScanTreeWidget::directoryChosen, this, &ResultsArea::filterByDirectory);
+    connect(m_model, &ScanResultsModel::checkedChanged, this,
+            [this] { m_table->header()->setCheckState(m_model->visibleCheckState()); });
+    connect(m_table, &ScanResultsTable::detailsRequested, this, &ResultsArea::detailsRequested);
+    connect(m_table->emptyState(), &EmptyState::actionTriggered, this, [this] {
+        if (m_model->totalCount() > 0)
+            clearFilters();
+        else
+            emit emptyActionTriggered();
+    });
+}
+
+void ResultsArea::reset()
+{
+    m_table->keepPlaceDuring([this] {
+        m_model->clear();
+        m_table->resetPlace();
+        clearFilters();
+    });
+    m_count->setText(tr("列表显示了 %1 个文件").arg(0));
+}
+
+void ResultsArea::addFiles(const QVector<ScanFile> &files)
+{
+    m_tree->setUpdatesEnabled(false);
+    m_table->keepPlaceDuring([this, &files] { m_model->append(files); });
+    m_tree->setUpdatesEnabled(true);
+    m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
+    m_table->header()->setCheckState(m_model->visibleCheckState());
+    showCounts();
+}
+
+void ResultsArea::replaceFiles(const QVector<ScanFile> &files)
+{
+    const QStringList checked = m_model->checkedIds();
+    const QString directory = m_directories->pathOf(m_directory);
+    const QStringList open = m_tree->openPaths();
+    m_tree->setUpdatesEnabled(false);
+    m_table->keepPlaceByIdDuring([&] {
+        m_model->clear();
+        m_model->append(files);
+        m_model->checkIds(checked);
+        m_tree->openPathsAgain(open);
+        m_directory = m_directories->nodeOfPath(directory);
+        m_tree->selectNode(m_directory);
+        applyTableFilters();
+    });
+    m_tree->setUpdatesEnabled(true);
+    m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
+}
+
+void ResultsArea::chooseSource(const QString &value, const QString &label)
+{
+    m_source = value;
+    m_sourceButton->setText(tr("来源: %1").arg(label));
+    applyTableFilters();
+}
+
+void ResultsArea::chooseCategory(const QString &label)
+{
+    m_category = FileTypeCategoryUtils::categoryKeyFromLabel(label);
+    m_table->header()->setTypeFilter(label, m_category != allKey());
+    applyTableFilters();
+}
+
+void ResultsArea::filterByDirectory(int node)
+{
+    if (node == m_directory)
+        return;
+    m_directory = node;
+    applyTableFilters();
+}
+
+void ResultsArea::clearFilters()
+{
+    m_holdFilters = true;
+    m_search->clear();
+    m_source = allKey();
+    m_sourceButton->setText(tr("来源筛选"));
+    m_typeMenu->actions().first()->setChecked(true);
+    chooseCategory(FileTypeCategoryUtils::categoryLabelFromKey(allKey()));
+    m_directory = ScanTreeModel::kRootNode;
+    m_tree->selectNode(m_directory);
+    m_holdFilters = false;
+    applyTableFilters();
+}
+
+void ResultsArea::applyTableFilters()
+{
+    if (m_holdFilters)
+        return;
+    ResultFilter filter;
+    filter.text = m_search->text();
+    filter.category = m_category;
+    filter.source = m_source;
+    filter.directory = m_directory;
+    m_table->keepPlaceDuring([this, &filter] { m_model->setFilter(filter); });
+    showCounts();
+}
+
+void ResultsArea::showCounts()
+{
+    const int shown = m_model->visibleCount();
+    const int total = m_model->totalCount();
+    m_count->setText(tr("列表显示了 %1 个文件（共 %2 个）").arg(shown).arg(total));
+    m_clearFilters->setText(tr("已隐藏 %1 个 · 清除筛选").arg(total - shown));
+    m_clearFilters->setVisible(shown < total);
+    showEmptyState();
+}
+
+void ResultsArea::setEmptyText(EmptyState::Tone tone, const QString &title, const QString &hint,
+                               const QString &action)
+{
+    m_emptyTone = tone;
+    m_emptyTitle = title;
+    m_emptyHint = hint;
+    m_emptyAction = action;
+    showEmptyState();
+}
+
+void ResultsArea::showEmptyState()
+{
+    EmptyState *empty = m_table->emptyState();
+    const int total = m_model->totalCount();
+    if (total == 0) {
+        empty->setIcon(IconWidget::File);
+        empty->setTone(m_emptyTone);
+        empty->setTexts(m_emptyTitle, m_emptyHint);
+        empty->setActionText(m_emptyAction);
+    } else if (m_model->visibleCount() == 0) {
+        empty->setIcon(IconWidget::Filter);
+        empty->setTone(EmptyState::Tone::Plain);
+        empty->setTexts(tr("没有符合筛选条件的文件"),
+                        tr("已发现 %1 个文件，都被筛选条件排除了。").arg(total));
+        empty->setActionText(tr("清除筛选"));
+    }
+    empty->setVisible(m_model->visibleCount() == 0);
+}
+
+void ResultsArea::toggleAll()
+{
+    m_model->setVisibleChecked(m_model->visibleCheckState() != Qt::Checked);
+}
+
+void ResultsArea::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    const bool wasNarrow = event->oldSize().width() < kNarrowPage;
+    const bool isNarrow = width() < kNarrowPage;
+    // Later on the splitter is the user's.
+    if (event->oldSize().isValid() && wasNarrow == isNarrow)
+        return;
+    const int tree = ThemeColors::current().fontPx(isNarrow ? kNarrowTreeWidth : kTreeWidth);
+    m_splitter->setSizes({tree, width() - tree - m_splitter->handleWidth()});
+}
+
+} // namespace scanresults

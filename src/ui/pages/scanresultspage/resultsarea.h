@@ -1,0 +1,86 @@
+#pragma once
+
+#include "ui/common/emptystate.h"
+#include "ui/common/utils/scanfilerules.h"
+
+#include <QVector>
+#include <QWidget>
+
+class QHBoxLayout;
+class QLabel;
+class QLineEdit;
+class QMenu;
+class QPushButton;
+class QSplitter;
+
+namespace scanresults {
+
+class ScanResultsModel;
+class ScanResultsTable;
+class ScanTreeModel;
+class ScanTreeWidget;
+
+/// The found files as a person works with them: directory tree, filters, table, and how many files
+/// are listed. The models belong to the page.
+class ResultsArea : public QWidget
+{
+    Q_OBJECT
+
+public:
+    ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QWidget *parent);
+
+    ScanResultsTable *table() const { return m_table; }
+
+    /// For a new scan: no rows, no search text, all filters open.
+    void reset();
+    /// Adds a batch with nothing painted in between, sorts by chance of recovery and filters.
+    void addFiles(const QVector<ui::common::utils::ScanFile> &files);
+    void replaceFiles(const QVector<ui::common::utils::ScanFile> &files);
+    /// What the table says while it holds no files at all.
+    void setEmptyText(ui::common::EmptyState::Tone tone, const QString &title, const QString &hint,
+                      const QString &action = QString());
+
+signals:
+    /// The button of the empty table, unless it is about filters.
+    void emptyActionTriggered();
+    void detailsRequested(const QModelIndex &index);
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    QHBoxLayout *makeFilterBar();
+    void makeSourceMenu();
+    void makeTypeMenu();
+    void chooseSource(const QString &value, const QString &label);
+    void chooseCategory(const QString &label);
+    void wire();
+    void filterByDirectory(int node);
+    void clearFilters();
+    void applyTableFilters();
+    void showCounts();
+    void showEmptyState();
+    void toggleAll();
+
+    ScanResultsModel *m_model;
+    ScanTreeModel *m_directories;
+    QSplitter *m_splitter = nullptr;
+    ScanTreeWidget *m_tree = nullptr;
+    ScanResultsTable *m_table = nullptr;
+    QLineEdit *m_search = nullptr;
+    QPushButton *m_sourceButton = nullptr;
+    QMenu *m_typeMenu = nullptr;
+    QPushButton *m_clearFilters = nullptr;
+    QLabel *m_count = nullptr;
+
+    QString m_source = QStringLiteral("all");
+    QString m_category = QStringLiteral("all");
+    int m_directory = 0; ///< Node of the directory tree; 0 is the root.
+    ui::common::EmptyState::Tone m_emptyTone = ui::common::EmptyState::Tone::Plain;
+    QString m_emptyTitle;
+    QString m_emptyHint;
+    QString m_emptyAction;
+    bool m_holdFilters = false; ///< Several inputs change at once; one filter pass follows.
+};
+
+} // namespace scanresults

@@ -1,0 +1,133 @@
+// What the cells of the result table show; order and filter are in scanresultsmodel.cpp.
+#include "ui/common/filetypeicon.h"
+#include "ui/common/utils/filetypecategoryutils.h"
+#include "ui/pages/scanresultspage/scanresultsmodel.h"
+
+namespace utils = ui::common::utils;
+
+namespace scanresults {
+
+QVariant ScanResultsModel::text(const Row &row, int column) const
+{
+    switch (column) {
+    case NameColumn:
+        return row.file.name.isEmpty() ? tr("未知") : row.file.name;
+    case SizeColumn:
+        return row.file.size;
+    case TypeColumn:
+        return row.file.type.isEmpty() ? tr("未知") : row.file.type;
+    case TimeColumn:
+        return utils::deletionTimeText(row.file.deletionTime);
+    case PathColumn:
+        return row.file.path;
+    case SourceColumn:
+        return row.source;
+    case IntegrityColumn:
+        return row.label;
+    case ChanceColumn:
+        return row.file.probability.isEmpty() ? tr("未知") : row.file.probability;
+    default:
+        return QVariant();
+    }
+}
+
+QVariant ScanResultsModel::nameData(const Row &row, int role) const
+{
+    switch (role) {
+    case Qt::DecorationRole:
+        return icon(row.file.type);
+    case FileIdRole:
+        return row.file.fileId;
+    case SizeBytesRole:
+        return row.file.sizeBytes;
+    case SourceRole:
+        return row.file.source;
+    case IntegrityLabelRole:
+        return row.label;
+    case IntegrityReasonRole:
+        return row.reason;
+    default:
+        return QVariant();
+    }
+}
+
+QVariant ScanResultsModel::toolTip(const Row &row, int column) const
+{
+    switch (column) {
+    case CheckColumn:
+        return row.file.fileId.isEmpty() ? QVariant(tr("服务没有给出此文件的标识，无法恢复"))
+                                         : QVariant();
+    case DetailColumn:
+        return tr("查看详情");
+    case SourceColumn:
+        return row.source;
+    case IntegrityColumn:
+        return row.reason;
+    default:
+        return QVariant();
+    }
+}
+
+QPixmap ScanResultsModel::icon(const QString &type) const
+{
+    const QString category = utils::FileTypeCategoryUtils::categoryOfType(type);
+    QPixmap &pixmap = m_icons[category];
+    if (pixmap.isNull())
+        pixmap = ui::common::iconForFileType(type);
+    return pixmap;
+}
+
+QVariant ScanResultsModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid())
+        return QVariant();
+    const Row &row = rowAt(index);
+    if (role == Qt::DisplayRole)
+        return text(row, index.column());
+    if (role == Qt::ToolTipRole)
+        return toolTip(row, index.column());
+    switch (index.column()) {
+    case CheckColumn:
+        if (role == CheckedRole)
+            return row.checked;
+        return role == CheckableRole ? QVariant(!row.file.fileId.isEmpty()) : QVariant();
+    case NameColumn:
+        return nameData(row, role);
+    case SizeColumn:
+        if (role == Qt::TextAlignmentRole)
+            return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
+        return QVariant();
+    case ChanceColumn:
+        return role == ToneRole ? QVariant(utils::probabilityTone(row.file.probability))
+                                : QVariant();
+    default:
+        return QVariant();
+    }
+}
+
+QVariant ScanResultsModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || section < 0 || section >= ColumnCount)
+        return QVariant();
+    switch (role) {
+    case Qt::DisplayRole: {
+        static const QString kTitles[ColumnCount] = {
+            QString(),      tr("名称"), QString(),  tr("大小"),   tr("类型"),
+            tr("删除时间"), tr("路径"), tr("来源"), tr("完整性"), tr("恢复几率")};
+        return kTitles[section];
+    }
+    case Qt::TextAlignmentRole:
+        return section == SizeColumn ? static_cast<int>(Qt::AlignRight | Qt::AlignVCenter)
+                                     : static_cast<int>(Qt::AlignLeft | Qt::AlignVCenter);
+    case Qt::InitialSortOrderRole: {
+        // The first click on these asks for the largest, the latest, the best.
+        const bool fromTop =
+            section == SizeColumn || section == TimeColumn || section == ChanceColumn;
+        return static_cast<int>(fromTop ? Qt::DescendingOrder : Qt::AscendingOrder);
+    }
+    default:
+        return QVariant();
+    }
+}
+
+} // namespace scanresults

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QTableView>
+
+namespace ui {
+namespace common {
+class EmptyState;
+}
+} // namespace ui
+
+namespace scanresults {
+
+class ScanResultsModel;
+class SelectAllHeaderView;
+
+/// The table of found files. What the user looks at stays where it is while batches arrive and
+/// filters change: the place is remembered as a row, not as a distance from the top.
+class ScanResultsTable : public QTableView
+{
+    Q_OBJECT
+
+public:
+    ScanResultsTable(ScanResultsModel *model, QWidget *parent);
+
+    SelectAllHeaderView *header() const { return m_header; }
+    /// Covers the rows' area while the table shows none; visible by the caller's choice.
+    ui::common::EmptyState *emptyState() const { return m_empty; }
+    /// Forgets place and current row, for a list that starts anew.
+    void resetPlace();
+    /// Runs `change` on the model with nothing painted, and puts current row and place back.
+    template <typename Change>
+    void keepPlaceDuring(Change change)
+    {
+        beginChange();
+        change();
+        endChange();
+    }
+    /// The same across a change that gives rows new numbers: the ids say what is which.
+    template <typename Change>
+    void keepPlaceByIdDuring(Change change)
+    {
+        const QString current = idOf(m_current);
+        const QString anchor = idOf(m_anchor);
+        beginChange();
+        change();
+        m_current = arrivalOfId(current);
+        m_anchor = arrivalOfId(anchor);
+        endChange();
+    }
+
+signals:
+    void detailsRequested(const QModelIndex &index);
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    bool viewportEvent(QEvent *event) override;
+    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void scrollContentsBy(int dx, int dy) override;
+
+private:
+    void setUpColumns();
+    void layoutColumns();
+    void beginChange();
+    void endChange();
+    void rememberPlace();
+    QString idOf(int arrival) const;
+    int arrivalOfId(const QString &id) const;
+
+    ScanResultsModel *m_model;
+    SelectAllHeaderView *m_header;
+    ui::common::EmptyState *m_empty;
+    int m_current = -1;     ///< Row that the user made current, by arrival; a filter may hide it.
+    int m_anchor = -1;      ///< Row at the top after the user's last scrolling; -1 at the very top.
+    int m_anchorOffset = 0; ///< Its distance from the top edge, in pixels.
+    int m_changing = 0;
+    bool m_layingOut = false;
+    bool m_nameWidthChosen = false; ///< The user dragged the border of the name column.
+};
+
+} // namespace scanresults
