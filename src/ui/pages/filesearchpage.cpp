@@ -5,22 +5,19 @@
 #include "search/searchfilters.h"
 #include "search/searchworker.h"
 #include "ui/common/appnoticedialog.h"
-#include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/segmentedtoggle.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/utils/formatutils.h"
-#include "ui/common/widgetstyle.h"
-#include "ui/common/wraplabel.h"
 #include "ui/pages/filesearchpage/fileresultactions.h"
 #include "ui/pages/filesearchpage/indexcards.h"
 #include "ui/pages/filesearchpage/searchengines.h"
+#include "ui/pages/filesearchpage/searchpageheader.h"
 #include "ui/pages/filesearchpage/searchview.h"
 #include "ui/pages/indexsettingsdialog.h"
 
 #include <QFileInfo>
 #include <QPointer>
-#include <QPushButton>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -32,18 +29,15 @@ using filesearch::FileResultActions;
 using filesearch::FirstUseCard;
 using filesearch::ResultCache;
 using filesearch::SearchEngines;
+using filesearch::SearchPageHeader;
 using filesearch::SearchView;
 using ui::common::AppNoticeDialog;
-using ui::common::ElidedLabel;
 using ui::common::SegmentedToggle;
-using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace {
 
 constexpr int kProgressRefreshMs = 200;
-/// How long the outcome of what the user did stays, before news of the watcher may replace it.
-constexpr int kOutcomeHoldMs = 5000;
 constexpr int kNameLimit = 200;
 constexpr int kContentLimit = 100;
 
@@ -110,25 +104,20 @@ FileSearchPage::FileSearchPage(AppMode mode,
 {
     setObjectName(QStringLiteral("FileSearchPage"));
     setStyleSheet(pageSheet());
+    buildHeader();
     buildCards();
     buildViews();
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
                                metrics::kCardGap);
     layout->setSpacing(metrics::kCardGap);
-    layout->addLayout(buildHeader());
+    layout->addWidget(m_header);
     layout->addWidget(m_firstUseCard);
     layout->addWidget(m_progressCard);
     layout->addWidget(m_toggle, 0, Qt::AlignLeft);
     layout->addWidget(m_views, 1);
 
-    m_progressTimer->setSingleShot(true);
-    m_progressTimer->setInterval(kProgressRefreshMs);
-    connect(m_progressTimer, &QTimer::timeout, this, &FileSearchPage::showProgress);
-    connect(m_incrementalTimer, &QTimer::timeout, this, [this] {
-        if (!m_building)
-            startBuildInternal(tr("定时增量刷新索引..."), true);
-    });
+    wireTimers();
     wireEngines();
     wireActions();
     begin();
@@ -140,35 +129,11 @@ FileSearchPage::~FileSearchPage()
     delete m_engines;
 }
 
-QHBoxLayout *FileSearchPage::buildHeader()
+void FileSearchPage::buildHeader()
 {
-    auto *title = new QLabel(tr("文件搜索"), this);
-    title->setObjectName(QStringLiteral("PageTitle"));
-    m_status = new WrapLabel(tr("索引状态：不可用"), this);
-    m_status->setObjectName(QStringLiteral("SearchStatus"));
-    m_stats = new ElidedLabel(tr("索引状态：不可用"), Qt::ElideRight, this);
-    m_stats->setObjectName(QStringLiteral("SearchStats"));
-    auto *texts = new QVBoxLayout;
-    texts->setSpacing(metrics::kFieldGap / 2);
-    texts->addWidget(title);
-    texts->addWidget(m_status);
-    texts->addWidget(m_stats);
-
-    auto *settings = new QPushButton(tr("索引设置"), this);
-    settings->setObjectName(QStringLiteral("IndexSettingsButton"));
-    m_buildButton = new QPushButton(tr("构建索引"), this);
-    m_buildButton->setObjectName(QStringLiteral("BuildIndexButton"));
-    ui::common::setButtonRole(m_buildButton, QStringLiteral("primary"));
-    connect(settings, &QPushButton::clicked, this, &FileSearchPage::openSettings);
-    connect(m_buildButton, &QPushButton::clicked, this, &FileSearchPage::startBuild);
-
-    auto *row = new QHBoxLayout;
-    row->setSpacing(metrics::kButtonGap);
-    row->addLayout(texts, 1);
-    row->addSpacing(metrics::kCardGap);
-    row->addWidget(settings, 0, Qt::AlignTop);
-    row->addWidget(m_buildButton, 0, Qt::AlignTop);
-    return row;
+    m_header = new SearchPageHeader(this);
+    connect(m_header, &SearchPageHeader::settingsRequested, this, &FileSearchPage::openSettings);
+    connect(m_header, &SearchPageHeader::buildRequested, this, &FileSearchPage::startBuild);
 }
 
 void FileSearchPage::buildCards()
@@ -181,7 +146,7 @@ void FileSearchPage::buildCards()
     connect(m_firstUseCard, &FirstUseCard::dismissed, this, &FileSearchPage::dismissFirstUseHint);
     connect(m_progressCard, &BuildProgressCard::stopRequested, this, [this] {
         m_engines->stopBuild();
-        setStatus(tr("正在停止索引构建..."));
+        m_header->setStatus(tr("正在停止索引构建..."));
     });
 }
 
@@ -204,6 +169,17 @@ void FileSearchPage::buildViews()
             [this] { applyFilters(m_nameView, m_cachedNameResults, false); });
     connect(m_contentView, &SearchView::filtersChanged, this,
             [this] { applyFilters(m_contentView, m_cachedFtsResults, false); });
+}
+
+void FileSearchPage::wireTimers()
+{
+    m_progressTimer->setSingleShot(true);
+    m_progressTimer->setInterval(kProgressRefreshMs);
+    connect(m_progressTimer, &QTimer::timeout, this, &FileSearchPage::showProgress);
+    connect(m_incrementalTimer, &QTimer::timeout, this, [this] {
+        if (!m_building)
+            startBuildInternal(tr("定时增量刷新索引..."), true);
+    });
 }
 
 void FileSearchPage::wireEngines()
@@ -231,7 +207,7 @@ void FileSearchPage::wireActions()
         connect(view, &SearchView::actionRequested, m_actions, &FileResultActions::run);
         connect(m_actions, &FileResultActions::busyPathsChanged, view, &SearchView::setBusyPaths);
     }
-    connect(m_actions, &FileResultActions::statusChanged, this, &FileSearchPage::setOutcome);
+    connect(m_actions, &FileResultActions::statusChanged, m_header, &SearchPageHeader::setOutcome);
     connect(m_actions, &FileResultActions::fileGone, this, &FileSearchPage::forgetFile);
     connect(m_actions, &FileResultActions::fileMoved, this, &FileSearchPage::renameFile);
 }
@@ -248,14 +224,14 @@ void FileSearchPage::begin()
 void FileSearchPage::showStartState()
 {
     if (!SearchPathResolver::isAvailable(m_paths)) {
-        setStatus(m_paths.errorMessage, true);
+        m_header->setStatus(m_paths.errorMessage, true);
         m_nameView->showUnavailable();
         m_contentView->showUnavailable();
         return;
     }
     const QFileInfo database(searchsettings::activeDbPath(m_paths));
     if (database.exists() && database.size() > 0)
-        setStatus(tr("索引已就绪"));
+        m_header->setStatus(tr("索引已就绪"));
     else
         showMissingIndex();
 }
@@ -263,37 +239,25 @@ void FileSearchPage::showStartState()
 void FileSearchPage::showMissingIndex()
 {
     if (m_mode == AppMode::livecd) {
-        setStatus(tr("恢复环境模式下请先点击'构建索引'。"));
+        m_header->setStatus(tr("恢复环境模式下请先点击'构建索引'。"));
         return;
     }
-    setStatus(tr("首次使用请先点击'构建索引'。"));
+    m_header->setStatus(tr("首次使用请先点击'构建索引'。"));
     setFirstUseVisible(true);
-}
-
-void FileSearchPage::setStatus(const QString &text, bool isError)
-{
-    m_status->setText(text);
-    ui::common::setStyleProperty(m_status, "tone", isError ? QStringLiteral("error") : QString());
-}
-
-void FileSearchPage::setOutcome(const QString &text, bool isError)
-{
-    setStatus(text, isError);
-    m_outcomeHold.start();
 }
 
 void FileSearchPage::setFirstUseVisible(bool visible)
 {
     m_firstUseCard->setVisible(visible);
     // One main button at a time: the card brings its own.
-    ui::common::setButtonRole(m_buildButton, visible ? QString() : QStringLiteral("primary"));
+    m_header->setBuildIsMain(!visible);
 }
 
 void FileSearchPage::dismissFirstUseHint()
 {
     m_hintDismissed = true;
     setFirstUseVisible(false);
-    setStatus(tr("你可以随时点击'构建索引'开始索引。"));
+    m_header->setStatus(tr("你可以随时点击'构建索引'开始索引。"));
 }
 
 void FileSearchPage::startBuild()
@@ -308,7 +272,7 @@ void FileSearchPage::startBuild()
 void FileSearchPage::startBuildInternal(const QString &text, bool rebuild)
 {
     if (m_building) {
-        setStatus(tr("索引构建正在进行中"));
+        m_header->setStatus(tr("索引构建正在进行中"));
         return;
     }
     if (m_settings.roots.isEmpty()) {
@@ -320,7 +284,7 @@ void FileSearchPage::startBuildInternal(const QString &text, bool rebuild)
     // The watcher must be gone before the file is removed.
     m_engines->stopWatcher();
     m_building = true;
-    setStatus(text);
+    m_header->setStatus(text);
     setFirstUseVisible(false);
     m_progressCard->reset();
     m_engines->startBuild(m_settings, rebuild && !text.contains(kIncrementalWord));
@@ -354,7 +318,7 @@ void FileSearchPage::onBuildFinished(bool success, const QString &message)
     m_lastBuildFailed = !success;
     m_progressTimer->stop();
     m_progressCard->hide();
-    setOutcome(message, !success);
+    m_header->setOutcome(message, !success);
     m_engines->queryStats();
     restartFollowing();
     if (!m_nameView->searchText().isEmpty())
@@ -402,7 +366,7 @@ void FileSearchPage::onIndexInvalidated()
     if (m_settings.autoRebuild && !m_lastBuildFailed)
         startBuild();
     else
-        setStatus(tr("检测到文件系统变化，请重建索引以获得最新结果。"));
+        m_header->setStatus(tr("检测到文件系统变化，请重建索引以获得最新结果。"));
 }
 
 void FileSearchPage::onIncrementalIndexUpdated(const QString &path, const QString &action,
@@ -410,24 +374,23 @@ void FileSearchPage::onIncrementalIndexUpdated(const QString &path, const QStrin
 {
     Q_UNUSED(action)
     if (!success) {
-        setStatus(tr("增量更新失败，请手动重建索引。"), true);
+        m_header->setStatus(tr("增量更新失败，请手动重建索引。"), true);
         return;
     }
     // A file that the user just moved is soon seen by the watcher as well.
-    if (!m_outcomeHold.isValid() || m_outcomeHold.hasExpired(kOutcomeHoldMs))
-        setStatus(tr("索引已增量更新：%1").arg(path));
+    m_header->setNews(tr("索引已增量更新：%1").arg(path));
 }
 
 void FileSearchPage::onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 lastUpdatedMs, bool ok)
 {
     const bool available = SearchPathResolver::isAvailable(m_paths);
     if (!ok || !available) {
-        m_stats->setText(tr("索引状态：不可用"));
+        m_header->setStatistics(tr("索引状态：不可用"));
         return;
     }
-    m_stats->setText(tr("文件名索引：%1 个文件 | 全文索引：%2 条 | 上次更新：%3")
-                         .arg(QString::number(fileCount), QString::number(ftsCount),
-                              ui::common::utils::formatTimestamp(lastUpdatedMs)));
+    m_header->setStatistics(tr("文件名索引：%1 个文件 | 全文索引：%2 条 | 上次更新：%3")
+                                .arg(QString::number(fileCount), QString::number(ftsCount),
+                                     ui::common::utils::formatTimestamp(lastUpdatedMs)));
     // Asking creates an empty database, which must not pass for an index at the next start.
     if (fileCount == 0 && !m_building && !m_hasBuilt && !m_hintDismissed)
         showMissingIndex();
@@ -460,7 +423,7 @@ void FileSearchPage::triggerContentSearch()
 void FileSearchPage::onNameSearchCompleted(const QVariantList &results, const QString &error)
 {
     if (!error.isEmpty())
-        setStatus(tr("文件名搜索失败：%1").arg(error), true);
+        m_header->setStatus(tr("文件名搜索失败：%1").arg(error), true);
     m_cachedNameResults.set(results, error, m_paths);
     applyFilters(m_nameView, m_cachedNameResults, false);
 }
@@ -468,7 +431,7 @@ void FileSearchPage::onNameSearchCompleted(const QVariantList &results, const QS
 void FileSearchPage::onContentSearchCompleted(const QVariantList &results, const QString &error)
 {
     if (!error.isEmpty())
-        setStatus(tr("全文搜索失败：%1").arg(error), true);
+        m_header->setStatus(tr("全文搜索失败：%1").arg(error), true);
     m_cachedFtsResults.set(results, error, m_paths);
     applyFilters(m_contentView, m_cachedFtsResults, false);
 }
@@ -525,7 +488,7 @@ void FileSearchPage::takeSettings(const SearchSettings &chosen)
     if (!m_building)
         restartFollowing();
     if (saved)
-        setOutcome(tr("索引设置已更新"), false);
+        m_header->setOutcome(tr("索引设置已更新"), false);
     else
-        setOutcome(tr("索引设置已生效，但未能保存：%1").arg(error), true);
+        m_header->setOutcome(tr("索引设置已生效，但未能保存：%1").arg(error), true);
 }

@@ -5,21 +5,16 @@
 #include "search/searchsettings.h"
 #include "ui/pages/filesearchpage/resultcache.h"
 
-#include <QElapsedTimer>
 #include <QStringList>
 #include <QVariantList>
 #include <QWidget>
 
-class QHBoxLayout;
-class QPushButton;
 class QStackedWidget;
 class QTimer;
 
 namespace ui {
 namespace common {
-class ElidedLabel;
 class SegmentedToggle;
-class WrapLabel;
 } // namespace common
 } // namespace ui
 
@@ -28,6 +23,7 @@ class BuildProgressCard;
 class FileResultActions;
 class FirstUseCard;
 class SearchEngines;
+class SearchPageHeader;
 class SearchView;
 } // namespace filesearch
 
@@ -61,9 +57,10 @@ public slots:
     void onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 lastUpdatedMs, bool ok);
 
 private:
-    QHBoxLayout *buildHeader();
+    void buildHeader();
     void buildCards();
     void buildViews();
+    void wireTimers();
     void wireEngines();
     void wireActions();
     void begin();
@@ -74,9 +71,6 @@ private:
     void restartFollowing();
     void showProgress();
     void setFirstUseVisible(bool visible);
-    void setStatus(const QString &text, bool isError = false);
-    /// A status that answers what the user did.
-    void setOutcome(const QString &text, bool isError);
     void warnAboutMissingTools();
 
     void takeSettings(const SearchSettings &chosen);
@@ -102,13 +96,10 @@ private:
     QStringList m_pendingMissingTools;
     QStringList m_shownMissingTools;
 
-    QElapsedTimer m_outcomeHold;
     QTimer *m_progressTimer;
     QTimer *m_incrementalTimer;
 
-    ui::common::WrapLabel *m_status = nullptr;
-    ui::common::ElidedLabel *m_stats = nullptr;
-    QPushButton *m_buildButton = nullptr;
+    filesearch::SearchPageHeader *m_header = nullptr;
     filesearch::FirstUseCard *m_firstUseCard = nullptr;
     filesearch::BuildProgressCard *m_progressCard = nullptr;
     ui::common::SegmentedToggle *m_toggle = nullptr;

@@ -4,7 +4,6 @@
 #include <QString>
 #include <QStringList>
 
-class QHBoxLayout;
 class QLineEdit;
 class QScrollArea;
 
