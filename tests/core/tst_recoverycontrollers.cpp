@@ -144,126 +144,130 @@ void TestRecoveryControllers::requests_data()
     QTest::addColumn<QStringList>("onWords");   // refused with the words "不行"
     QTest::addColumn<QStringList>("onSilence"); // refused without words
     QTest::addColumn<QStringList>("onNoClient");
-    const auto row = [](const char *method, const Call &call, const char *params, const char *data,
-                        const char *success, const char *words, const char *silence,
-                        const char *noClient) {
-        QTest::newRow(method) << call << json(params) << json(data) << lines(success)
-                              << lines(words) << lines(silence) << lines(noClient);
-    };
     const auto text = [](const char *utf8) {
         return QString::fromUtf8(utf8);
     };
+    const auto row = [](const char *method, const Call &call, const char *params, const char *data,
+                        const char *success, const QString &words, const QString &silence,
+                        const QString &noClient) {
+        const auto list = [](const QString &line) {
+            return line.isEmpty() ? QStringList() : QStringList(line);
+        };
+        QTest::newRow(method) << call << json(params) << json(data)
+                              << list(QString::fromUtf8(success)) << list(words) << list(silence)
+                              << list(noClient);
+    };
+    // `failure` holds the place of the message as %1.
+    const auto asking = [&](const char *method, const Call &call, const char *params,
+                            const char *data, const char *success, const char *failure,
+                            const char *fallback, const char *noClient) {
+        row(method, call, params, data, success, text(failure).arg(text("不行")),
+            text(failure).arg(text(fallback)),
+            *noClient ? text(failure).arg(text(noClient)) : QString());
+    };
+    const auto query = [&](const char *method, const char *id, const Call &call, const char *params,
+                           const char *data, const char *success) {
+        const QString failure = QStringLiteral("queryFailed(%1, %2, ").arg(text(method), text(id));
+        asking(method, call, params, data, success, qUtf8Printable(failure + text("%1)")), "", "");
+    };
+    const char *noIpc = "IPC 客户端不可用";
+    const char *noIpcEnglish = "IPC not available";
 
-    row(
+    asking(
         "disk.enumerate", [](Controllers &c) { c.disks.refresh(); }, "{}",
         R"({"groups":[{"diskTitle":"A"},{"diskTitle":"B"}]})", "diskGroupsReady(A|B)",
-        "loadFailed(不行)", "loadFailed(获取分区数据失败)", "loadFailed(IPC 客户端不可用)");
-
-    row(
+        "loadFailed(%1)", "获取分区数据失败", noIpc);
+    asking(
         "scan.start", [](Controllers &c) { c.scan.startScan(json(R"({"devicePath":"/dev/x"})")); },
-        R"({"devicePath":"/dev/x"})", R"({"sessionId":"s1"})", "scanStarted(s1)",
-        "scanError(, 不行)", "scanError(, 启动扫描失败)", "scanError(, IPC 客户端不可用)");
-    row(
+        R"({"devicePath":"/dev/x"})", R"({"sessionId":"s1"})", "scanStarted(s1)", "scanError(, %1)",
+        "启动扫描失败", noIpc);
+    asking(
         "scan.pause", [=](Controllers &c) { c.scan.pauseScan(text("s2")); },
         R"({"sessionId":"s2"})", "{}", "pauseRequestResult(s2, true, )",
-        "pauseRequestResult(s2, false, 不行)", "pauseRequestResult(s2, false, )",
-        "pauseRequestResult(s2, false, IPC 客户端不可用)");
-    row(
+        "pauseRequestResult(s2, false, %1)", "", noIpc);
+    asking(
         "scan.resume", [=](Controllers &c) { c.scan.resumeScan(text("s2")); },
         R"({"sessionId":"s2"})", "{}", "resumeRequestResult(s2, true, )",
-        "resumeRequestResult(s2, false, 不行)", "resumeRequestResult(s2, false, )",
-        "resumeRequestResult(s2, false, IPC 客户端不可用)");
-    row(
+        "resumeRequestResult(s2, false, %1)", "", noIpc);
+    asking(
         "scan.stop", [=](Controllers &c) { c.scan.stopScan(text("s2")); }, R"({"sessionId":"s2"})",
-        "{}", "stopRequestResult(s2, true, )", "stopRequestResult(s2, false, 不行)",
-        "stopRequestResult(s2, false, )", "stopRequestResult(s2, false, IPC 客户端不可用)");
+        "{}", "stopRequestResult(s2, true, )", "stopRequestResult(s2, false, %1)", "", noIpc);
 
-    row(
+    asking(
         "recovery.start",
         [](Controllers &c) { c.recovery.startRecovery(json(R"({"fileIds":["a"]})")); },
         R"({"fileIds":["a"]})", R"({"recoveryId":"r1"})", "recoveryStarted(r1)",
-        "recoveryError(, 不行)", "recoveryError(, 启动恢复失败)",
-        "recoveryError(, IPC 客户端不可用)");
-    row(
+        "recoveryError(, %1)", "启动恢复失败", noIpc);
+    asking(
         "recovery.stop", [=](Controllers &c) { c.recovery.stopRecovery(text("r2")); },
-        R"({"recoveryId":"r2"})", "{}", "stopResult(r2, true, )", "stopResult(r2, false, 不行)",
-        "stopResult(r2, false, 停止恢复失败)", "");
-    row(
+        R"({"recoveryId":"r2"})", "{}", "stopResult(r2, true, )", "stopResult(r2, false, %1)",
+        "停止恢复失败", "");
+    asking(
         "recovery.restoreVaultFiles",
         [=](Controllers &c) {
             c.recovery.restoreVaultFiles(text("/dev/x1"), {text("f1"), text("f2")}, text("/out"),
                                          text("rename"));
         },
         R"({"vaultPartition":"/dev/x1","fileIds":["f1","f2"],"targetDir":"/out",
-            "conflictPolicy":"rename"})",
-        R"({"taskId":"t1"})", "vaultRestoreStarted(t1)", "vaultRestoreError(不行)",
-        "vaultRestoreError(启动 vault 恢复失败)", "vaultRestoreError(IPC 客户端不可用)");
-    row(
+               "conflictPolicy":"rename"})",
+        R"({"taskId":"t1"})", "vaultRestoreStarted(t1)", "vaultRestoreError(%1)",
+        "启动 vault 恢复失败", noIpc);
+    asking(
         "recovery.listVaultLocations", [](Controllers &c) { c.recovery.fetchVaultLocations(); },
         "{}", R"({"locations":[{"userName":"u"}],"targetMounted":true})",
         "vaultLocationsReceived([{\"userName\":\"u\"}], true, )",
-        "vaultLocationsReceived([], false, 不行)",
-        "vaultLocationsReceived([], false, 读取受保护文件列表失败)",
-        "vaultLocationsReceived([], false, IPC 客户端不可用)");
-    row(
-        "session.list", [](Controllers &c) { c.recovery.fetchSessionList(50, 10); },
+        "vaultLocationsReceived([], false, %1)", "读取受保护文件列表失败", noIpc);
+    query(
+        "session.list", "", [](Controllers &c) { c.recovery.fetchSessionList(50, 10); },
         R"({"limit":50,"offset":10})", R"({"sessions":[{"sessionId":"s"}]})",
-        "sessionListReceived([{\"sessionId\":\"s\"}])", "queryFailed(session.list, , 不行)",
-        "queryFailed(session.list, , )", "");
-    row(
-        "session.getDetail", [=](Controllers &c) { c.recovery.fetchSessionDetail(text("s3")); },
-        R"({"sessionId":"s3"})", R"({"devicePath":"/dev/x"})",
-        "sessionDetailReceived(s3, {\"devicePath\":\"/dev/x\"})",
-        "queryFailed(session.getDetail, s3, 不行)", "queryFailed(session.getDetail, s3, )", "");
-    row(
-        "session.getFiles", [=](Controllers &c) { c.recovery.fetchSessionFiles(text("s3")); },
+        "sessionListReceived([{\"sessionId\":\"s\"}])");
+    query(
+        "session.getDetail", "s3",
+        [=](Controllers &c) { c.recovery.fetchSessionDetail(text("s3")); }, R"({"sessionId":"s3"})",
+        R"({"devicePath":"/dev/x"})", "sessionDetailReceived(s3, {\"devicePath\":\"/dev/x\"})");
+    query(
+        "session.getFiles", "s3", [=](Controllers &c) { c.recovery.fetchSessionFiles(text("s3")); },
         R"({"sessionId":"s3"})", R"({"files":[{"fileId":"f"}]})",
-        "sessionFilesReceived(s3, [{\"fileId\":\"f\"}])", "queryFailed(session.getFiles, s3, 不行)",
-        "queryFailed(session.getFiles, s3, )", "");
-    row(
-        "recovery.getDetail",
+        "sessionFilesReceived(s3, [{\"fileId\":\"f\"}])");
+    query(
+        "recovery.getDetail", "r3",
         [=](Controllers &c) { c.recovery.fetchRecoveryTaskDetail(text("r3")); },
         R"({"recoveryId":"r3"})", R"({"status":"running"})",
-        "recoveryTaskDetailReceived(r3, {\"status\":\"running\"})",
-        "queryFailed(recovery.getDetail, r3, 不行)", "queryFailed(recovery.getDetail, r3, )", "");
-    row(
+        "recoveryTaskDetailReceived(r3, {\"status\":\"running\"})");
+    asking(
         "session.delete", [=](Controllers &c) { c.recovery.deleteSession(text("s4")); },
-        R"({"sessionId":"s4"})", "{}", "sessionDeleted(s4, true)", "sessionDeleted(s4, false)",
-        "sessionDeleted(s4, false)", "");
+        R"({"sessionId":"s4"})", "{}", "sessionDeleted(s4, true)", "sessionDeleted(s4, false)", "",
+        "");
 
-    row(
+    asking(
         "debug.registerFile", [=](Controllers &c) { c.forensics.registerFile(text("/a/b")); },
         R"({"filePath":"/a/b"})", R"({"snapshotId":"n"})",
-        "registerResult(true, {\"snapshotId\":\"n\"}, )", "registerResult(false, {}, 不行)",
-        "registerResult(false, {}, )", "registerResult(false, {}, IPC not available)");
-    row(
+        "registerResult(true, {\"snapshotId\":\"n\"}, )", "registerResult(false, {}, %1)", "",
+        noIpcEnglish);
+    asking(
         "debug.verify", [=](Controllers &c) { c.forensics.verify(text("n"), text("首次")); },
         R"({"snapshotId":"n","note":"首次"})", R"({"verificationId":"v"})",
-        "verifyResult(true, {\"verificationId\":\"v\"}, )", "verifyResult(false, {}, 不行)",
-        "verifyResult(false, {}, )", "verifyResult(false, {}, IPC not available)");
-    row(
+        "verifyResult(true, {\"verificationId\":\"v\"}, )", "verifyResult(false, {}, %1)", "",
+        noIpcEnglish);
+    asking(
         "debug.recoverFile",
         [=](Controllers &c) { c.forensics.recoverFile(text("n"), text("/out")); },
         R"({"snapshotId":"n","outputDir":"/out"})", R"({"failedBlocks":0})",
-        "recoverFileResult(true, {\"failedBlocks\":0}, )", "recoverFileResult(false, {}, 不行)",
-        "recoverFileResult(false, {}, )", "recoverFileResult(false, {}, IPC not available)");
-    row(
-        "debug.listSnapshots", [](Controllers &c) { c.forensics.listSnapshots(); }, "{}",
-        R"({"snapshots":[{"snapshotId":"n"}]})", "snapshotsListed([{\"snapshotId\":\"n\"}])",
-        "queryFailed(debug.listSnapshots, , 不行)", "queryFailed(debug.listSnapshots, , )", "");
-    row(
-        "debug.getSnapshot", [=](Controllers &c) { c.forensics.getSnapshot(text("n")); },
-        R"({"snapshotId":"n"})", R"({"fileSize":5})", "snapshotLoaded({\"fileSize\":5})",
-        "queryFailed(debug.getSnapshot, n, 不行)", "queryFailed(debug.getSnapshot, n, )", "");
-    row(
-        "debug.getVerification", [=](Controllers &c) { c.forensics.getVerification(text("v")); },
-        R"({"verificationId":"v"})", R"({"note":"x"})", "verificationLoaded({\"note\":\"x\"})",
-        "queryFailed(debug.getVerification, v, 不行)", "queryFailed(debug.getVerification, v, )",
-        "");
-    row(
+        "recoverFileResult(true, {\"failedBlocks\":0}, )", "recoverFileResult(false, {}, %1)", "",
+        noIpcEnglish);
+    query(
+        "debug.listSnapshots", "", [](Controllers &c) { c.forensics.listSnapshots(); }, "{}",
+        R"({"snapshots":[{"snapshotId":"n"}]})", "snapshotsListed([{\"snapshotId\":\"n\"}])");
+    query(
+        "debug.getSnapshot", "n", [=](Controllers &c) { c.forensics.getSnapshot(text("n")); },
+        R"({"snapshotId":"n"})", R"({"fileSize":5})", "snapshotLoaded({\"fileSize\":5})");
+    query(
+        "debug.getVerification", "v",
+        [=](Controllers &c) { c.forensics.getVerification(text("v")); },
+        R"({"verificationId":"v"})", R"({"note":"x"})", "verificationLoaded({\"note\":\"x\"})");
+    asking(
         "debug.deleteSnapshot", [=](Controllers &c) { c.forensics.deleteSnapshot(text("n")); },
-        R"({"snapshotId":"n"})", "{}", "snapshotDeleted(true)", "snapshotDeleted(false)",
-        "snapshotDeleted(false)", "");
+        R"({"snapshotId":"n"})", "{}", "snapshotDeleted(true)", "snapshotDeleted(false)", "", "");
 }
 
 void TestRecoveryControllers::requests()
