@@ -28,16 +28,18 @@ void makeRuntimeDir()
     QDir().mkpath(GuiDiagnosticsRuntime::runtimeDirPath());
 }
 
-/// Replaces the file in one step, so a reader never sees half of it. Failures are skipped: the
-/// traces must never get in the way of the program.
-void saveJson(const QString &path, const QJsonObject &object)
+QByteArray compactJson(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+/// Replaces the file in one step, so a reader never sees half of it. Nobody is told of a failure:
+/// the traces must never get in the way of the program.
+bool saveText(const QString &path, const QByteArray &text)
 {
     makeRuntimeDir();
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(QJsonDocument(object).toJson(QJsonDocument::Compact));
-    file.commit();
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit();
 }
 
 /// The action word for an event, empty for events that leave no trace.
@@ -157,7 +159,7 @@ void GuiDiagnosticsRuntime::writeEnvironmentSnapshot(const QString &mode, const 
     const QStringList names = environmentVariableNames();
     for (const QString &name : names)
         snapshot.insert(name, QString::fromLocal8Bit(qgetenv(name.toLatin1().constData())));
-    saveJson(environmentSnapshotPath(), snapshot);
+    saveText(environmentSnapshotPath(), compactJson(snapshot));
 }
 
 void GuiDiagnosticsRuntime::appendSlowOperation(const QString &name, qint64 elapsedMs)
@@ -185,15 +187,19 @@ bool GuiDiagnosticsRuntime::eventFilter(QObject *watched, QEvent *event)
 void GuiDiagnosticsRuntime::writeHeartbeat()
 {
     const auto thread = reinterpret_cast<quintptr>(QThread::currentThreadId());
-    saveJson(heartbeatFilePath(),
-             {{QStringLiteral("pid"), QString::number(QCoreApplication::applicationPid())},
-              {QStringLiteral("updatedAt"), utcText(QDateTime::currentDateTimeUtc())},
-              {QStringLiteral("page"), m_currentPage},
-              {QStringLiteral("action"), m_lastAction},
-              {QStringLiteral("actionAt"), utcText(m_lastActionAt)},
-              {QStringLiteral("platform"), QGuiApplication::platformName()},
-              {QStringLiteral("appVersion"), QCoreApplication::applicationVersion()},
-              {QStringLiteral("threadId"), QString::number(thread)}});
+    const QByteArray text =
+        compactJson({{QStringLiteral("pid"), QString::number(QCoreApplication::applicationPid())},
+                     {QStringLiteral("updatedAt"), utcText(QDateTime::currentDateTimeUtc())},
+                     {QStringLiteral("page"), m_currentPage},
+                     {QStringLiteral("action"), m_lastAction},
+                     {QStringLiteral("actionAt"), utcText(m_lastActionAt)},
+                     {QStringLiteral("platform"), QGuiApplication::platformName()},
+                     {QStringLiteral("appVersion"), QCoreApplication::applicationVersion()},
+                     {QStringLiteral("threadId"), QString::number(thread)}});
+    // One activation reaches every widget of a window, and each write waits for the disk. The
+    // times have whole seconds, so within one of them most writes would repeat the file.
+    if (text != m_lastWritten && saveText(heartbeatFilePath(), text))
+        m_lastWritten = text;
 }
 
 } // namespace diagnostics

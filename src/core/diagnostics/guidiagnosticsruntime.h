@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QObject>
 #include <QString>
@@ -49,6 +50,7 @@ private:
     QString m_currentPage;
     QString m_lastAction;
     QDateTime m_lastActionAt;
+    QByteArray m_lastWritten;
 };
 
 } // namespace diagnostics
