@@ -20,18 +20,19 @@ QLabel[link="true"] { color: @linkText@; }
 )qss");
 }
 
+// The property is not called `text`: that is a label's own, and setting it would change the words.
 QString labelSheet()
 {
     return QStringLiteral(R"qss(
-QLabel#PageTitle, QLabel[text="page-title"] { font-size: @22px@; font-weight: 600; }
-QLabel#SectionTitle, QLabel[text="section"] { font-size: @15px@; font-weight: 600; }
-QLabel#LargeValue, QLabel[text="value"] { font-size: @26px@; font-weight: 600; }
-QLabel[text="dialog-title"] { font-size: @16px@; font-weight: 600; }
-QLabel#SubtleText, QLabel[text="subtle"] { font-size: @12px@; color: @groundMuted@; }
+QLabel#PageTitle, QLabel[textRole="page-title"] { font-size: @22px@; font-weight: 600; }
+QLabel#SectionTitle, QLabel[textRole="section"] { font-size: @15px@; font-weight: 600; }
+QLabel#LargeValue, QLabel[textRole="value"] { font-size: @26px@; font-weight: 600; }
+QLabel[textRole="dialog-title"] { font-size: @16px@; font-weight: 600; }
+QLabel#SubtleText, QLabel[textRole="subtle"] { font-size: @12px@; color: @groundMuted@; }
 QFrame#SurfacePanel QLabel#SubtleText, QFrame[card="true"] QLabel#SubtleText,
 QFrame#BottomToolbar QLabel#SubtleText, QFrame#PartitionCard QLabel#SubtleText,
-QFrame#SurfacePanel QLabel[text="subtle"], QFrame[card="true"] QLabel[text="subtle"],
-QFrame#DialogFrame QLabel[text="subtle"] { color: @textMuted@; }
+QFrame#SurfacePanel QLabel[textRole="subtle"], QFrame[card="true"] QLabel[textRole="subtle"],
+QFrame#DialogFrame QLabel[textRole="subtle"] { color: @textMuted@; }
 QLabel#TagLabel {
     font-size: @12px@;
     color: @textPrimary@;
