@@ -292,7 +292,7 @@ void TestSearchIndexDb::contentStages_data()
     const QString ranked = s(" ranked");
     const QString plain = s(" 0");
     QTest::newRow("ranked, then substring")
-        << s("bar") << 9
+        << s("bar") << 3
         << QStringList{s("/best") + ranked, s("/worse") + ranked, s("/inside") + plain};
     QTest::newRow("substring fills up")
         << s("bar") << 2 << QStringList{s("/best") + ranked, s("/worse") + ranked};
