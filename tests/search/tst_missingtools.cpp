@@ -15,13 +15,13 @@ private slots:
 void TestMissingTools::reportsEachOnceAndGoesOn()
 {
     TempTree tree;
-    tree.script(QStringLiteral("bin/catdoc"), "echo words\n");
-    tree.file(QStringLiteral("bin/unrtf"), "not executable");
-    tree.file(QStringLiteral("r/a.pdf"), "%PDF");
-    tree.file(QStringLiteral("r/b.docx"), "PK");
-    qputenv("PATH", QFile::encodeName(tree.path(QStringLiteral("bin"))));
+    tree.script("bin/catdoc", "echo words\n");
+    tree.file("bin/unrtf", "not executable");
+    tree.file("r/a.pdf", "%PDF");
+    tree.file("r/b.docx", "PK");
+    qputenv("PATH", QFile::encodeName(tree.path("bin")));
 
-    IndexBuilder builder(tree.path(QStringLiteral("index.db")));
+    IndexBuilder builder(tree.path("index.db"));
     QList<QStringList> reports;
     QString message;
     connect(&builder, &IndexBuilder::toolsMissing, this,
@@ -29,7 +29,7 @@ void TestMissingTools::reportsEachOnceAndGoesOn()
     connect(&builder, &IndexBuilder::finished, this,
             [&message](bool, const QString &text) { message = text; });
     const auto build = [&](const QStringList &ftsExtensions) {
-        builder.startBuild({tree.path(QStringLiteral("r"))}, {}, {}, ftsExtensions, 16384);
+        builder.startBuild({tree.path("r")}, {}, {}, ftsExtensions, 16384);
     };
 
     build({});

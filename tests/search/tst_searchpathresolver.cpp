@@ -7,26 +7,24 @@ using core::AppMode;
 using core::controllers::search::SearchPathResolver;
 using core::controllers::search::SearchRuntimePaths;
 
-Q_DECLARE_METATYPE(SearchRuntimePaths)
 Q_DECLARE_METATYPE(core::AppMode)
 
 namespace {
 
-const QString notMounted = QStringLiteral(
-    "未检测到目标系统挂载目录 /live_target，如果确实要查找文件，请先运行Livecd工具挂载"
-    "目标系统。注意，如果你要找回误删的文件，不要运行Livecd工具。");
-const QString noHomes = QStringLiteral(
-    "未在目标系统中识别到用户目录，如果确实要查找文件，请先运行Livecd工具挂载目标系统后"
-    "重试。注意，如果你要找回误删的文件，不要运行Livecd工具。");
+const QString config = QStringLiteral("/.config/morvane/morvane.conf");
+const QString database = QStringLiteral("/.config/morvane/search_index.db");
+const char *const notMounted =
+    "未检测到目标系统挂载目录 /live_target，如果确实要查找文件，请先运行Livecd工具挂载目标系统。"
+    "注意，如果你要找回误删的文件，不要运行Livecd工具。";
+const char *const noHomes =
+    "未在目标系统中识别到用户目录，如果确实要查找文件，请先运行Livecd工具挂载目标系统后重试。"
+    "注意，如果你要找回误删的文件，不要运行Livecd工具。";
 
-QString config(const QString &home)
+QStringList words(const char *text)
 {
-    return home + QStringLiteral("/.config/morvane/morvane.conf");
-}
-
-QString database(const QString &home)
-{
-    return home + QStringLiteral("/.config/morvane/search_index.db");
+    QStringList list = QString::fromUtf8(text).split(QLatin1Char(' '));
+    list.removeAll(QString());
+    return list;
 }
 
 } // namespace
@@ -37,170 +35,114 @@ class TestSearchPathResolver : public QObject
 
 private slots:
     void resolvesTheOwnHome();
-    void refusesWhatIsNotASystem_data();
-    void refusesWhatIsNotASystem();
-    void collectsHomes();
-    void choosesTheHomeWithMostState_data();
-    void choosesTheHomeWithMostState();
-    void availability_data();
-    void availability();
+    void resolvesATarget_data();
+    void resolvesATarget();
+    void availabilityNeedsAll();
     void convertsPaths_data();
     void convertsPaths();
-
-private:
-    SearchRuntimePaths resolveTarget(const TempTree &tree)
-    {
-        return SearchPathResolver::resolve(AppMode::livecd, QStringLiteral("/root"), tree.path());
-    }
 };
 
 void TestSearchPathResolver::resolvesTheOwnHome()
 {
     const SearchRuntimePaths paths = SearchPathResolver::resolve(AppMode::normal);
-    QCOMPARE(paths.mode, AppMode::normal);
     QCOMPARE(paths.targetRoot, QStringLiteral("/live_target"));
-    QVERIFY(paths.targetMounted);
-    QVERIFY(!paths.searchStateFound);
+    QVERIFY(paths.targetMounted && !paths.searchStateFound);
     QCOMPARE(paths.primaryHome, QDir::homePath());
     QCOMPARE(paths.userHomes, QStringList{QDir::homePath()});
     QCOMPARE(paths.defaultRoots, QStringList{QDir::homePath()});
-    QCOMPARE(paths.configPath, config(QDir::homePath()));
-    QCOMPARE(paths.databasePath, database(QDir::homePath()));
+    QCOMPARE(paths.configPath, QDir::homePath() + config);
+    QCOMPARE(paths.databasePath, QDir::homePath() + database);
     QCOMPARE(paths.errorMessage, QString());
     QVERIFY(SearchPathResolver::isAvailable(paths));
 }
 
-void TestSearchPathResolver::refusesWhatIsNotASystem_data()
+void TestSearchPathResolver::resolvesATarget_data()
 {
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<QStringList>("dirs");
-    QTest::addColumn<bool>("mounted");
     QTest::addColumn<QString>("message");
+    QTest::addColumn<QStringList>("homes");
+    QTest::addColumn<QString>("chosen");
+    const auto refused = [](const char *name, const char *files, const char *dirs,
+                            const char *message) {
+        QTest::newRow(name) << words(files) << words(dirs) << QString::fromUtf8(message)
+                            << QStringList() << QString();
+    };
+    refused("nothing", "", "", notMounted);
+    refused("no os-release", "", "home/u", notMounted);
+    refused("no home folder", "etc/os-release", "data", notMounted);
+    refused("home is a file", "etc/os-release home", "", notMounted);
+    refused("no user", "etc/os-release home/readme", "home", noHomes);
+    refused("hidden folders are no users", "etc/os-release", "data/home/.Trash-0", noHomes);
 
-    const QString release = QStringLiteral("etc/os-release");
-    const QString home = QStringLiteral("home");
-    QTest::newRow("nothing") << QStringList() << QStringList() << false << notMounted;
-    QTest::newRow("no os-release") << QStringList() << QStringList{home} << false << notMounted;
-    QTest::newRow("no home folder") << QStringList{release} << QStringList() << false << notMounted;
-    QTest::newRow("home is a file")
-        << QStringList{release, home} << QStringList() << false << notMounted;
-    QTest::newRow("no user") << QStringList{release, QStringLiteral("home/readme")}
-                             << QStringList{home} << true << noHomes;
-    QTest::newRow("hidden folders are no users")
-        << QStringList{release} << QStringList{QStringLiteral("data/home/.Trash-0")} << true
-        << noHomes;
+    const auto found = [](const char *name, const QStringList &state, const char *dirs,
+                          const char *homes, const char *chosen) {
+        QTest::newRow(name) << QStringList{QStringLiteral("etc/os-release")} + state << words(dirs)
+                            << QString() << words(homes) << QString::fromUtf8(chosen);
+    };
+    const QString a = QStringLiteral("home/a");
+    const QString b = QStringLiteral("home/b");
+    found("both places, first by path chosen", {}, "data/home/anna home/zoe home/bert",
+          "home/bert home/zoe data/home/anna", "data/home/anna");
+    found("settings beat nothing", {b + config}, "home/a", "home/a home/b", "home/b");
+    found("database beats settings", {a + config, b + database}, "", "home/a home/b", "home/b");
+    found("both beat the database", {a + database, b + config, b + database}, "", "home/a home/b",
+          "home/b");
+    found("equal: first by path", {b + database, a + database}, "", "home/a home/b", "home/a");
 }
 
-void TestSearchPathResolver::refusesWhatIsNotASystem()
+void TestSearchPathResolver::resolvesATarget()
 {
     QFETCH(QStringList, files);
     QFETCH(QStringList, dirs);
-    TempTree tree;
-    for (const QString &file : files)
-        tree.file(file);
-    for (const QString &dir : dirs)
-        tree.dir(dir);
-
-    const SearchRuntimePaths paths = resolveTarget(tree);
-    QTEST(paths.targetMounted, "mounted");
-    QTEST(paths.errorMessage, "message");
-    QCOMPARE(paths.databasePath, QString());
-    QCOMPARE(paths.defaultRoots, QStringList());
-    QVERIFY(!SearchPathResolver::isAvailable(paths));
-
-    const SearchRuntimePaths missing = SearchPathResolver::resolve(
-        AppMode::livecd, QString(), tree.path(QStringLiteral("no/such/place")));
-    QCOMPARE(missing.errorMessage, notMounted);
-}
-
-void TestSearchPathResolver::collectsHomes()
-{
-    TempTree tree;
-    tree.file(QStringLiteral("etc/os-release"));
-    tree.dir(QStringLiteral("data/home/anna"));
-    tree.dir(QStringLiteral("home/zoe"));
-    tree.dir(QStringLiteral("home/bert"));
-    const SearchRuntimePaths paths = resolveTarget(tree);
-    const QStringList homes{tree.path(QStringLiteral("home/bert")),
-                            tree.path(QStringLiteral("home/zoe")),
-                            tree.path(QStringLiteral("data/home/anna"))};
-    QCOMPARE(paths.userHomes, homes);
-    QCOMPARE(paths.defaultRoots, homes);
-    // Without any state the path that sorts first is chosen: "data" before "home".
-    QCOMPARE(paths.primaryHome, homes.last());
-    QVERIFY(!paths.searchStateFound);
-    QCOMPARE(paths.errorMessage, QString());
-    QVERIFY(SearchPathResolver::isAvailable(paths));
-}
-
-void TestSearchPathResolver::choosesTheHomeWithMostState_data()
-{
-    QTest::addColumn<QStringList>("files");
-    QTest::addColumn<QString>("chosen");
-
-    const QString a = QStringLiteral("home/a");
-    const QString b = QStringLiteral("home/b");
-    QTest::newRow("settings beat nothing") << QStringList{config(b)} << b;
-    QTest::newRow("database beats settings") << QStringList{config(a), database(b)} << b;
-    QTest::newRow("both beat the database")
-        << QStringList{database(a), config(b), database(b)} << b;
-    QTest::newRow("equal: first by name") << QStringList{database(b), database(a)} << a;
-}
-
-void TestSearchPathResolver::choosesTheHomeWithMostState()
-{
-    QFETCH(QStringList, files);
+    QFETCH(QString, message);
+    QFETCH(QStringList, homes);
     QFETCH(QString, chosen);
     TempTree tree;
-    tree.file(QStringLiteral("etc/os-release"));
-    tree.dir(QStringLiteral("home/a"));
-    tree.dir(QStringLiteral("home/b"));
-    for (const QString &file : files)
+    for (const QString &file : qAsConst(files))
         tree.file(file);
-    const SearchRuntimePaths paths = resolveTarget(tree);
-    QCOMPARE(paths.primaryHome, tree.path(chosen));
-    QCOMPARE(paths.configPath, config(tree.path(chosen)));
-    QCOMPARE(paths.databasePath, database(tree.path(chosen)));
-    QVERIFY(paths.searchStateFound);
+    for (const QString &dir : qAsConst(dirs))
+        tree.dir(dir);
+    for (QString &home : homes)
+        home = tree.path(home);
+
+    const SearchRuntimePaths paths =
+        SearchPathResolver::resolve(AppMode::livecd, QStringLiteral("/root"), tree.path());
+    QCOMPARE(paths.errorMessage, message);
+    QCOMPARE(paths.targetMounted, message != QString::fromUtf8(notMounted));
+    QCOMPARE(paths.userHomes, homes);
+    QCOMPARE(paths.defaultRoots, homes);
+    const QString home = chosen.isEmpty() ? QString() : tree.path(chosen);
+    QCOMPARE(paths.primaryHome, home);
+    QCOMPARE(paths.configPath, home.isEmpty() ? QString() : home + config);
+    QCOMPARE(paths.databasePath, home.isEmpty() ? QString() : home + database);
+    QCOMPARE(paths.searchStateFound, !home.isEmpty() && files.size() > 1);
+    QCOMPARE(SearchPathResolver::isAvailable(paths), message.isEmpty());
 }
 
-void TestSearchPathResolver::availability_data()
+void TestSearchPathResolver::availabilityNeedsAll()
 {
-    QTest::addColumn<SearchRuntimePaths>("paths");
-    QTest::addColumn<bool>("available");
-
     SearchRuntimePaths whole;
     whole.mode = AppMode::livecd;
     whole.targetMounted = true;
     whole.configPath = whole.databasePath = whole.primaryHome = QStringLiteral("/x");
     whole.defaultRoots = QStringList{QStringLiteral("/x")};
-    const auto row = [&](const char *name, bool available,
-                         const std::function<void(SearchRuntimePaths &)> &change) {
+    QVERIFY(SearchPathResolver::isAvailable(whole));
+    const std::function<void(SearchRuntimePaths &)> losses[] = {
+        [](SearchRuntimePaths &paths) { paths.configPath.clear(); },
+        [](SearchRuntimePaths &paths) { paths.databasePath.clear(); },
+        [](SearchRuntimePaths &paths) { paths.targetMounted = false; },
+        [](SearchRuntimePaths &paths) { paths.primaryHome.clear(); },
+        [](SearchRuntimePaths &paths) {
+            paths.defaultRoots.clear();
+        }};
+    for (int i = 0; i < 5; ++i) {
         SearchRuntimePaths paths = whole;
-        change(paths);
-        QTest::newRow(name) << paths << available;
-    };
-    row("whole", true, [](SearchRuntimePaths &) {});
-    row("not mounted", false, [](SearchRuntimePaths &paths) { paths.targetMounted = false; });
-    row("no home", false, [](SearchRuntimePaths &paths) { paths.primaryHome.clear(); });
-    row("no roots", false, [](SearchRuntimePaths &paths) { paths.defaultRoots.clear(); });
-    row("no settings", false, [](SearchRuntimePaths &paths) { paths.configPath.clear(); });
-    row("normal needs two paths only", true, [](SearchRuntimePaths &paths) {
-        paths.mode = AppMode::normal;
-        paths.targetMounted = false;
-        paths.primaryHome.clear();
-        paths.defaultRoots.clear();
-    });
-    row("normal without database", false, [](SearchRuntimePaths &paths) {
-        paths.mode = AppMode::normal;
-        paths.databasePath.clear();
-    });
-}
-
-void TestSearchPathResolver::availability()
-{
-    QFETCH(SearchRuntimePaths, paths);
-    QTEST(SearchPathResolver::isAvailable(paths), "available");
+        losses[i](paths);
+        QVERIFY2(!SearchPathResolver::isAvailable(paths), qPrintable(QString::number(i)));
+        paths.mode = AppMode::normal; // where the two files alone count
+        QCOMPARE(SearchPathResolver::isAvailable(paths), i > 1);
+    }
 }
 
 void TestSearchPathResolver::convertsPaths_data()
@@ -209,7 +151,6 @@ void TestSearchPathResolver::convertsPaths_data()
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("runtime");
     QTest::addColumn<QString>("stored");
-
     const auto row = [](const char *name, AppMode mode, const char *path, const char *runtime,
                         const char *stored) {
         QTest::newRow(name) << mode << QString::fromUtf8(path) << QString::fromUtf8(runtime)
@@ -234,10 +175,11 @@ void TestSearchPathResolver::convertsPaths()
     QFETCH(AppMode, mode);
     SearchRuntimePaths paths;
     paths.mode = mode;
-    QTEST(SearchPathResolver::toRuntimePath(paths, path), "runtime");
-    QTEST(SearchPathResolver::toStoredPath(paths, path), "stored");
     const QString runtime = SearchPathResolver::toRuntimePath(paths, path);
+    QTEST(runtime, "runtime");
+    QTEST(SearchPathResolver::toStoredPath(paths, path), "stored");
     QCOMPARE(SearchPathResolver::toRuntimePath(paths, runtime), runtime);
+    QCOMPARE(SearchPathResolver::pathBelowRoot(path, QString()), QDir::cleanPath(path.trimmed()));
 }
 
 QTEST_GUILESS_MAIN(TestSearchPathResolver)

@@ -5,188 +5,100 @@
 
 #include <QtTest>
 
-namespace {
-
-struct Answer
-{
-    QVariantList results;
-    QString error;
-};
-
-struct Stats
-{
-    qint64 files;
-    qint64 texts;
-    qint64 updatedMs;
-    bool ok;
-};
-
-QStringList names(const Answer &answer)
-{
-    QStringList found;
-    for (const QVariant &result : answer.results)
-        found.append(result.toMap().value(QStringLiteral("name")).toString());
-    return found;
-}
-
-} // namespace
-
 /// Calls the workers as the page does: by name, queued, each on a thread of its own.
 class TestSearchWorker : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void answersFromTheIndex();
-    void makesAMissingDatabase();
-    void givesNothingForLimitZero();
-    void tellsWhyItCannotOpen();
-    void answersEveryRequestInOrder();
-
-private:
-    void startWorkers(const QString &dbPath);
-    static void search(QObject *worker, const QString &keyword, int limit,
-                       const QString &refine = QString());
-    void fillIndex();
-
-    // The threads are last, so that they end before what the workers report to goes.
-    QScopedPointer<TempTree> m_tree;
-    QString m_dbPath;
-    QList<Answer> m_nameAnswers;
-    QList<Answer> m_textAnswers;
-    QList<Stats> m_stats;
-    FileNameSearchWorker *m_nameWorker = nullptr;
-    FullTextSearchWorker *m_textWorker = nullptr;
-    QScopedPointer<core::WorkerThread> m_nameThread;
-    QScopedPointer<core::WorkerThread> m_textThread;
+    void answers_data();
+    void answers();
 };
 
-void TestSearchWorker::init()
+void TestSearchWorker::answers_data()
 {
-    m_nameThread.reset();
-    m_textThread.reset();
-    m_tree.reset(new TempTree);
-    m_dbPath = m_tree->path(QStringLiteral("index.db"));
-    m_nameAnswers.clear();
-    m_textAnswers.clear();
-    m_stats.clear();
+    QTest::addColumn<QString>("database");
+    QTest::addColumn<QString>("keyword");
+    QTest::addColumn<int>("limit");
+    QTest::addColumn<QString>("refine");
+    QTest::addColumn<int>("nameHits");
+    QTest::addColumn<int>("textHits");
+    QTest::addColumn<bool>("opens");
+    const auto row = [](const char *name, const char *database, const char *keyword, int limit,
+                        const char *refine, int nameHits, int textHits, bool opens = true) {
+        QTest::newRow(name) << database << keyword << limit << refine << nameHits << textHits
+                            << opens;
+    };
+    row("found", "index.db", "harvest", 200, "", 2, 1);
+    row("refined", "index.db", "harvest", 200, "march", 1, 1);
+    row("limited", "index.db", "harvest", 1, "", 1, 1);
+    row("limit 0", "index.db", "harvest", 0, "", 0, 0);
+    row("a missing database is made", "new.db", "harvest", 200, "", 0, 0);
+    row("an unusable one is told", "no/such/dir/index.db", "harvest", 200, "", 0, 0, false);
 }
 
-void TestSearchWorker::startWorkers(const QString &dbPath)
+void TestSearchWorker::answers()
 {
-    m_nameWorker = new FileNameSearchWorker(dbPath);
-    m_textWorker = new FullTextSearchWorker(dbPath);
-    connect(m_nameWorker, &FileNameSearchWorker::searchCompleted, this,
-            [this](const QVariantList &results, const QString &error) {
-                m_nameAnswers.append({results, error});
-            });
-    connect(m_textWorker, &FullTextSearchWorker::searchCompleted, this,
-            [this](const QVariantList &results, const QString &error) {
-                m_textAnswers.append({results, error});
-            });
-    connect(m_nameWorker, &FileNameSearchWorker::statsReady, this,
-            [this](qint64 files, qint64 texts, qint64 updatedMs, bool ok) {
-                m_stats.append({files, texts, updatedMs, ok});
-            });
-    m_nameThread.reset(new core::WorkerThread);
-    m_textThread.reset(new core::WorkerThread);
-    m_nameThread->start(m_nameWorker, QStringLiteral("names"));
-    m_textThread->start(m_textWorker, QStringLiteral("texts"));
-}
-
-void TestSearchWorker::search(QObject *worker, const QString &keyword, int limit,
-                              const QString &refine)
-{
-    QVERIFY(QMetaObject::invokeMethod(worker, "search", Qt::QueuedConnection,
-                                      Q_ARG(QString, keyword), Q_ARG(int, limit),
-                                      Q_ARG(QString, refine)));
-}
-
-void TestSearchWorker::fillIndex()
-{
-    SearchIndexDB db(m_dbPath);
-    const QFileInfo report(m_tree->file(QStringLiteral("report-march.txt")));
-    const QFileInfo notes(m_tree->file(QStringLiteral("report-notes.txt")));
-    QVERIFY(db.upsertFile(report, QStringLiteral("the harvest was good")));
-    QVERIFY(db.upsertFile(notes, QString()));
-}
-
-void TestSearchWorker::answersFromTheIndex()
-{
-    fillIndex();
-    startWorkers(m_dbPath);
-    search(m_nameWorker, QStringLiteral("report"), 200, QStringLiteral("march"));
-    search(m_textWorker, QStringLiteral("harvest"), 100);
-    QVERIFY(QMetaObject::invokeMethod(m_nameWorker, "queryStats", Qt::QueuedConnection));
-
-    QTRY_COMPARE(m_nameAnswers.size(), 1);
-    QCOMPARE(names(m_nameAnswers[0]), QStringList{QStringLiteral("report-march.txt")});
-    QCOMPARE(m_nameAnswers[0].error, QString());
-    QTRY_COMPARE(m_textAnswers.size(), 1);
-    QCOMPARE(names(m_textAnswers[0]), QStringList{QStringLiteral("report-march.txt")});
-    QCOMPARE(m_textAnswers[0].results[0].toMap().value(QStringLiteral("snippet")).toString(),
-             QStringLiteral("the <b>harvest</b> was good"));
-    QTRY_COMPARE(m_stats.size(), 1);
-    QVERIFY(m_stats[0].ok);
-    QCOMPARE(m_stats[0].files, 2);
-    QCOMPARE(m_stats[0].texts, 1);
-    QVERIFY(qAbs(m_stats[0].updatedMs - QDateTime::currentMSecsSinceEpoch()) < 60000);
-}
-
-void TestSearchWorker::makesAMissingDatabase()
-{
-    startWorkers(m_dbPath);
-    search(m_nameWorker, QStringLiteral("a"), 10);
-    QTRY_COMPARE(m_nameAnswers.size(), 1);
-    search(m_textWorker, QStringLiteral("a"), 10);
-    QTRY_COMPARE(m_textAnswers.size(), 1);
-    for (const Answer &answer : {m_nameAnswers[0], m_textAnswers[0]}) {
-        QVERIFY(answer.results.isEmpty());
-        QCOMPARE(answer.error, QString());
+    QFETCH(QString, database);
+    QFETCH(QString, keyword);
+    QFETCH(int, limit);
+    QFETCH(QString, refine);
+    QFETCH(int, nameHits);
+    QFETCH(bool, opens);
+    TempTree tree;
+    {
+        SearchIndexDB db(tree.path("index.db"));
+        QVERIFY(db.upsertFile(QFileInfo(tree.file("harvest-march.txt")),
+                              QStringLiteral("the harvest was good")));
+        QVERIFY(db.upsertFile(QFileInfo(tree.file("harvest-notes.txt")), QString()));
     }
-    QVERIFY(QFileInfo::exists(m_dbPath));
-}
+    const QString path = tree.path(database);
+    auto *nameWorker = new FileNameSearchWorker(path);
+    auto *textWorker = new FullTextSearchWorker(path);
+    QList<QVariantList> names;
+    QList<QVariantList> texts;
+    QStringList errors;
+    QVariantList stats;
+    connect(nameWorker, &FileNameSearchWorker::searchCompleted, this,
+            [&](const QVariantList &results, const QString &error) {
+                names.append(results);
+                errors.append(error);
+            });
+    connect(textWorker, &FullTextSearchWorker::searchCompleted, this,
+            [&](const QVariantList &results, const QString &error) {
+                texts.append(results);
+                errors.append(error);
+            });
+    connect(nameWorker, &FileNameSearchWorker::statsReady, this,
+            [&](qint64 files, qint64 withText, qint64, bool ok) {
+                stats = QVariantList{files, withText, ok};
+            });
+    core::WorkerThread nameThread;
+    core::WorkerThread textThread;
+    nameThread.start(nameWorker, QStringLiteral("names"));
+    textThread.start(textWorker, QStringLiteral("texts"));
+    // The second name search is answered too, and after the first.
+    for (QObject *worker : std::initializer_list<QObject *>{nameWorker, textWorker, nameWorker}) {
+        QVERIFY(QMetaObject::invokeMethod(worker, "search", Qt::QueuedConnection,
+                                          Q_ARG(QString, keyword), Q_ARG(int, limit),
+                                          Q_ARG(QString, refine)));
+    }
+    QVERIFY(QMetaObject::invokeMethod(nameWorker, "queryStats", Qt::QueuedConnection));
 
-void TestSearchWorker::givesNothingForLimitZero()
-{
-    fillIndex();
-    startWorkers(m_dbPath);
-    search(m_nameWorker, QStringLiteral("report"), 0);
-    search(m_textWorker, QStringLiteral("harvest"), 0);
-    QTRY_COMPARE(m_nameAnswers.size(), 1);
-    QTRY_COMPARE(m_textAnswers.size(), 1);
-    QVERIFY(m_nameAnswers[0].results.isEmpty() && m_nameAnswers[0].error.isEmpty());
-    QVERIFY(m_textAnswers[0].results.isEmpty() && m_textAnswers[0].error.isEmpty());
-}
-
-void TestSearchWorker::tellsWhyItCannotOpen()
-{
-    startWorkers(m_tree->path(QStringLiteral("no/such/dir/index.db")));
-    search(m_nameWorker, QStringLiteral("a"), 10);
-    search(m_textWorker, QStringLiteral("a"), 10);
-    QVERIFY(QMetaObject::invokeMethod(m_nameWorker, "queryStats", Qt::QueuedConnection));
-    QTRY_COMPARE(m_nameAnswers.size(), 1);
-    QTRY_COMPARE(m_textAnswers.size(), 1);
-    QVERIFY(!m_nameAnswers[0].error.isEmpty());
-    QVERIFY(!m_textAnswers[0].error.isEmpty());
-    QTRY_COMPARE(m_stats.size(), 1);
-    QVERIFY(!m_stats[0].ok);
-}
-
-void TestSearchWorker::answersEveryRequestInOrder()
-{
-    fillIndex();
-    startWorkers(m_dbPath);
-    const QStringList keywords{QStringLiteral("march"), QStringLiteral("notes"),
-                               QStringLiteral("nothing"), QStringLiteral("march")};
-    for (const QString &keyword : keywords)
-        search(m_nameWorker, keyword, 10);
-    QTRY_COMPARE(m_nameAnswers.size(), 4);
-    QCOMPARE(names(m_nameAnswers[0]), QStringList{QStringLiteral("report-march.txt")});
-    QCOMPARE(names(m_nameAnswers[1]), QStringList{QStringLiteral("report-notes.txt")});
-    QCOMPARE(names(m_nameAnswers[2]), QStringList());
-    QCOMPARE(names(m_nameAnswers[3]), QStringList{QStringLiteral("report-march.txt")});
+    QTRY_COMPARE(stats.size(), 3);
+    QTRY_COMPARE(texts.size(), 1);
+    QCOMPARE(names.size(), 2);
+    QCOMPARE(names.at(0).size(), nameHits);
+    QCOMPARE(names.at(1), names.at(0));
+    QTEST(texts.at(0).size(), "textHits");
+    if (!texts.at(0).isEmpty())
+        QCOMPARE(texts.at(0).at(0).toMap().value(QStringLiteral("snippet")).toString(),
+                 QStringLiteral("the <b>harvest</b> was good"));
+    for (const QString &error : qAsConst(errors))
+        QCOMPARE(error.isEmpty(), opens);
+    const int files = database == QLatin1String("index.db") ? 2 : 0;
+    QCOMPARE(stats, (QVariantList{files, files / 2, opens}));
+    QCOMPARE(QFileInfo::exists(path), opens);
 }
 
 QTEST_GUILESS_MAIN(TestSearchWorker)

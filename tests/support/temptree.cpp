@@ -34,18 +34,19 @@ TempTree::~TempTree()
     nftw(QFile::encodeName(m_top.path()).constData(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
-QString TempTree::path(const QString &relative) const
+QString TempTree::path(const TreePath &relative) const
 {
-    return relative.isEmpty() ? m_top.path() : m_top.path() + QLatin1Char('/') + relative;
+    const QString &below = relative.relative;
+    return below.isEmpty() ? m_top.path() : m_top.path() + QLatin1Char('/') + below;
 }
 
-QString TempTree::dir(const QString &relative)
+QString TempTree::dir(const TreePath &relative)
 {
     require(QDir().mkpath(path(relative)), "make", path(relative));
     return path(relative);
 }
 
-QString TempTree::file(const QString &relative, const QByteArray &content)
+QString TempTree::file(const TreePath &relative, const QByteArray &content)
 {
     QFile file(path(relative));
     QDir().mkpath(QFileInfo(file).path());
@@ -54,21 +55,21 @@ QString TempTree::file(const QString &relative, const QByteArray &content)
     return file.fileName();
 }
 
-void TempTree::rawFile(const QString &dirRelative, const QByteArray &name)
+void TempTree::rawFile(const TreePath &dirRelative, const QByteArray &name)
 {
     const QByteArray bytes = QFile::encodeName(dir(dirRelative)) + '/' + name;
     std::FILE *file = std::fopen(bytes.constData(), "w");
     require(file && std::fclose(file) == 0, "write", QString::fromLatin1(bytes));
 }
 
-QString TempTree::link(const QString &relative, const QString &target)
+QString TempTree::link(const TreePath &relative, const QString &target)
 {
     QDir().mkpath(QFileInfo(path(relative)).path());
     require(QFile::link(target, path(relative)), "link", path(relative));
     return path(relative);
 }
 
-QString TempTree::fifo(const QString &relative)
+QString TempTree::fifo(const TreePath &relative)
 {
     QDir().mkpath(QFileInfo(path(relative)).path());
     require(mkfifo(QFile::encodeName(path(relative)).constData(), 0600) == 0, "make",
@@ -76,7 +77,7 @@ QString TempTree::fifo(const QString &relative)
     return path(relative);
 }
 
-QString TempTree::script(const QString &relative, const QByteArray &body)
+QString TempTree::script(const TreePath &relative, const QByteArray &body)
 {
     const QString made = file(relative, "#!/bin/sh\n" + body);
     require(QFile::setPermissions(made, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner),
@@ -84,14 +85,14 @@ QString TempTree::script(const QString &relative, const QByteArray &body)
     return made;
 }
 
-void TempTree::move(const QString &from, const QString &to)
+void TempTree::move(const TreePath &from, const TreePath &to)
 {
     require(std::rename(QFile::encodeName(path(from)).constData(),
                         QFile::encodeName(path(to)).constData()) == 0,
             "move", path(from));
 }
 
-void TempTree::remove(const QString &relative)
+void TempTree::remove(const TreePath &relative)
 {
     const QFileInfo info(path(relative));
     require(info.isDir() && !info.isSymLink() ? QDir(info.filePath()).removeRecursively()
