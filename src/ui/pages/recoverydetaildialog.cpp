@@ -46,9 +46,9 @@ void RecoveryDetailDialog::open(const FileResult &result, bool isRunning, QWidge
 void RecoveryDetailDialog::buildHeading()
 {
     auto *title = new QLabel(tr("恢复详情"), this);
-    title->setProperty("text", QStringLiteral("dialog-title"));
+    title->setProperty("textRole", QStringLiteral("dialog-title"));
     auto *subtitle = new QLabel(tr("文件恢复过程与结果"), this);
-    subtitle->setProperty("text", QStringLiteral("subtle"));
+    subtitle->setProperty("textRole", QStringLiteral("subtle"));
     auto *texts = new QVBoxLayout;
     texts->setSpacing(metrics::kFieldGap / 2);
     texts->addWidget(title);
@@ -74,7 +74,7 @@ void RecoveryDetailDialog::addFact(QFormLayout *form, const QString &caption, co
                                    const char *name)
 {
     auto *label = new QLabel(caption, this);
-    label->setProperty("text", QStringLiteral("subtle"));
+    label->setProperty("textRole", QStringLiteral("subtle"));
     auto *text = new WrapLabel(value.isEmpty() ? QStringLiteral("--") : value, this);
     text->setObjectName(QLatin1String(name));
     form->addRow(label, text);

@@ -52,7 +52,7 @@ QHBoxLayout *RecoveryProgressPage::buildHeader()
     title->setObjectName(QStringLiteral("PageTitle"));
     m_session = new ElidedLabel(QString(), Qt::ElideMiddle, this);
     m_session->setObjectName(QStringLiteral("RecoverySessionText"));
-    m_session->setProperty("text", QStringLiteral("subtle"));
+    m_session->setProperty("textRole", QStringLiteral("subtle"));
     auto *texts = new QVBoxLayout;
     texts->setSpacing(metrics::kFieldGap / 2);
     texts->addWidget(title);

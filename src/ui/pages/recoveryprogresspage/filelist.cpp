@@ -58,7 +58,7 @@ QWidget *FileList::buildSearchRow()
     m_search->setMaximumWidth(kSearchWidth);
     m_count = new QLabel(this);
     m_count->setObjectName(QStringLiteral("RecoveryShownCount"));
-    m_count->setProperty("text", QStringLiteral("subtle"));
+    m_count->setProperty("textRole", QStringLiteral("subtle"));
     connect(m_search, &QLineEdit::textChanged, this, [this](const QString &text) {
         m_shown->setFilterFixedString(text.trimmed());
         showCount();

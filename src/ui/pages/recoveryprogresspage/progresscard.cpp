@@ -36,7 +36,7 @@ ProgressCard::ProgressCard(QWidget *parent)
     m_bar->setObjectName(QStringLiteral("RecoveryProgressBar"));
     m_bar->setTextVisible(false);
     m_hint->setObjectName(QStringLiteral("RecoveryStateHint"));
-    m_hint->setProperty("text", QStringLiteral("subtle"));
+    m_hint->setProperty("textRole", QStringLiteral("subtle"));
     m_hint->hide();
 
     auto *heading = new QHBoxLayout;
@@ -71,7 +71,7 @@ QWidget *ProgressCard::buildFigures()
     caption->setObjectName(QStringLiteral("StatTitle"));
     m_target = new ElidedLabel(kNothingYet, Qt::ElideMiddle, target);
     m_target->setObjectName(QStringLiteral("RecoveryTargetPath"));
-    m_target->setProperty("text", QStringLiteral("section"));
+    m_target->setProperty("textRole", QStringLiteral("section"));
     auto *column = new QVBoxLayout(target);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(4);
