@@ -12,7 +12,7 @@ extraction="poppler-utils catdoc antiword unrtf unzip"
 display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
 packages="$build $extraction $display"
 if [ "${1:-}" = test ]; then
-    packages="$packages clang-format python3 file desktop-file-utils appstream
+    packages="$packages clang-format python3 file e2fsprogs desktop-file-utils appstream
               libsqlite3-dev libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui"
 fi

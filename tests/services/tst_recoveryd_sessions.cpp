@@ -1,0 +1,371 @@
+#include "support/diskimages.h"
+#include "support/recoveryharness.h"
+
+#include <QTest>
+
+using namespace diskimages;
+using testsupport::RecoveryClient;
+using testsupport::RecoveryHarness;
+
+namespace {
+
+const QString kDevice = QStringLiteral("/dev/image0");
+const QString kBig = QStringLiteral("/dev/image1");
+const QString kLong = QStringLiteral("/dev/image2");
+
+QJsonObject scanParams(const QString &device, const char *mode)
+{
+    return {{QStringLiteral("devicePath"), device},
+            {QStringLiteral("fileSystem"), QStringLiteral("EXT4")},
+            {QStringLiteral("scanMode"), QLatin1String(mode)}};
+}
+
+QJsonObject byId(const QString &sessionId)
+{
+    return {{QStringLiteral("sessionId"), sessionId}};
+}
+
+QStringList typesOf(const QJsonArray &files)
+{
+    QStringList types;
+    for (const QJsonValue &file : files)
+        types.append(file.toObject().value(QLatin1String("type")).toString());
+    types.sort();
+    return types;
+}
+
+} // namespace
+
+class TestRecoverydSessions : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void scansByModeAndScope_data();
+    void scansByModeAndScope();
+    void tellsEachFileInFull();
+    void sendsBatches();
+    void pausesResumesAndStops();
+    void keepsSessions();
+    void marksInterruptedSessions();
+    void refusesBadRequests_data();
+    void refusesBadRequests();
+
+private:
+    QTemporaryDir m_dir;
+    QString m_image; ///< ext4; three deleted files, one that lives, one that begins in mid-block.
+    QString m_big;   ///< No file system; pictures in every second sector.
+    QString m_long;  ///< A hole that takes a second or more to read, and a picture at both ends.
+    std::unique_ptr<RecoveryHarness> m_harness;
+};
+
+void TestRecoverydSessions::initTestCase()
+{
+    const QString source = m_dir.filePath(QStringLiteral("source"));
+    QVERIFY(QDir().mkpath(source));
+    QVERIFY(write(source + QLatin1String("/a.png"), png(70000)));
+    QVERIFY(write(source + QLatin1String("/b.pdf"), pdf(20000)));
+    QVERIFY(write(source + QLatin1String("/c.docx"), container(QStringLiteral("docx"), 9000)));
+    QVERIFY(write(source + QLatin1String("/d"), QByteArray(512, '\0') + gif(3000)));
+    QVERIFY(write(source + QLatin1String("/lives.jpg"), jpeg(30000)));
+    m_image = m_dir.filePath(QStringLiteral("image"));
+    QString error;
+    QVERIFY2(
+        makeExt(m_image, source, 16384, {QStringLiteral("-t"), QStringLiteral("ext4")}, &error),
+        qPrintable(error));
+    for (const char *name : {"a.png", "b.pdf", "c.docx", "d"})
+        QVERIFY2(debugfs(m_image, QStringLiteral("rm /%1").arg(QLatin1String(name)), &error),
+                 qPrintable(error));
+
+    const QByteArray picture = png(400);
+    const QByteArray sector = picture + QByteArray(1024 - picture.size(), '\0');
+    QByteArray bytes;
+    for (int i = 0; i < 64 * 1024; ++i)
+        bytes += sector;
+    m_big = m_dir.filePath(QStringLiteral("big"));
+    QVERIFY(write(m_big, bytes));
+    m_long = m_dir.filePath(QStringLiteral("long"));
+    QVERIFY(write(m_long, picture));
+    QVERIFY(patch(m_long, qint64(4) * 1024 * 1024 * 1024, picture));
+}
+
+void TestRecoverydSessions::init()
+{
+    m_harness = std::make_unique<RecoveryHarness>();
+    QVERIFY(m_harness->start({m_image, m_big, m_long}));
+}
+
+void TestRecoverydSessions::scansByModeAndScope_data()
+{
+    QTest::addColumn<QString>("mode");
+    QTest::addColumn<QString>("settings"); // key=word, as sent beside the others
+    QTest::addColumn<QString>("types");
+    QTest::newRow("quick") << "quick"
+                           << ""
+                           << "DOCX PDF PNG";
+    QTest::newRow("deep") << "deep"
+                          << ""
+                          << "DOCX GIF PDF PNG";
+    QTest::newRow("deep, whole partition") << "deep"
+                                           << "deepScanScope=fullDisk"
+                                           << "DOCX GIF JPG PDF PNG";
+    QTest::newRow("quick ignores the deep scope") << "quick"
+                                                  << "deepScanScope=fullDisk"
+                                                  << "DOCX PDF PNG";
+    QTest::newRow("documents") << "deep"
+                               << "fileScope=documentsOnly"
+                               << "DOCX PDF";
+    QTest::newRow("media") << "deep"
+                           << "fileScope=mediaOnly"
+                           << "GIF PNG";
+    QTest::newRow("deep only") << "deep"
+                               << "deepResultSource=deepOnly"
+                               << "DOCX GIF PDF PNG";
+}
+
+void TestRecoverydSessions::scansByModeAndScope()
+{
+    QFETCH(QString, mode);
+    QFETCH(QString, settings);
+    QJsonObject params = scanParams(kDevice, qPrintable(mode));
+    const QStringList setting = settings.split(QLatin1Char('='));
+    // Beside the others, or in the nested object alone.
+    for (const bool isNested : {false, true}) {
+        QJsonObject sent = params;
+        if (setting.size() == 2 && isNested)
+            sent.insert(QStringLiteral("advancedSettings"),
+                        QJsonObject{{setting.at(0), setting.at(1)}});
+        else if (setting.size() == 2)
+            sent.insert(setting.at(0), setting.at(1));
+        const QString id = m_harness->client().scan(sent);
+        QVERIFY(!id.isEmpty());
+        QTEST(typesOf(m_harness->client().filesFound(id)).join(QLatin1Char(' ')), "types");
+    }
+}
+
+void TestRecoverydSessions::tellsEachFileInFull()
+{
+    RecoveryClient &client = m_harness->client();
+    const QString id = client.scan(scanParams(kDevice, "quick"));
+    const QJsonArray files = client.filesFound(id);
+    QCOMPARE(files.size(), 3);
+    QCOMPARE(client.request(QStringLiteral("session.getFiles"), byId(id))
+                 .data.value(QLatin1String("files"))
+                 .toArray(),
+             files);
+    for (const QJsonValue &value : files) {
+        const QJsonObject file = value.toObject();
+        QStringList keys = file.keys();
+        QCOMPARE(keys.join(QLatin1Char(' ')),
+                 QStringLiteral("blockStart boundaryVerified contiguity deletionTime fileId "
+                                "integrityLabel integrityReason name path probScore probability "
+                                "probabilityKey size sizeBytes source type"));
+        QCOMPARE(file.value(QLatin1String("source")).toString(), QStringLiteral("carving"));
+        QVERIFY(file.value(QLatin1String("boundaryVerified")).toBool());
+        QVERIFY(file.value(QLatin1String("path"))
+                    .toString()
+                    .endsWith(QLatin1Char('/') + file.value(QLatin1String("name")).toString()));
+    }
+    const RecoveryClient::Event &last = client.events().last();
+    QCOMPARE(last.name, QStringLiteral("scan.completed"));
+    const QJsonObject summary = last.data.value(QLatin1String("summary")).toObject();
+    QCOMPARE(summary.value(QLatin1String("filesFound")).toInt(), 3);
+    QVERIFY(summary.value(QLatin1String("scannedBytes")).toDouble() > 1e6);
+}
+
+void TestRecoverydSessions::sendsBatches()
+{
+    RecoveryClient &client = m_harness->client();
+    const QString id = client.scan(scanParams(kBig, "deep"));
+    QVERIFY(!id.isEmpty());
+    QCOMPARE(client.filesFound(id).size(), 64 * 1024);
+    double lastPercent = 0;
+    int found = 0;
+    int progresses = 0;
+    for (const RecoveryClient::Event &event : client.events()) {
+        if (event.name == QLatin1String("scan.fileFound")) {
+            const int batch = event.data.value(QLatin1String("files")).toArray().size();
+            QVERIFY(batch > 0 && batch <= 500);
+            found += batch;
+        } else if (event.name == QLatin1String("scan.progress")) {
+            const double percent = event.data.value(QLatin1String("progress")).toDouble();
+            QVERIFY(percent >= lastPercent && percent <= 100);
+            // What has been counted has been sent.
+            QCOMPARE(event.data.value(QLatin1String("filesFound")).toInt(), found);
+            QVERIFY(!event.data.value(QLatin1String("phaseText")).toString().isEmpty());
+            lastPercent = percent;
+            ++progresses;
+        }
+    }
+    QCOMPARE(lastPercent, 100.0);
+    QVERIFY(progresses < 500);
+}
+
+void TestRecoverydSessions::pausesResumesAndStops()
+{
+    RecoveryClient &client = m_harness->client();
+    const QString id = client.startScan(scanParams(kLong, "deep"));
+    QVERIFY(client.request(QStringLiteral("scan.pause"), byId(id)).success);
+    QCOMPARE(client.waitFor(id, {QStringLiteral("scan.paused")}).name,
+             QStringLiteral("scan.paused"));
+    const int atPause = client.events().size();
+    QTest::qWait(400); // that nothing comes can only be waited for
+    QCOMPARE(client.events().size(), atPause);
+    QVERIFY(!client.request(QStringLiteral("session.delete"), byId(id)).success);
+
+    QVERIFY(client.request(QStringLiteral("scan.resume"), byId(id)).success);
+    QCOMPARE(client.waitFor(id, {QStringLiteral("scan.completed")}).name,
+             QStringLiteral("scan.completed"));
+    QCOMPARE(client.filesFound(id).size(), 2);
+    for (const char *method : {"scan.pause", "scan.resume", "scan.stop"})
+        QVERIFY(!client.request(QLatin1String(method), byId(id)).success);
+
+    // A stop out of a pause, as the page does it too.
+    const QString stopped = client.startScan(scanParams(kLong, "deep"));
+    QVERIFY(client.request(QStringLiteral("scan.pause"), byId(stopped)).success);
+    client.waitFor(stopped, {QStringLiteral("scan.paused")});
+    QVERIFY(client.request(QStringLiteral("scan.stop"), byId(stopped)).success);
+    const RecoveryClient::Event end =
+        client.waitFor(stopped, {QStringLiteral("scan.error"), QStringLiteral("scan.completed")});
+    QCOMPARE(end.name, QStringLiteral("scan.error"));
+    QCOMPARE(end.data.value(QLatin1String("error")).toObject().value(QLatin1String("code")).toInt(),
+             1002);
+    const QJsonObject detail =
+        client.request(QStringLiteral("session.getDetail"), byId(stopped)).data;
+    QCOMPARE(detail.value(QLatin1String("status")).toString(), QStringLiteral("stopped"));
+    QCOMPARE(detail.value(QLatin1String("filesFound")).toInt(), client.filesFound(stopped).size());
+}
+
+void TestRecoverydSessions::keepsSessions()
+{
+    QStringList ids;
+    for (int i = 0; i < 3; ++i) {
+        ids.prepend(m_harness->client().scan(scanParams(kDevice, i == 1 ? "deep" : "quick")));
+        QTest::qWait(2); // the order is by the millisecond
+    }
+    const auto list = [this](const QJsonObject &params) {
+        QStringList found;
+        const QJsonArray rows = m_harness->client()
+                                    .request(QStringLiteral("session.list"), params)
+                                    .data.value(QLatin1String("sessions"))
+                                    .toArray();
+        for (const QJsonValue &row : rows) {
+            if (row.toObject().size() != 5)
+                return QStringList{QStringLiteral("wrong keys")};
+            found.append(row.toObject().value(QLatin1String("sessionId")).toString());
+        }
+        return found;
+    };
+    const auto files = [this](const QString &id) {
+        return m_harness->client()
+            .request(QStringLiteral("session.getFiles"), byId(id))
+            .data.value(QLatin1String("files"))
+            .toArray();
+    };
+    const QJsonArray before = files(ids.at(1));
+    QCOMPARE(before.size(), 4);
+    QVERIFY(m_harness->restart());
+    QCOMPARE(list(QJsonObject()), ids);
+    QCOMPARE(list({{QStringLiteral("limit"), 1}, {QStringLiteral("offset"), 1}}), ids.mid(1, 1));
+    QCOMPARE(list({{QStringLiteral("offset"), 9}}), QStringList());
+    QCOMPARE(files(ids.at(1)), before);
+    const QJsonObject detail =
+        m_harness->client().request(QStringLiteral("session.getDetail"), byId(ids.at(1))).data;
+    QCOMPARE(detail.value(QLatin1String("fileSystem")).toString(), QStringLiteral("EXT4"));
+    QCOMPARE(detail.value(QLatin1String("scanMode")).toString(), QStringLiteral("deep"));
+    QCOMPARE(detail.value(QLatin1String("scanSummary"))
+                 .toObject()
+                 .value(QLatin1String("filesFound"))
+                 .toInt(),
+             4);
+
+    QVERIFY(m_harness->client().request(QStringLiteral("session.delete"), byId(ids.at(1))).success);
+    QVERIFY(
+        !m_harness->client().request(QStringLiteral("session.delete"), byId(ids.at(1))).success);
+    QVERIFY(m_harness->restart());
+    QCOMPARE(list(QJsonObject()), (QStringList{ids.at(0), ids.at(2)}));
+}
+
+void TestRecoverydSessions::marksInterruptedSessions()
+{
+    // As a killed service leaves it: running, without files; beside what is no session at all.
+    const QString id = m_harness->client().scan(scanParams(kDevice, "quick"));
+    const QString folder = m_harness->path(QStringLiteral("state/sessions/"));
+    const QByteArray stored = readAll(folder + id + QLatin1String("/session.json"));
+    QVERIFY(stored.contains("\"completed\""));
+    QVERIFY(write(folder + id + QLatin1String("/session.json"),
+                  QByteArray(stored).replace("\"completed\"", "\"running\"")));
+    QVERIFY(QFile::remove(folder + id + QLatin1String("/files.json")));
+    QVERIFY(QDir().mkpath(folder + QLatin1String("torn")));
+    QVERIFY(write(folder + QLatin1String("torn/session.json"), stored.left(40)));
+    QVERIFY(m_harness->restart());
+    const QJsonObject detail =
+        m_harness->client().request(QStringLiteral("session.getDetail"), byId(id)).data;
+    QCOMPARE(detail.value(QLatin1String("status")).toString(), QStringLiteral("interrupted"));
+    const RecoveryClient::Answer files =
+        m_harness->client().request(QStringLiteral("session.getFiles"), byId(id));
+    QVERIFY(files.success && files.data.value(QLatin1String("files")).toArray().isEmpty());
+}
+
+void TestRecoverydSessions::refusesBadRequests_data()
+{
+    QTest::addColumn<QString>("method");
+    QTest::addColumn<QByteArray>("params");
+    const auto row = [](const char *method, const char *params) {
+        QTest::newRow(params) << QString::fromLatin1(method) << QByteArray(params);
+    };
+    row("disk.prepareForScan", R"({"devicePath":7})");
+    row("disk.prepareForScan", R"({"devicePath":"/dev/sda1"})");
+    row("scan.start", "{}");
+    row("scan.start", R"({"devicePath":["/dev/image0"]})");
+    row("scan.start", R"({"devicePath":"/dev/image9","scanMode":"deep"})");
+    row("scan.start", R"({"devicePath":"/dev/image0","scanMode":"thorough"})");
+    row("scan.start", R"({"devicePath":"/dev/image0","scanMode":1})");
+    row("scan.start", R"({"devicePath":"/dev/image0","fileScope":"codeAndLogs"})");
+    row("scan.start", R"({"devicePath":"/dev/image0","advancedSettings":{"fileScope":null}})");
+    row("scan.stop", R"({"sessionId":{}})");
+    row("session.list", R"({"limit":"50"})");
+    row("session.list", R"({"limit":-1})");
+    row("session.list", R"({"offset":0.5})");
+    row("session.getDetail", R"({"sessionId":"../../etc"})");
+    row("session.getFiles", R"({"sessionId":true})");
+    row("session.delete", R"({"sessionId":"."})");
+    row("session.delete", R"({"sessionId":""})");
+    row("recovery.start", R"({"sessionId":"x","fileIds":"y","outputDir":"/tmp"})");
+    row("recovery.start", R"({"sessionId":"x","fileIds":[],"outputDir":"/tmp"})");
+    row("recovery.getDetail", R"({"recoveryId":"*"})");
+    row("recovery.stop", "{\"recoveryId\":5}");
+    row("recovery.restoreVaultFiles", R"({"vaultPartition":"/dev/image0","fileIds":["1"]})");
+    row("debug.registerFile", R"({"filePath":5})");
+    row("debug.registerFile", R"({"filePath":"relative"})");
+    row("debug.registerFile", R"({"filePath":"/dev/image0:/none"})");
+    row("debug.registerFile", R"({"filePath":"/dev/image1:/none"})");
+    row("debug.registerFile", R"({"filePath":"/proc/self/status"})");
+    row("debug.verify", R"({"snapshotId":"../sessions"})");
+    row("debug.deleteSnapshot", R"({"snapshotId":"none"})");
+    row("debug.getVerification", R"({"verificationId":[]})");
+    row("debug.recoverFile", R"({"snapshotId":"none","outputDir":"relative"})");
+}
+
+void TestRecoverydSessions::refusesBadRequests()
+{
+    QFETCH(QString, method);
+    QFETCH(QByteArray, params);
+    const RecoveryClient::Answer answer =
+        m_harness->client().request(method, QJsonDocument::fromJson(params).object());
+    QVERIFY(!answer.success);
+    QVERIFY(answer.errorCode > 1000 && answer.errorCode != 1002);
+    QVERIFY(!answer.errorMessage.isEmpty());
+    QVERIFY(m_harness->client().request(QStringLiteral("disk.enumerate")).success);
+    QCOMPARE(m_harness->client()
+                 .request(QStringLiteral("session.list"))
+                 .data.value(QLatin1String("sessions"))
+                 .toArray()
+                 .size(),
+             0);
+}
+
+QTEST_GUILESS_MAIN(TestRecoverydSessions)
+#include "tst_recoveryd_sessions.moc"

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "core/ipc/ipcclient.h"
+#include "recoveryd/daemon.h"
+
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <QVector>
+
+namespace testsupport {
+
+/// A client of the recovery service that waits for answers and keeps all events.
+class RecoveryClient
+{
+public:
+    struct Answer
+    {
+        bool success = false;
+        QJsonObject data;
+        int errorCode = 0;
+        QString errorMessage;
+    };
+    struct Event
+    {
+        QString name;
+        QJsonObject data;
+    };
+
+    explicit RecoveryClient(const QString &socketName);
+
+    [[nodiscard]] bool connectNow() { return m_client.ensureConnected(3000); }
+    /// Runs the event loop until the answer is there; without one within 20 s it is a failure with
+    /// code 0.
+    Answer request(const QString &method, const QJsonObject &params = QJsonObject());
+    /// Runs the event loop until an event of one of the names has come for the session or recovery;
+    /// an event without a name after 60 s. Events are looked at once only.
+    Event waitFor(const QString &id, const QStringList &names);
+    const QVector<Event> &events() const { return m_events; }
+    /// The found files of all scan.fileFound events of the session so far.
+    QJsonArray filesFound(const QString &sessionId) const;
+
+    /// Starts a scan; its session id, or an empty text.
+    QString startScan(const QJsonObject &params);
+    /// Scans to the end; the session id if it was completed.
+    QString scan(const QJsonObject &params);
+
+private:
+    core::ipc::IpcClient m_client;
+    QVector<Event> m_events;
+    int m_lookedAt = 0;
+};
+
+/// The service in this process, over images of the test; a socket and a state folder of its own.
+/// restart() begins again on what is kept.
+class RecoveryHarness
+{
+public:
+    /// Free space as the service sees it; unlimited by default.
+    qint64 freeBytes = -1;
+
+    [[nodiscard]] bool start(const QStringList &images);
+    [[nodiscard]] bool restart();
+
+    RecoveryClient &client() { return *m_client; }
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+
+private:
+    QTemporaryDir m_dir;
+    QStringList m_images;
+    std::unique_ptr<services::recoveryd::Daemon> m_daemon;
+    std::unique_ptr<RecoveryClient> m_client;
+};
+
+} // namespace testsupport
