@@ -43,7 +43,6 @@ private slots:
     void addsTheDocumentBlock();
     void findsTheFilesOfTheMode();
     void neverIndexesItsOwnFiles();
-    void convertsBetweenStoredAndRuntimePaths();
     void decidesWhatFollowsChanges_data();
     void decidesWhatFollowsChanges();
 
@@ -242,17 +241,6 @@ void TestSearchSettings::neverIndexesItsOwnFiles()
     settings.excludeDirs = list("tmp /home/u/tmp");
     QCOMPARE(searchsettings::effectiveExcludeDirs(paths(AppMode::livecd), settings).mid(0, 2),
              QStringList({QStringLiteral("tmp"), m_dir->filePath(QStringLiteral("home/u/tmp"))}));
-}
-
-void TestSearchSettings::convertsBetweenStoredAndRuntimePaths()
-{
-    const Paths livecd = paths(AppMode::livecd);
-    const QStringList stored = list("/home/u /data name");
-    const QStringList runtime = {m_dir->path() + QStringLiteral("/home/u"),
-                                 m_dir->path() + QStringLiteral("/data"), QStringLiteral("name")};
-    QCOMPARE(searchsettings::runtimePaths(livecd, stored), runtime);
-    QCOMPARE(searchsettings::storedPaths(livecd, runtime), stored);
-    QCOMPARE(searchsettings::runtimePaths(paths(AppMode::normal), stored), stored);
 }
 
 void TestSearchSettings::decidesWhatFollowsChanges_data()

@@ -1,4 +1,4 @@
-#include "support/modaldriver.h"
+#include "support/dialogsteps.h"
 #include "support/typing.h"
 #include "ui/pages/filesearchpage/resulttable.h"
 #include "ui/searchpagefixture.h"
@@ -7,8 +7,6 @@
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QDesktopServices>
-#include <QLabel>
-#include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
@@ -16,7 +14,9 @@
 #include <QUrl>
 
 using filesearch::ResultTable;
+using support::choosesFolder;
 using support::ModalDriver;
+using support::presses;
 using View = SearchPageFixture::View;
 
 Q_DECLARE_METATYPE(View)
@@ -30,28 +30,6 @@ QByteArray read(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-/// What a dialog says, and the button that ends it.
-ModalDriver::Step presses(const char *button, QStringList *texts)
-{
-    return [button, texts](QWidget *dialog) {
-        *texts << dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"))->text()
-               << dialog->findChild<QLabel *>(QStringLiteral("NoticeMessage"))->text();
-        QTest::mouseClick(dialog->findChild<QPushButton *>(QString::fromLatin1(button)),
-                          Qt::LeftButton);
-    };
-}
-
-/// Chooses a folder in the folder dialog.
-ModalDriver::Step chooses(const QString &folder, QStringList *texts)
-{
-    return [folder, texts](QWidget *dialog) {
-        *texts << dialog->windowTitle();
-        auto *edit = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
-        edit->setText(folder);
-        QTest::keyClick(edit, Qt::Key_Return);
-    };
 }
 
 } // namespace
@@ -77,7 +55,6 @@ private slots:
     void movesBesideAFileOfThatName_data() { views(); }
     void movesBesideAFileOfThatName();
     void saysWhyAMoveFails();
-    void leavesAFileThatNeedNotMove();
     void movesToTheTrash_data() { views(); }
     void movesToTheTrash();
     void deletesOnlyWhenConfirmed();
@@ -235,7 +212,7 @@ void TestFileSearchActions::movesBesideAFileOfThatName()
     QAbstractItemView *list = showRows(view);
     m_f->file(QStringLiteral("目标/needle 一.txt"), "other");
     QStringList texts;
-    ModalDriver driver(chooses(path("目标"), &texts));
+    ModalDriver driver(choosesFolder(path("目标"), &texts));
     QVERIFY(m_f->chooseFromMenu(view, list->currentIndex().row(), QStringLiteral("移动到")));
     QVERIFY(driver.handled());
     QCOMPARE(texts, QStringList(QStringLiteral("选择目标文件夹")));
@@ -258,7 +235,7 @@ void TestFileSearchActions::saysWhyAMoveFails()
         QCOMPARE(m_f->status(), QStringLiteral("已取消移动。"));
     }
     {
-        ModalDriver chosen(chooses(QStringLiteral("/proc"), &texts));
+        ModalDriver chosen(choosesFolder(QStringLiteral("/proc"), &texts));
         QVERIFY(m_f->chooseFromMenu(Names, list->currentIndex().row(), QStringLiteral("移动到")));
     }
     texts.clear();
@@ -270,17 +247,6 @@ void TestFileSearchActions::saysWhyAMoveFails()
     QCOMPARE(m_f->rows(Names).size(), 2);
     QCOMPARE(m_f->status(), QStringLiteral("移动失败"));
     QVERIFY(m_f->statusIsError());
-}
-
-void TestFileSearchActions::leavesAFileThatNeedNotMove()
-{
-    QAbstractItemView *list = showRows(Names);
-    QStringList texts;
-    ModalDriver driver(chooses(path("资料"), &texts));
-    QVERIFY(m_f->chooseFromMenu(Names, list->currentIndex().row(), QStringLiteral("移动到")));
-    QTRY_COMPARE(m_f->status(),
-                 QStringLiteral("文件已在该文件夹中：") + path("资料/needle 一.txt"));
-    QCOMPARE(read(path("资料/needle 一.txt")), QByteArray("needle 1"));
 }
 
 void TestFileSearchActions::movesToTheTrash()

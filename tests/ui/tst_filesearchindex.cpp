@@ -1,6 +1,6 @@
 #include "search/indexwatcher.h"
+#include "support/dialogsteps.h"
 #include "support/indexsnapshot.h"
-#include "support/modaldriver.h"
 #include "ui/searchpagefixture.h"
 
 #include <QAbstractItemView>
@@ -246,11 +246,7 @@ void TestFileSearchIndex::warnsOnceAboutMissingTools()
     m_f->open();
     const QStringList lines = {QStringLiteral("pdftotext 缺失"), QStringLiteral("unzip 缺失")};
     QStringList texts;
-    ModalDriver driver([&](QWidget *dialog) {
-        texts << dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"))->text()
-              << dialog->findChild<QLabel *>(QStringLiteral("NoticeMessage"))->text();
-        dialog->close();
-    });
+    ModalDriver driver(support::presses("NoticeOkBtn", &texts));
     m_f->page()->onToolsMissing(lines);
     m_f->page()->onBuildFinished(true, QStringLiteral("索引构建完成，共 0 个文件"));
     QVERIFY(driver.handled());

@@ -1,6 +1,6 @@
 #include "search/indexwatcher.h"
+#include "support/dialogsteps.h"
 #include "support/indexsnapshot.h"
-#include "support/modaldriver.h"
 #include "support/typing.h"
 #include "ui/common/theme.h"
 #include "ui/pages/filesearchpage/snippettext.h"
@@ -402,11 +402,7 @@ void TestFileSearchPage::staysHarmlessWithoutATarget()
 
     for (const char *button : {"BuildIndexButton", "IndexSettingsButton"}) {
         QStringList texts;
-        ModalDriver driver([&](QWidget *dialog) {
-            texts << dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"))->text()
-                  << dialog->findChild<QLabel *>(QStringLiteral("NoticeMessage"))->text();
-            dialog->close();
-        });
+        ModalDriver driver(support::presses("NoticeOkBtn", &texts));
         m_f->click(button);
         QVERIFY(driver.handled());
         QVERIFY(texts.value(0).startsWith(QStringLiteral("无法")));

@@ -1,12 +1,9 @@
-#include "support/modaldriver.h"
+#include "support/dialogsteps.h"
 #include "support/temptree.h"
 #include "ui/pages/indexsettingsdialog.h"
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QFileDialog>
-#include <QLabel>
-#include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QTest>
@@ -23,18 +20,6 @@ namespace {
 QStringList words(const char *text)
 {
     return QString::fromUtf8(text).split(QLatin1Char(' '));
-}
-
-/// Types a directory into the folder dialog and takes it.
-ModalDriver::Step chooses(const QString &directory, QString *title)
-{
-    return [directory, title](QWidget *dialog) {
-        *title = dialog->windowTitle();
-        auto *edit = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
-        QVERIFY(edit);
-        edit->setText(directory);
-        QTest::keyClick(edit, Qt::Key_Return);
-    };
 }
 
 } // namespace
@@ -93,10 +78,10 @@ void TestIndexSettingsDialog::open(AppMode mode)
 
 QString TestIndexSettingsDialog::addDirectory(const char *button, const QString &directory)
 {
-    QString title;
-    ModalDriver driver(chooses(directory, &title));
+    QStringList titles;
+    ModalDriver driver(support::choosesFolder(directory, &titles));
     click(button);
-    return driver.handled() ? title : QStringLiteral("no folder dialog");
+    return driver.handled() ? titles.value(0) : QStringLiteral("no folder dialog");
 }
 
 void TestIndexSettingsDialog::givesBackWhatItWasGiven_data()
@@ -247,33 +232,20 @@ void TestIndexSettingsDialog::refusesDirectoriesOutsideTheTarget()
              QStringLiteral("选择索引根目录"));
 
     // A neighbour whose name begins like the target's is outside as well.
+    QStringList texts;
+    QTimer notice;
+    connect(&notice, &QTimer::timeout, this, [&] {
+        QWidget *dialog = QApplication::activeModalWidget();
+        if (dialog && dialog->findChild<QPushButton *>(QStringLiteral("NoticeOkBtn")))
+            support::presses("NoticeOkBtn", &texts)(dialog);
+    });
+    notice.start(20);
     for (const QString &name : {QStringLiteral("targetx"), QStringLiteral("other")}) {
-        const QString outside = m_tree->dir(name);
-        QStringList texts;
-        int dialogs = 0;
-        ModalDriver second([&](QWidget *dialog) {
-            ++dialogs;
-            QString title;
-            chooses(outside, &title)(dialog);
-        });
-        QTimer notice;
-        connect(&notice, &QTimer::timeout, this, [&] {
-            QWidget *dialog = QApplication::activeModalWidget();
-            auto *accept =
-                dialog ? dialog->findChild<QPushButton *>(QStringLiteral("NoticeOkBtn")) : nullptr;
-            if (!accept)
-                return;
-            texts << dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"))->text()
-                  << dialog->findChild<QLabel *>(QStringLiteral("NoticeMessage"))->text();
-            QTest::mouseClick(accept, Qt::LeftButton);
-        });
-        notice.start(20);
-        click("IndexRootsAdd");
-        QCOMPARE(dialogs, 1);
-        QCOMPARE(texts,
-                 QStringList(
-                     {QStringLiteral("目录不可用"),
-                      QStringLiteral("恢复环境模式下只能索引 /live_target 里的目标系统目录。")}));
+        texts.clear();
+        addDirectory("IndexRootsAdd", m_tree->dir(name));
+        QCOMPARE(texts, QStringList({QStringLiteral("目录不可用"),
+                                     QStringLiteral("恢复环境模式下只能索引 /live_target "
+                                                    "里的目标系统目录。")}));
     }
     QCOMPARE(m_dialog->settings().roots,
              QStringList({inside, m_tree->path(QStringLiteral("target/home"))}));
