@@ -124,6 +124,11 @@ Step copyBytes(int from, int to)
     }
 }
 
+QString changedMessage()
+{
+    return QStringLiteral("文件在移动过程中被修改。");
+}
+
 bool sameState(const struct stat &a, const struct stat &b)
 {
     return a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
@@ -170,7 +175,7 @@ Step fillTemporary(int from, int to)
     if (::fstat(from, &after) != 0)
         return failed(errno);
     if (!sameState(before, after))
-        return {EBUSY, QStringLiteral("文件在移动过程中被修改。")};
+        return {EBUSY, changedMessage()};
     return {};
 }
 
@@ -224,6 +229,14 @@ Step moveAcross(const QByteArray &source, const QByteArray &target)
     const Step step = S_ISLNK(info.st_mode) ? copyLink(source, target) : copyFile(source, target);
     if (!step.ok())
         return step;
+    // A program that saves by rename may have put another file under the name meanwhile.
+    struct stat now;
+    const bool sameFile = ::lstat(source.constData(), &now) == 0 && now.st_dev == info.st_dev &&
+                          now.st_ino == info.st_ino && sameState(info, now);
+    if (!sameFile) {
+        ::unlink(target.constData());
+        return {EBUSY, changedMessage()};
+    }
     if (::unlink(source.constData()) == 0)
         return {};
     const int code = errno;
