@@ -71,16 +71,13 @@ SearchSettings storedSettings(const searchsettings::Paths &paths,
     return settings;
 }
 
-/// What only this page needs. The buttons inside a line edit are tool buttons to the application's
-/// sheet, which would make them as large as those of a toolbar.
+/// What only this page needs.
 QString pageSheet()
 {
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QLabel#SearchStats, QLabel#ResultFooter { font-size: @12px@; color: @groundMuted@; }
 QListView#ContentResultList { padding: 0px; }
 QFrame#KeywordTagInput:disabled { background: @headerBackground@; border-color: @borderSubtle@; }
-QLineEdit QToolButton { min-width: 0px; max-width: 32px; min-height: 0px; max-height: 32px;
-    border: none; background: transparent; }
 )qss"));
 }
 
