@@ -14,11 +14,17 @@ namespace {
 
 const int wordsPerKind = 50;
 const int vocabularySize = 5000;
+const int references = 20000;          // each in a handful of texts
 const qint64 firstSecond = 1609459200; // 2021-01-01
 const qint64 timeSpan = 3LL * 365 * 86400;
 
 const char *const extensions[] = {"txt", "jpg", "pdf", "docx", "png",
                                   "mp3", "cpp", "h",   "zip",  "md"};
+
+QString reference(int number)
+{
+    return QStringLiteral("ref%1").arg(number, 5, 10, QLatin1Char('0'));
+}
 
 // Common characters; texts are drawn from them, the first ones more often.
 QString hanCharacters()
@@ -93,6 +99,8 @@ QString Corpus::sentence(bool chinese)
     QStringList words;
     for (int n = 6 + below(10); n > 0; --n)
         words.append(zipfWord());
+    if (below(8) == 0)
+        words.append(reference(below(references)));
     return words.join(QLatin1Char(' ')) + QLatin1String(".\n");
 }
 
@@ -190,7 +198,7 @@ QStringList Corpus::textWords(WordKind kind)
             words.append(m_vocabulary.at(i));
             break;
         case WordKind::Rare: // single words, and phrases that only the second stage finds
-            words.append(i % 2 ? m_vocabulary.at(vocabularySize - 1 - i)
+            words.append(i % 2 ? reference(i * 397 % references)
                                : m_vocabulary.at(i) + QLatin1Char(' ') + m_vocabulary.at(2 * i));
             break;
         case WordKind::Absent:

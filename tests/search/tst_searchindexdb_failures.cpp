@@ -4,10 +4,10 @@
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
-#include <QtConcurrent>
 #include <QtTest>
 
 #include <functional>
+#include <thread>
 
 namespace {
 
@@ -230,14 +230,17 @@ void TestSearchIndexDbFailures::threadsShareAFile()
         return halves;
     };
     QVERIFY(SearchIndexDB(m_path).open());
-    QThreadPool pool;
-    pool.setMaxThreadCount(4);
-    QFuture<int> left = QtConcurrent::run(&pool, write, s("left"));
-    QFuture<int> right = QtConcurrent::run(&pool, write, s("right"));
-    QFuture<int> reader = QtConcurrent::run(&pool, read);
-    QCOMPARE(read(), 0);
-    QCOMPARE(reader.result(), 0);
-    QVERIFY(left.result() < 60000 && right.result() < 60000);
+    int leftMs = 0;
+    int rightMs = 0;
+    int halves = 0;
+    std::thread left([&] { leftMs = write(s("left")); });
+    std::thread right([&] { rightMs = write(s("right")); });
+    std::thread reader([&] { halves = read(); });
+    left.join();
+    right.join();
+    reader.join();
+    QVERIFY(leftMs < 60000 && rightMs < 60000);
+    QCOMPARE(halves, 0);
     RawDatabase(m_path).rows(s("INSERT INTO content_fts(content_fts) VALUES('integrity-check')"));
     QCOMPARE(SearchIndexDB(m_path).indexStats().value(s("ftsCount")).toInt(),
              2 * batches * batchFiles);
