@@ -199,5 +199,30 @@ QColor LegacyColors::resumeIcon()
     return QColor(0x7d, 0xff, 0xb0);
 }
 
+QColor LegacyColors::blockUnchanged()
+{
+    return QColor(0x6c, 0xe8, 0xba);
+}
+
+QColor LegacyColors::blockZeroed()
+{
+    return QColor(0xff, 0xcb, 0x7d);
+}
+
+QColor LegacyColors::blockChanged()
+{
+    return QColor(0xff, 0x8a, 0x95);
+}
+
+QColor LegacyColors::blockSelected()
+{
+    return QColor(Qt::white);
+}
+
+QColor LegacyColors::blockHovered()
+{
+    return QColor(255, 255, 255, 80);
+}
+
 } // namespace common
 } // namespace ui

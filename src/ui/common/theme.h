@@ -95,6 +95,12 @@ struct LegacyColors
     // Icons of the button that halts and resumes a scan.
     static QColor pauseIcon();
     static QColor resumeIcon();
+    // Block map: the states of a block, also used for shares of them, and the outlines of a cell.
+    static QColor blockUnchanged();
+    static QColor blockZeroed();
+    static QColor blockChanged();
+    static QColor blockSelected();
+    static QColor blockHovered();
 };
 
 /// Application style sheet with the roles that all pages rely on (object names and the button

@@ -188,6 +188,7 @@ void RecentScansPage::refresh()
 void RecentScansPage::onSessionListReceived(const QJsonArray &sessions)
 {
     m_isLoading = false;
+    m_isListed = true;
     m_listFailure.clear();
     m_refresh->setEnabled(true);
     showMessage(QString(), false);
@@ -229,6 +230,10 @@ void RecentScansPage::showEmptyState()
     } else if (!m_listFailure.isEmpty()) {
         m_empty->setTone(EmptyState::Tone::Error);
         m_empty->setTexts(tr("无法读取扫描会话"), m_listFailure);
+        m_empty->setActionText(tr("重新读取"));
+    } else if (!m_isListed) {
+        m_empty->setTone(EmptyState::Tone::Plain);
+        m_empty->setTexts(tr("等待恢复服务"), tr("连接后会自动读取扫描会话。"));
         m_empty->setActionText(tr("重新读取"));
     } else {
         m_empty->setTone(EmptyState::Tone::Plain);

@@ -75,8 +75,9 @@ private:
     QString m_historySession;
     QPointer<RecoveryHistoryDialog> m_history;
     bool m_isLoading = false;
-    QString m_listFailure; ///< Why the last list did not come.
-    int m_wantedRow = -1;  ///< Of the table, after the next list.
+    bool m_isListed = false; ///< A list has come.
+    QString m_listFailure;   ///< Why the last list did not come.
+    int m_wantedRow = -1;    ///< Of the table, after the next list.
 
     ui::common::CellTableModel *m_sessions;
     QSortFilterProxyModel *m_shown;
