@@ -310,7 +310,9 @@ void IndexBuilder::startBuild(const QStringList &roots, const QStringList &exclu
 {
     Q_UNUSED(fileNameExtensions)
     // A stop that came before this build was for an earlier one, unless the whole thread is to end.
-    m_stop = QThread::currentThread()->isInterruptionRequested();
+    m_stop = false;
+    if (QThread::currentThread()->isInterruptionRequested())
+        m_stop = true;
     QString message;
     bool success = false;
     {

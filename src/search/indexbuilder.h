@@ -30,7 +30,7 @@ public slots:
                     const QStringList &fileNameExtensions, const QStringList &ftsExtensions,
                     int maxContentBytes);
     /// Only sets a flag, which the next startBuild() clears; called directly from the GUI thread. A
-    /// build that is still queued is given up by the interruption request of the thread.
+    /// build that is still queued is given up if the thread's interruption was requested before.
     void requestStop();
 
 signals:

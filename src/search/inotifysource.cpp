@@ -35,13 +35,6 @@ void InotifySource::addWatch(const QString &dir)
     const int descriptor = inotify_add_watch(m_fd, QFile::encodeName(dir).constData(), watchMask);
     if (descriptor < 0)
         return;
-    const int earlier = m_descriptors.value(dir, -1);
-    if (earlier >= 0 && earlier != descriptor) {
-        // The name now belongs to another directory. The old one may live on somewhere and must
-        // not speak for it.
-        forgetWatch(earlier);
-        inotify_rm_watch(m_fd, earlier);
-    }
     forgetWatch(descriptor);
     m_directories.insert(descriptor, dir);
     m_descriptors.insert(dir, descriptor);
@@ -49,11 +42,10 @@ void InotifySource::addWatch(const QString &dir)
 
 void InotifySource::forgetWatch(int descriptor)
 {
-    const auto known = m_directories.constFind(descriptor);
-    if (known == m_directories.cend())
-        return;
-    m_descriptors.remove(known.value());
-    m_directories.erase(known);
+    const QString dir = m_directories.take(descriptor);
+    // The name may belong to another directory by now.
+    if (m_descriptors.value(dir, -1) == descriptor)
+        m_descriptors.remove(dir);
 }
 
 void InotifySource::removeWatchesInside(const QString &dir)
