@@ -3,14 +3,25 @@
 #include "app/applog.h"
 #include "app/collapsiblesidebar.h"
 #include "app/navigation.h"
+#include "app/recoveryflow.h"
+#include "app/recoverylink.h"
+#include "app/scanflow.h"
 #include "app/sidebarnavbutton.h"
 #include "app/vaultstartupnotice.h"
+#include "core/controllers/diskinfoprovider.h"
+#include "core/controllers/forensicscontroller.h"
+#include "core/controllers/recoverycontroller.h"
+#include "core/controllers/scancontroller.h"
 #include "core/diagnostics/guidiagnosticsruntime.h"
 #include "core/ipc/ipcclient.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/framelesswindowcontroller.h"
 #include "ui/common/theme.h"
 #include "ui/common/windowtitlebar.h"
+#include "ui/pages/blockforensicspage.h"
+#include "ui/pages/partitionselectpage.h"
+#include "ui/pages/recentscanspage.h"
+#include "ui/pages/recoveryworkflowwindow.h"
 #include "vault/vaultcontroller.h"
 
 #include <QBoxLayout>
@@ -28,6 +39,10 @@
 #include <utility>
 
 using core::AppMode;
+using core::controllers::DiskInfoProvider;
+using core::controllers::ForensicsController;
+using core::controllers::RecoveryController;
+using core::controllers::ScanController;
 using core::diagnostics::GuiDiagnosticsRuntime;
 using core::ipc::IpcClient;
 using ui::common::AppNoticeDialog;
@@ -59,23 +74,29 @@ QString rootStyleSheet(const ThemeColors &colors)
 
 } // namespace
 
-MainWindow::MainWindow(AppMode mode, QWidget *parent, SystemTray::AvailabilityProbe trayProbe)
+MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &options)
     : QMainWindow(parent)
     , m_appMode(mode)
     , m_useCustomChrome(FramelessWindowController::shouldUseCustomChrome())
 {
-    buildServices(std::move(trayProbe));
+    buildServices(options);
     buildWindow();
     buildFrame();
     m_diagnostics->start();
     m_diagnostics->noteAction(QStringLiteral("main_window_initialized"));
     buildChrome();
+    if (m_appMode == AppMode::livecd)
+        buildRecoveryServices(options.recoveryService);
     buildVaultLink();
     buildNavigation();
 
     if (m_appMode == AppMode::normal) {
         m_vaultClient->connectToService();
         setupSystemTray();
+    } else {
+        setupLiveCdFlow();
+        setupLiveCdIpc();
+        m_recoveryClient->connectToService();
     }
 
     applySidebarPinnedMode(loadSidebarPinnedSetting());
@@ -84,18 +105,20 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, SystemTray::AvailabilityPr
 
 MainWindow::~MainWindow()
 {
-    // The client may still report the end of its connection while the window's parts go.
+    // The clients may still report the end of their connections while the window's parts go.
     m_vaultClient->disconnect(this);
+    delete m_recoveryClient;
+    delete m_workflowWindow;
 }
 
-void MainWindow::buildServices(SystemTray::AvailabilityProbe trayProbe)
+void MainWindow::buildServices(const MainWindowOptions &options)
 {
     m_diagnostics = new GuiDiagnosticsRuntime(this);
 
     m_vaultReconnectTimer = new QTimer(this);
     m_vaultReconnectTimer->setObjectName(QStringLiteral("VaultReconnectTimer"));
 
-    m_tray = new SystemTray(std::move(trayProbe), this);
+    m_tray = new SystemTray(options.trayProbe, this);
     connect(m_tray, &SystemTray::showRequested, this, &MainWindow::bringToFront);
     connect(m_tray, &SystemTray::toggleRequested, this, &MainWindow::toggleVisible);
     connect(m_tray, &SystemTray::quitRequested, this, &MainWindow::quitFromTray);
@@ -201,6 +224,45 @@ void MainWindow::changeEvent(QEvent *event)
         syncOutline();
 }
 
+void MainWindow::buildRecoveryServices(const QString &serviceName)
+{
+    m_recoveryClient = new IpcClient(serviceName, this);
+    m_diskInfo = new DiskInfoProvider(m_recoveryClient, this);
+    m_scanController = new ScanController(m_recoveryClient, this);
+    m_recoveryController = new RecoveryController(m_recoveryClient, this);
+    m_forensicsController = new ForensicsController(m_recoveryClient, this);
+    m_workflowWindow = new RecoveryWorkflowWindow;
+}
+
+void MainWindow::setupLiveCdIpc()
+{
+    auto *partitions = m_pagesStack->findChild<PartitionSelectPage *>();
+    if (!m_recoveryClient || !partitions || !m_diskInfo || m_recoveryLink)
+        return;
+    m_recoveryLink = new RecoveryLink(m_recoveryClient, m_diskInfo, partitions, this);
+    auto *forensics = m_pagesStack->findChild<BlockForensicsPage *>();
+    auto *recent = m_pagesStack->findChild<RecentScansPage *>();
+    if (forensics)
+        connect(m_recoveryLink, &RecoveryLink::serviceConnected, forensics,
+                &BlockForensicsPage::refresh);
+    if (recent)
+        connect(m_recoveryLink, &RecoveryLink::serviceConnected, recent, &RecentScansPage::refresh);
+}
+
+void MainWindow::setupLiveCdFlow()
+{
+    auto *partitions = m_pagesStack->findChild<PartitionSelectPage *>();
+    if (!partitions || !m_workflowWindow || !m_scanController || !m_recoveryController)
+        return;
+    new ScanFlow({m_recoveryClient, m_scanController, m_recoveryController, partitions,
+                  m_workflowWindow,
+                  [this] {
+                      return m_recoveryLink && m_recoveryLink->hasRealDisks();
+                  }},
+                 this);
+    new RecoveryFlow(m_recoveryClient, m_recoveryController, m_workflowWindow, this);
+}
+
 void MainWindow::buildVaultLink()
 {
     m_vaultClient = new IpcClient(QStringLiteral("morvane-vault-v1"), this);
@@ -228,7 +290,8 @@ void MainWindow::buildVaultLink()
 
 void MainWindow::buildNavigation()
 {
-    const PageContext context{m_appMode, m_pagesStack};
+    const PageContext context{m_appMode, m_pagesStack, m_recoveryController, m_forensicsController,
+                              m_workflowWindow};
     const QVector<NavigationEntry> entries = navigationEntries(m_appMode);
     QString section;
     for (const NavigationEntry &entry : entries) {
@@ -301,6 +364,8 @@ void MainWindow::showPageIndex(int index)
     m_diagnostics->setCurrentPage(m_moduleKeys.at(index));
     for (int i = 0; i < m_navButtons.size(); ++i)
         m_navButtons.at(i)->setActive(i == index);
+    if (auto *forensics = qobject_cast<BlockForensicsPage *>(m_pagesStack->currentWidget()))
+        forensics->refresh();
 }
 
 void MainWindow::switchToPage(int index)
@@ -380,6 +445,9 @@ void MainWindow::closeEvent(QCloseEvent *event)
         event->ignore();
         return;
     }
+    // The run ends with the last window; a scan or a recovery goes on in the service.
+    if (m_workflowWindow)
+        m_workflowWindow->close();
     QMainWindow::closeEvent(event);
 }
 

@@ -15,10 +15,18 @@ class CollapsibleSidebar;
 class QBoxLayout;
 class QStackedWidget;
 class QTimer;
+class RecoveryLink;
+class RecoveryWorkflowWindow;
 class SidebarNavButton;
 class VaultController;
 
 namespace core {
+namespace controllers {
+class DiskInfoProvider;
+class ForensicsController;
+class RecoveryController;
+class ScanController;
+} // namespace controllers
 namespace diagnostics {
 class GuiDiagnosticsRuntime;
 }
@@ -33,7 +41,16 @@ class WindowTitleBar;
 } // namespace common
 } // namespace ui
 
-/// The one top-level window of the product: it owns what lives for the whole run, builds the
+/// What a main window takes from its surroundings.
+struct MainWindowOptions
+{
+    /// Tells whether the desktop has a system tray.
+    SystemTray::AvailabilityProbe trayProbe = &QSystemTrayIcon::isSystemTrayAvailable;
+    /// Local socket of the recovery service.
+    QString recoveryService = QStringLiteral("morvane-service-v1");
+};
+
+/// The main window of the product: it owns what lives for the whole run, builds the
 /// navigation of the run mode and most pages on their first show, keeps the vault link alive and,
 /// in normal mode, sits in the system tray. GUI thread only.
 class MainWindow : public QMainWindow
@@ -43,10 +60,8 @@ class MainWindow : public QMainWindow
 public:
     using PageFactory = std::function<QWidget *()>;
 
-    /// `trayProbe` tells whether the desktop has a system tray.
-    explicit MainWindow(
-        core::AppMode mode, QWidget *parent = nullptr,
-        SystemTray::AvailabilityProbe trayProbe = &QSystemTrayIcon::isSystemTrayAvailable);
+    explicit MainWindow(core::AppMode mode, QWidget *parent = nullptr,
+                        const MainWindowOptions &options = MainWindowOptions());
     ~MainWindow() override;
 
     /// Adds an entry to the sidebar. Without a page, `factory` builds it on its first show and an
@@ -74,6 +89,11 @@ public:
     void scheduleSystemTrayRetry(int delayMs);
     void updateTrayShareStatus();
 
+    /// Keep the recovery service's link alive, and lead from its disks to a scan and a recovery. Do
+    /// nothing where the recovery environment's parts have not been built.
+    void setupLiveCdIpc();
+    void setupLiveCdFlow();
+
     /// Warns, at most once a run and only in normal mode, if protection is on but not in effect.
     void maybeShowVaultStartupStatusNotice(const QJsonObject &status);
 
@@ -82,13 +102,14 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
-    void buildServices(SystemTray::AvailabilityProbe trayProbe);
+    void buildServices(const MainWindowOptions &options);
     void buildWindow();
     void placeOnScreen();
     void buildFrame();
     QWidget *buildContentRow();
     void buildChrome();
     void syncOutline();
+    void buildRecoveryServices(const QString &serviceName);
     void buildVaultLink();
     void buildNavigation();
     void toggleVisible();
@@ -108,6 +129,15 @@ private:
     QList<PageFactory> m_pageFactories;
 
     core::diagnostics::GuiDiagnosticsRuntime *m_diagnostics = nullptr;
+    // The recovery environment's own; null in normal mode.
+    core::ipc::IpcClient *m_recoveryClient = nullptr;
+    core::controllers::DiskInfoProvider *m_diskInfo = nullptr;
+    core::controllers::ScanController *m_scanController = nullptr;
+    core::controllers::RecoveryController *m_recoveryController = nullptr;
+    core::controllers::ForensicsController *m_forensicsController = nullptr;
+    RecoveryWorkflowWindow *m_workflowWindow = nullptr; ///< Without a parent.
+    RecoveryLink *m_recoveryLink = nullptr;
+
     core::ipc::IpcClient *m_vaultClient = nullptr;
     VaultController *m_vaultController = nullptr;
     QTimer *m_vaultReconnectTimer = nullptr;

@@ -9,12 +9,24 @@
 #include <functional>
 
 class QWidget;
+class RecoveryWorkflowWindow;
+
+namespace core {
+namespace controllers {
+class ForensicsController;
+class RecoveryController;
+} // namespace controllers
+} // namespace core
 
 /// What the main window gives its pages: they take what they need from it.
 struct PageContext
 {
     core::AppMode mode = core::AppMode::normal;
     QWidget *parent = nullptr;
+    // Only in the recovery environment.
+    core::controllers::RecoveryController *recoveryController = nullptr;
+    core::controllers::ForensicsController *forensicsController = nullptr;
+    RecoveryWorkflowWindow *workflowWindow = nullptr;
 };
 
 /// One entry of the sidebar and the page behind it.

@@ -32,7 +32,9 @@ class Window : public MainWindow
 {
 public:
     explicit Window(AppMode mode, bool hasTray = false)
-        : MainWindow(mode, nullptr, [hasTray] { return hasTray; })
+        : MainWindow(mode, nullptr, {[hasTray] {
+                         return hasTray;
+                     }})
     {}
 
     QStackedWidget *stack() const
@@ -90,7 +92,11 @@ private slots:
         QTest::newRow("normal") << AppMode::normal << QStringLiteral("墨川归档 - 普通模式")
                                 << QStringList{QStringLiteral("基础功能|文件搜索|file_search|8|1")};
         QTest::newRow("livecd") << AppMode::livecd << QStringLiteral("墨川归档 - 恢复环境模式")
-                                << QStringList{QStringLiteral("基础功能|文件搜索|file_search|8|1")};
+                                << QStringList{
+                                       QStringLiteral("基础功能|文件恢复|recovery_scan|4|1"),
+                                       QStringLiteral("基础功能|最近扫描|recent_scans|1|1"),
+                                       QStringLiteral("基础功能|文件搜索|file_search|8|1"),
+                                       QStringLiteral("专业功能|块取证|block_forensics|8|1")};
     }
 
     void firstView()
