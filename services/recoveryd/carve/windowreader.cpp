@@ -9,6 +9,21 @@ namespace {
 
 constexpr qint64 kReadAlignment = 4096;
 
+/// Several times faster here than memmem(), since the first byte of a token is seldom in the data.
+qint64 firstIn(const uchar *bytes, qint64 length, const char *token, qint64 tokenLength)
+{
+    const qint64 end = length - tokenLength + 1;
+    for (qint64 i = 0; i < end; ++i) {
+        const void *const hit = std::memchr(bytes + i, token[0], size_t(end - i));
+        if (!hit)
+            break;
+        i = static_cast<const uchar *>(hit) - bytes;
+        if (std::memcmp(bytes + i, token, size_t(tokenLength)) == 0)
+            return i;
+    }
+    return -1;
+}
+
 } // namespace
 
 WindowReader::WindowReader(const Volume &volume, std::function<bool()> mayGoOn)
@@ -62,9 +77,9 @@ qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 toke
             return -1;
         const Span held = span(from);
         const qint64 length = qMin(held.length, to - from);
-        const void *const hit = ::memmem(held.bytes, size_t(length), token, size_t(tokenLength));
-        if (hit)
-            return from + (static_cast<const uchar *>(hit) - held.bytes);
+        const qint64 hit = firstIn(held.bytes, length, token, tokenLength);
+        if (hit >= 0)
+            return from + hit;
         from += length - tokenLength + 1;
     }
     return -1;
