@@ -55,7 +55,7 @@ QString panelSheet()
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QFrame#FileDetailPanel { background: @surfaceRaised@; border: 1px solid @border@;
     border-radius: 12px; }
-QFrame#FileDetailPanel QLabel[text="subtle"] { color: @textMuted@; }
+QFrame#FileDetailPanel QLabel[textRole="subtle"] { color: @textMuted@; }
 )qss"));
 }
 
@@ -111,7 +111,7 @@ QWidget *FileRecoveryDetailPanel::makeRows()
     column->setSpacing(kLabelGap);
     for (const RowName &row : rowNames()) {
         auto *label = new QLabel(row.label, rows);
-        label->setProperty("text", QStringLiteral("subtle"));
+        label->setProperty("textRole", QStringLiteral("subtle"));
         auto *value = new WrapLabel(rows);
         value->setObjectName(QString::fromLatin1(row.objectName));
         column->addWidget(label);

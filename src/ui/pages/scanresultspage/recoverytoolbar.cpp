@@ -20,6 +20,7 @@ RecoveryToolbar::RecoveryToolbar(QWidget *parent)
     : QFrame(parent)
 {
     setObjectName(QStringLiteral("BottomToolbar"));
+    setProperty("card", true);
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(metrics::kCardPadding, metrics::kCardGap, metrics::kCardPadding,
                                metrics::kCardGap);
@@ -57,7 +58,7 @@ QHBoxLayout *RecoveryToolbar::makeActionRow()
     m_export->setObjectName(QStringLiteral("ExportLogButton"));
     m_hint = new ElidedLabel(tr("扫描进行中，建议定期导出日志用于恢复审计"), Qt::ElideRight, this);
     m_hint->setObjectName(QStringLiteral("ExportHint"));
-    m_hint->setProperty("text", QStringLiteral("subtle"));
+    m_hint->setProperty("textRole", QStringLiteral("subtle"));
     m_checked = new QLabel(this);
     m_checked->setObjectName(QStringLiteral("CheckedCountLabel"));
     m_recover = new QPushButton(tr("恢复选中文件"), this);

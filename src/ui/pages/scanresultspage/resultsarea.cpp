@@ -2,6 +2,7 @@
 
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/filetypecategoryutils.h"
 #include "ui/common/widgetstyle.h"
@@ -31,7 +32,7 @@ namespace scanresults {
 
 namespace {
 
-constexpr int kTreeWidth = 220;
+constexpr int kTreeWidth = 200;
 constexpr int kNarrowTreeWidth = 176;
 constexpr int kNarrowPage = 1100;
 constexpr int kSearchWidth = 260;
@@ -41,6 +42,16 @@ const QString &allKey()
 {
     static const QString kAll = QStringLiteral("all");
     return kAll;
+}
+
+QString areaSheet()
+{
+    return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
+QSplitter#ScanResultsSplitter::handle { background: transparent; }
+QPushButton#SourceFilterButton { padding: 0px 36px 0px 16px; }
+QPushButton#SourceFilterButton::menu-indicator { image: url(:/img/chevron-down.svg); width: 16px;
+    height: 16px; subcontrol-origin: border; subcontrol-position: center right; right: 12px; }
+)qss"));
 }
 
 } // namespace
@@ -58,6 +69,7 @@ ResultsArea::ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QW
     m_splitter->addWidget(m_table);
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setHandleWidth(metrics::kCardGap);
+    setStyleSheet(areaSheet());
     m_splitter->setCollapsible(1, false);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -82,14 +94,12 @@ QHBoxLayout *ResultsArea::makeFilterBar()
                         QLineEdit::LeadingPosition);
     m_sourceButton = new QPushButton(tr("来源筛选"), this);
     m_sourceButton->setObjectName(QStringLiteral("SourceFilterButton"));
-    m_sourceButton->setIcon(QIcon(
-        IconWidget::makePixmap(IconWidget::Filter, ThemeColors::current().textMuted, kInputIcon)));
     m_clearFilters = new QPushButton(this);
     m_clearFilters->setObjectName(QStringLiteral("ClearFiltersButton"));
     ui::common::setButtonRole(m_clearFilters, QStringLiteral("quiet"));
     m_count = new QLabel(this);
     m_count->setObjectName(QStringLiteral("ListCountLabel"));
-    m_count->setProperty("text", QStringLiteral("subtle"));
+    m_count->setProperty("textRole", QStringLiteral("subtle"));
 
     auto *bar = new QHBoxLayout;
     bar->setSpacing(metrics::kButtonGap);

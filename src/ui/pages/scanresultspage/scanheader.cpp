@@ -50,7 +50,7 @@ QHBoxLayout *ScanHeader::makeTitleRow()
 {
     m_title = new ElidedLabel(QString(), Qt::ElideRight, this);
     m_title->setObjectName(QStringLiteral("ScanTitle"));
-    m_title->setProperty("text", QStringLiteral("page-title"));
+    m_title->setProperty("textRole", QStringLiteral("page-title"));
     m_badge = new QLabel(this);
     m_badge->setObjectName(QStringLiteral("TagLabel"));
     m_badge->setTextFormat(Qt::PlainText);
@@ -63,7 +63,7 @@ QHBoxLayout *ScanHeader::makeTitleRow()
     auto *row = new QHBoxLayout;
     row->setSpacing(metrics::kButtonGap);
     row->addWidget(m_title);
-    row->addWidget(m_badge);
+    row->addWidget(m_badge, 0, Qt::AlignVCenter);
     row->addStretch(1);
     row->addWidget(m_pause);
     row->addWidget(m_stop);

@@ -21,8 +21,8 @@ namespace {
 
 constexpr int kMinSection = 34;
 constexpr int kNameWidth = 240;
-constexpr int kMinNameWidth = 170;
-constexpr int kMinPathWidth = 140;
+constexpr int kMinNameWidth = 164;
+constexpr int kMinPathWidth = 120;
 
 /// Widths in base pixels; those of texts grow with the font scale.
 struct ColumnWidth
