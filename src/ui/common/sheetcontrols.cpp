@@ -146,6 +146,8 @@ QLineEdit:hover, QAbstractSpinBox:hover, QComboBox:hover, QPlainTextEdit:hover, 
 QLineEdit:focus, QAbstractSpinBox:focus, QComboBox:focus, QComboBox:on {
     border: 2px solid @accent@; padding: 0px 10px; min-height: @controlInnerFocus@; }
 QLineEdit:read-only { background: @headerBackground@; }
+/* The input places its own small buttons and icons; a least size would push them out of line. */
+QLineEdit QToolButton { min-width: 0px; min-height: 0px; border: none; background: transparent; }
 QLineEdit:disabled, QAbstractSpinBox:disabled, QComboBox:disabled, QPlainTextEdit:disabled,
 QTextEdit:disabled { background: @headerBackground@; color: @textMuted@;
     border-color: @borderSubtle@; }
