@@ -15,6 +15,7 @@ namespace common {
 namespace {
 
 constexpr int kCellPadding = 12; ///< As in the style sheet of the views' items.
+constexpr int kColumnSlack = 12; ///< For what headers add, and for roundings of the font.
 constexpr int kButtonPadding = 8;
 constexpr int kButtonGap = 4;
 constexpr int kButtonRadius = 8;
@@ -57,6 +58,11 @@ CellDelegate::CellDelegate(QAbstractItemView *view)
     , m_watched(view->viewport())
 {}
 
+int CellDelegate::textColumnWidth(const QString &text)
+{
+    return QFontMetrics(bodyFont()).horizontalAdvance(text) + 2 * kCellPadding + kColumnSlack;
+}
+
 int CellDelegate::actionColumnWidth(const QStringList &actions)
 {
     int width = 2 * (kCellPadding - kButtonPadding);
@@ -81,7 +87,7 @@ QSize CellDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelInd
     else if (index.data(PillRole).isValid())
         size.setWidth(pillSize(text).width() + 2 * kCellPadding);
     else if (index.data(InkRole).isValid())
-        size.setWidth(QFontMetrics(bodyFont()).horizontalAdvance(text) + 2 * kCellPadding);
+        size.setWidth(textColumnWidth(text) - kColumnSlack);
     return size;
 }
 

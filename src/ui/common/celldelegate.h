@@ -32,7 +32,8 @@ public:
 
     /// Where button number `action` of the cell stands, in the viewport's coordinates.
     QRect actionRect(const QModelIndex &index, int action) const;
-    /// Width that a column of these buttons needs, in logical pixels.
+    /// Width that a column of this text, or of these buttons, needs, in logical pixels.
+    static int textColumnWidth(const QString &text);
     static int actionColumnWidth(const QStringList &actions);
 
 signals:

@@ -4,7 +4,6 @@
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
-#include "ui/common/theme.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/blockforensicspage/forensicsrules.h"
@@ -27,13 +26,12 @@ using core::controllers::ForensicsController;
 using ui::common::AppNoticeDialog;
 using ui::common::EmptyState;
 using ui::common::IconWidget;
-using ui::common::ThemeColors;
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace {
 
-constexpr int kListWidth = 250;
+constexpr int kListWidth = 260;
 constexpr int kBodyPx = 13;
 constexpr int kEntryPadding = 16;
 constexpr int kIdRole = Qt::UserRole + 1;
@@ -123,7 +121,7 @@ QFrame *BlockForensicsPage::buildRegistration()
 QFrame *BlockForensicsPage::buildList()
 {
     QFrame *frame = panel(this);
-    frame->setFixedWidth(ThemeColors::current().fontPx(kListWidth));
+    frame->setFixedWidth(kListWidth);
     auto *title = new QLabel(tr("已注册快照"), frame);
     title->setObjectName(QStringLiteral("SectionTitle"));
     m_list = new QListView(frame);

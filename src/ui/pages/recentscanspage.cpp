@@ -34,7 +34,6 @@ namespace {
 
 constexpr int kListLimit = 50;
 constexpr int kSearchWidth = 420;
-constexpr int kCellPadding = 24; ///< Left and right of a text in its column.
 enum Column { IdColumn, DeviceColumn, TimeColumn, CountColumn, ModeColumn, ActionColumn };
 
 QStringList actionTexts()
@@ -126,16 +125,15 @@ QTableView *RecentScansPage::buildTable()
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
     m_table->setTabKeyNavigation(false);
     m_table->setModel(m_shown);
-    const auto width = [this](const QString &text) {
-        return fontMetrics().horizontalAdvance(text) + kCellPadding;
-    };
     QHeaderView *header = m_table->horizontalHeader();
     header->setSectionsClickable(false);
     header->setSectionResizeMode(IdColumn, QHeaderView::Stretch);
-    header->resizeSection(DeviceColumn, width(QStringLiteral("/dev/nvme0n1p12")));
-    header->resizeSection(TimeColumn, width(QStringLiteral("2000-00-00 00:00:00")));
-    header->resizeSection(CountColumn, width(QStringLiteral("0000000")));
-    header->resizeSection(ModeColumn, width(tr("快速扫描")));
+    header->resizeSection(DeviceColumn,
+                          CellDelegate::textColumnWidth(QStringLiteral("/dev/nvme0n1p12")));
+    header->resizeSection(TimeColumn,
+                          CellDelegate::textColumnWidth(QStringLiteral("2000-00-00 00:00:00")));
+    header->resizeSection(CountColumn, CellDelegate::textColumnWidth(QStringLiteral("0000000")));
+    header->resizeSection(ModeColumn, CellDelegate::textColumnWidth(tr("快速扫描")));
     header->resizeSection(ActionColumn, CellDelegate::actionColumnWidth(actionTexts()));
     connect(delegate, &CellDelegate::actionTriggered, this, &RecentScansPage::onActionTriggered);
     connect(m_table, &QTableView::activated, this,

@@ -34,6 +34,7 @@ RecoveryDetailDialog::RecoveryDetailDialog(const FileResult &result, bool isRunn
     QPushButton *close = addButton(tr("关闭"), QStringLiteral("primary"));
     close->setObjectName(QStringLiteral("RecoveryDetailCloseButton"));
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
+    close->setFocus();
 }
 
 void RecoveryDetailDialog::open(const FileResult &result, bool isRunning, QWidget *parent)

@@ -6,11 +6,11 @@
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/pillpainter.h"
+#include "ui/common/theme.h"
 #include "ui/pages/recoverydetaildialog.h"
 #include "ui/pages/recoverydetaildialog/fileresultmodel.h"
 #include "ui/pages/recoveryhistorydialog/taskrules.h"
 
-#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QPushButton>
@@ -29,13 +29,9 @@ namespace {
 
 constexpr QSize kSize(900, 640);
 constexpr QSize kMinimumSize(680, 480);
-constexpr int kCellPadding = 24; ///< Left and right of a text in its column.
+constexpr int kPillPadding = 24; ///< Left and right of a pill in its column.
+constexpr int kMostWidth = 980;  ///< Fits the smallest screen.
 enum TaskColumn { IdColumn, TimeColumn, ResultColumn, OutputColumn };
-
-int textWidth(const QWidget *widget, const QString &text)
-{
-    return widget->fontMetrics().horizontalAdvance(text) + kCellPadding;
-}
 
 QLabel *sectionTitle(const QString &text, QWidget *parent)
 {
@@ -64,7 +60,8 @@ RecoveryHistoryDialog::RecoveryHistoryDialog(QWidget *parent)
     setObjectName(QStringLiteral("RecoveryHistoryDialog"));
     setWindowTitle(tr("恢复记录"));
     setMinimumSize(kMinimumSize);
-    resize(kSize);
+    const int width = ui::common::ThemeColors::current().fontPx(kSize.width());
+    resize(qMin(width, kMostWidth), kSize.height());
 
     auto *tables = new QWidget(this);
     QVBoxLayout *column = columnIn(tables);
@@ -105,14 +102,17 @@ QWidget *RecoveryHistoryDialog::buildTasks()
     delegate->setElideMode(OutputColumn, Qt::ElideMiddle);
     m_taskTable->setSelectionMode(QAbstractItemView::SingleSelection);
     m_taskTable->setTabKeyNavigation(false);
+    m_taskTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_taskTable->setModel(m_tasks);
     QHeaderView *header = m_taskTable->horizontalHeader();
     header->setSectionsClickable(false);
     header->setSectionResizeMode(OutputColumn, QHeaderView::Stretch);
-    header->resizeSection(IdColumn, textWidth(this, QStringLiteral("0000000000-0000")));
-    header->resizeSection(TimeColumn, textWidth(this, QStringLiteral("2000-00-00 00:00:00")));
+    header->resizeSection(IdColumn, CellDelegate::textColumnWidth(QStringLiteral("0000000000")));
+    header->resizeSection(TimeColumn,
+                          CellDelegate::textColumnWidth(QStringLiteral("2000-00-00 00:00:00")));
     header->resizeSection(
-        ResultColumn, textWidth(this, tr("部分异常 · 成功 0000 / 失败 00 / 部分 00 / 000.0 MB")));
+        ResultColumn,
+        CellDelegate::textColumnWidth(tr("部分异常 · 成功 0000 / 失败 00 / 部分 00 / 000.0 MB")));
     connect(m_taskTable->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             [this](const QModelIndex &current) { chooseTask(current.row()); });
 
@@ -135,12 +135,12 @@ QWidget *RecoveryHistoryDialog::buildFiles()
     header->setSectionsClickable(false);
     header->setSectionResizeMode(FileResultModel::ConclusionColumn, QHeaderView::Stretch);
     header->resizeSection(FileResultModel::NameColumn,
-                          textWidth(this, QString(24, QLatin1Char('0'))));
+                          CellDelegate::textColumnWidth(QString(24, QLatin1Char('0'))));
     header->resizeSection(FileResultModel::StatusColumn,
-                          ui::common::pillSize(tr("部分恢复")).width() + kCellPadding);
-    header->resizeSection(
-        FileResultModel::ActionColumn,
-        qMax(CellDelegate::actionColumnWidth({tr("详情")}), textWidth(this, tr("操作"))));
+                          ui::common::pillSize(tr("部分恢复")).width() + kPillPadding);
+    header->resizeSection(FileResultModel::ActionColumn,
+                          qMax(CellDelegate::actionColumnWidth({tr("详情")}),
+                               CellDelegate::textColumnWidth(tr("操作"))));
     connect(delegate, &CellDelegate::actionTriggered, this,
             [this](const QModelIndex &index) { openFileDetailForRow(index.row()); });
     connect(table, &QTableView::activated, this,
@@ -153,16 +153,8 @@ QWidget *RecoveryHistoryDialog::buildFiles()
     m_fileViews->addWidget(m_fileState);
 
     auto *host = new QWidget(this);
-    m_summary = new QLabel(host);
-    m_summary->setObjectName(QStringLiteral("RecoveryResultSummary"));
-    m_summary->setProperty("textRole", QStringLiteral("subtle"));
-    auto *heading = new QHBoxLayout;
-    heading->setSpacing(metrics::kCardGap);
-    heading->addWidget(sectionTitle(tr("文件恢复结果"), host));
-    heading->addStretch(1);
-    heading->addWidget(m_summary);
     QVBoxLayout *column = columnIn(host);
-    column->addLayout(heading);
+    column->addWidget(sectionTitle(tr("文件恢复结果"), host));
     column->addWidget(m_fileViews, 1);
     return host;
 }
@@ -194,7 +186,6 @@ void RecoveryHistoryDialog::chooseTask(int row)
 void RecoveryHistoryDialog::requestChosen()
 {
     m_files->setFiles({}, false);
-    m_summary->clear();
     m_fileState->setTone(EmptyState::Tone::Busy);
     m_fileState->setTexts(tr("正在读取文件恢复结果..."), QString());
     m_fileState->setActionText(QString());
@@ -222,7 +213,6 @@ void RecoveryHistoryDialog::setRecoveryTaskFailed(const QString &recoveryId, con
 void RecoveryHistoryDialog::showFiles(const QJsonObject &detail)
 {
     m_files->setFiles(recoveryhistory::fileResults(detail), recoveryhistory::isRunning(detail));
-    m_summary->setText(recoveryhistory::summarizeTask(detail));
     m_fileState->setTone(EmptyState::Tone::Plain);
     m_fileState->setTexts(tr("该任务没有文件记录"), tr("恢复在处理第一个文件之前就已结束。"));
     m_fileState->setActionText(QString());

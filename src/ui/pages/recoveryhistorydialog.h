@@ -6,7 +6,6 @@
 #include <QJsonObject>
 #include <QVector>
 
-class QLabel;
 class QStackedWidget;
 class QTableView;
 class QVBoxLayout;
@@ -56,7 +55,6 @@ private:
     ui::common::ElidedLabel *m_session = nullptr;
     QStackedWidget *m_pages; ///< The two tables, or that there is nothing.
     QTableView *m_taskTable = nullptr;
-    QLabel *m_summary = nullptr;
     QStackedWidget *m_fileViews = nullptr;
     ui::common::EmptyState *m_fileState = nullptr;
 };

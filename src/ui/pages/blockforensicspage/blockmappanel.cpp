@@ -29,7 +29,7 @@ namespace blockforensics {
 namespace {
 
 constexpr int kMaxMapHeight = 320;
-constexpr int kInfoWidth = 250;
+constexpr int kInfoWidth = 210;
 constexpr int kSwatch = 12;
 
 } // namespace

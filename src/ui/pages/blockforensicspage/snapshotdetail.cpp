@@ -17,6 +17,7 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
+using ui::common::CellDelegate;
 using ui::common::CellTableModel;
 using ui::common::ElidedLabel;
 using ui::common::WrapLabel;
@@ -27,7 +28,6 @@ namespace blockforensics {
 namespace {
 
 constexpr int kMostRows = 5; ///< Of a table before it scrolls.
-constexpr int kCellPadding = 24;
 
 QFrame *card(QWidget *parent)
 {
@@ -173,13 +173,10 @@ QFrame *SnapshotDetail::buildVerifications()
 
     m_verificationTable = table(m_verifications, QStringLiteral("VerificationTable"), frame);
     QHeaderView *header = m_verificationTable->horizontalHeader();
-    const auto width = [this](const QString &text) {
-        return fontMetrics().horizontalAdvance(text) + kCellPadding;
-    };
-    header->resizeSection(0, width(QStringLiteral("2000-00-00 00:00:00")));
-    header->resizeSection(1, width(QStringLiteral("00.0000%")));
-    header->resizeSection(2, width(QStringLiteral("00000 / 0000 / 0000")));
-    header->resizeSection(3, width(tr("Inode变化")));
+    header->resizeSection(0, CellDelegate::textColumnWidth(QStringLiteral("2000-00-00 00:00:00")));
+    header->resizeSection(1, CellDelegate::textColumnWidth(QStringLiteral("00.0000%")));
+    header->resizeSection(2, CellDelegate::textColumnWidth(QStringLiteral("00000 / 0000 / 0000")));
+    header->resizeSection(3, CellDelegate::textColumnWidth(tr("Inode变化")));
     header->setSectionResizeMode(4, QHeaderView::Stretch);
     const auto choose = [this](const QModelIndex &index) {
         emit verificationChosen(m_verifications->idOf(index.row()));
