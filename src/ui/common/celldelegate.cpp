@@ -15,7 +15,7 @@ namespace common {
 namespace {
 
 constexpr int kCellPadding = 12; ///< As in the style sheet of the views' items.
-constexpr int kColumnSlack = 12; ///< For what headers add, and for roundings of the font.
+constexpr int kColumnSlack = 6;  ///< For what headers add, and for roundings of the font.
 constexpr int kButtonPadding = 8;
 constexpr int kButtonGap = 4;
 constexpr int kButtonRadius = 8;

@@ -129,10 +129,10 @@ QTableView *RecentScansPage::buildTable()
     header->setSectionsClickable(false);
     header->setSectionResizeMode(IdColumn, QHeaderView::Stretch);
     header->resizeSection(DeviceColumn,
-                          CellDelegate::textColumnWidth(QStringLiteral("/dev/nvme0n1p12")));
+                          CellDelegate::textColumnWidth(QStringLiteral("/dev/nvme0n1p2")));
     header->resizeSection(TimeColumn,
                           CellDelegate::textColumnWidth(QStringLiteral("2000-00-00 00:00:00")));
-    header->resizeSection(CountColumn, CellDelegate::textColumnWidth(QStringLiteral("0000000")));
+    header->resizeSection(CountColumn, CellDelegate::textColumnWidth(QStringLiteral("000000")));
     header->resizeSection(ModeColumn, CellDelegate::textColumnWidth(tr("快速扫描")));
     header->resizeSection(ActionColumn, CellDelegate::actionColumnWidth(actionTexts()));
     connect(delegate, &CellDelegate::actionTriggered, this, &RecentScansPage::onActionTriggered);

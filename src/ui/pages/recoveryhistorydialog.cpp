@@ -147,6 +147,7 @@ QWidget *RecoveryHistoryDialog::buildFiles()
             [this](const QModelIndex &index) { openFileDetailForRow(index.row()); });
 
     m_fileState = new EmptyState(IconWidget::File, this);
+    m_fileState->layout()->setContentsMargins(0, 0, 0, 0); // The list may be low.
     connect(m_fileState, &EmptyState::actionTriggered, this, &RecoveryHistoryDialog::requestChosen);
     m_fileViews = new QStackedWidget(this);
     m_fileViews->addWidget(table);

@@ -44,6 +44,7 @@ FileList::FileList(QWidget *parent)
     column->addWidget(buildSearchRow());
     column->addWidget(m_views, 1);
     m_views->addWidget(buildTable());
+    m_empty->layout()->setContentsMargins(0, 0, 0, 0); // The list may be low.
     m_views->addWidget(m_empty);
     connect(m_empty, &EmptyState::actionTriggered, m_search, &QLineEdit::clear);
     connect(m_model, &QAbstractItemModel::rowsInserted, this, &FileList::showCount);
@@ -107,7 +108,7 @@ void FileList::showCount()
     m_count->setText(total == 0 ? QString() : tr("显示 %1 / %2 个文件").arg(shown).arg(total));
     if (total > 0) {
         m_empty->setIcon(IconWidget::Search);
-        m_empty->setTexts(tr("没有匹配的文件"), tr("换一个文件名，或清除搜索文字。"));
+        m_empty->setTexts(tr("没有匹配的文件"), QString());
         m_empty->setActionText(tr("清除搜索"));
     } else {
         m_empty->setIcon(IconWidget::File);
