@@ -2,37 +2,33 @@
 
 #include "common/servicehost.h"
 #include "core/workerthread.h"
+#include "recoveryd/mailbox.h"
 
 namespace services {
 namespace recoveryd {
 
 /// A thread that works requests off one after another; the answers leave from the owner's thread.
-/// The destructor waits for the job that runs and forgets those that wait.
+/// The destructor waits for the jobs that have begun; those that still wait may be forgotten.
 class JobThread
 {
 public:
     explicit JobThread(const QString &name)
-        : m_worker(new QObject)
+        : m_worker(new Mailbox)
     {
         m_thread.start(m_worker, name);
     }
 
     void run(const std::function<Reply()> &job, const ServiceHost::Respond &respond)
     {
-        QObject *const owner = &m_owner;
-        QMetaObject::invokeMethod(
-            m_worker,
-            [owner, job, respond] {
-                const Reply reply = job();
-                QMetaObject::invokeMethod(
-                    owner, [respond, reply] { respond(reply); }, Qt::QueuedConnection);
-            },
-            Qt::QueuedConnection);
+        m_worker->post([this, job, respond] {
+            const Reply reply = job();
+            m_answers.post([respond, reply] { respond(reply); });
+        });
     }
 
 private:
-    QObject m_owner; // before the thread, so that it outlives the last job
-    QObject *m_worker;
+    Mailbox m_answers; // before the thread, so that it outlives the last job
+    Mailbox *m_worker;
     core::WorkerThread m_thread;
 };
 

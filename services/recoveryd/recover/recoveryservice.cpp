@@ -187,20 +187,10 @@ Reply RecoveryService::start(const QJsonObject &params)
     if (!m_store.saveRecovery(running->sessionId, fullRecord(*running), &error))
         return Reply::failure(kIoCode, error);
 
-    auto *const task = new RecoveryTask(recovery, running->control);
-    connect(task, &RecoveryTask::progress, this,
-            [this](const QString &id, double percent, int processed, int total) {
-                m_host.broadcast(QStringLiteral("recovery.progress"),
-                                 {{QStringLiteral("recoveryId"), id},
-                                  {QStringLiteral("progress"), percent},
-                                  {QStringLiteral("processed"), processed},
-                                  {QStringLiteral("total"), total}});
-            });
-    connect(task, &RecoveryTask::fileStatus, this, &RecoveryService::onFileStatus);
-    connect(task, &RecoveryTask::finished, this, &RecoveryService::onFinished);
+    auto *const task = new RecoveryTask(recovery, running->control, m_inbox, *this);
     running->thread.start(task, QStringLiteral("recovery"));
     m_running[recovery.recoveryId] = std::move(running);
-    QMetaObject::invokeMethod(task, &RecoveryTask::run, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(task, "run", Qt::QueuedConnection);
     return Reply::ok({{QStringLiteral("recoveryId"), recovery.recoveryId}});
 }
 
@@ -226,6 +216,16 @@ Reply RecoveryService::detail(const QString &recoveryId) const
     return record.isEmpty()
                ? Reply::failure(kNotFoundCode, QStringLiteral("没有恢复任务 %1").arg(recoveryId))
                : Reply::ok(record);
+}
+
+void RecoveryService::onProgress(const QString &recoveryId, double percent, int processed,
+                                 int total)
+{
+    m_host.broadcast(QStringLiteral("recovery.progress"),
+                     {{QStringLiteral("recoveryId"), recoveryId},
+                      {QStringLiteral("progress"), percent},
+                      {QStringLiteral("processed"), processed},
+                      {QStringLiteral("total"), total}});
 }
 
 void RecoveryService::onFileStatus(const QString &recoveryId, const FileResult &result)

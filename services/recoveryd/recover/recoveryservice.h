@@ -10,10 +10,8 @@ namespace services {
 namespace recoveryd {
 
 /// The methods recovery.* and their events: one worker thread a running recovery.
-class RecoveryService : public QObject
+class RecoveryService : private RecoveryListener
 {
-    Q_OBJECT
-
 public:
     using FilesOf = std::function<bool(const QString &sessionId, QVector<FoundFile> *, QString *)>;
     using FreeBytes = std::function<qint64(const QString &dir)>;
@@ -45,8 +43,9 @@ private:
     [[nodiscard]] bool plan(const QJsonObject &params, RecoveryPlan *plan, Reply *refusal) const;
     [[nodiscard]] bool findVolume(const Session &session, Volume *volume, QString *error) const;
     Reply detail(const QString &recoveryId) const;
-    void onFileStatus(const QString &recoveryId, const FileResult &result);
-    void onFinished(const QString &recoveryId, bool wasStopped, const QString &error);
+    void onProgress(const QString &recoveryId, double percent, int processed, int total) override;
+    void onFileStatus(const QString &recoveryId, const FileResult &result) override;
+    void onFinished(const QString &recoveryId, bool wasStopped, const QString &error) override;
     QJsonObject fullRecord(const Running &running) const;
 
     ServiceHost &m_host;
@@ -54,6 +53,7 @@ private:
     SessionStore &m_store;
     FilesOf m_filesOf;
     FreeBytes m_freeBytes;
+    Mailbox m_inbox; // before the threads, which post to it until they end
     std::map<QString, std::unique_ptr<Running>> m_running;
 };
 

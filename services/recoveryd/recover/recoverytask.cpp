@@ -26,11 +26,13 @@ QJsonObject FileResult::toJson() const
             {QStringLiteral("timeline"), QJsonArray::fromStringList(timeline)}};
 }
 
-RecoveryTask::RecoveryTask(const RecoveryPlan &plan, std::shared_ptr<WorkControl> control)
+RecoveryTask::RecoveryTask(const RecoveryPlan &plan, std::shared_ptr<WorkControl> control,
+                           Mailbox &inbox, RecoveryListener &listener)
     : m_plan(plan)
     , m_control(std::move(control))
+    , m_inbox(inbox)
+    , m_listener(listener)
 {
-    qRegisterMetaType<FileResult>("services::recoveryd::FileResult");
     for (const FoundFile &file : qAsConst(m_plan.files))
         m_totalBytes += file.size;
 }
@@ -49,8 +51,7 @@ void RecoveryTask::note(FileResult *result, const QString &what)
 void RecoveryTask::run()
 {
     if (!QDir().mkpath(m_plan.outputDir)) {
-        emit finished(m_plan.recoveryId, false,
-                      QStringLiteral("无法创建输出目录 %1").arg(m_plan.outputDir));
+        tellFinished(false, QStringLiteral("无法创建输出目录 %1").arg(m_plan.outputDir));
         return;
     }
     for (const QString &id : qAsConst(m_plan.missingIds)) {
@@ -59,7 +60,7 @@ void RecoveryTask::run()
         result.status = QStringLiteral("failed");
         result.detail = QStringLiteral("扫描会话中没有这个文件");
         ++m_processed;
-        emit fileStatus(m_plan.recoveryId, result);
+        tellStatus(result);
     }
     tellProgress();
     for (const FoundFile &file : qAsConst(m_plan.files)) {
@@ -68,7 +69,7 @@ void RecoveryTask::run()
         recover(file);
         tellProgress();
     }
-    emit finished(m_plan.recoveryId, m_control->isStopped(), QString());
+    tellFinished(m_control->isStopped(), QString());
 }
 
 void RecoveryTask::tellProgress()
@@ -76,7 +77,23 @@ void RecoveryTask::tellProgress()
     const int total = m_plan.files.size() + m_plan.missingIds.size();
     const double percent =
         m_totalBytes > 0 ? 100.0 * double(m_doneBytes) / double(m_totalBytes) : 100.0;
-    emit progress(m_plan.recoveryId, qBound(0.0, percent, 100.0), m_processed, total);
+    m_inbox.post([&listener = m_listener, id = m_plan.recoveryId,
+                  percent = qBound(0.0, percent, 100.0), processed = m_processed,
+                  total] { listener.onProgress(id, percent, processed, total); });
+}
+
+void RecoveryTask::tellStatus(const FileResult &result)
+{
+    m_inbox.post([&listener = m_listener, id = m_plan.recoveryId, result] {
+        listener.onFileStatus(id, result);
+    });
+}
+
+void RecoveryTask::tellFinished(bool wasStopped, const QString &error)
+{
+    m_inbox.post([&listener = m_listener, id = m_plan.recoveryId, wasStopped, error] {
+        listener.onFinished(id, wasStopped, error);
+    });
 }
 
 void RecoveryTask::recover(const FoundFile &file)
@@ -86,7 +103,7 @@ void RecoveryTask::recover(const FoundFile &file)
     result.name = plainName(file.name);
     result.status = QStringLiteral("running");
     note(&result, QStringLiteral("开始恢复，共 %1").arg(sizeText(file.size)));
-    emit fileStatus(m_plan.recoveryId, result);
+    tellStatus(result);
 
     const qint64 doneBefore = m_doneBytes;
     if (m_plan.conflict == RecoveryPlan::Conflict::Skip &&
@@ -102,7 +119,7 @@ void RecoveryTask::recover(const FoundFile &file)
     }
     m_doneBytes = doneBefore + file.size;
     ++m_processed;
-    emit fileStatus(m_plan.recoveryId, result);
+    tellStatus(result);
 }
 
 RecoveryTask::Step RecoveryTask::writeFile(const FoundFile &file, OutputFile &output,

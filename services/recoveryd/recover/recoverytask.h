@@ -1,6 +1,7 @@
 #pragma once
 
 #include "recoveryd/devices/image.h"
+#include "recoveryd/mailbox.h"
 #include "recoveryd/scan/foundfile.h"
 #include "recoveryd/workcontrol.h"
 
@@ -42,29 +43,37 @@ struct RecoveryPlan
     Conflict conflict = Conflict::Rename;
 };
 
+/// Who is told about a recovery; on the thread of the mailbox that the task is given.
+class RecoveryListener
+{
+public:
+    virtual ~RecoveryListener() = default;
+
+    /// Percent of the bytes; files done of all.
+    virtual void onProgress(const QString &recoveryId, double percent, int processed,
+                            int total) = 0;
+    /// Once when a file begins and once with its final status.
+    virtual void onFileStatus(const QString &recoveryId, const FileResult &result) = 0;
+    /// The last call. `error` is set if nothing could be done at all.
+    virtual void onFinished(const QString &recoveryId, bool wasStopped, const QString &error) = 0;
+};
+
 /// Writes files out, one after another, on a worker thread: run it by a queued call; it stops by
-/// its control. Every file is written under a temporary name, read back and compared by SHA-256
-/// before it gets its own name.
+/// its control. Inbox and listener must outlive it. Every file is written under a temporary name,
+/// read back and compared by SHA-256 before it gets its own name.
 class RecoveryTask : public QObject
 {
     Q_OBJECT
 
 public:
-    RecoveryTask(const RecoveryPlan &plan, std::shared_ptr<WorkControl> control);
+    RecoveryTask(const RecoveryPlan &plan, std::shared_ptr<WorkControl> control, Mailbox &inbox,
+                 RecoveryListener &listener);
 
     /// The temporary names of a recovery begin like this.
     static QString temporaryPrefix(const QString &recoveryId);
 
 public slots:
     void run();
-
-signals:
-    /// Percent of the bytes; files done of all.
-    void progress(const QString &recoveryId, double percent, int processed, int total);
-    /// Once when a file begins and once with its final status.
-    void fileStatus(const QString &recoveryId, const services::recoveryd::FileResult &result);
-    /// The last signal. `error` is set if nothing could be done at all.
-    void finished(const QString &recoveryId, bool wasStopped, const QString &error);
 
 private:
     enum class Step { Done, Stopped, Failed };
@@ -76,10 +85,14 @@ private:
     void verifyAndPublish(const FoundFile &file, const QString &sha256, OutputFile &output,
                           FileResult *result);
     void tellProgress();
+    void tellStatus(const FileResult &result);
+    void tellFinished(bool wasStopped, const QString &error);
     static void note(FileResult *result, const QString &what);
 
     RecoveryPlan m_plan;
     std::shared_ptr<WorkControl> m_control;
+    Mailbox &m_inbox;
+    RecoveryListener &m_listener;
     qint64 m_totalBytes = 0;
     qint64 m_doneBytes = 0;
     qint64 m_unreadBytes = 0; ///< Of the current file; filled with zeros.
@@ -88,5 +101,3 @@ private:
 
 } // namespace recoveryd
 } // namespace services
-
-Q_DECLARE_METATYPE(services::recoveryd::FileResult)

@@ -89,31 +89,27 @@ Reply ScanService::start(const QJsonObject &params)
 
     auto running = std::make_unique<Running>();
     running->control = std::make_shared<WorkControl>();
-    auto *const task = new ScanTask(session.sessionId, device, request, running->control);
-    connectTask(task);
+    auto *const task =
+        new ScanTask(session.sessionId, device, request, running->control, m_inbox, *this);
     running->thread.start(task, QStringLiteral("scan"));
     m_running[session.sessionId] = std::move(running);
-    QMetaObject::invokeMethod(task, &ScanTask::run, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(task, "run", Qt::QueuedConnection);
     return Reply::ok(sessionData(session.sessionId));
 }
 
-void ScanService::connectTask(ScanTask *task)
+void ScanService::onProgress(const QString &sessionId, double percent, int filesFound,
+                             qint64 elapsedMs, const QString &phaseText)
 {
-    connect(task, &ScanTask::progress, this,
-            [this](const QString &id, double percent, int files, qint64 elapsedMs,
-                   const QString &phaseText) {
-                m_host.broadcast(QStringLiteral("scan.progress"),
-                                 {{QStringLiteral("sessionId"), id},
-                                  {QStringLiteral("progress"), percent},
-                                  {QStringLiteral("filesFound"), files},
-                                  {QStringLiteral("elapsed"), elapsedMs},
-                                  {QStringLiteral("phaseText"), phaseText}});
-            });
-    connect(task, &ScanTask::paused, this, [this](const QString &id) {
-        m_host.broadcast(QStringLiteral("scan.paused"), sessionData(id));
-    });
-    connect(task, &ScanTask::filesFound, this, &ScanService::onFilesFound);
-    connect(task, &ScanTask::finished, this, &ScanService::onFinished);
+    m_host.broadcast(QStringLiteral("scan.progress"), {{QStringLiteral("sessionId"), sessionId},
+                                                       {QStringLiteral("progress"), percent},
+                                                       {QStringLiteral("filesFound"), filesFound},
+                                                       {QStringLiteral("elapsed"), elapsedMs},
+                                                       {QStringLiteral("phaseText"), phaseText}});
+}
+
+void ScanService::onPaused(const QString &sessionId)
+{
+    m_host.broadcast(QStringLiteral("scan.paused"), sessionData(sessionId));
 }
 
 Reply ScanService::withRunning(const QJsonObject &params,

@@ -9,10 +9,8 @@ namespace services {
 namespace recoveryd {
 
 /// The methods scan.* and their events: one worker thread a running scan.
-class ScanService : public QObject
+class ScanService : private ScanListener
 {
-    Q_OBJECT
-
 public:
     static constexpr int kMaxRunning = 4;
 
@@ -37,13 +35,16 @@ private:
     Reply start(const QJsonObject &params);
     /// Answers with what the named session's control was told, or with the reason against it.
     Reply withRunning(const QJsonObject &params, const std::function<void(WorkControl &)> &tell);
-    void onFilesFound(const QString &sessionId, const QVector<FoundFile> &files);
-    void onFinished(const QString &sessionId, const ScanOutcome &outcome);
-    void connectTask(ScanTask *task);
+    void onProgress(const QString &sessionId, double percent, int filesFound, qint64 elapsedMs,
+                    const QString &phaseText) override;
+    void onFilesFound(const QString &sessionId, const QVector<FoundFile> &files) override;
+    void onPaused(const QString &sessionId) override;
+    void onFinished(const QString &sessionId, const ScanOutcome &outcome) override;
 
     ServiceHost &m_host;
     const DeviceCatalog &m_catalog;
     SessionStore &m_store;
+    Mailbox m_inbox; // before the threads, which post to it until they end
     std::map<QString, std::unique_ptr<Running>> m_running;
 };
 

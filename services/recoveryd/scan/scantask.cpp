@@ -12,15 +12,14 @@ constexpr qint64 kTellEveryMs = 200;
 } // namespace
 
 ScanTask::ScanTask(const QString &sessionId, const Device &device, const ScanRequest &request,
-                   std::shared_ptr<WorkControl> control)
+                   std::shared_ptr<WorkControl> control, Mailbox &inbox, ScanListener &listener)
     : m_sessionId(sessionId)
     , m_device(device)
     , m_request(request)
     , m_control(std::move(control))
-{
-    qRegisterMetaType<QVector<FoundFile>>("QVector<services::recoveryd::FoundFile>");
-    qRegisterMetaType<ScanOutcome>("services::recoveryd::ScanOutcome");
-}
+    , m_inbox(inbox)
+    , m_listener(listener)
+{}
 
 void ScanTask::run()
 {
@@ -50,7 +49,8 @@ void ScanTask::run()
     outcome.elapsedMs = elapsed();
     outcome.scannedBytes = m_done;
     outcome.filesFound = m_filesFound;
-    emit finished(m_sessionId, outcome);
+    m_inbox.post(
+        [&listener = m_listener, id = m_sessionId, outcome] { listener.onFinished(id, outcome); });
 }
 
 bool ScanTask::mayGoOn()
@@ -58,7 +58,7 @@ bool ScanTask::mayGoOn()
     if (m_control->isPaused() && !m_control->isStopped()) {
         flush();
         m_elapsedBefore = elapsed();
-        emit paused(m_sessionId);
+        m_inbox.post([&listener = m_listener, id = m_sessionId] { listener.onPaused(id); });
         m_control->waitWhilePaused();
         m_clock.start();
     }
@@ -87,7 +87,9 @@ void ScanTask::flush()
 {
     if (m_batch.isEmpty())
         return;
-    emit filesFound(m_sessionId, m_batch);
+    m_inbox.post([&listener = m_listener, id = m_sessionId, files = m_batch] {
+        listener.onFilesFound(id, files);
+    });
     m_batch.clear();
 }
 
@@ -95,7 +97,9 @@ void ScanTask::tellProgress()
 {
     m_toldAt = elapsed();
     const double percent = m_total > 0 ? 100.0 * double(m_done) / double(m_total) : 0.0;
-    emit progress(m_sessionId, qBound(0.0, percent, 100.0), m_filesFound, m_toldAt, m_phaseText);
+    m_inbox.post([&listener = m_listener, id = m_sessionId, percent = qBound(0.0, percent, 100.0),
+                  files = m_filesFound, at = m_toldAt,
+                  phase = m_phaseText] { listener.onProgress(id, percent, files, at, phase); });
 }
 
 } // namespace recoveryd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/mailbox.h"
 #include "recoveryd/scan/scanner.h"
 #include "recoveryd/scan/scanrequest.h"
 #include "recoveryd/workcontrol.h"
@@ -25,9 +26,23 @@ struct ScanOutcome
     int filesFound = 0;
 };
 
+/// Who is told about a scan; on the thread of the mailbox that the task is given.
+class ScanListener
+{
+public:
+    virtual ~ScanListener() = default;
+
+    virtual void onProgress(const QString &sessionId, double percent, int filesFound,
+                            qint64 elapsedMs, const QString &phaseText) = 0;
+    virtual void onFilesFound(const QString &sessionId, const QVector<FoundFile> &files) = 0;
+    virtual void onPaused(const QString &sessionId) = 0;
+    /// The last call.
+    virtual void onFinished(const QString &sessionId, const ScanOutcome &outcome) = 0;
+};
+
 /// One scan, on a worker thread: run it by a queued call. It stops, pauses and goes on by its
-/// control. Files come in batches of at most 500, a few times a second; a pause hands over what has
-/// been found before it is told.
+/// control. Inbox and listener must outlive it. Files come in batches of at most 500, a few times a
+/// second; a pause hands over what has been found before it is told.
 class ScanTask : public QObject, private ScanObserver
 {
     Q_OBJECT
@@ -38,18 +53,10 @@ public:
     static constexpr int kMaxFiles = 150000;
 
     ScanTask(const QString &sessionId, const Device &device, const ScanRequest &request,
-             std::shared_ptr<WorkControl> control);
+             std::shared_ptr<WorkControl> control, Mailbox &inbox, ScanListener &listener);
 
 public slots:
     void run();
-
-signals:
-    void progress(const QString &sessionId, double percent, int filesFound, qint64 elapsedMs,
-                  const QString &phaseText);
-    void filesFound(const QString &sessionId, const QVector<services::recoveryd::FoundFile> &files);
-    void paused(const QString &sessionId);
-    /// The last signal.
-    void finished(const QString &sessionId, const services::recoveryd::ScanOutcome &outcome);
 
 private:
     bool mayGoOn() override;
@@ -64,6 +71,8 @@ private:
     Device m_device;
     ScanRequest m_request;
     std::shared_ptr<WorkControl> m_control;
+    Mailbox &m_inbox;
+    ScanListener &m_listener;
 
     QVector<FoundFile> m_batch;
     int m_filesFound = 0;
@@ -78,6 +87,3 @@ private:
 
 } // namespace recoveryd
 } // namespace services
-
-Q_DECLARE_METATYPE(QVector<services::recoveryd::FoundFile>)
-Q_DECLARE_METATYPE(services::recoveryd::ScanOutcome)

@@ -1,0 +1,26 @@
+#include "recoveryd/mailbox.h"
+
+namespace services {
+namespace recoveryd {
+
+void Mailbox::post(const std::function<void()> &work)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_waiting.push_back(work);
+    if (m_waiting.size() == 1)
+        QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
+}
+
+void Mailbox::drain()
+{
+    std::vector<std::function<void()>> taken;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        taken.swap(m_waiting);
+    }
+    for (const std::function<void()> &work : taken)
+        work();
+}
+
+} // namespace recoveryd
+} // namespace services
