@@ -54,6 +54,8 @@ ScanResultsTable::ScanResultsTable(ScanResultsModel *model, QWidget *parent)
 {
     setObjectName(QStringLiteral("ScanResultsTable"));
     setHorizontalHeader(m_header);
+    // The view has just taken the indicator away: it is not told to sort by itself.
+    m_header->setSortIndicatorShown(true);
     ui::common::setUpTable(this);
     setItemDelegate(new StableTableItemDelegate(this));
     auto *icons = new CenterIconTableDelegate(this);

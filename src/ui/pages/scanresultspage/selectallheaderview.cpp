@@ -28,7 +28,6 @@ SelectAllHeaderView::SelectAllHeaderView(QWidget *parent)
 {
     setObjectName(QStringLiteral("ScanResultsHeader"));
     setSectionsClickable(true);
-    setSortIndicatorShown(true);
     setHighlightSections(false);
     setFixedHeight(ui::common::metrics::headerHeight());
     setTextElideMode(Qt::ElideRight);
