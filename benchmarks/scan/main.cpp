@@ -6,8 +6,8 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 
-#include <fcntl.h>
 #include <cstring>
+#include <fcntl.h>
 #include <random>
 #include <unistd.h>
 #include <vector>
