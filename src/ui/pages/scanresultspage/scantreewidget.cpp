@@ -34,11 +34,13 @@ ScanTreeWidget::ScanTreeWidget(ScanTreeModel *model, QWidget *parent)
     selectNode(ScanTreeModel::kRootNode);
 }
 
-void ScanTreeWidget::currentChanged(const QModelIndex &current, const QModelIndex &previous)
+void ScanTreeWidget::keyPressEvent(QKeyEvent *event)
 {
-    QTreeView::currentChanged(current, previous);
-    if (current.isValid() && hasFocus())
-        emit directoryChosen(m_model->nodeOf(current));
+    const int before = m_model->nodeOf(currentIndex());
+    QTreeView::keyPressEvent(event);
+    const int node = m_model->nodeOf(currentIndex());
+    if (node >= 0 && node != before)
+        emit directoryChosen(node);
 }
 
 void ScanTreeWidget::selectNode(int node)

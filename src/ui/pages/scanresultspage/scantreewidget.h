@@ -27,7 +27,7 @@ signals:
     void directoryChosen(int node);
 
 protected:
-    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     ScanTreeModel *m_model;
