@@ -1,4 +1,5 @@
 // What the cells of the result table show; order and filter are in scanresultsmodel.cpp.
+#include "ui/common/celldelegate.h"
 #include "ui/common/filetypeicon.h"
 #include "ui/common/utils/filetypecategoryutils.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
@@ -98,8 +99,8 @@ QVariant ScanResultsModel::data(const QModelIndex &index, int role) const
             return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
         return QVariant();
     case ChanceColumn:
-        return role == ToneRole ? QVariant(utils::probabilityTone(row.file.probability))
-                                : QVariant();
+        return role == ui::common::PillRole ? QVariant(utils::probabilityTone(row.file.probability))
+                                            : QVariant();
     default:
         return QVariant();
     }

@@ -50,7 +50,6 @@ public:
         SourceRole, ///< Raw word.
         IntegrityLabelRole,
         IntegrityReasonRole,
-        ToneRole,      ///< Column 9: number of the pill style.
         CheckableRole, ///< Column 0: without an id a file cannot be asked for.
     };
 

@@ -2,7 +2,6 @@
 
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
-#include "ui/common/pillpainter.h"
 #include "ui/common/theme.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 
@@ -39,7 +38,7 @@ QStyle *styleOf(const QStyleOptionViewItem &option)
 } // namespace
 
 StableTableItemDelegate::StableTableItemDelegate(QTableView *view)
-    : RowDelegate(view)
+    : CellDelegate(view)
 {
     setElideMode(ScanResultsModel::PathColumn, Qt::ElideMiddle);
 }
@@ -47,40 +46,20 @@ StableTableItemDelegate::StableTableItemDelegate(QTableView *view)
 void StableTableItemDelegate::initStyleOption(QStyleOptionViewItem *option,
                                               const QModelIndex &index) const
 {
-    RowDelegate::initStyleOption(option, index);
+    CellDelegate::initStyleOption(option, index);
     option->state.setFlag(QStyle::State_HasFocus, false);
-    if (index.column() == ScanResultsModel::ChanceColumn)
-        option->text.clear();
 }
 
 QSize StableTableItemDelegate::sizeHint(const QStyleOptionViewItem &option,
                                         const QModelIndex &index) const
 {
-    QSize size = RowDelegate::sizeHint(option, index);
+    QSize size = CellDelegate::sizeHint(option, index);
     if (index.column() == ScanResultsModel::SourceColumn ||
         index.column() == ScanResultsModel::IntegrityColumn) {
         const int least = option.fontMetrics.horizontalAdvance(longestWord(index.column()));
         size.setWidth(qMax(size.width(), least + 2 * kCellPadding));
-    } else if (index.column() == ScanResultsModel::ChanceColumn) {
-        size.setWidth(ui::common::pillSize(index.data().toString()).width() + 2 * kCellPadding);
     }
     return size;
-}
-
-void StableTableItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
-                                    const QModelIndex &index) const
-{
-    RowDelegate::paint(painter, option, index);
-    if (index.column() == ScanResultsModel::ChanceColumn)
-        paintPill(painter, option.rect, index);
-}
-
-void StableTableItemDelegate::paintPill(QPainter *painter, const QRect &cell,
-                                        const QModelIndex &index) const
-{
-    const int tone = index.data(ScanResultsModel::ToneRole).toInt();
-    ui::common::paintPill(painter, cell.adjusted(kCellPadding, 0, -kCellPadding / 2, -1),
-                          index.data().toString(), static_cast<ui::common::StatusPill::Type>(tone));
 }
 
 CenterIconTableDelegate::CenterIconTableDelegate(QTableView *view)
