@@ -9,10 +9,12 @@ cd "$(dirname "$0")/.."
 
 build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nodejs npm"
 extraction="poppler-utils catdoc antiword unrtf unzip"
+# Disk images for the tour and the tests: mke2fs, debugfs.
+images="e2fsprogs"
 display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
-packages="$build $extraction $display"
+packages="$build $extraction $images $display"
 if [ "${1:-}" = test ]; then
-    packages="$packages clang-format python3 file e2fsprogs desktop-file-utils appstream
+    packages="$packages clang-format python3 file desktop-file-utils appstream
               libsqlite3-dev libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui"
 fi

@@ -1,5 +1,5 @@
-#include "app/mainwindow.h"
 #include "core/controllers/search/searchpathresolver.h"
+#include "recoverysteps.h"
 #include "searchsteps.h"
 #include "tour.h"
 #include "ui/pages/filesearchpage.h"
@@ -12,13 +12,6 @@ namespace {
 
 using namespace searchsteps;
 using core::controllers::search::SearchPathResolver;
-
-bool openMainWindow(Tour &tour, QString *found, QString *error)
-{
-    tour.showWindow(new MainWindow(core::AppMode::livecd, nullptr));
-    *found = tour.window()->windowTitle();
-    return tour.picture(QStringLiteral("main-window"), error);
-}
 
 /// An installed system as the recovery medium would mount it: just what it is recognised by, and a
 /// user with documents.
@@ -79,10 +72,9 @@ bool searchByContent(Tour &tour, QString *found, QString *error)
 
 QList<TourStep> livecdModeSteps()
 {
-    return {{"主窗口", openMainWindow},
-            {"已安装系统", makeTargetSystem},
-            {"目标系统搜索", openSearchOverTarget},
-            {"构建索引", buildIndex},
-            {"文件名搜索", searchByName},
-            {"全文检索", searchByContent}};
+    return recoverySteps() + QList<TourStep>{{"已安装系统", makeTargetSystem},
+                                             {"目标系统搜索", openSearchOverTarget},
+                                             {"构建索引", buildIndex},
+                                             {"文件名搜索", searchByName},
+                                             {"全文检索", searchByContent}};
 }

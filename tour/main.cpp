@@ -103,6 +103,7 @@ int main(int argc, char *argv[])
                                .arg(core::AppModeDetector::toString(tour.mode()));
     const bool good = walk(tour, livecd ? livecdModeSteps() : normalModeSteps());
     tour.closeWindow();
+    tour.endService();
     QTextStream(stdout) << (good ? "Everything was found. Pictures: "
                                  : "Something was not found. Pictures: ")
                         << options.pictureDir << '\n';

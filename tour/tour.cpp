@@ -4,6 +4,7 @@
 #include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QScreen>
 #include <QTest>
 #include <QTimer>
@@ -13,6 +14,30 @@ Tour::Tour(const TourOptions &options)
 {
     QDir().mkpath(home());
     QDir().mkpath(m_options.pictureDir);
+}
+
+Tour::~Tour() = default;
+
+bool Tour::startService(const QString &program, const QStringList &arguments, QString *error)
+{
+    m_service = std::make_unique<QProcess>();
+    m_service->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_service->start(program, arguments);
+    if (m_service->waitForStarted())
+        return true;
+    *error = m_service->errorString();
+    return false;
+}
+
+void Tour::endService()
+{
+    if (!m_service)
+        return;
+    m_service->terminate();
+    if (!m_service->waitForFinished(5000))
+        m_service->kill();
+    m_service->waitForFinished();
+    m_service.reset();
 }
 
 void Tour::closeWindow()
@@ -25,9 +50,15 @@ void Tour::showWindow(QWidget *window)
 {
     closeWindow();
     m_window = window;
-    m_window->resize(m_options.windowSize);
-    m_window->move(0, 0);
+    fit(m_window);
     m_window->show();
+}
+
+void Tour::fit(QWidget *window) const
+{
+    window->resize(m_options.windowSize);
+    window->move(0, 0);
+    window->raise();
 }
 
 QString Tour::home() const
@@ -59,9 +90,14 @@ bool Tour::waitFor(const std::function<bool()> &done, int timeoutMs, const QStri
 
 bool Tour::picture(const QString &name, QString *error) const
 {
+    return pictureOf(m_window, name, error);
+}
+
+bool Tour::pictureOf(QWidget *window, const QString &name, QString *error) const
+{
     // Two frames of an animation or a repaint may still be on their way.
     QTest::qWait(350);
-    const QRect area = m_window->frameGeometry();
+    const QRect area = window->frameGeometry();
     const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(),
                                                                       area.width(), area.height());
     const QString path =

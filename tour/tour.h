@@ -10,8 +10,10 @@
 #include <QWidget>
 
 #include <functional>
+#include <memory>
 
 class QDialog;
+class QProcess;
 
 struct TourOptions
 {
@@ -28,13 +30,23 @@ class Tour
 {
 public:
     explicit Tour(const TourOptions &options);
+    ~Tour();
 
     core::AppMode mode() const { return m_options.mode; }
+    /// Folder of the tour, which goes with it.
+    QString root() const { return m_root.path(); }
     QString home() const;
     /// Stands in for the mounted system of a damaged machine.
     QString targetRoot() const { return m_root.filePath(QStringLiteral("target")); }
     /// What the sample documents say, by file name; filled by the step that makes them.
     QMap<QString, QString> expectedTexts;
+    /// SHA-256 in hex of the files that are deleted from the disk image, by file name.
+    QMap<QString, QByteArray> deletedHashes;
+
+    /// Starts a program that runs until endService().
+    bool startService(const QString &program, const QStringList &arguments, QString *error);
+    /// Call before the application object goes.
+    void endService();
 
     QWidget *window() const { return m_window; }
     /// Takes ownership, gives the window its size and shows it in place of an earlier one.
@@ -59,6 +71,9 @@ public:
                  QString *error) const;
     /// Saves what the screen shows of the window as <mode>-<name>.png.
     bool picture(const QString &name, QString *error) const;
+    bool pictureOf(QWidget *window, const QString &name, QString *error) const;
+    /// Gives a window the size of the tour and puts it in front.
+    void fit(QWidget *window) const;
     /// Calls `act`, which opens a modal dialog, and `inDialog` once that dialog stands; the dialog
     /// is closed by `inDialog` or, failing that, rejected.
     bool withDialog(const std::function<void()> &act,
@@ -69,6 +84,7 @@ private:
     TourOptions m_options;
     QTemporaryDir m_root;
     QWidget *m_window = nullptr;
+    std::unique_ptr<QProcess> m_service;
 };
 
 /// One step: what it does, and doing it. `found` receives what the step saw, for the report.
