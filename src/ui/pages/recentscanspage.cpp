@@ -351,7 +351,8 @@ void RecentScansPage::requestViewRecoveryHistory(const QString &sessionId)
 void RecentScansPage::openHistory(const QString &sessionId, const QJsonObject &detail)
 {
     m_historySession.clear();
-    if (!m_history) {
+    // A closed one stays for a moment, until the event loop deletes it.
+    if (!m_history || !m_history->isVisible()) {
         m_history = new RecoveryHistoryDialog(this);
         m_history->setAttribute(Qt::WA_DeleteOnClose);
         if (m_controller)
