@@ -1,6 +1,7 @@
 #include "support/diskimages.h"
 #include "support/recoverywindow.h"
 #include "support/sampledocuments.h"
+#include "ui/common/segmentedtoggle.h"
 #include "ui/common/theme.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 
@@ -28,7 +29,7 @@ private slots:
     void serviceKilledMidScan();
 
 private:
-    bool makeImage(int fillerMiB, QString *error);
+    bool makeImage(int emptyMiB, QString *error);
     bool startService();
 
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -63,7 +64,7 @@ void TestRecoveryEndToEnd::cleanup()
     m_dir.reset();
 }
 
-bool TestRecoveryEndToEnd::makeImage(int fillerMiB, QString *error)
+bool TestRecoveryEndToEnd::makeImage(int emptyMiB, QString *error)
 {
     m_dir = std::make_unique<QTemporaryDir>();
     m_deleted.clear();
@@ -73,7 +74,7 @@ bool TestRecoveryEndToEnd::makeImage(int fillerMiB, QString *error)
     if (!QDir().mkpath(docs) || !samples::writeDocuments(docs, false, &made, error))
         return false;
     if (!diskimages::write(docs + QStringLiteral("/photo.png"), diskimages::png(40000)) ||
-        !diskimages::makeExt(image, docs, 16 * 1024 + fillerMiB * 1024,
+        !diskimages::makeExt(image, docs, 16 * 1024 + emptyMiB * 1024,
                              {QStringLiteral("-t"), QStringLiteral("ext4")}, error))
         return false;
     for (const char *name : {"安装手册.pdf", "样例-docx.docx", "样例-xlsx.xlsx", "photo.png"}) {
@@ -137,6 +138,7 @@ void TestRecoveryEndToEnd::serviceKilledMidScan()
                                  m_window->partitions()->selectedDevicePath() ==
                                      QLatin1String("/dev/image0"),
                              10000);
+    m_window->partitions()->findChild<ui::common::SegmentedToggle *>()->setCurrentIndex(1); // deep
     m_window->pressStart();
     QTRY_VERIFY(!RecoveryWindow::scan()->sessionId().isEmpty());
     const QString first = RecoveryWindow::scan()->sessionId();
