@@ -252,7 +252,8 @@ void MainWindow::setupLiveCdIpc()
 void MainWindow::setupLiveCdFlow()
 {
     auto *partitions = m_pagesStack->findChild<PartitionSelectPage *>();
-    if (!partitions || !m_workflowWindow || !m_scanController || !m_recoveryController)
+    if (!partitions || !m_workflowWindow || !m_scanController || !m_recoveryController ||
+        findChild<ScanFlow *>())
         return;
     new ScanFlow({m_recoveryClient, m_scanController, m_recoveryController, partitions,
                   m_workflowWindow,

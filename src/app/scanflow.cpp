@@ -150,8 +150,11 @@ void ScanFlow::startFromPartitionPage()
 
 void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileSystem)
 {
-    if (m_isPreparing)
+    if (m_isPreparing) {
+        AppNoticeDialog::showInfo(asker, tr("正在准备分区"),
+                                  tr("恢复服务正在准备目标分区，完成后会自动开始扫描。"));
         return;
+    }
     if (!device.startsWith(QLatin1String("/dev/"))) {
         AppNoticeDialog::showWarning(asker, cannotStart(), noPartition());
         return;
@@ -165,6 +168,8 @@ void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileS
     if (!mayReplaceShownWork(asker) || !self)
         return;
     m_isPreparing = true;
+    // To unmount a partition may take the service a while.
+    m_parts.partitions->setCursor(Qt::BusyCursor);
     const QPointer<QWidget> over(asker);
     m_parts.client->sendRequest(
         QStringLiteral("disk.prepareForScan"), {{QStringLiteral("devicePath"), device}},
@@ -173,6 +178,7 @@ void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileS
             if (!self)
                 return;
             self->m_isPreparing = false;
+            self->m_parts.partitions->unsetCursor();
             if (success) {
                 self->onPrepared(device, fileSystem, data);
                 return;

@@ -332,7 +332,22 @@ void TestRecoveryFlow::otherSessionsAndTasks()
 
 void TestRecoveryFlow::asksBeforeReplacing()
 {
-    startScan();
+    // The preparation may take long; a second press starts no second one.
+    m_service->hold(kPrepare);
+    m_window->pressStart();
+    QVERIFY(m_service->waitForRequest(kPrepare));
+    QStringList told;
+    {
+        const ModalDriver notice(presses("NoticeOkBtn", &told));
+        m_window->pressStart();
+        QVERIFY(notice.handled());
+    }
+    QCOMPARE(told.value(0), QStringLiteral("正在准备分区"));
+    QVERIFY(m_service->release(kPrepare, services::Reply::ok({})));
+    QTRY_COMPARE(RecoveryWindow::scan()->sessionId(), QStringLiteral("s1"));
+    QCOMPARE(m_service->count(kPrepare), 1);
+    m_service->reply(kPrepare, {});
+
     for (const char *button : {"NoticeCancelBtn", "NoticeOkBtn"}) {
         QStringList texts;
         const ModalDriver question(presses(button, &texts));
