@@ -93,20 +93,27 @@ void ScanFlow::wireRequests()
 
     // Queued, since the page opens a dialog: the answers come while the link reads, and no more is
     // read until their slots return.
-    using Result = void (ScanController::*)(const QString &, bool, const QString &);
-    using Refused = void (ScanResultsPage::*)(const QString &);
-    const auto whenRefused = [this, scans](Result result, Refused refused) {
-        connect(
-            scans, result, this,
-            [this, refused](const QString &id, bool success, const QString &message) {
-                if (!success && id == m_page->sessionId())
-                    (m_page->*refused)(message);
-            },
-            Qt::QueuedConnection);
-    };
-    whenRefused(&ScanController::pauseRequestResult, &ScanResultsPage::onPauseRequestFailed);
-    whenRefused(&ScanController::resumeRequestResult, &ScanResultsPage::onResumeRequestFailed);
-    whenRefused(&ScanController::stopRequestResult, &ScanResultsPage::onStopRequestFailed);
+    connect(
+        scans, &ScanController::pauseRequestResult, this,
+        [this](const QString &id, bool success, const QString &message) {
+            if (!success && id == m_page->sessionId())
+                m_page->onPauseRequestFailed(message);
+        },
+        Qt::QueuedConnection);
+    connect(
+        scans, &ScanController::resumeRequestResult, this,
+        [this](const QString &id, bool success, const QString &message) {
+            if (!success && id == m_page->sessionId())
+                m_page->onResumeRequestFailed(message);
+        },
+        Qt::QueuedConnection);
+    connect(
+        scans, &ScanController::stopRequestResult, this,
+        [this](const QString &id, bool success, const QString &message) {
+            if (!success && id == m_page->sessionId())
+                m_page->onStopRequestFailed(message);
+        },
+        Qt::QueuedConnection);
 }
 
 void ScanFlow::wireFullList()
