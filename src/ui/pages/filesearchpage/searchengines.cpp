@@ -46,9 +46,10 @@ SearchEngines::SearchEngines(const searchsettings::Paths &paths, QObject *parent
 
 SearchEngines::~SearchEngines()
 {
-    // The flag ends a running build, the interruption one that is still queued.
-    m_builder->requestStop();
+    // The flag ends a running build, the interruption one that is still queued. In this order: a
+    // build that begins in between clears the flag and must then meet the interruption.
     m_builder->thread()->requestInterruption();
+    m_builder->requestStop();
     m_watcher->stop();
     m_builderThread.stop();
     m_nameThread.stop();

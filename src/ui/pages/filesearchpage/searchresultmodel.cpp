@@ -66,7 +66,7 @@ QVariant SearchResultModel::data(const QModelIndex &index, int role) const
         return text(result, index.column());
     case Qt::ToolTipRole:
         return index.column() == NameColumn || index.column() == PathColumn
-                   ? text(result, index.column())
+                   ? toolTipText(text(result, index.column()).toString())
                    : QVariant();
     case Qt::DecorationRole:
         return index.column() == NameColumn
