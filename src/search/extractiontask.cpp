@@ -14,16 +14,45 @@ const std::chrono::milliseconds stopPoll(50);
 
 } // namespace
 
-void ExtractionResults::append(ExtractResult result)
+void Extraction::addFile(const QString &path)
+{
+    const QByteArray bytes = path.toUtf8();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_paths.append(bytes.constData(), size_t(bytes.size()) + 1);
+    ++m_fileCount;
+}
+
+bool Extraction::takeFile(QString *path)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_stop)
+        return false;
+    *path = QString::fromUtf8(m_paths.c_str() + m_nextPath);
+    m_nextPath = m_paths.find('\0', m_nextPath) + 1;
+    return true;
+}
+
+void Extraction::extractNext()
+{
+    QString path;
+    if (!takeFile(&path))
+        return;
+    QString text = ContentExtractor::readContentSnippet(path, m_maxContentBytes, &m_stop);
+    append(ExtractResult{path, std::move(text)});
+}
+
+void Extraction::append(ExtractResult result)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (m_characters >= maxWaitingCharacters && !m_stop)
         m_taken.wait_for(lock, stopPoll);
-    m_characters += result.text.size();
+    if (m_stop)
+        return;
+    m_characters += result.runtimePath.size() + result.text.size();
     m_results.append(std::move(result));
 }
 
-QList<ExtractResult> ExtractionResults::take()
+QList<ExtractResult> Extraction::takeResults()
 {
     QList<ExtractResult> taken;
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -31,24 +60,4 @@ QList<ExtractResult> ExtractionResults::take()
     m_characters = 0;
     m_taken.notify_all();
     return taken;
-}
-
-ContentExtractTask::ContentExtractTask(const QString &path, int maxContentBytes,
-                                       ExtractionResults &results, const std::atomic_bool &stop)
-    : m_path(path)
-    , m_maxContentBytes(maxContentBytes)
-    , m_stop(stop)
-{
-    m_results = &results;
-}
-
-void ContentExtractTask::run()
-{
-    ExtractionResults *results = m_results;
-    if (m_stop)
-        return;
-    QString text = ContentExtractor::readContentSnippet(m_path, m_maxContentBytes, &m_stop);
-    if (m_stop)
-        return;
-    results->append(ExtractResult{m_path, std::move(text)});
 }

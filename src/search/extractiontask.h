@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 
 /// Text of one file; empty when it yields none.
 struct ExtractResult
@@ -15,43 +16,58 @@ struct ExtractResult
     QString text;
 };
 
-/// Where the tasks of one build leave their results for the thread that writes them.
-class ExtractionResults
+/// What the extraction tasks of one build share: the files that wait, and the results for the
+/// thread that writes them.
+class Extraction
 {
 public:
-    /// `stop` ends all waiting; it must outlive this object.
-    explicit ExtractionResults(const std::atomic_bool &stop)
-        : m_stop(stop)
+    /// `maxContentBytes` as for the extractor. `stop` ends all waiting; it must outlive this.
+    Extraction(int maxContentBytes, const std::atomic_bool &stop)
+        : m_maxContentBytes(maxContentBytes)
+        , m_stop(stop)
     {}
+    /// After the last task: those end with the lock, so nothing of them can come later than this.
+    ~Extraction() { const std::lock_guard<std::mutex> lock(m_mutex); }
 
-    /// Called by a pool thread. Waits while so much text is lying here that the writer must catch
-    /// up first, so that fast extraction does not fill the memory.
+    /// Before the first task runs.
+    void addFile(const QString &path);
+    int fileCount() const { return m_fileCount; }
+
+    /// Called by a pool thread: extracts the next file that waits, unless a stop was asked for.
+    /// Touches no database.
+    void extractNext();
+    /// Leaves a result; after a stop it is dropped. Waits while so much is lying here that the
+    /// writer must catch up first, so that fast extraction does not fill the memory.
     void append(ExtractResult result);
     /// Everything that has arrived since the last call.
-    QList<ExtractResult> take();
+    QList<ExtractResult> takeResults();
 
 private:
+    bool takeFile(QString *path);
+
+    const int m_maxContentBytes;
     const std::atomic_bool &m_stop;
-    std::mutex m_mutex; ///< Held for an append or a swap only.
+    int m_fileCount = 0;
+    std::mutex m_mutex; ///< Guards all below; held for a step or a swap only.
+    /// UTF-8, each path ended by a zero: hundreds of thousands of strings would cost three times
+    /// the memory.
+    std::string m_paths;
+    size_t m_nextPath = 0;
     std::condition_variable m_taken;
     QList<ExtractResult> m_results;
     qint64 m_characters = 0;
 };
 
-/// Extracts one file on a pool thread. Touches no database.
+/// One for each file, deleted by the pool.
 class ContentExtractTask : public QRunnable
 {
 public:
-    ContentExtractTask(const QString &path, int maxContentBytes, ExtractionResults &results,
-                       const std::atomic_bool &stop);
+    explicit ContentExtractTask(Extraction &extraction) { m_extraction = &extraction; }
 
-    void run() override;
+    void run() override { m_extraction.load()->extractNext(); }
 
 private:
-    QString m_path;
-    int m_maxContentBytes;
-    const std::atomic_bool &m_stop;
-    /// Written last and read first: a race detector that cannot look into the pool sees by it that
-    /// the fields above have changed hands.
-    std::atomic<ExtractionResults *> m_results{nullptr};
+    /// Atomic only for race detectors, which cannot look into the pool: they see by it that the
+    /// task has changed hands.
+    std::atomic<Extraction *> m_extraction{nullptr};
 };

@@ -105,6 +105,7 @@ public:
         , m_stop(stop)
         , m_options(std::move(options))
         , m_db(m_options.dbPath)
+        , m_extraction(m_options.maxContentBytes, stop)
     {}
 
     /// The message belongs to the result, also of a success.
@@ -125,7 +126,7 @@ private:
     SearchIndexDB m_db;
     QList<QFileInfo> m_batch;
     QStringList m_batchPaths;
-    QStringList m_toExtract;
+    Extraction m_extraction;
     int m_indexed = 0;
 };
 
@@ -138,7 +139,7 @@ bool IndexBuild::run(const QStringList &roots, QString *message)
     }
     if (!scan(normalizedRoots(roots), message))
         return false;
-    if (!m_toExtract.isEmpty() && !extractTexts(message))
+    if (m_extraction.fileCount() > 0 && !extractTexts(message))
         return false;
     report(QStringLiteral("正在优化数据库..."));
     if (!m_db.vacuum(&error))
@@ -191,7 +192,7 @@ bool IndexBuild::takeFile(const QString &name, const QString &path, QString *mes
     m_batch.append(info);
     m_batchPaths.append(m_builder.storedPathForRuntimePath(path));
     if (m_options.ftsSuffixes.matches(name))
-        m_toExtract.append(path);
+        m_extraction.addFile(path);
     return m_batch.size() < filesPerBatch || writeBatch(path, message);
 }
 
@@ -215,26 +216,23 @@ bool IndexBuild::extractTexts(QString *message)
     if (!missing.isEmpty())
         emit m_builder.toolsMissing(missing);
 
-    const int total = m_toExtract.size();
+    const int total = m_extraction.fileCount();
     int processed = 0;
     const auto reportProcessed = [&] {
         report(QStringLiteral("正在提取文件内容（%1 / %2）...").arg(processed).arg(total));
     };
     reportProcessed();
 
-    // The pool goes first at the end, so no task outlives the results.
-    ExtractionResults results(m_stop);
     QThreadPool pool;
     pool.setMaxThreadCount(m_options.extractionThreads);
-    while (!m_toExtract.isEmpty() && !m_stop)
-        pool.start(new ContentExtractTask(m_toExtract.takeFirst(), m_options.maxContentBytes,
-                                          results, m_stop));
+    for (int i = 0; i < total && !m_stop; ++i)
+        pool.start(new ContentExtractTask(m_extraction));
 
     for (;;) {
         const bool done = pool.waitForDone(sliceMs);
         if (m_stop && !done)
             break;
-        const QList<ExtractResult> slice = results.take();
+        const QList<ExtractResult> slice = m_extraction.takeResults();
         if (slice.isEmpty()) {
             if (done)
                 break;

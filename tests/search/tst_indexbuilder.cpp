@@ -437,7 +437,7 @@ void TestIndexBuilder::reportsAnUnusableDatabase()
 void TestIndexBuilder::extractionWaitsForTheWriter()
 {
     std::atomic_bool stop{false};
-    ExtractionResults results(stop);
+    Extraction results(16384, stop);
     std::atomic_int appended{0};
     std::thread pool([&] {
         for (int i = 0; i < 40; ++i) {
@@ -447,13 +447,13 @@ void TestIndexBuilder::extractionWaitsForTheWriter()
     });
     // Held back at 8 Mi characters, and let go again each time they are taken.
     QTRY_COMPARE(int(appended), 8);
-    QList<ExtractResult> all = results.take();
+    QList<ExtractResult> all = results.takeResults();
     QCOMPARE(all.size(), 8);
     QTRY_COMPARE(int(appended), 16);
     stop = true;
     pool.join();
-    all += results.take();
-    QCOMPARE(all.size(), 40);
+    all += results.takeResults();
+    QCOMPARE(all.size(), 16); // what came after the stop is dropped
     for (int i = 0; i < all.size(); ++i)
         QCOMPARE(all[i].runtimePath, QString::number(i));
 }
