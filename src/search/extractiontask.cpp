@@ -8,7 +8,7 @@
 namespace {
 
 /// 16 MiB in memory: several slices of what the database writes in the same time.
-const qint64 maxWaitingCharacters = 8 * 1024 * 1024;
+const qint64 maxWaitingCharacters = qint64(8) * 1024 * 1024;
 /// How long a waiting task takes at most to notice a stop.
 const std::chrono::milliseconds stopPoll(50);
 
