@@ -15,7 +15,7 @@ QList<Command> trashCommands(const QString &path)
             {QStringLiteral("kioclient"), kioArguments}};
 }
 
-bool moveToTrash(const QString &path)
+bool putIntoTrash(const QString &path)
 {
     const QList<Command> commands = trashCommands(path);
     for (const Command &command : commands) {

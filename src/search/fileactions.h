@@ -20,7 +20,7 @@ QList<Command> trashCommands(const QString &path);
 
 /// Runs trashCommands() one after another until one exits with 0. Blocks until then: any thread
 /// but the GUI's.
-[[nodiscard]] bool moveToTrash(const QString &path);
+[[nodiscard]] bool putIntoTrash(const QString &path);
 
 /// What the clipboard holds after "copy": the URL, the path as text, and the form in which file
 /// managers take a copy. The caller owns it.

@@ -163,6 +163,12 @@ private slots:
         QCOMPARE(make(), first + QStringLiteral("_1"));
         taken << first + QStringLiteral("_1");
         QCOMPARE(make(), first + QStringLiteral("_2"));
+
+        const QTemporaryDir dir;
+        const QString dangling = dir.filePath(QStringLiteral("link"));
+        QVERIFY(!pathIsTaken(dangling));
+        QVERIFY(QFile::link(QStringLiteral("/nowhere/at/all"), dangling));
+        QVERIFY(pathIsTaken(dangling) && pathIsTaken(dir.path()));
     }
 
     void thisMachine()

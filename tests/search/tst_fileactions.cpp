@@ -300,7 +300,7 @@ void TestFileActions::triesTrashToolsInOrder()
     }
     const QByteArray searchPath = qgetenv("PATH");
     qputenv("PATH", QFile::encodeName(tools.dir()));
-    const bool moved = fileactions::moveToTrash(file);
+    const bool moved = fileactions::putIntoTrash(file);
     qputenv("PATH", searchPath);
     QCOMPARE(moved, done);
     QCOMPARE(tools.calls(), expected.mid(firstCall, calls));

@@ -25,6 +25,7 @@ private slots:
 private:
     bool start();
     bool kill();
+    QString startRecovery(const QString &session, const QJsonArray &ids, const QString &out);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     QStringList m_images;
@@ -44,6 +45,19 @@ void TestRecoverydProcess::cleanup()
     if (m_process)
         QVERIFY(kill());
     m_process.reset();
+}
+
+QString TestRecoverydProcess::startRecovery(const QString &session, const QJsonArray &ids,
+                                            const QString &out)
+{
+    return m_client
+        ->request(QStringLiteral("recovery.start"),
+                  {{QStringLiteral("sessionId"), session},
+                   {QStringLiteral("fileIds"), ids},
+                   {QStringLiteral("outputDir"), out},
+                   {QStringLiteral("conflictPolicy"), QStringLiteral("rename")}})
+        .data.value(QLatin1String("recoveryId"))
+        .toString();
 }
 
 bool TestRecoverydProcess::start()
@@ -128,15 +142,7 @@ void TestRecoverydProcess::bringsDeletedFilesBack()
     for (const QJsonValue &file : files)
         ids.append(file.toObject().value(QLatin1String("fileId")));
     const QString out = m_dir->filePath(QStringLiteral("out"));
-    const QString recovery =
-        m_client
-            ->request(QStringLiteral("recovery.start"),
-                      {{QStringLiteral("sessionId"), session},
-                       {QStringLiteral("fileIds"), ids},
-                       {QStringLiteral("outputDir"), out},
-                       {QStringLiteral("conflictPolicy"), QStringLiteral("rename")}})
-            .data.value(QLatin1String("recoveryId"))
-            .toString();
+    const QString recovery = startRecovery(session, ids, out);
     QCOMPARE(m_client
                  ->waitFor(recovery,
                            {QStringLiteral("recovery.completed"), QStringLiteral("recovery.error")})
@@ -169,15 +175,7 @@ void TestRecoverydProcess::leavesNoHalfFileWhenKilled()
     bool wasInTheMiddle = false;
     for (const int eventsBefore : {1, 2, 5, 12}) {
         const QString out = m_dir->filePath(QStringLiteral("out%1").arg(eventsBefore));
-        const QString recovery =
-            m_client
-                ->request(QStringLiteral("recovery.start"),
-                          {{QStringLiteral("sessionId"), session},
-                           {QStringLiteral("fileIds"), ids},
-                           {QStringLiteral("outputDir"), out},
-                           {QStringLiteral("conflictPolicy"), QStringLiteral("rename")}})
-                .data.value(QLatin1String("recoveryId"))
-                .toString();
+        const QString recovery = startRecovery(session, ids, out);
         for (int i = 0; i < eventsBefore; ++i)
             m_client->waitFor(recovery, {QStringLiteral("recovery.fileStatus"),
                                          QStringLiteral("recovery.progress")});

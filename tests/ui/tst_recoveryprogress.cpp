@@ -33,7 +33,6 @@ private slots:
     void statusWords();
     void tally_data();
     void tally();
-    void outputDir();
     void shownPercent_data();
     void shownPercent();
     void runsToTheEnd();
@@ -159,21 +158,6 @@ void TestRecoveryProgress::tally()
     tally.reset();
     QVERIFY(tally.record(QStringLiteral("a"), QStringLiteral("success")));
     QCOMPARE(tally.succeeded(), 1);
-}
-
-void TestRecoveryProgress::outputDir()
-{
-    QTemporaryDir base;
-    const QDateTime now(QDate(2026, 3, 4), QTime(5, 6, 7));
-    const QString name = base.path() + QStringLiteral("/文件恢复_20260304_050607");
-    const QString padded = QStringLiteral("  %1/ \n").arg(base.path());
-    QCOMPARE(buildRecoveryOutputDir(padded, now), name);
-    QVERIFY(!QFileInfo::exists(name));
-    QVERIFY(QDir().mkdir(name));
-    QCOMPARE(buildRecoveryOutputDir(padded, now), name + QStringLiteral("_1"));
-    QVERIFY(QFile::link(QStringLiteral("/nowhere/at/all"), name + QStringLiteral("_1")));
-    QCOMPARE(buildRecoveryOutputDir(padded, now), name + QStringLiteral("_2"));
-    QVERIFY(!buildRecoveryOutputDir(padded, now.addSecs(1)).contains(QStringLiteral("_1_")));
 }
 
 void TestRecoveryProgress::shownPercent_data()

@@ -157,14 +157,16 @@ QString buildRecoveryOutputDir(const QString &base, const QDateTime &now,
     return path;
 }
 
+bool pathIsTaken(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
 RecoveryTargetFacts probeRecoveryTarget(const QString &base)
 {
     RecoveryTargetFacts facts;
-    facts.outputDir =
-        buildRecoveryOutputDir(base, QDateTime::currentDateTime(), [](const QString &path) {
-            const QFileInfo info(path);
-            return info.exists() || info.isSymLink();
-        });
+    facts.outputDir = buildRecoveryOutputDir(base, QDateTime::currentDateTime(), &pathIsTaken);
     const QString place = nearestExisting(base.trimmed());
     QFile mountInfo(QStringLiteral("/proc/self/mountinfo"));
     if (mountInfo.open(QIODevice::ReadOnly)) {

@@ -57,6 +57,9 @@ QStringList recoveryTargetWarnings(const RecoveryDemand &demand, const RecoveryT
 QString buildRecoveryOutputDir(const QString &base, const QDateTime &now,
                                const std::function<bool(const QString &)> &exists);
 
+/// True if something has this name already, a link that leads nowhere included. Asks the disk.
+bool pathIsTaken(const QString &path);
+
 /// Looks at the file system, so that it may block: for a thread other than that of the GUI. `base`
 /// need not exist, in which case its nearest parent that does is looked at.
 RecoveryTargetFacts probeRecoveryTarget(const QString &base);

@@ -201,7 +201,7 @@ void FileResultActions::remove(const QString &path)
              tr("无法将文件移到回收站，请检查权限或系统回收站配置。"));
     };
     inBackground<bool>(
-        this, [path] { return fileactions::moveToTrash(path); }, done);
+        this, [path] { return fileactions::putIntoTrash(path); }, done);
 }
 
 } // namespace filesearch

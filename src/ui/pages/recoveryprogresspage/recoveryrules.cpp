@@ -2,9 +2,6 @@
 
 #include "ui/pages/recoverydetaildialog/fileresult.h"
 
-#include <QDir>
-#include <QFileInfo>
-
 #include <cmath>
 
 using recoveryresult::Outcome;
@@ -28,18 +25,6 @@ bool RecoveryTally::record(const QString &fileId, const QString &status)
     else if (outcome == Outcome::Failure)
         ++m_failed;
     return outcome != Outcome::Skipped;
-}
-
-QString buildRecoveryOutputDir(const QString &base, const QDateTime &now)
-{
-    const QDir parent(base.trimmed());
-    const QString name =
-        QStringLiteral("文件恢复_%1").arg(now.toString(QStringLiteral("yyyyMMdd_HHmmss")));
-    QString path = parent.filePath(name);
-    // A dangling link exists, too, though its target does not.
-    for (int counter = 1; QFileInfo::exists(path) || QFileInfo(path).isSymLink(); ++counter)
-        path = parent.filePath(QStringLiteral("%1_%2").arg(name).arg(counter));
-    return path;
 }
 
 int shownPercent(double progress)

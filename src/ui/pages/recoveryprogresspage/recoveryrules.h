@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QDateTime>
 #include <QHash>
 #include <QString>
 
@@ -24,10 +23,6 @@ private:
     int m_succeeded = 0;
     int m_failed = 0;
 };
-
-/// A directory that does not exist yet, inside the trimmed `base`: named after the time `now`, with
-/// a counter where that name is taken. Looks at the disk and creates nothing.
-QString buildRecoveryOutputDir(const QString &base, const QDateTime &now);
 
 /// `progress` in percent as a whole number from 0 to 100; what is no number is 0.
 int shownPercent(double progress);
