@@ -12,7 +12,7 @@ namespace common {
 class FramelessWindowController;
 class WindowTitleBar;
 
-/// Base of the product's dialogs: rounded frame, title bar with the window's title, content with
+/// Base of the product's dialogs: frame, title bar with the window's title, content with
 /// the dialog padding, and a row of buttons at the lower right. Under Wayland the system decorates
 /// the dialog. Esc and the close button reject; Enter takes the default button.
 class FramelessDialog : public QDialog

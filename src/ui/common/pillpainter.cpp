@@ -1,6 +1,7 @@
 #include "ui/common/pillpainter.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
 
 #include <QPainter>
@@ -76,7 +77,7 @@ void paintPill(QPainter *painter, const QRect &area, const QString &text, Status
                       pill.right() - kPaddingX - dot.right() - kDotGap, pill.height());
     const QFont font = pillFont();
     painter->setFont(font);
-    painter->setPen(ThemeColors::current().readable(colors.text, colors.background));
+    painter->setPen(semanticInk(ThemeColors::current(), colors.text));
     painter->drawText(words, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
                       QFontMetrics(font).elidedText(text, Qt::ElideRight, words.width()));
     painter->restore();

@@ -22,8 +22,7 @@ QString chromeSheet()
     return QStringLiteral(R"qss(
 QWidget#CustomTitleBar { background: @titleBarBackground@;
     border-bottom: 1px solid @border@; }
-QDialog QWidget#CustomTitleBar { border-bottom: none; border-top-left-radius: 11px;
-    border-top-right-radius: 11px; }
+QDialog QWidget#CustomTitleBar { border-bottom: none; }
 QLabel#CustomTitleLabel { color: @titleBarText@; font-size: @13px@; background: transparent; }
 QToolButton#WinCtlMin, QToolButton#WinCtlZoom, QToolButton#WinCtlClose {
     background: transparent;

@@ -32,25 +32,17 @@ QColor firstReadable(const QColor &wanted, const QColor &fallback, const QColor 
     return ThemeColors::contrast(wanted, ink) >= ThemeColors::kMinTextContrast ? wanted : fallback;
 }
 
-/// Inks of the four semantic grounds. Where one of them falls short all take textPrimary, so that
-/// pills side by side look of one kind; dot, border and ground still tell them apart.
+QStringList semanticNames()
+{
+    return {QStringLiteral("success"), QStringLiteral("warning"), QStringLiteral("danger"),
+            QStringLiteral("info")};
+}
+
 void addSemanticInks(const ThemeColors &colors, QHash<QString, QString> *values)
 {
-    const QString names[] = {QStringLiteral("success"), QStringLiteral("warning"),
-                             QStringLiteral("danger"), QStringLiteral("info")};
-    const auto text = [&colors](const QString &name) {
-        return colors.byName(name + QLatin1String("Text"));
-    };
-    bool allReadable = true;
-    for (const QString &name : names) {
-        const QColor ground = colors.byName(name + QLatin1String("Background"));
-        allReadable = allReadable &&
-                      ThemeColors::contrast(text(name), ground) >= ThemeColors::kMinTextContrast;
-    }
-    for (const QString &name : names) {
+    for (const QString &name : semanticNames())
         values->insert(name + QLatin1String("Ink"),
-                       (allReadable ? text(name) : colors.textPrimary).name());
-    }
+                       semanticInk(colors, colors.byName(name + QLatin1String("Text"))).name());
 }
 
 QHash<QString, QString> derivedValues(const ThemeColors &colors)
@@ -122,6 +114,17 @@ QString fillStyleTemplate(const QString &sheet, const ThemeColors &colors)
 QString fillStyleTemplate(const QString &sheet)
 {
     return fillStyleTemplate(sheet, ThemeColors::current());
+}
+
+QColor semanticInk(const ThemeColors &colors, const QColor &semanticText)
+{
+    for (const QString &name : semanticNames()) {
+        const QColor text = colors.byName(name + QLatin1String("Text"));
+        const QColor ground = colors.byName(name + QLatin1String("Background"));
+        if (ThemeColors::contrast(text, ground) < ThemeColors::kMinTextContrast)
+            return colors.textPrimary;
+    }
+    return semanticText;
 }
 
 } // namespace common

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QString>
 
 namespace ui {
@@ -24,6 +25,11 @@ class ThemeColors;
 QString fillStyleTemplate(const QString &sheet, const ThemeColors &colors);
 /// The same with the palette of this process.
 QString fillStyleTemplate(const QString &sheet);
+
+/// `semanticText` where small text in every semantic colour can be read on its own ground,
+/// otherwise textPrimary for all of them: pills side by side look of one kind, and painted ones
+/// like widgets.
+QColor semanticInk(const ThemeColors &colors, const QColor &semanticText);
 
 } // namespace common
 } // namespace ui
