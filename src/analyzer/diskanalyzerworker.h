@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QVariantList>
+#include <QVariantMap>
+
+#include <atomic>
+
+/// Walks one partition: the largest files, the sizes of all directories, duplicates. Lives on a
+/// thread of its own and is reached by queued calls, apart from requestStop(). One call of
+/// startScan() is one scan; results come by signals as soon as each is known. Sizes are bytes.
+class DiskAnalyzerWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DiskAnalyzerWorker(QObject *parent = nullptr);
+    ~DiskAnalyzerWorker() override;
+
+public slots:
+    /// Blocks the worker's thread until the scan ends in scanFinished(). `maxLargeFiles` of 0 or
+    /// less means no limit.
+    void startScan(const QString &rootPath, qint64 largeFileThreshold, int maxLargeFiles,
+                   bool findDuplicates, bool duplicateByHash, qint64 dupMinSize);
+    /// Any thread.
+    void requestStop();
+
+signals:
+    void progressChanged(int percent, const QString &statusText);
+    void scanFinished(bool success, const QString &message, int largeFileCount, int dupGroupCount);
+    /// Maps of "path", "size", "modified"; largest first.
+    void largeFilesReady(const QVariantList &files);
+    /// The first entry is a map of "totalGroups", "totalReclaimable" and "shownGroups", then the
+    /// groups as DuplicateScanner gives them. Empty if no duplicates were wanted.
+    void duplicateGroupsReady(const QVariantList &groups);
+    /// "name", "totalSize", "fileSize" and "children", a list of such maps, largest first.
+    void directoryTreeReady(const QVariantMap &rootNode);
+
+private:
+    std::atomic<bool> m_stop{false};
+};

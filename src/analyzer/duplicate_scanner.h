@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+#include <functional>
+
+/// Finds groups of files with the same content among files already bucketed by size. Paths that are
+/// one physical file count once, the others are carried along as aliases. Stateless; needs no event
+/// loop. Files that cannot be read drop out of the comparison.
+class DuplicateScanner
+{
+public:
+    using StopFunction = std::function<bool()>;             ///< Asked on pool threads.
+    using ProgressFunction = std::function<void(int, int)>; ///< Finished and total buckets.
+    /// Size in bytes and the paths of that size.
+    using Bucket = QPair<qint64, QStringList>;
+
+    struct ScanOptions
+    {
+        qint64 minimumSize = 0;        ///< Bytes; smaller buckets are left out.
+        bool byHash = true;            ///< False: same name and size are enough.
+        int maximumFilesPerBucket = 0; ///< Larger buckets are left out; 0 or less: no limit.
+        int maximumBuckets = 0;        ///< Those with most at stake; 0 or less: no limit.
+        int maximumGroups = 0;         ///< Groups kept in the result; 0 or less: no limit.
+        int threads = 0;               ///< Workers wanted, capped at 8; below 1: 8.
+    };
+
+    struct PartialResult
+    {
+        /// Maps of "size", "hash" (by hash only) and "files": maps of "path", "modified",
+        /// "aliasPaths" and "aliasCount".
+        QVariantList groups;
+        qint64 totalReclaimable = 0; ///< Bytes; not cut by the limit of groups, nor is totalGroups.
+        int totalGroups = 0;
+    };
+
+    struct PhysicalFileGroup
+    {
+        QString path; ///< The first path met.
+        QStringList aliasPaths;
+    };
+
+    /// Largest groups first. Blocks; `progress` is called on the calling thread. After a stop, what
+    /// was found so far.
+    static PartialResult scan(const QHash<qint64, QStringList> &sizeGroups,
+                              const ScanOptions &options, const StopFunction &shouldStop,
+                              const ProgressFunction &progress);
+
+    /// Raw MD5 of the first 4096 bytes; empty if the file cannot be read.
+    static QByteArray partialHash(const QString &path);
+    /// Raw MD5 of the last 4096 bytes of a file of `size` bytes.
+    static QByteArray tailHash(const QString &path, qint64 size);
+    /// Raw MD5 of the whole file; empty if it cannot be read, or on a stop.
+    static QByteArray fullHash(const QString &path, const StopFunction &shouldStop);
+
+    /// Examines buckets[first, last). Thread-safe.
+    static PartialResult processBucketRange(const QList<Bucket> &buckets, int first, int last,
+                                            const ScanOptions &options,
+                                            const StopFunction &shouldStop);
+};
