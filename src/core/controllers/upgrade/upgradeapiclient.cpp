@@ -1,0 +1,126 @@
+#include "core/controllers/upgrade/upgradeapiclient.h"
+
+#include "core/deployment.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+namespace core {
+namespace controllers {
+namespace upgrade {
+
+namespace {
+
+QString requestFailedText()
+{
+    return QStringLiteral("Upgrade request failed");
+}
+
+QString messageOf(const QJsonObject &body)
+{
+    return body.value(QLatin1String("message")).toString();
+}
+
+} // namespace
+
+bool UpgradeApiClient::ApiError::isEmpty() const
+{
+    return httpStatus == 0 && networkError == 0 && code.isEmpty() && message.isEmpty();
+}
+
+UpgradeApiClient::UpgradeApiClient(QObject *parent)
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+    , m_baseUrl(loadConfiguredBaseUrl())
+{}
+
+QUrl UpgradeApiClient::defaultBaseUrl()
+{
+    return deployment::updateServerUrl();
+}
+
+QUrl UpgradeApiClient::loadConfiguredBaseUrl()
+{
+    return defaultBaseUrl();
+}
+
+void UpgradeApiClient::reloadSettings()
+{
+    m_baseUrl = loadConfiguredBaseUrl();
+}
+
+void UpgradeApiClient::checkForUpdate(const QString &currentVersion, const QString &arch,
+                                      const QString &mode, const QString &fingerprint,
+                                      const QString &osInfo, const QString &cpuModel,
+                                      const Callback &callback)
+{
+    const ApiParams params{{QStringLiteral("product"), QStringLiteral("morvane")},
+                           {QStringLiteral("currentVersion"), currentVersion.trimmed()},
+                           {QStringLiteral("arch"), arch.trimmed()},
+                           {QStringLiteral("mode"), mode.trimmed()},
+                           {QStringLiteral("fingerprint"), fingerprint.trimmed()},
+                           {QStringLiteral("osInfo"), osInfo.trimmed()},
+                           {QStringLiteral("cpuModel"), cpuModel.trimmed()}};
+    sendGet(QStringLiteral("/api/version/latest"), params, callback);
+}
+
+void UpgradeApiClient::sendGet(const QString &path, ApiParams params, const Callback &callback)
+{
+    params.insert(QStringLiteral("ts"), QString::number(QDateTime::currentMSecsSinceEpoch()));
+    params.insert(QStringLiteral("sign"), signRequest(params, deployment::updateClientSecret()));
+    qInfo().noquote() << QStringLiteral("Upgrade GET request: path=%1 url=%2")
+                             .arg(path, requestUrl(m_baseUrl, path, redacted(params)).toString());
+
+    QNetworkRequest request(requestUrl(m_baseUrl, path, params));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    QNetworkReply *reply = m_network->get(request);
+    connect(reply, &QNetworkReply::finished, this, [this, reply, path, callback] {
+        reply->deleteLater();
+        handleReply(reply, path, callback);
+    });
+}
+
+void UpgradeApiClient::handleReply(QNetworkReply *reply, const QString &path,
+                                   const Callback &callback)
+{
+    ApiError error;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid())
+        error.httpStatus = status.toInt();
+    const QJsonObject body = QJsonDocument::fromJson(reply->readAll()).object();
+    const QString code = backendCodeString(body);
+    qInfo().noquote() << QStringLiteral("Upgrade GET response: path=%1 http=%2 network=%3 body=%4")
+                             .arg(path, QString::number(error.httpStatus),
+                                  QString::number(reply->error()),
+                                  QString::fromUtf8(
+                                      QJsonDocument(body).toJson(QJsonDocument::Compact)));
+
+    if (reply->error() != QNetworkReply::NoError) {
+        error.networkError = reply->error();
+        error.code = code;
+        const QString message = messageOf(body);
+        error.message = message.isEmpty() ? reply->errorString() : message;
+        callback(false, QJsonObject(), error);
+        return;
+    }
+    if (error.httpStatus > 399) {
+        error.message = requestFailedText();
+        callback(false, unwrapResponseObject(body), error);
+        return;
+    }
+    if (!code.isEmpty() && code != QLatin1String("200") && code != QLatin1String("0")) {
+        error.code = code;
+        const QString message = messageOf(body);
+        error.message = message.isEmpty() ? requestFailedText() : message;
+        callback(false, unwrapResponseObject(body), error);
+        return;
+    }
+    callback(true, unwrapResponseObject(body), ApiError());
+}
+
+} // namespace upgrade
+} // namespace controllers
+} // namespace core
