@@ -1,0 +1,42 @@
+#pragma once
+
+#include "ui/pages/helpguidepage/guidetext.h"
+
+#include <QString>
+#include <QVector>
+#include <QWidget>
+
+class QStackedWidget;
+class QTextBrowser;
+class QTreeWidget;
+class QTreeWidgetItem;
+
+/// The user guide with its table of contents, and the way to the catalogue of disk tools. GUI
+/// thread only.
+class HelpGuidePage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// An empty path means the file beside the program's folder.
+    explicit HelpGuidePage(QWidget *parent = nullptr, const QString &guidePath = QString());
+
+    /// Reads the guide anew; a problem shows in its place.
+    void loadMarkdownFromDisk();
+    /// The guide's mark-up as HTML in the colours of the theme; its headings become the sections.
+    QString markdownToHtml(const QString &markdown);
+
+signals:
+    /// The user wants to see the catalogue of disk tools.
+    void auxiliaryToolsRequested();
+
+private:
+    QWidget *buildContents();
+    void showContents();
+    void scrollToItem(const QTreeWidgetItem *item);
+
+    QString m_guidePath;
+    QVector<helpguide::GuideSection> m_sections;
+    QTreeWidget *m_contents = nullptr;
+    QTextBrowser *m_text = nullptr;
+};
