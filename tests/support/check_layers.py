@@ -47,6 +47,7 @@ OWN_DIALOGS = {
     "recoveryhistorydialog": ["recoverydetaildialog"],
     "recoveryprogresspage": ["recoverydetaildialog"],
     "recoveryworkflowwindow": ["recoveryprogresspage", "scanresultspage"],
+    "helpguidepage": ["auxiliarytoolspage"],
     "diskanalyzerpage": ["analyzersettingsdialog"],
     "wechatcleanpage": ["wechatcleansettingsdialog"],
     "realtimeprotectionpage": ["shieldsettingsdialog"],

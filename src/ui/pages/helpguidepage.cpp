@@ -3,6 +3,7 @@
 #include "ui/common/itemviews.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
+#include "ui/pages/auxiliarytoolspage.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -11,6 +12,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
+#include <QStackedWidget>
 #include <QTextBrowser>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -38,16 +40,39 @@ HelpGuidePage::HelpGuidePage(QWidget *parent, const QString &guidePath)
                                       : guidePath)
 {
     setObjectName(QStringLiteral("HelpGuidePage"));
-    m_text = new QTextBrowser(this);
+    m_stack = new QStackedWidget(this);
+    m_guide = buildGuide();
+    m_stack->addWidget(m_guide);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_stack);
+    loadMarkdownFromDisk();
+}
+
+QWidget *HelpGuidePage::buildGuide()
+{
+    auto *guide = new QWidget(this);
+    m_text = new QTextBrowser(guide);
     m_text->setObjectName(QStringLiteral("HelpGuideText"));
     m_text->setOpenExternalLinks(true);
-    auto *layout = new QHBoxLayout(this);
+    auto *layout = new QHBoxLayout(guide);
     layout->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
                                metrics::kPageMargin);
     layout->setSpacing(metrics::kCardGap);
     layout->addWidget(buildContents());
     layout->addWidget(m_text, 1);
-    loadMarkdownFromDisk();
+    return guide;
+}
+
+void HelpGuidePage::showTools()
+{
+    if (!m_tools) {
+        m_tools = new AuxiliaryToolsPage(m_stack);
+        m_stack->addWidget(m_tools);
+        connect(m_tools, &AuxiliaryToolsPage::backRequested, this,
+                [this] { m_stack->setCurrentWidget(m_guide); });
+    }
+    m_stack->setCurrentWidget(m_tools);
 }
 
 QWidget *HelpGuidePage::buildContents()
@@ -67,7 +92,7 @@ QWidget *HelpGuidePage::buildContents()
     auto *tools = new QPushButton(tr("辅助工具"), frame);
     tools->setObjectName(QStringLiteral("AuxiliaryToolsButton"));
     tools->setToolTip(tr("常见 Linux 开源磁盘检查工具"));
-    connect(tools, &QPushButton::clicked, this, &HelpGuidePage::auxiliaryToolsRequested);
+    connect(tools, &QPushButton::clicked, this, &HelpGuidePage::showTools);
     auto *column = new QVBoxLayout(frame);
     column->setContentsMargins(metrics::kCardGap, metrics::kCardGap, metrics::kCardGap,
                                metrics::kCardGap);

@@ -6,12 +6,13 @@
 #include <QVector>
 #include <QWidget>
 
+class AuxiliaryToolsPage;
 class QStackedWidget;
 class QTextBrowser;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-/// The user guide with its table of contents, and the way to the catalogue of disk tools. GUI
+/// The user guide with its table of contents and, behind a button, the catalogue of disk tools. GUI
 /// thread only.
 class HelpGuidePage : public QWidget
 {
@@ -26,17 +27,18 @@ public:
     /// The guide's mark-up as HTML in the colours of the theme; its headings become the sections.
     QString markdownToHtml(const QString &markdown);
 
-signals:
-    /// The user wants to see the catalogue of disk tools.
-    void auxiliaryToolsRequested();
-
 private:
+    QWidget *buildGuide();
     QWidget *buildContents();
     void showContents();
+    void showTools();
     void scrollToItem(const QTreeWidgetItem *item);
 
     QString m_guidePath;
     QVector<helpguide::GuideSection> m_sections;
+    QStackedWidget *m_stack = nullptr;
+    QWidget *m_guide = nullptr;
+    AuxiliaryToolsPage *m_tools = nullptr; ///< Made on first show.
     QTreeWidget *m_contents = nullptr;
     QTextBrowser *m_text = nullptr;
 };
