@@ -1,6 +1,17 @@
 # Install rules and the Debian package (cpack -G DEB in a release build).
 
-install(TARGETS morvane RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+# The program looks for its texts in ../md from where it lies, so it stands in a folder of its own,
+# with a link to it on the path; links to the texts serve what runs from the build folder.
+file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/link" "${PROJECT_BINARY_DIR}/src")
+set(MORVANE_HOME "lib/morvane")
+install(TARGETS morvane RUNTIME DESTINATION "${MORVANE_HOME}/bin")
+install(FILES "${PROJECT_SOURCE_DIR}/md/help_guide.md" "${PROJECT_SOURCE_DIR}/md/about_protocol.md"
+        DESTINATION "${MORVANE_HOME}/md")
+file(CREATE_LINK "../${MORVANE_HOME}/bin/morvane" "${PROJECT_BINARY_DIR}/link/morvane" SYMBOLIC)
+install(FILES "${PROJECT_BINARY_DIR}/link/morvane" DESTINATION "${CMAKE_INSTALL_BINDIR}")
+foreach(folder "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/src")
+  file(CREATE_LINK "${PROJECT_SOURCE_DIR}/md" "${folder}/md" SYMBOLIC)
+endforeach()
 install(FILES "${PROJECT_SOURCE_DIR}/packaging/org.example.morvane.desktop"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/applications")
 install(FILES "${PROJECT_SOURCE_DIR}/packaging/org.example.morvane.metainfo.xml"
