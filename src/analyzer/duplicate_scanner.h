@@ -21,6 +21,9 @@ public:
     /// Size in bytes and the paths of that size.
     using Bucket = QPair<qint64, QStringList>;
 
+    /// Bytes at the start and at the end that are compared before a whole file is read.
+    static constexpr qint64 kPartSize = 4096;
+
     struct ScanOptions
     {
         qint64 minimumSize = 0;        ///< Bytes; smaller buckets are left out.
@@ -46,8 +49,10 @@ public:
         QStringList aliasPaths;
     };
 
-    /// Largest groups first. Blocks; `progress` is called on the calling thread. After a stop, what
-    /// was found so far.
+    /// Largest groups first; the same files give the same result, whatever the number of threads.
+    /// Blocks, and may be called on a thread of the global pool, too: where that is busy, the
+    /// calling thread does the work. `progress` is called on the calling thread. After a stop, the
+    /// groups of the buckets that were finished.
     static PartialResult scan(const QHash<qint64, QStringList> &sizeGroups,
                               const ScanOptions &options, const StopFunction &shouldStop,
                               const ProgressFunction &progress);

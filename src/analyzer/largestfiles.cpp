@@ -1,0 +1,57 @@
+#include "analyzer/largestfiles.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+namespace {
+
+/// Entries between two looks at the stop.
+constexpr int kEntriesPerLook = 256;
+
+} // namespace
+
+LargestFiles::LargestFiles(int limit)
+    : m_limit(limit)
+{}
+
+bool LargestFiles::ranksBefore(const Entry &a, const Entry &b)
+{
+    return a.size != b.size ? a.size > b.size : a.sequence < b.sequence;
+}
+
+bool LargestFiles::wouldKeep(qint64 size) const
+{
+    return !isFull() || size > m_entries.front().size;
+}
+
+void LargestFiles::add(qint64 size, qint64 modifiedMs, const DirNode *dir, const char *name)
+{
+    if (isFull()) {
+        std::pop_heap(m_entries.begin(), m_entries.end(), ranksBefore);
+        m_entries.pop_back();
+    }
+    m_entries.push_back({size, modifiedMs, dir, name, m_sequence++});
+    if (m_limit > 0)
+        std::push_heap(m_entries.begin(), m_entries.end(), ranksBefore);
+}
+
+QVariantList LargestFiles::takeSorted(const DirectoryTree &tree,
+                                      const std::function<bool()> &shouldStop)
+{
+    std::vector<Entry> entries;
+    entries.swap(m_entries);
+    std::sort(entries.begin(), entries.end(), ranksBefore);
+    QVariantList files;
+    files.reserve(int(entries.size()));
+    for (const Entry &entry : entries) {
+        if (files.size() % kEntriesPerLook == 0 && shouldStop())
+            break;
+        QVariantMap file;
+        file.insert(QStringLiteral("path"), tree.listedPath(entry.dir, entry.name));
+        file.insert(QStringLiteral("size"), entry.size);
+        file.insert(QStringLiteral("modified"), QDateTime::fromMSecsSinceEpoch(entry.modifiedMs));
+        files.append(file);
+    }
+    return files;
+}
