@@ -5,12 +5,16 @@
 
 #include <QList>
 #include <QObject>
+#include <QScopedPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
 
-class FileShareServer;
+class AccessLogQueue;
 class QTimer;
+class ShareFirewall;
+class ShareServerHost;
+struct ShareDefinition;
 
 /// Owns the share database and the one server: makes, stops, restarts and edits shares, ends those
 /// that expire, keeps the defaults, and tells the vault service to open or close the port in the
@@ -86,8 +90,27 @@ signals:
     void accessLogUpdated(const QString &sessionId);
 
 private:
+    void restorePersistedShares();
+    void setPersistedStatus(const QList<ShareSession> &sessions, const char *status,
+                            const char *failure);
+    void onExpiryCheck();
+    void expire(const QList<ShareSession> &sessions);
+    void writeAccessLog();
+
+    bool ensureServerForShare(int port);
+    void stopServerIfNoActiveSessions();
+    bool store(const ShareSession &session, const ShareDefinition &definition, bool replacesOld);
+    void serve(const QString &id);
+    void stopServing(const QString &id);
+    bool syncShareFirewallState(QString *error);
+    bool syncFirewallAfterChange(const char *failure);
+    void announceStart(const QString &id);
+
     FileShareDb m_db;
-    QString m_vaultService;
-    FileShareServer *m_server = nullptr; ///< Null while nothing is shared.
+    QScopedPointer<ShareFirewall> m_firewall;
+    QScopedPointer<ShareServerHost> m_servers;
+    QScopedPointer<AccessLogQueue> m_accessLog;
     QTimer *m_expiryTimer;
+    QTimer *m_accessLogTimer;
+    bool m_isEnding = false;
 };

@@ -83,6 +83,10 @@ public:
     static QString hashPassword(const QString &password);
 
 private:
+    /// Not valid while the database is closed.
+    QSqlDatabase connection() const;
+    bool openConnection(QString *error);
+
     QString m_path;
     QString m_connectionName;
 };
