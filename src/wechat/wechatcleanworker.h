@@ -71,6 +71,8 @@ signals:
                           const QStringList &errors);
 
 private:
+    bool isStopped() const { return m_stop.load() != 0; }
+
     QString m_home;
     std::atomic<int> m_stop{0};
 };

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "wechat/cleanactions.h"
+#include "wechat/mergejournal.h"
+#include "wechat/mergeprotocol.h"
+
+#include <QHash>
+#include <QSet>
+#include <QStringList>
+
+#include <functional>
+
+namespace wechat {
+
+struct CleanOutcome
+{
+    int mergedCount = 0;
+    qint64 reclaimedBytes = 0;
+    QString sessionId; ///< Empty if there is no record.
+    QStringList errors;
+};
+
+/// One clean from the actions to the record. Verifies everything anew, so the actions may be old or
+/// wrong. Blocks; use once.
+class CleanRun
+{
+public:
+    using StopFunction = std::function<bool()>;
+    using ProgressFunction = std::function<void(int done, int total)>; ///< In paths.
+
+    CleanRun(FileOperations &operations, const CleanFolders &folders, StopFunction shouldStop,
+             ProgressFunction progress);
+
+    CleanOutcome run(const QList<CleanAction> &actions);
+
+private:
+    struct Verified
+    {
+        FileIdentity identity;
+        QByteArray hash;
+    };
+
+    void mergeAll(const QList<CleanAction> &actions);
+    void flushKeptFiles(const QList<CleanAction> &actions);
+    JournalContent journalContent(const QList<CleanAction> &actions);
+    void cleanAction(int index, const CleanAction &action);
+    bool verifyKept(int index, const CleanAction &action, KeptFile *keep);
+    bool isDurable(int index, const KeptFile &keep);
+    void cleanGroup(const KeptFile &keep, const QStringList &paths, MergedAction *merged);
+    QString verifyPath(const KeptFile &keep, const QString &path, FileIdentity *identity);
+    QByteArray contentHash(const QString &path, const FileIdentity &identity);
+    void finish();
+    void advance(int paths);
+
+    FileOperations &m_operations;
+    CleanFolders m_folders;
+    StopFunction m_shouldStop;
+    ProgressFunction m_progress;
+    MergeJournal m_journal;
+    CleanOutcome m_outcome;
+    OperationRecord m_record;
+    QList<FileIdentity> m_keptAtStart;
+    QSet<dev_t> m_flushedDevices;
+    QHash<QString, quint64> m_inodesAtStart;
+    QList<Verified> m_hashed; ///< Files of the group under way, each read once.
+    bool m_leftover = false;
+    int m_done = 0;
+    int m_total = 0;
+};
+
+} // namespace wechat

@@ -1,0 +1,197 @@
+#include "wechat/fileoperations.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace wechat {
+
+namespace {
+
+int renameWithFlags(const QByteArray &from, const QByteArray &to, unsigned flags)
+{
+    return static_cast<int>(
+        ::syscall(SYS_renameat2, AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), flags));
+}
+
+bool isUnsupported(int code)
+{
+    return code == EINVAL || code == ENOSYS || code == EOPNOTSUPP;
+}
+
+} // namespace
+
+int FileOperations::open(const QByteArray &path, int flags, mode_t mode)
+{
+    return ::open(path.constData(), flags | O_CLOEXEC, mode);
+}
+
+ssize_t FileOperations::read(int fd, char *data, size_t length)
+{
+    return ::read(fd, data, length);
+}
+
+ssize_t FileOperations::write(int fd, const char *data, size_t length)
+{
+    return ::write(fd, data, length);
+}
+
+int FileOperations::fsync(int fd)
+{
+    return ::fsync(fd);
+}
+
+int FileOperations::syncfs(int fd)
+{
+    return ::syncfs(fd);
+}
+
+int FileOperations::stat(const QByteArray &path, struct stat *info)
+{
+    return ::stat(path.constData(), info);
+}
+
+int FileOperations::lstat(const QByteArray &path, struct stat *info)
+{
+    return ::lstat(path.constData(), info);
+}
+
+int FileOperations::link(const QByteArray &from, const QByteArray &to)
+{
+    return ::link(from.constData(), to.constData());
+}
+
+int FileOperations::unlink(const QByteArray &path)
+{
+    return ::unlink(path.constData());
+}
+
+int FileOperations::rename(const QByteArray &from, const QByteArray &to)
+{
+    return std::rename(from.constData(), to.constData());
+}
+
+int FileOperations::renameNoReplace(const QByteArray &from, const QByteArray &to)
+{
+    if (renameWithFlags(from, to, RENAME_NOREPLACE) == 0)
+        return 0;
+    if (!isUnsupported(errno))
+        return -1;
+    if (link(from, to) != 0)
+        return -1;
+    if (unlink(from) == 0)
+        return 0;
+    const int code = errno;
+    unlink(to);
+    errno = code;
+    return -1;
+}
+
+int FileOperations::exchange(const QByteArray &first, const QByteArray &second)
+{
+    return renameWithFlags(first, second, RENAME_EXCHANGE);
+}
+
+QByteArray FileOperations::fullHash(const QString &path,
+                                    const DuplicateScanner::StopFunction &shouldStop)
+{
+    return DuplicateScanner::fullHash(path, shouldStop);
+}
+
+bool FileIdentity::sameFile(const FileIdentity &other) const
+{
+    return isValid() && device == other.device && inode == other.inode;
+}
+
+bool FileIdentity::unchanged(const FileIdentity &other) const
+{
+    return sameFile(other) && regular && other.regular && size == other.size &&
+           modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+}
+
+FileIdentity identify(FileOperations &operations, const QString &path)
+{
+    struct stat info;
+    if (operations.lstat(QFile::encodeName(path), &info) != 0)
+        return FileIdentity();
+    FileIdentity result;
+    result.device = info.st_dev;
+    result.inode = info.st_ino;
+    result.size = info.st_size;
+    result.modified = info.st_mtim;
+    result.links = info.st_nlink;
+    result.regular = S_ISREG(info.st_mode);
+    return result;
+}
+
+bool sameFileSystem(FileOperations &operations, const QString &a, const QString &b)
+{
+    struct stat first;
+    struct stat second;
+    return operations.stat(QFile::encodeName(a), &first) == 0 &&
+           operations.stat(QFile::encodeName(b), &second) == 0 && first.st_dev == second.st_dev;
+}
+
+bool isExpectedLink(FileOperations &operations, const QString &keepPath, const QString &path)
+{
+    struct stat first;
+    struct stat second;
+    return operations.stat(QFile::encodeName(keepPath), &first) == 0 &&
+           operations.stat(QFile::encodeName(path), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+bool writeAll(FileOperations &operations, int fd, const QByteArray &data)
+{
+    int done = 0;
+    while (done < data.size()) {
+        const ssize_t written =
+            operations.write(fd, data.constData() + done, static_cast<size_t>(data.size() - done));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        done += static_cast<int>(written);
+    }
+    return true;
+}
+
+bool syncDirectory(FileOperations &operations, const QString &directory)
+{
+    const int fd = operations.open(QFile::encodeName(directory), O_RDONLY | O_DIRECTORY);
+    if (fd < 0)
+        return false;
+    // Some network file systems refuse to flush a directory and flush by themselves.
+    const bool ok = operations.fsync(fd) == 0 || isUnsupported(errno);
+    ::close(fd);
+    return ok;
+}
+
+Placement putInPlaceOf(FileOperations &operations, const QString &from, const QString &to,
+                       const FileIdentity &link)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    const FileIdentity present = identify(operations, to);
+    if (!present.isValid())
+        return operations.renameNoReplace(source, target) == 0 ? Placement::Placed
+                                                               : Placement::Refused;
+    if (!present.sameFile(link))
+        return Placement::Refused;
+    if (operations.exchange(source, target) == 0) {
+        if (identify(operations, from).sameFile(link))
+            return operations.unlink(source) == 0 ? Placement::Placed : Placement::Leftover;
+        // Another file took the name between the look and the swap: it gets the name back.
+        return operations.exchange(source, target) == 0 ? Placement::Refused : Placement::Leftover;
+    }
+    if (!isUnsupported(errno))
+        return Placement::Refused;
+    return operations.rename(source, target) == 0 ? Placement::Placed : Placement::Refused;
+}
+
+} // namespace wechat

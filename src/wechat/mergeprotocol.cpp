@@ -1,0 +1,79 @@
+#include "wechat/mergeprotocol.h"
+
+#include <QFile>
+
+#include <cerrno>
+
+namespace wechat {
+
+namespace {
+
+/// Only what also has another name may go from under the backup name.
+bool clearBackup(FileOperations &operations, const KeptFile &keep, const QString &backup)
+{
+    const FileIdentity found = identify(operations, backup);
+    if (!found.isValid())
+        return true;
+    return found.sameFile(keep.identity) && backup != keep.path &&
+           operations.unlink(QFile::encodeName(backup)) == 0;
+}
+
+/// The link stands, the content behind it is the one that was hashed, and the old copy has not been
+/// written to under its backup name either.
+bool linkStands(FileOperations &operations, const KeptFile &keep, const QString &path,
+                const QString &backup, const FileIdentity &verified)
+{
+    const FileIdentity linked = identify(operations, path);
+    return linked.unchanged(keep.identity) && linked.size == keep.size &&
+           identify(operations, backup).unchanged(verified);
+}
+
+MergeResult rollBack(FileOperations &operations, const KeptFile &keep, const QString &path,
+                     const QString &backup, const QString &reason, QString *error)
+{
+    const Placement placement = putInPlaceOf(operations, backup, path, keep.identity);
+    *error = reason;
+    if (placement == Placement::Placed)
+        return MergeResult::Refused;
+    if (placement == Placement::Refused)
+        *error = QStringLiteral("创建硬链接失败且自动回滚失败，请手动检查备份文件：%1").arg(backup);
+    return MergeResult::LeftUnderBackup;
+}
+
+} // namespace
+
+QString backupPath(const QString &path, const QString &sessionId)
+{
+    return path + QStringLiteral(".morvane_tmp_") + sessionId;
+}
+
+MergeResult mergePath(FileOperations &operations, const KeptFile &keep, const QString &sessionId,
+                      const QString &path, const FileIdentity &verified, QString *error)
+{
+    const QString changed = QStringLiteral("二次校验失败，已跳过：%1").arg(path);
+    const FileIdentity now = identify(operations, path);
+    if (now.sameFile(keep.identity))
+        return MergeResult::AlreadyLinked;
+    if (!now.unchanged(verified)) {
+        *error = changed;
+        return MergeResult::Refused;
+    }
+    const QString backup = backupPath(path, sessionId);
+    const QByteArray name = QFile::encodeName(path);
+    const QByteArray backupName = QFile::encodeName(backup);
+    if (!clearBackup(operations, keep, backup) ||
+        operations.renameNoReplace(name, backupName) != 0) {
+        *error = QStringLiteral("无法创建临时备份：%1").arg(path);
+        return MergeResult::Refused;
+    }
+    // Another file may have taken the name between the look and the rename.
+    if (!identify(operations, backup).unchanged(verified))
+        return rollBack(operations, keep, path, backup, changed, error);
+    if (operations.link(QFile::encodeName(keep.path), name) == 0 &&
+        linkStands(operations, keep, path, backup, verified) && operations.unlink(backupName) == 0)
+        return MergeResult::Merged;
+    return rollBack(operations, keep, path, backup, QStringLiteral("创建硬链接失败：%1").arg(path),
+                    error);
+}
+
+} // namespace wechat
