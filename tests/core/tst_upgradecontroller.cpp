@@ -1,0 +1,407 @@
+#include "core/controllers/upgrade/upgradecontroller.h"
+#include "support/fakeservice.h"
+#include "support/updateserver.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace core::controllers::upgrade;
+using testsupport::FakeService;
+using testsupport::UpdateServer;
+
+namespace {
+
+const QString kInstall = QStringLiteral("vault.installPackage");
+const QString kPackage = QStringLiteral("/morvane.deb");
+
+QByteArray packageBytes()
+{
+    return QByteArray(300000, 'p') + "end";
+}
+
+QString md5Of(const QByteArray &bytes)
+{
+    return QString::fromLatin1(
+        QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex().toUpper());
+}
+
+} // namespace
+
+class TestUpgradeController : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void checksAndRemembers();
+    void keepsAnEarlierAnswerOnFailure();
+    void checksAtStartOnceADay();
+    void forgetsTheUpdateThatRuns();
+    void installsOnlyWhatMatches_data();
+    void installsOnlyWhatMatches();
+    void fetchesAVerifiedPackageOnce();
+    void reportsAMissingInstaller();
+    void handsOverToTheAgent();
+    void leadsToTheDownloadPage();
+    void refusesInTheRecoveryEnvironment();
+    void reportsTlsErrors();
+
+private:
+    std::unique_ptr<UpgradeController>
+    newController(core::AppMode mode = core::AppMode::normal) const;
+    /// The server offers version 9.0, whose package it serves.
+    void offerUpdate(const QJsonObject &changes = QJsonObject());
+    /// Ends with the message of the callback, or "time-out".
+    static QString outcome(const std::function<void(const UpgradeController::Callback &)> &start,
+                           bool *ok);
+    QStringList cachedFiles() const;
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<UpdateServer> m_server;
+    std::unique_ptr<FakeService> m_vault;
+    QStringList m_agents;
+    QList<QUrl> m_opened;
+};
+
+void TestUpgradeController::init()
+{
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.1"));
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_server = std::make_unique<UpdateServer>();
+    QVERIFY(m_server->start());
+    m_vault = std::make_unique<FakeService>();
+    QVERIFY(m_vault->start());
+    m_vault->reply(kInstall, {});
+    m_agents = QStringList{QStringLiteral("/nonexistent/agent")};
+    m_opened.clear();
+}
+
+void TestUpgradeController::cleanup()
+{
+    m_vault.reset();
+    m_server.reset();
+    m_dir.reset();
+}
+
+std::unique_ptr<UpgradeController> TestUpgradeController::newController(core::AppMode mode) const
+{
+    UpgradeEnvironment environment;
+    environment.statePath = m_dir->filePath(QStringLiteral("state.json"));
+    environment.cacheDir = m_dir->filePath(QStringLiteral("cache"));
+    environment.updateServer = m_server->url();
+    environment.vaultService = m_vault->name();
+    environment.agentCandidates = m_agents;
+    auto *opened = const_cast<QList<QUrl> *>(&m_opened);
+    environment.openUrl = [opened](const QUrl &url) {
+        opened->append(url);
+        return true;
+    };
+    return std::make_unique<UpgradeController>(mode, nullptr, environment);
+}
+
+void TestUpgradeController::offerUpdate(const QJsonObject &changes)
+{
+    QJsonObject payload{{QStringLiteral("latestVersion"), QStringLiteral("9.0")},
+                        {QStringLiteral("updateAvailable"), true},
+                        {QStringLiteral("packageUrl"), m_server->url(kPackage).toString()},
+                        {QStringLiteral("packageMd5"), md5Of(packageBytes())}};
+    for (auto it = changes.begin(); it != changes.end(); ++it)
+        payload.insert(it.key(), it.value());
+    m_server->answerCheck({{QStringLiteral("code"), 200}, {QStringLiteral("data"), payload}});
+    UpdateServer::Answer package;
+    package.body = packageBytes();
+    package.pieces = 4;
+    m_server->answer(kPackage, package);
+}
+
+QString TestUpgradeController::outcome(
+    const std::function<void(const UpgradeController::Callback &)> &start, bool *ok)
+{
+    QString text;
+    bool ended = false;
+    start([&](bool success, const QString &message) {
+        *ok = success;
+        text = message;
+        ended = true;
+    });
+    return QTest::qWaitFor([&ended] { return ended; }, 15000) ? text : QStringLiteral("time-out");
+}
+
+QStringList TestUpgradeController::cachedFiles() const
+{
+    return QDir(m_dir->filePath(QStringLiteral("cache"))).entryList(QDir::Files | QDir::Hidden);
+}
+
+void TestUpgradeController::checksAndRemembers()
+{
+    offerUpdate({{QStringLiteral("forceUpdate"), true}});
+    {
+        auto controller = newController();
+        QCOMPARE(controller->statusText(), QStringLiteral("尚未检查更新"));
+        QCOMPARE(controller->lastCheckText(), QStringLiteral("从未"));
+        QSignalSpy finished(controller.get(), &UpgradeController::checkFinished);
+        controller->manualCheck();
+        QCOMPARE(controller->statusText(), QStringLiteral("正在检查更新"));
+        bool second = true;
+        QString refused;
+        controller->runCheck(true, [&](bool ok, const QString &message) {
+            second = ok;
+            refused = message;
+        });
+        QVERIFY(!second);
+        QCOMPARE(refused, QStringLiteral("正在检查更新，请稍候。"));
+        QTRY_COMPARE(finished, (QList<QVariantList>{{true, QStringLiteral("发现新版本 9.0。")}}));
+    }
+    const auto controller = newController();
+    QCOMPARE(controller->statusText(), QStringLiteral("发现新版本 9.0"));
+    QVERIFY(controller->isForceUpdateRequired());
+    QVERIFY(!newController(core::AppMode::livecd)->isForceUpdateRequired());
+}
+
+void TestUpgradeController::keepsAnEarlierAnswerOnFailure()
+{
+    offerUpdate();
+    const auto controller = newController();
+    bool ok = false;
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QVERIFY(ok);
+    m_server->answerCheck({{QStringLiteral("message"), QStringLiteral("忙")}}, 503);
+    QCOMPARE(outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok),
+             QStringLiteral("忙"));
+    QVERIFY(!ok);
+    QVERIFY(controller->updateAvailable());
+    QCOMPARE(controller->statusText(), QStringLiteral("最近一次检查失败"));
+}
+
+void TestUpgradeController::checksAtStartOnceADay()
+{
+    offerUpdate();
+    auto controller = newController();
+    QSignalSpy finished(controller.get(), &UpgradeController::checkFinished);
+    QVERIFY(controller->startupCheck());
+    QVERIFY(finished.wait());
+    QVERIFY(!newController()->startupCheck());
+    // A mandatory one is looked at again at every start.
+    offerUpdate({{QStringLiteral("forceUpdate"), true}});
+    bool ok = false;
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    controller = newController();
+    QSignalSpy again(controller.get(), &UpgradeController::checkFinished);
+    QVERIFY(controller->startupCheck());
+    QVERIFY(again.wait());
+}
+
+void TestUpgradeController::forgetsTheUpdateThatRuns()
+{
+    offerUpdate({{QStringLiteral("forceUpdate"), true}});
+    bool ok = false;
+    const auto controller = newController();
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QCoreApplication::setApplicationVersion(QStringLiteral("9.0"));
+    QVERIFY(!newController()->updateAvailable());
+}
+
+void TestUpgradeController::installsOnlyWhatMatches_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("cutAfter");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QJsonObject>("changes");
+    QTest::addColumn<QString>("message");
+    const QString failed = QStringLiteral("下载更新包失败。");
+    QTest::newRow("the package") << 200 << -1 << packageBytes() << QJsonObject()
+                                 << QStringLiteral(
+                                        "更新安装任务已提交，应用将退出，请稍候完成系统安装。");
+    QTest::newRow("another content") << 200 << -1 << QByteArray("other") << QJsonObject()
+                                     << QStringLiteral("更新包校验失败，请稍后重试。");
+    QTest::newRow("cut off") << 200 << 1000 << packageBytes() << QJsonObject() << failed;
+    QTest::newRow("not found") << 404 << -1 << QByteArray("none") << QJsonObject() << failed;
+    QTest::newRow("another machine's")
+        << 200 << -1 << packageBytes()
+        << QJsonObject{{QStringLiteral("arch"), QStringLiteral("mips64el")}}
+        << QStringLiteral("服务端返回的更新包架构与当前设备不匹配。");
+    QTest::newRow("without a hash")
+        << 200 << -1 << packageBytes() << QJsonObject{{QStringLiteral("packageMd5"), QString()}}
+        << QStringLiteral("服务端未返回更新包校验值。");
+    QTest::newRow("up to date") << 200 << -1 << packageBytes()
+                                << QJsonObject{{QStringLiteral("latestVersion"),
+                                                QStringLiteral("1.0.1")}}
+                                << QStringLiteral("当前已经是最新版本。");
+}
+
+void TestUpgradeController::installsOnlyWhatMatches()
+{
+    QFETCH(QJsonObject, changes);
+    QFETCH(QString, message);
+    offerUpdate(changes);
+    UpdateServer::Answer package;
+    QFETCH(int, status);
+    QFETCH(int, cutAfter);
+    QFETCH(QByteArray, body);
+    package.status = status;
+    package.cutAfter = cutAfter;
+    package.body = body;
+    m_server->answer(kPackage, package);
+
+    const auto controller = newController();
+    bool ok = false;
+    QCOMPARE(outcome([&](const auto &done) { controller->startImmediateUpdate(done); }, &ok),
+             message);
+    const bool good = QByteArray(QTest::currentDataTag()) == "the package";
+    QCOMPARE(ok, good);
+    QCOMPARE(m_vault->count(kInstall), good ? 1 : 0);
+    QCOMPARE(cachedFiles().size(), good ? 1 : 0);
+    if (!good) {
+        QVERIFY(controller->statusText() != QStringLiteral("正在下载安装更新"));
+        return;
+    }
+    const QJsonObject params = m_vault->lastParams(kInstall);
+    QFile file(params.value(QStringLiteral("packagePath")).toString());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), packageBytes());
+    QVERIFY(params.value(QStringLiteral("launchEnv"))
+                .toObject()
+                .contains(QStringLiteral("QT_QPA_PLATFORM")));
+}
+
+void TestUpgradeController::fetchesAVerifiedPackageOnce()
+{
+    offerUpdate();
+    // Through a redirect, as download hosts do.
+    UpdateServer::Answer moved;
+    moved.status = 302;
+    moved.headers = {"Location: /elsewhere.deb"};
+    UpdateServer::Answer package;
+    package.body = packageBytes();
+    m_server->answer(kPackage, moved);
+    m_server->answer(QStringLiteral("/elsewhere.deb"), package);
+    bool ok = false;
+    m_vault->replyOnce(kInstall, services::Reply::failure(9, QStringLiteral("包管理器正忙")));
+    QCOMPARE(
+        outcome([&](const auto &done) { newController().release()->startImmediateUpdate(done); },
+                &ok),
+        QStringLiteral("包管理器正忙"));
+    QCOMPARE(m_server->count(kPackage), 1);
+
+    const auto second = newController();
+    outcome([&](const auto &done) { second->startImmediateUpdate(done); }, &ok);
+    QVERIFY(ok);
+    QCOMPARE(m_server->count(kPackage), 1);
+    QCOMPARE(m_vault->count(kInstall), 2);
+
+    // What changed on the disk since is never handed over, but fetched anew.
+    QFile file(m_dir->filePath(QStringLiteral("cache/")) + cachedFiles().constFirst());
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    file.write("X");
+    file.close();
+    const auto third = newController();
+    outcome([&](const auto &done) { third->startImmediateUpdate(done); }, &ok);
+    QVERIFY(ok);
+    QCOMPARE(m_server->count(kPackage), 2);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), packageBytes());
+}
+
+void TestUpgradeController::reportsAMissingInstaller()
+{
+    offerUpdate({{QStringLiteral("forceUpdate"), true}});
+    m_vault->stop();
+    const auto controller = newController();
+    bool ok = true;
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QSignalSpy finished(controller.get(), &UpgradeController::installFinished);
+    const QString message = QStringLiteral("未连接到本地安装服务。");
+    QCOMPARE(outcome([&](const auto &done) { controller->startForcedUpdate(done); }, &ok), message);
+    QCOMPARE(finished, (QList<QVariantList>{{false, message}}));
+    QCOMPARE(newController()->state().lastForcedUpdateFailure, message);
+}
+
+void TestUpgradeController::handsOverToTheAgent()
+{
+    const QString agent = m_dir->filePath(QStringLiteral("MorvaneUpgrade"));
+    const QString notes = m_dir->filePath(QStringLiteral("arguments"));
+    QFile script(agent);
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    script.write("#!/bin/sh\necho \"$@\" > '" + QFile::encodeName(notes) + ".part'\nmv '" +
+                 QFile::encodeName(notes) + ".part' '" + QFile::encodeName(notes) + "'\n");
+    script.close();
+    QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    m_agents.append(agent);
+    bool ok = false;
+    const auto controller = newController();
+    QCOMPARE(outcome([&](const auto &done) { controller->startImmediateUpdate(done); }, &ok),
+             QStringLiteral("升级代理已启动，主程序即将退出。"));
+    QTRY_VERIFY(QFile::exists(notes));
+    QFile file(notes);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QList<QByteArray> words = file.readAll().trimmed().split(' ');
+    QCOMPARE(words.size(), 3);
+    QCOMPARE(words.at(0), QByteArray("--session"));
+    QCOMPARE(words.at(1).size(), 36);
+    QCOMPARE(words.at(2), QByteArray("--interactive"));
+}
+
+void TestUpgradeController::leadsToTheDownloadPage()
+{
+    const auto controller = newController(core::AppMode::livecd);
+    bool ok = true;
+    m_server->answerCheck({});
+    QCOMPARE(outcome([&](const auto &done) { controller->openDownloadPage(done); }, &ok),
+             QStringLiteral("服务端未返回有效的下载页面地址。"));
+    offerUpdate({{QStringLiteral("downloadPageUrl"), QStringLiteral("file:///etc/passwd")}});
+    outcome([&](const auto &done) { controller->openDownloadPage(done); }, &ok);
+    QVERIFY(!ok);
+    QVERIFY(m_opened.isEmpty());
+    offerUpdate({{QStringLiteral("downloadPageUrl"), QStringLiteral("https://x.example/d")}});
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QCOMPARE(outcome([&](const auto &done) { controller->openDownloadPage(done); }, &ok),
+             QStringLiteral("已在浏览器中打开更新下载页。"));
+    QCOMPARE(m_opened, QList<QUrl>{QUrl(QStringLiteral("https://x.example/d"))});
+}
+
+void TestUpgradeController::refusesInTheRecoveryEnvironment()
+{
+    bool ok = true;
+    const auto livecd = newController(core::AppMode::livecd);
+    QCOMPARE(outcome([&](const auto &done) { livecd->startImmediateUpdate(done); }, &ok),
+             QStringLiteral("当前客户端不支持自动更新。"));
+    const auto normal = newController();
+    QCOMPARE(outcome([&](const auto &done) { normal->startForcedUpdate(done); }, &ok),
+             QStringLiteral("当前不满足强制更新条件。"));
+    QVERIFY(!ok);
+}
+
+void TestUpgradeController::reportsTlsErrors()
+{
+    // A certificate that nobody has signed.
+    const QString key = m_dir->filePath(QStringLiteral("key.pem"));
+    const QString certificate = m_dir->filePath(QStringLiteral("certificate.pem"));
+    QCOMPARE(QProcess::execute(
+                 QStringLiteral("openssl"),
+                 {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                  QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+                  QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+                  QStringLiteral("-keyout"), key, QStringLiteral("-out"), certificate}),
+             0);
+    QFile keyFile(key);
+    QFile certificateFile(certificate);
+    QVERIFY(keyFile.open(QIODevice::ReadOnly) && certificateFile.open(QIODevice::ReadOnly));
+    m_server->useTls(certificateFile.readAll(), keyFile.readAll());
+    const auto controller = newController();
+    bool ok = true;
+    const QString message =
+        outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QVERIFY(!ok);
+    QVERIFY2(message.contains(QLatin1String("SSL")), qPrintable(message));
+}
+
+QTEST_GUILESS_MAIN(TestUpgradeController)
+#include "tst_upgradecontroller.moc"

@@ -1,0 +1,114 @@
+#include "support/updateserver.h"
+
+#include <QJsonDocument>
+#include <QPointer>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTimer>
+
+namespace testsupport {
+
+namespace {
+
+constexpr int kPieceGapMs = 5;
+
+} // namespace
+
+UpdateServer::UpdateServer(QObject *parent)
+    : QTcpServer(parent)
+{}
+
+bool UpdateServer::start()
+{
+    return listen(QHostAddress::LocalHost);
+}
+
+void UpdateServer::useTls(const QByteArray &certificate, const QByteArray &key)
+{
+    m_certificate = certificate;
+    m_key = key;
+}
+
+QUrl UpdateServer::url(const QString &path) const
+{
+    const QString scheme = m_key.isEmpty() ? QStringLiteral("http") : QStringLiteral("https");
+    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3").arg(scheme).arg(serverPort()).arg(path));
+}
+
+void UpdateServer::answerCheck(const QJsonObject &body, int status)
+{
+    Answer answer;
+    answer.status = status;
+    answer.body = QJsonDocument(body).toJson();
+    m_answers.insert(QStringLiteral("/api/version/latest"), answer);
+}
+
+int UpdateServer::count(const QString &path) const
+{
+    int count = 0;
+    for (const QUrl &url : m_requests)
+        count += url.path() == path ? 1 : 0;
+    return count;
+}
+
+QString UpdateServer::lastQuery(const QString &path) const
+{
+    for (int i = m_requests.size() - 1; i >= 0; --i) {
+        if (m_requests.at(i).path() == path)
+            return m_requests.at(i).query(QUrl::FullyEncoded);
+    }
+    return QString();
+}
+
+void UpdateServer::incomingConnection(qintptr descriptor)
+{
+    auto *socket = new QSslSocket(this);
+    socket->setSocketDescriptor(descriptor);
+    connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+    connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
+        if (!socket->peek(65536).contains("\r\n\r\n"))
+            return;
+        respond(socket, socket->readAll());
+    });
+    if (!m_key.isEmpty()) {
+        socket->setLocalCertificate(QSslCertificate(m_certificate));
+        socket->setPrivateKey(QSslKey(m_key, QSsl::Rsa));
+        socket->startServerEncryption();
+    }
+}
+
+void UpdateServer::respond(QTcpSocket *socket, const QByteArray &head)
+{
+    const QUrl target = QUrl::fromEncoded(head.split(' ').value(1));
+    m_requests.append(target);
+    Answer answer;
+    answer.status = 404;
+    answer = m_answers.value(target.path(), answer);
+    const QPointer<QTcpSocket> guard(socket);
+    QTimer::singleShot(answer.delayMs, this, [this, guard, answer] {
+        if (guard)
+            send(guard, answer);
+    });
+}
+
+void UpdateServer::send(QTcpSocket *socket, const Answer &answer)
+{
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(answer.status) +
+                      " X\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
+                      "\r\nConnection: close\r\n";
+    for (const QByteArray &line : answer.headers)
+        head += line + "\r\n";
+    socket->write(head + "\r\n");
+    const QByteArray body = answer.cutAfter < 0 ? answer.body : answer.body.left(answer.cutAfter);
+    const int piece = qMax(1, body.size() / qMax(1, answer.pieces));
+    int wait = 0;
+    for (int at = 0; at < body.size(); at += piece) {
+        QTimer::singleShot(wait, socket,
+                           [socket, part = body.mid(at, piece)] { socket->write(part); });
+        wait += answer.pieces > 1 ? kPieceGapMs : 0;
+    }
+    QTimer::singleShot(wait, socket, &QTcpSocket::disconnectFromHost);
+}
+
+} // namespace testsupport

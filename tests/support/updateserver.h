@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QTcpServer>
+#include <QUrl>
+
+class QSslKey;
+
+namespace testsupport {
+
+/// An HTTP server on loopback that answers from a script and takes notes. One request a
+/// connection.
+class UpdateServer : public QTcpServer
+{
+    Q_OBJECT
+
+public:
+    struct Answer
+    {
+        int status = 200;
+        QByteArray body;
+        QList<QByteArray> headers;
+        int cutAfter = -1; ///< Close after so many bytes of the body; -1: send all.
+        int delayMs = 0;
+        int pieces = 1; ///< Sends the body in so many parts, one a turn of the event loop or later.
+    };
+
+    explicit UpdateServer(QObject *parent = nullptr);
+
+    [[nodiscard]] bool start();
+    /// Speaks TLS with a certificate that nobody has signed; both files are PEM.
+    void useTls(const QByteArray &certificate, const QByteArray &key);
+    QUrl url(const QString &path = QString()) const;
+
+    /// What every later request for the path gets. Unknown paths get 404.
+    void answer(const QString &path, const Answer &answer) { m_answers.insert(path, answer); }
+    /// The version endpoint answers with this body.
+    void answerCheck(const QJsonObject &body, int status = 200);
+
+    int count(const QString &path) const;
+    /// Query of the last request for the path.
+    QString lastQuery(const QString &path) const;
+
+protected:
+    void incomingConnection(qintptr descriptor) override;
+
+private:
+    void respond(QTcpSocket *socket, const QByteArray &head);
+    void send(QTcpSocket *socket, const Answer &answer);
+
+    QHash<QString, Answer> m_answers;
+    QList<QUrl> m_requests;
+    QByteArray m_certificate;
+    QByteArray m_key;
+};
+
+} // namespace testsupport
