@@ -15,7 +15,7 @@ display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
 packages="$build $extraction $images $display"
 if [ "${1:-}" = test ]; then
     packages="$packages clang-format python3 file desktop-file-utils appstream
-              libsqlite3-dev libreoffice-writer-nogui libreoffice-calc-nogui
+              libsqlite3-dev openssl libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui"
 fi
 
