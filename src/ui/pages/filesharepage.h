@@ -1,0 +1,112 @@
+#pragma once
+
+#include "ui/pages/filesharepage/sharepathchooser.h"
+
+#include <QPointer>
+#include <QSet>
+#include <QWidget>
+
+class FileShareController;
+class QBoxLayout;
+class QFrame;
+class QLabel;
+class QPushButton;
+class QStackedWidget;
+class QTimer;
+
+namespace fileshare {
+class BusyNote;
+class FileDropTarget;
+class OperationGate;
+class SessionTable;
+class SharePathList;
+} // namespace fileshare
+
+/// File sharing in the local network: the files of the next share, and the records of all shares.
+/// The controller's operations may wait in a nested event loop; the page lets one run at a time.
+class FileSharePage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit FileSharePage(FileShareController *controller, QWidget *parent = nullptr);
+    ~FileSharePage() override;
+
+    /// What stands in for the file dialogs, also in the dialogs of this page.
+    void setPathChooser(const fileshare::SharePathChooser &chooser) { m_chooser = chooser; }
+
+public slots:
+    void onAddFiles();
+    void onAddFolder();
+    void onRemoveSelected();
+    void onClearFiles();
+    void onOpenShareSettings();
+    void onStartShare();
+
+    void refreshSessionList();
+    /// Serves a change of the records that came while the page was hidden or busy.
+    void flushDeferredSessionRefresh();
+    void onStopSession(const QString &id);
+    void onRestartSession(const QString &id);
+    void onRemoveSession(const QString &id);
+    void onShowDetail(const QString &id);
+    void onSessionDoubleClicked(int row, int column);
+    void onStartAllSessions();
+    void onStopAllSessions();
+    void onRemoveAllSessions();
+
+    void updateStartButtonState();
+    void updateDropHintGeometry();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    QBoxLayout *buildHeader();
+    QFrame *buildPendingCard();
+    QBoxLayout *buildPendingTools();
+    QBoxLayout *buildPendingFooter();
+    QWidget *buildRecords();
+    QBoxLayout *buildRecordTools();
+    void wireDrops();
+    void wireController();
+
+    /// Whether a change of the shares may begin now.
+    bool canOperate() const;
+    void addPathsToList(const QStringList &paths);
+    void showPendingState(int ignored = 0);
+    void onSessionListChanged();
+    void onAccessLogUpdated(const QString &id);
+    void updateTouchedSessions();
+    void onBusyChanged(const QString &what);
+    void onSessionAction(const QString &id, int action);
+    void showRecordsState(int total, int active);
+    void showLinks(const QString &title, const QString &id);
+
+    QPointer<FileShareController> m_controller;
+    fileshare::SharePathChooser m_chooser;
+    bool m_refreshDeferred = true; ///< The records have changed since they were shown.
+    QSet<QString> m_touched;       ///< Sessions whose counters have changed.
+    QTimer *m_touchedTimer;
+
+    fileshare::BusyNote *m_busyNote = nullptr;
+    QFrame *m_pendingCard = nullptr;
+    fileshare::SharePathList *m_pending = nullptr;
+    fileshare::FileDropTarget *m_dropTarget = nullptr;
+    QLabel *m_dropHint = nullptr;
+    QLabel *m_pendingStatus = nullptr;
+    QPushButton *m_removeSelected = nullptr;
+    QPushButton *m_clear = nullptr;
+    QPushButton *m_start = nullptr;
+
+    QWidget *m_records = nullptr;
+    QLabel *m_recordsStatus = nullptr;
+    QLabel *m_networkHint = nullptr;
+    QPushButton *m_stopAll = nullptr;
+    QPushButton *m_startAll = nullptr;
+    QPushButton *m_removeAll = nullptr;
+    QStackedWidget *m_recordViews = nullptr;
+    fileshare::SessionTable *m_table = nullptr;
+    fileshare::OperationGate *m_gate = nullptr;
+};

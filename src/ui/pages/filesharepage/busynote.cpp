@@ -1,0 +1,44 @@
+#include "ui/pages/filesharepage/busynote.h"
+
+#include "ui/common/layoutmetrics.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+
+namespace fileshare {
+
+namespace {
+
+constexpr int kBarWidth = 96;
+
+} // namespace
+
+BusyNote::BusyNote(QWidget *parent)
+    : QWidget(parent)
+    , m_text(new QLabel(this))
+{
+    setObjectName(QStringLiteral("ShareBusyNote"));
+    m_text->setObjectName(QStringLiteral("ShareBusyText"));
+    m_text->setProperty("textRole", QStringLiteral("subtle"));
+    auto *bar = new QProgressBar(this);
+    bar->setRange(0, 0);
+    bar->setFixedWidth(kBarWidth);
+    auto *row = new QHBoxLayout(this);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(ui::common::metrics::kFieldGap);
+    row->addWidget(m_text);
+    row->addWidget(bar);
+    QSizePolicy policy = sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    setSizePolicy(policy);
+    hide();
+}
+
+void BusyNote::setText(const QString &text)
+{
+    m_text->setText(text);
+    setVisible(!text.isEmpty());
+}
+
+} // namespace fileshare
