@@ -473,7 +473,7 @@ void FileShareController::setPersistedStatus(const QList<ShareSession> &sessions
 
 bool FileShareController::ensureServerForShare(int port)
 {
-    QString error;
+    QString error = QStringLiteral("ending");
     if (!m_isEnding && m_servers->ensureRunning(port, &error))
         return true;
     warn("[FileShareController] ensureServerRunning failed:", error);

@@ -97,6 +97,13 @@ QString actionFilter(const QString &action, QVariantList *values)
     return QStringLiteral(" AND action=?");
 }
 
+bool runOn(QSqlDatabase database, bool (QSqlDatabase::*call)(), QString *error)
+{
+    if (!database.isOpen())
+        return fail(error, notOpenText());
+    return (database.*call)() || fail(error, database.lastError().text());
+}
+
 // Runs one reader over a connection that lives for the call.
 template <typename Result>
 Result onOwnConnection(const QString &dbPath, const QString &id, QString *error,
@@ -251,20 +258,17 @@ bool FileShareDb::saveDefault(const QString &key, const QString &value, QString 
 
 bool FileShareDb::beginTransaction(QString *error)
 {
-    QSqlDatabase database = connection();
-    return database.transaction() || fail(error, database.lastError().text());
+    return runOn(connection(), &QSqlDatabase::transaction, error);
 }
 
 bool FileShareDb::commitTransaction(QString *error)
 {
-    QSqlDatabase database = connection();
-    return database.commit() || fail(error, database.lastError().text());
+    return runOn(connection(), &QSqlDatabase::commit, error);
 }
 
 bool FileShareDb::rollback(QString *error)
 {
-    QSqlDatabase database = connection();
-    return database.rollback() || fail(error, database.lastError().text());
+    return runOn(connection(), &QSqlDatabase::rollback, error);
 }
 
 ShareSession FileShareDb::session(const QString &id, QString *error) const

@@ -5,7 +5,6 @@
 #include "share/fileshareserver.h"
 
 #include <QCoreApplication>
-#include <QPointer>
 
 namespace {
 
@@ -93,9 +92,7 @@ void ShareServerHost::end(FileShareServer *server, int timeoutMs)
 {
     if (server == m_server)
         m_server = nullptr;
-    const QPointer<FileShareServer> guard(server);
     server->shutdownSync(timeoutMs);
-    // What its workers reported last, which would be dropped without it.
+    delete server; // nothing is reported from here on
     QCoreApplication::sendPostedEvents(m_controller, QEvent::MetaCall);
-    delete guard.data();
 }

@@ -12,11 +12,15 @@ bool fail(QString *error, const QString &text)
     return false;
 }
 
+QString notOpenText()
+{
+    return QStringLiteral("The share database is not open.");
+}
+
 bool run(QSqlQuery *query, const QString &sql, const QVariantList &values, QString *error)
 {
-    // Qt's own texts for this case name no cause, and it writes one to the log a time.
     if (!query->driver() || !query->driver()->isOpen())
-        return fail(error, QStringLiteral("The share database is not open."));
+        return fail(error, notOpenText());
     query->setForwardOnly(true);
     if (!query->prepare(sql))
         return fail(error, query->lastError().text());

@@ -11,6 +11,9 @@ namespace sqlstatement {
 
 /// Sets `error` and gives false.
 bool fail(QString *error, const QString &text);
+/// The error of everything on a database that is not open. Qt's own text names no cause, and Qt
+/// writes another to the log each time.
+QString notOpenText();
 /// Prepares the statement, binds the values in order and runs it.
 [[nodiscard]] bool run(QSqlQuery *query, const QString &sql, const QVariantList &values,
                        QString *error);
