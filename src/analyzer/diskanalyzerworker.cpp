@@ -55,12 +55,6 @@ qint64 modifiedMs(const struct stat &info)
     return qint64(info.st_mtim.tv_sec) * 1000 + qint64(info.st_mtim.tv_nsec) / 1000000;
 }
 
-int walkPercent(qint64 bytes, qint64 estimate)
-{
-    const double share = double(bytes) / double(estimate);
-    return share >= 1.0 ? kWalkPercent : int(share * kWalkPercent);
-}
-
 } // namespace
 
 /// What one scan was asked for and has collected.
@@ -116,6 +110,12 @@ DiskAnalyzerWorker::~DiskAnalyzerWorker() = default;
 void DiskAnalyzerWorker::requestStop()
 {
     m_stop = true;
+}
+
+int DiskAnalyzerWorker::walkPercent(qint64 bytes, qint64 estimate)
+{
+    const double share = double(bytes) / double(estimate);
+    return share >= 1.0 ? kWalkPercent : int(share * kWalkPercent);
 }
 
 std::function<bool()> DiskAnalyzerWorker::stopFunction() const

@@ -27,6 +27,9 @@ public:
     explicit DiskAnalyzerWorker(MountLister mounts, QObject *parent = nullptr);
     ~DiskAnalyzerWorker() override;
 
+    /// Progress of a walk that met `bytes` where `estimate`, at least 1, are expected: 0 to 70.
+    static int walkPercent(qint64 bytes, qint64 estimate);
+
 public slots:
     /// Blocks the worker's thread until the scan ends in scanFinished(). `maxLargeFiles` of 0 or
     /// less means no limit.

@@ -1,0 +1,168 @@
+#include "analyzer/directorywalk.h"
+#include "analyzer/mountpoints.h"
+#include "support/temptree.h"
+
+#include <QtTest>
+
+#include <limits>
+#include <unistd.h>
+
+class TestDirectoryWalk : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void skipsDirectories_data();
+    void skipsDirectories();
+    void findsMountsBelow_data();
+    void findsMountsBelow();
+    void tellsNamesThatNoTextLeadsTo();
+    void survivesWhatVanishes();
+    void survivesDepth();
+    void sumsStayInRange();
+};
+
+void TestDirectoryWalk::skipsDirectories_data()
+{
+    QTest::addColumn<bool>("skipped");
+    for (const char *path :
+         {"/proc", "/sys/class", "/dev", "/run/user/1000", "/snap/core", "/boot/efi",
+          "/boot/efi/EFI", "/var/run", "/var/lock/a", "/home/a/.git", "/.svn", "/a/.hg",
+          "/a/b/node_modules", "/a/__pycache__", "/home/a/.thumbnails"})
+        QTest::newRow(path) << true;
+    for (const char *path : {"/procs", "/a/proc", "/boot", "/boot/efi2", "/var", "/var/runs",
+                             "/home/a/.github", "/a/git", "/a/.git/b", "/a/my_node_modules"})
+        QTest::newRow(path) << false;
+}
+
+void TestDirectoryWalk::skipsDirectories()
+{
+    QFETCH(bool, skipped);
+    QCOMPARE(shouldSkipDir(QTest::currentDataTag()), skipped);
+}
+
+void TestDirectoryWalk::findsMountsBelow_data()
+{
+    QTest::addColumn<QString>("root");
+    QTest::addColumn<QString>("below");
+    QTest::newRow("system") << "/"
+                            << "/data /data/in /database";
+    QTest::newRow("partition") << "/data"
+                               << "/data/in";
+    QTest::newRow("innermost") << "/data/in"
+                               << "";
+    QTest::newRow("no mount itself") << "/home"
+                                     << "";
+}
+
+void TestDirectoryWalk::findsMountsBelow()
+{
+    QFETCH(QString, root);
+    QFETCH(QString, below);
+    QVector<MountPoint> all;
+    for (const char *path : {"/", "/data", "/data/in", "/database"})
+        all.append({QLatin1String(path), QStringLiteral("/dev/sda1"), QStringLiteral("ext4")});
+    QStringList found;
+    for (const MountPoint &point : mountPointsBelow(root, all))
+        found.append(point.rootPath);
+    QCOMPARE(found.join(QLatin1Char(' ')), below);
+}
+
+namespace {
+
+/// Runs a walk; the listable files as text, the others as "?".
+QStringList walked(DirectoryTree *tree, const std::function<void(const QString &)> &onFile)
+{
+    QStringList files;
+    const auto collect = [&](DirNode *dir, const char *name, const struct stat &info) {
+        DirectoryTree::addFile(dir, info.st_size);
+        const bool listable = DirectoryTree::isListable(dir, name);
+        files.append(listable ? tree->listedPath(dir, name) : QStringLiteral("?"));
+        if (onFile)
+            onFile(files.last());
+    };
+    if (!DirectoryWalk(
+             QSet<QByteArray>(), [] { return false; }, collect)
+             .run(tree))
+        files.clear();
+    files.sort();
+    tree->sumUp();
+    return files;
+}
+
+} // namespace
+
+void TestDirectoryWalk::tellsNamesThatNoTextLeadsTo()
+{
+    TempTree tree;
+    QStringList expected{tree.file("中文/文件 名.md"), tree.file(".hidden/.h"),
+                         tree.file("\xef\xbf\xbd-replacement"), tree.file("new\nline")};
+    for (const char *name :
+         {"bad-\xff\xfe", "overlong-\xc0\xaf", "half-\xe6\x96", "\xed\xa0\x80"}) {
+        tree.rawFile("raw", name);
+        expected.append(QStringLiteral("?"));
+    }
+    // A file with a good name behind a directory with a bad one cannot be reached, either.
+    tree.file("dir/good");
+    tree.dir("outer");
+    QCOMPARE(::rename(QFile::encodeName(tree.path("dir")).constData(),
+                      (QFile::encodeName(tree.path("outer")) + "/\xff").constData()),
+             0);
+    expected.append(QStringLiteral("?"));
+    expected.sort();
+    DirectoryTree found(tree.path());
+    QCOMPARE(walked(&found, nullptr), expected);
+    QCOMPARE(found.at(0)->totalSize, qint64(5 * 4));
+}
+
+void TestDirectoryWalk::survivesWhatVanishes()
+{
+    TempTree tree;
+    for (int dir = 0; dir < 40; ++dir)
+        tree.file(QStringLiteral("%1/sub/file").arg(dir));
+    const QString outside = tree.file("elsewhere/outside");
+    int seen = 0;
+    DirectoryTree found(tree.path());
+    walked(&found, [&](const QString &) {
+        if (seen++ > 0)
+            return;
+        for (int dir = 0; dir < 40; dir += 2)
+            tree.remove(QStringLiteral("%1").arg(dir));
+        // A link in a directory's place must not be followed.
+        tree.remove("1");
+        tree.link("1", QFileInfo(outside).path());
+    });
+    QVERIFY(seen >= 19 && seen <= 21);
+    QCOMPARE(found.at(0)->totalSize, qint64(seen * 4));
+}
+
+/// As many levels as a path can name.
+void TestDirectoryWalk::survivesDepth()
+{
+    TempTree tree;
+    QString path;
+    while (tree.path().size() + path.size() < 4000)
+        path += QStringLiteral("/d");
+    path = path.mid(1) + QStringLiteral("/f");
+    tree.file(path);
+    DirectoryTree found(tree.path());
+    QCOMPARE(walked(&found, nullptr), QStringList(tree.path(path)));
+    const QVariantMap map = found.toVariant([] { return false; });
+    QCOMPARE(map.value(QStringLiteral("totalSize")).toInt(), 4);
+}
+
+void TestDirectoryWalk::sumsStayInRange()
+{
+    const qint64 most = std::numeric_limits<qint64>::max();
+    DirectoryTree tree(QStringLiteral("/r"));
+    tree.addChild(tree.at(0), "a");
+    for (int i = 0; i < 3; ++i)
+        DirectoryTree::addFile(tree.at(1), most - 1);
+    DirectoryTree::addFile(tree.at(0), 1);
+    tree.sumUp();
+    QCOMPARE(tree.at(0)->totalSize, most);
+    QCOMPARE(tree.at(0)->fileSize, qint64(1));
+}
+
+QTEST_GUILESS_MAIN(TestDirectoryWalk)
+#include "tst_directorywalk.moc"

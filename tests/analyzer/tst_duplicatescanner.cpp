@@ -1,0 +1,380 @@
+#include "analyzer/duplicate_scanner.h"
+#include "support/temptree.h"
+
+#include <QCryptographicHash>
+#include <QSemaphore>
+#include <QThreadPool>
+#include <QtConcurrentRun>
+#include <QtTest>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <sys/stat.h>
+#include <unistd.h>
+
+Q_DECLARE_METATYPE(DuplicateScanner::ScanOptions)
+
+using Options = DuplicateScanner::ScanOptions;
+using Result = DuplicateScanner::PartialResult;
+using SizeGroups = QHash<qint64, QStringList>;
+
+namespace {
+
+QByteArray bytesOf(const QString &path)
+{
+    QFile file(path);
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll()
+                                                                      : QByteArray();
+}
+
+QByteArray md5(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Md5);
+}
+
+void link(const QString &existing, const QString &path)
+{
+    if (::link(QFile::encodeName(existing).constData(), QFile::encodeName(path).constData()) != 0)
+        qFatal("cannot link %s", qPrintable(path));
+}
+
+/// A group as one line, so that whole results can be compared.
+QString line(qint64 size, const QString &hash, const QVector<QStringList> &files)
+{
+    QStringList parts{QString::number(size), hash};
+    for (const QStringList &paths : files)
+        parts.append(paths.join(QLatin1Char('=')));
+    return parts.join(QLatin1Char(' '));
+}
+
+QStringList lines(const Result &result)
+{
+    QStringList all;
+    for (const QVariant &group : result.groups) {
+        const QVariantMap map = group.toMap();
+        QVector<QStringList> files;
+        const QVariantList members = map.value(QStringLiteral("files")).toList();
+        for (const QVariant &member : members) {
+            const QVariantMap file = member.toMap();
+            const QString path = file.value(QStringLiteral("path")).toString();
+            const QStringList aliases = file.value(QStringLiteral("aliasPaths")).toStringList();
+            if (file.value(QStringLiteral("aliasCount")).toInt() != aliases.size() ||
+                file.value(QStringLiteral("modified")).toDateTime() !=
+                    QFileInfo(path).lastModified())
+                qFatal("wrong entry of %s", qPrintable(path));
+            files.append(QStringList(path) + aliases);
+        }
+        all.append(line(map.value(QStringLiteral("size")).toLongLong(),
+                        map.value(QStringLiteral("hash"), QStringLiteral("-")).toString(), files));
+    }
+    return all;
+}
+
+/// The slow, obvious way: everything is read whole. Limits of groups are left to the tests.
+struct Expected
+{
+    Expected(const SizeGroups &sizeGroups, const Options &options)
+    {
+        QVector<qint64> sizes;
+        for (auto it = sizeGroups.cbegin(); it != sizeGroups.cend(); ++it)
+            if (it->size() > 1 && it.key() >= options.minimumSize &&
+                (options.maximumFilesPerBucket <= 0 || it->size() <= options.maximumFilesPerBucket))
+                sizes.append(it.key());
+        std::sort(sizes.begin(), sizes.end(), [&](qint64 a, qint64 b) {
+            const qint64 stakeA = a * (sizeGroups[a].size() - 1);
+            const qint64 stakeB = b * (sizeGroups[b].size() - 1);
+            return stakeA != stakeB ? stakeA > stakeB : a > b;
+        });
+        if (options.maximumBuckets > 0)
+            sizes = sizes.mid(0, options.maximumBuckets);
+        for (const qint64 size : sizes)
+            addBucket(size, sizeGroups[size], options.byHash);
+        lines.sort();
+    }
+
+    void addBucket(qint64 size, const QStringList &paths, bool byHash)
+    {
+        QMap<quint64, QStringList> physical;
+        QVector<quint64> order;
+        for (const QString &path : paths) {
+            struct stat info;
+            if (stat(QFile::encodeName(path).constData(), &info) != 0)
+                continue;
+            if (!physical.contains(info.st_ino))
+                order.append(info.st_ino);
+            physical[info.st_ino].append(path);
+        }
+        QMap<QString, QVector<QStringList>> groups;
+        for (const quint64 inode : order) {
+            const QString path = physical[inode].first();
+            if (!byHash)
+                groups[QFileInfo(path).fileName()].append(physical[inode]);
+            else if (QFileInfo(path).isFile())
+                groups[QString::fromLatin1(md5(bytesOf(path)).toHex())].append(physical[inode]);
+        }
+        for (auto it = groups.cbegin(); it != groups.cend(); ++it) {
+            if (it->size() < 2)
+                continue;
+            lines.append(line(size, byHash ? it.key() : QStringLiteral("-"), *it));
+            reclaimable += size * (it->size() - 1);
+        }
+    }
+
+    QStringList lines;
+    qint64 reclaimable = 0;
+};
+
+/// Files that differ at the start, in the middle or at the end, or not at all; links; what cannot
+/// be read.
+SizeGroups randomFiles(TempTree *tree, quint32 seed)
+{
+    const int sizes[] = {0, 1, 17, 4095, 4096, 4097, 8191, 8192, 20000, 1048576, 1048577};
+    std::mt19937 random(seed);
+    SizeGroups groups;
+    for (const int size : sizes) {
+        QStringList &paths = groups[size];
+        const int count = int(random() % 12);
+        for (int i = 0; i < count; ++i) {
+            QByteArray content(size, 'x');
+            const int places[] = {0, size / 2, size - 1};
+            if (size > 0 && random() % 2 == 0)
+                content[places[random() % 3]] = char('a' + random() % 2);
+            const QString name = QStringLiteral("%1/%2/%3")
+                                     .arg(size)
+                                     .arg(i)
+                                     .arg(QLatin1Char(char('a' + random() % 3)));
+            if (!paths.isEmpty() && random() % 4 == 0) {
+                tree->dir(QFileInfo(name).path());
+                link(paths.at(int(random() % quint32(paths.size()))), tree->path(name));
+                paths.append(tree->path(name));
+            } else {
+                paths.append(tree->file(name, content));
+            }
+        }
+    }
+    groups[4096] << tree->dir("directory") << tree->fifo("pipe") << tree->path("absent");
+    return groups;
+}
+
+/// What read(2) and its like gave to this process so far.
+qint64 bytesRead()
+{
+    QFile file(QStringLiteral("/proc/self/io"));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("no /proc/self/io");
+    return file.readLine().mid(int(qstrlen("rchar: "))).trimmed().toLongLong();
+}
+
+const DuplicateScanner::StopFunction kNoStop = [] {
+    return false;
+};
+
+} // namespace
+
+class TestDuplicateScanner : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void findsWhatWholeComparisonFinds_data();
+    void findsWhatWholeComparisonFinds();
+    void limitsGroupsButNotTotals();
+    void hashesParts_data();
+    void hashesParts();
+    void rejectsWhatIsNoFile();
+    void readsUnequalFilesInPartOnly();
+    void stops();
+    void reportsProgress();
+    void sharesABusyPool();
+};
+
+void TestDuplicateScanner::findsWhatWholeComparisonFinds_data()
+{
+    QTest::addColumn<Options>("options");
+    const auto row = [](const char *name, qint64 minimum, bool byHash, int files, int buckets,
+                        int threads) {
+        QTest::newRow(name) << Options{minimum, byHash, files, buckets, 0, threads};
+    };
+    row("all, one thread", 0, true, 0, 0, 1);
+    row("all, two threads", 0, true, -1, -1, 2);
+    row("all, default threads", 0, true, 0, 0, 0);
+    row("too many threads", 0, true, 0, 0, 99);
+    row("from 4097 bytes", 4097, true, 0, 0, 2);
+    row("files per bucket", 0, true, 5, 0, 2);
+    row("buckets", 0, true, 0, 3, 2);
+    row("by name", 0, false, 0, 0, 2);
+}
+
+void TestDuplicateScanner::findsWhatWholeComparisonFinds()
+{
+    QFETCH(Options, options);
+    int groups = 0;
+    for (quint32 seed = 1; seed <= 8; ++seed) {
+        TempTree tree;
+        const SizeGroups sizeGroups = randomFiles(&tree, seed);
+        const Expected expected(sizeGroups, options);
+        const Result result = DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr);
+        QStringList found = lines(result);
+        found.sort();
+        QCOMPARE(found, expected.lines);
+        QCOMPARE(result.totalReclaimable, expected.reclaimable);
+        QCOMPARE(result.totalGroups, expected.lines.size());
+        QCOMPARE(lines(DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr)),
+                 lines(result));
+        groups += result.totalGroups;
+    }
+    QVERIFY(groups > 8);
+}
+
+void TestDuplicateScanner::limitsGroupsButNotTotals()
+{
+    TempTree tree;
+    SizeGroups sizeGroups;
+    QList<DuplicateScanner::Bucket> buckets;
+    for (int size = 1; size <= 20; ++size) {
+        for (const char *name : {"a", "b"})
+            sizeGroups[size].append(tree.file(
+                QStringLiteral("%1/%2").arg(size).arg(QLatin1String(name)), QByteArray(size, 'x')));
+        buckets.append({size, sizeGroups[size]});
+    }
+    const Options options{0, true, 0, 0, 7, 2};
+    const Result result = DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr);
+    QCOMPARE(result.totalGroups, 20);
+    QCOMPARE(result.totalReclaimable, qint64(210));
+    QCOMPARE(result.groups.size(), 7);
+    for (int i = 0; i < 7; ++i)
+        QCOMPARE(result.groups.at(i).toMap().value(QStringLiteral("size")).toInt(), 20 - i);
+
+    const Result part = DuplicateScanner::processBucketRange(buckets, 5, 15, options, kNoStop);
+    QCOMPARE(part.totalGroups, 10);
+    QCOMPARE(part.totalReclaimable, qint64(105));
+    QCOMPARE(part.groups.size(), 7);
+    QCOMPARE(part.groups.first().toMap().value(QStringLiteral("size")).toInt(), 6);
+}
+
+void TestDuplicateScanner::hashesParts_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : {0, 1, 4095, 4096, 4097, 8192, 1048575, 1048576, 1048577, 3000000})
+        QTest::newRow(qPrintable(QString::number(size))) << size;
+}
+
+void TestDuplicateScanner::hashesParts()
+{
+    QFETCH(int, size);
+    TempTree tree;
+    QByteArray content(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        content[i] = char(i * 7 + i / 256);
+    const QString path = tree.file("f", content);
+    QCOMPARE(DuplicateScanner::partialHash(path), md5(content.left(4096)));
+    QCOMPARE(DuplicateScanner::tailHash(path, size), md5(content.right(4096)));
+    QCOMPARE(DuplicateScanner::fullHash(path, nullptr), md5(content));
+    int asked = 0;
+    const auto stopAtLastChunk = [&] {
+        return ++asked > size / 1048576;
+    };
+    QCOMPARE(DuplicateScanner::fullHash(path, stopAtLastChunk), QByteArray());
+}
+
+void TestDuplicateScanner::rejectsWhatIsNoFile()
+{
+    TempTree tree;
+    for (const QString &path : {tree.dir("d"), tree.fifo("p"), tree.path("absent"), QString()}) {
+        QCOMPARE(DuplicateScanner::partialHash(path), QByteArray());
+        QCOMPARE(DuplicateScanner::tailHash(path, 9000), QByteArray());
+        QCOMPARE(DuplicateScanner::fullHash(path, kNoStop), QByteArray());
+    }
+}
+
+void TestDuplicateScanner::readsUnequalFilesInPartOnly()
+{
+    TempTree tree;
+    const int count = 60;
+    const int size = 300000;
+    SizeGroups sizeGroups;
+    for (int i = 0; i < count; ++i) {
+        QByteArray content(size, 'x');
+        content[i % 2 == 0 ? 0 : size - 1] = char(i); // half of them only differ at the end
+        sizeGroups[size].append(tree.file(QString::number(i), content));
+    }
+    const qint64 before = bytesRead();
+    const Result result = DuplicateScanner::scan(sizeGroups, Options(), kNoStop, nullptr);
+    const qint64 read = bytesRead() - before;
+    QCOMPARE(result.totalGroups, 0);
+    QVERIFY2(read < count * 8192 + 4096, qPrintable(QString::number(read)));
+}
+
+/// Whatever the moment of the stop, what is returned is part of the whole.
+void TestDuplicateScanner::stops()
+{
+    TempTree tree;
+    const SizeGroups sizeGroups = randomFiles(&tree, 3);
+    const Options options{0, true, 0, 0, 0, 2};
+    std::atomic<int> asked{0};
+    const auto whole = lines(DuplicateScanner::scan(
+        sizeGroups, options, [&] { return ++asked < 0; }, nullptr));
+    const int most = asked;
+    QVERIFY(most > 50);
+    for (int limit = 0; limit < most; limit += most / 25 + 1) {
+        asked = 0;
+        const Result part = DuplicateScanner::scan(
+            sizeGroups, options, [&] { return ++asked > limit; }, nullptr);
+        const QStringList found = lines(part);
+        for (const QString &group : found)
+            QVERIFY2(whole.contains(group), qPrintable(group));
+        QVERIFY(limit > 0 || found.isEmpty());
+    }
+}
+
+void TestDuplicateScanner::reportsProgress()
+{
+    TempTree tree;
+    const QThread *caller = QThread::currentThread();
+    QVector<QPair<int, int>> calls;
+    const auto record = [&](int done, int total) {
+        QCOMPARE(QThread::currentThread(), caller);
+        calls.append({done, total});
+    };
+    DuplicateScanner::scan(SizeGroups(), Options(), kNoStop, record);
+    QVERIFY(calls.size() == calls.count({0, 0}) && !calls.isEmpty());
+
+    calls.clear();
+    const SizeGroups sizeGroups = randomFiles(&tree, 5);
+    DuplicateScanner::scan(sizeGroups, Options(), kNoStop, record);
+    const int total = calls.first().second;
+    QCOMPARE(calls.first(), qMakePair(0, total));
+    QCOMPARE(calls.last(), qMakePair(total, total));
+    QVERIFY(total > 5 && std::is_sorted(calls.cbegin(), calls.cend()));
+}
+
+/// Every thread of the pool is taken: by something that never ends before the scan does, and then
+/// by scans.
+void TestDuplicateScanner::sharesABusyPool()
+{
+    TempTree tree;
+    const SizeGroups sizeGroups = randomFiles(&tree, 7);
+    const Options options{0, true, 0, 0, 0, 4};
+    const QStringList expected =
+        lines(DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr));
+    QSemaphore release;
+    QVector<QFuture<void>> blockers;
+    for (int i = 0; i < QThreadPool::globalInstance()->maxThreadCount(); ++i)
+        blockers.append(QtConcurrent::run([&release] { release.acquire(); }));
+    const QStringList found = lines(DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr));
+    release.release(blockers.size());
+    QCOMPARE(found, expected);
+    for (QFuture<void> &blocker : blockers)
+        blocker.waitForFinished();
+
+    QVector<QFuture<QStringList>> scans;
+    for (int i = 0; i < 2 * QThreadPool::globalInstance()->maxThreadCount(); ++i)
+        scans.append(QtConcurrent::run(
+            [&] { return lines(DuplicateScanner::scan(sizeGroups, options, kNoStop, nullptr)); }));
+    for (QFuture<QStringList> &scan : scans)
+        QCOMPARE(scan.result(), expected);
+}
+
+QTEST_GUILESS_MAIN(TestDuplicateScanner)
+#include "tst_duplicatescanner.moc"
