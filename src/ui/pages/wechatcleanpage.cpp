@@ -1,0 +1,583 @@
+#include "ui/pages/wechatcleanpage.h"
+
+#include "ui/common/appnoticedialog.h"
+#include "ui/common/elidedlabel.h"
+#include "ui/common/layoutmetrics.h"
+#include "ui/common/wraplabel.h"
+#include "ui/pages/wechatcleanpage/busypanel.h"
+#include "ui/pages/wechatcleanpage/cleantasks.h"
+#include "ui/pages/wechatcleanpage/cleantexts.h"
+#include "ui/pages/wechatcleanpage/directorypanel.h"
+#include "ui/pages/wechatcleanpage/historydialog.h"
+#include "ui/pages/wechatcleanpage/profilerules.h"
+#include "ui/pages/wechatcleanpage/resultpanel.h"
+
+#include <QDebug>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QUrl>
+#include <QVBoxLayout>
+
+using ui::common::AppNoticeDialog;
+using ui::common::ElidedLabel;
+using ui::common::WrapLabel;
+using wechatclean::BusyPanel;
+using wechatclean::CleanTasks;
+using wechatclean::DirectoryPanel;
+using wechatclean::HistoryDialog;
+using wechatclean::ResultPanel;
+namespace metrics = ui::common::metrics;
+
+namespace {
+
+/// The names of what the user sets off, in the log.
+void noteAction(const char *utf8)
+{
+    qInfo().noquote() << "[WechatCleanPage]" << QString::fromUtf8(utf8);
+}
+
+QString pleaseWait()
+{
+    return WechatCleanPage::tr("请稍候...");
+}
+
+} // namespace
+
+WechatCleanPage::WechatCleanPage(QWidget *parent, const QString &home)
+    : QWidget(parent)
+    , m_tasks(new CleanTasks(home, this))
+{
+    setObjectName(QStringLiteral("WechatCleanPage"));
+    auto *column = new QVBoxLayout(this);
+    column->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
+                               metrics::kCardGap);
+    column->setSpacing(metrics::kCardGap);
+    buildHeader(column);
+    buildStates(column);
+    wireTasks();
+    switchState(UiState::NoDirectory);
+}
+
+WechatCleanPage::~WechatCleanPage()
+{
+    // While the widgets that late signals would reach are still there.
+    delete m_tasks;
+}
+
+void WechatCleanPage::buildHeader(QBoxLayout *column)
+{
+    auto *title = new QLabel(tr("微信清理"), this);
+    title->setObjectName(QStringLiteral("PageTitle"));
+    auto *settings = new QPushButton(tr("设置"), this);
+    settings->setObjectName(QStringLiteral("WechatSettingsButton"));
+    auto *history = new QPushButton(tr("清理记录"), this);
+    history->setObjectName(QStringLiteral("WechatHistoryButton"));
+    connect(settings, &QPushButton::clicked, this, &WechatCleanPage::openSettings);
+    connect(history, &QPushButton::clicked, this, &WechatCleanPage::openHistoryDialog);
+    auto *heading = new QLabel(tr("清理微信里的重复文件"), this);
+    heading->setObjectName(QStringLiteral("SectionTitle"));
+    auto *text = new WrapLabel(
+        tr("通过扫描微信收发的相同文件，并进行处理以节省空间，不会影响微信的实际功能。"), this);
+    text->setObjectName(QStringLiteral("SubtleText"));
+    m_status = new ElidedLabel(tr("尚未开始扫描"), Qt::ElideRight, this);
+    m_status->setObjectName(QStringLiteral("WechatStatus"));
+    m_status->setProperty("textRole", QStringLiteral("subtle"));
+
+    auto *toolbar = new QHBoxLayout;
+    toolbar->setSpacing(metrics::kButtonGap);
+    toolbar->addWidget(title, 1);
+    toolbar->addWidget(settings);
+    toolbar->addWidget(history);
+    auto *texts = new QVBoxLayout;
+    texts->setSpacing(metrics::kFieldGap / 2);
+    texts->addLayout(toolbar);
+    texts->addWidget(heading);
+    texts->addWidget(text);
+    texts->addWidget(m_status);
+    column->addLayout(texts);
+}
+
+void WechatCleanPage::buildStates(QBoxLayout *column)
+{
+    m_directories = new DirectoryPanel(this);
+    m_busy = new BusyPanel(this);
+    m_resultPanel = new ResultPanel(this);
+    m_stack = new QStackedWidget(this);
+    m_stack->setObjectName(QStringLiteral("WechatStateStack"));
+    m_stack->addWidget(m_directories);
+    m_stack->addWidget(m_busy);
+    m_stack->addWidget(m_resultPanel);
+    column->addWidget(m_stack, 1);
+
+    connect(m_directories, &DirectoryPanel::addRequested, this,
+            &WechatCleanPage::addManualDirectory);
+    connect(m_directories, &DirectoryPanel::redetectRequested, this,
+            &WechatCleanPage::refreshDetectedProfiles);
+    connect(m_directories, &DirectoryPanel::startRequested, this, &WechatCleanPage::startScan);
+    connect(m_directories, &DirectoryPanel::backRequested, this,
+            [this] { switchState(UiState::Results); });
+    connect(m_directories, &DirectoryPanel::removeRequested, this,
+            &WechatCleanPage::removeProfileByPath);
+    connect(m_directories, &DirectoryPanel::selectionChanged, this,
+            [this](const QString &path, bool selected) {
+                if (selected)
+                    m_deselected.remove(path);
+                else
+                    m_deselected.insert(path);
+            });
+    connect(m_busy, &BusyPanel::stopRequested, this, &WechatCleanPage::stopCurrentTask);
+    connect(m_resultPanel, &ResultPanel::adjustRequested, this, &WechatCleanPage::showDirectories);
+    connect(m_resultPanel, &ResultPanel::rescanRequested, this, &WechatCleanPage::startScan);
+    connect(m_resultPanel, &ResultPanel::cleanAllRequested, this, &WechatCleanPage::cleanAll);
+    connect(m_resultPanel, &ResultPanel::cleanRequested, this, &WechatCleanPage::cleanCard);
+    connect(m_resultPanel, &ResultPanel::openFolderRequested, this, &WechatCleanPage::openFolder);
+}
+
+void WechatCleanPage::wireTasks()
+{
+    using Page = WechatCleanPage;
+    connect(m_tasks, &CleanTasks::recoveryFinished, this, &Page::onRecoveryFinished);
+    connect(m_tasks, &CleanTasks::detectFinished, this, &Page::onDetectFinished);
+    connect(m_tasks, &CleanTasks::progressChanged, this, &Page::onProgressChanged);
+    connect(m_tasks, &CleanTasks::duplicateGroupsReady, this, &Page::onDuplicateGroupsReady);
+    connect(m_tasks, &CleanTasks::scanFinished, this, &Page::onScanFinished);
+    connect(m_tasks, &CleanTasks::preflightFinished, this, &Page::onPreflightFinished);
+    connect(m_tasks, &CleanTasks::cleanProgressChanged, this, &Page::onCleanProgressChanged);
+    connect(m_tasks, &CleanTasks::cleanFinished, this, &Page::onCleanFinished);
+    connect(m_tasks, &CleanTasks::undoFinished, this, &Page::onUndoFinished);
+    connect(m_tasks, &CleanTasks::recordsRead, this, &Page::onRecordsRead);
+    connect(m_tasks, &CleanTasks::recordRead, this, &Page::onRecordRead);
+    connect(m_tasks, &CleanTasks::rootDetected, this, &Page::onRootDetected);
+}
+
+void WechatCleanPage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (m_wasShown)
+        return;
+    m_wasShown = true;
+    switchToBusy(tr("正在检测微信目录"), pleaseWait(), false);
+    m_tasks->recoverInterrupted();
+}
+
+void WechatCleanPage::switchState(UiState state)
+{
+    m_state = state;
+    if (state == UiState::Busy)
+        m_stack->setCurrentWidget(m_busy);
+    else if (state == UiState::Results)
+        m_stack->setCurrentWidget(m_resultPanel);
+    else
+        m_stack->setCurrentWidget(m_directories);
+    m_directories->setHasResults(m_hasResults);
+    if (m_history)
+        m_history->setBusy(state == UiState::Busy ? tr("有任务正在进行，完成后才能撤销。")
+                                                  : QString());
+}
+
+void WechatCleanPage::switchToBusy(const QString &title, const QString &text, bool mayStop,
+                                   const QString &note)
+{
+    if (m_state != UiState::Busy)
+        m_stateBeforeBusy = m_state;
+    m_isStopping = false;
+    m_busy->begin(title, text, mayStop, note);
+    switchState(UiState::Busy);
+}
+
+void WechatCleanPage::showDirectories()
+{
+    switchState(m_profiles.isEmpty() ? UiState::NoDirectory : UiState::Directories);
+}
+
+void WechatCleanPage::setStatus(const QString &text)
+{
+    m_status->setText(text);
+}
+
+QWidget *WechatCleanPage::noticeParent()
+{
+    // The record dialog is modal: what opens behind it could not be answered.
+    if (m_history && m_history->isVisible())
+        return m_history;
+    return this;
+}
+
+void WechatCleanPage::onRecoveryFinished(const QStringList &restored, const QStringList &removed,
+                                         const QStringList &errors)
+{
+    const QString text = wechatclean::recoveryText(restored, removed, errors);
+    const QPointer<WechatCleanPage> self(this);
+    const QString title = tr("已检查上次中断的清理");
+    if (!errors.isEmpty())
+        AppNoticeDialog::showWarning(noticeParent(), title, text);
+    else if (!text.isEmpty())
+        AppNoticeDialog::showInfo(noticeParent(), title, text);
+    if (self)
+        detectProfiles();
+}
+
+void WechatCleanPage::detectProfiles()
+{
+    switchToBusy(tr("正在检测微信目录"), pleaseWait(), false);
+    m_tasks->detectWechatDirs();
+}
+
+void WechatCleanPage::refreshDetectedProfiles()
+{
+    if (m_state != UiState::Busy)
+        detectProfiles();
+}
+
+void WechatCleanPage::onDetectFinished(const QList<QVariant> &profiles)
+{
+    m_profiles.clear();
+    wechatclean::addProfiles(profiles, &m_profiles);
+    wechatclean::addProfiles(m_manualProfiles, &m_profiles);
+    rebuildProfileCards();
+    showDirectories();
+}
+
+void WechatCleanPage::rebuildProfileCards()
+{
+    m_directories->setProfiles(m_profiles, m_deselected);
+}
+
+void WechatCleanPage::addManualDirectory()
+{
+    noteAction("添加微信目录");
+    const QPointer<WechatCleanPage> self(this);
+    const QString folder =
+        QFileDialog::getExistingDirectory(this, tr("选择微信目录"), QDir::homePath());
+    if (self && !folder.isEmpty())
+        addDirectory(folder);
+}
+
+void WechatCleanPage::addDirectory(const QString &folder)
+{
+    if (m_state == UiState::Busy)
+        return;
+    switchToBusy(tr("正在检测微信目录"), pleaseWait(), false);
+    m_tasks->detectInRoot(QDir::cleanPath(folder));
+}
+
+void WechatCleanPage::onRootDetected(const QVariantList &profiles)
+{
+    wechatclean::addProfiles(profiles, &m_manualProfiles);
+    for (const QVariant &profile : profiles)
+        m_deselected.remove(wechatclean::profilePath(profile));
+    if (wechatclean::addProfiles(profiles, &m_profiles) == 0)
+        setStatus(tr("所选目录已在列表中。"));
+    rebuildProfileCards();
+    showDirectories();
+}
+
+void WechatCleanPage::removeProfileByPath(const QString &path)
+{
+    m_profiles = wechatclean::profilesExcept(m_profiles, {path});
+    m_manualProfiles = wechatclean::profilesExcept(m_manualProfiles, {path});
+    m_deselected.remove(path);
+    rebuildProfileCards();
+    if (m_state == UiState::Directories)
+        showDirectories();
+}
+
+QVariantList WechatCleanPage::selectedProfileMaps() const
+{
+    return wechatclean::profilesExcept(m_profiles, m_deselected);
+}
+
+QStringList WechatCleanPage::selectedScanDirs() const
+{
+    return wechatclean::scanDirsOf(selectedProfileMaps());
+}
+
+qint64 WechatCleanPage::selectedEstimatedBytes() const
+{
+    return wechatclean::estimatedBytesOf(selectedProfileMaps());
+}
+
+void WechatCleanPage::startScan()
+{
+    noteAction("开始微信清理扫描");
+    if (m_state == UiState::Busy)
+        return;
+    const QStringList dirs = selectedScanDirs();
+    if (dirs.isEmpty()) {
+        AppNoticeDialog::showInfo(this, tr("提示"), tr("请先选择至少一个微信目录。"));
+        return;
+    }
+    startScanForDirs(dirs, selectedEstimatedBytes());
+}
+
+void WechatCleanPage::startScanForDirs(const QStringList &dirs, qint64 estimatedBytes)
+{
+    m_scanningDirs = dirs;
+    m_scanned = wechatclean::CleanResults();
+    setStatus(tr("正在扫描微信文件"));
+    switchToBusy(tr("正在扫描微信文件"), pleaseWait(), true);
+    m_tasks->startScan(dirs, m_settings.minSize, estimatedBytes);
+}
+
+void WechatCleanPage::stopCurrentTask()
+{
+    m_isStopping = true;
+    m_busy->showStopping();
+    m_tasks->requestStop();
+}
+
+void WechatCleanPage::onProgressChanged(int percent, const QString &text)
+{
+    if (m_state == UiState::Busy && !m_isStopping)
+        m_busy->setProgress(percent, text);
+}
+
+void WechatCleanPage::onDuplicateGroupsReady(const QList<QVariant> &groups)
+{
+    wechatclean::takeGroups(groups, &m_scanned);
+    m_scanned.scanDirs = m_scanningDirs;
+}
+
+void WechatCleanPage::onScanFinished(bool ok, const QString &message, int)
+{
+    setStatus(message);
+    if (!ok) {
+        // The results of an earlier scan stay reachable.
+        m_scanned = wechatclean::CleanResults();
+        showDirectories();
+        AppNoticeDialog::showWarning(noticeParent(), tr("扫描已停止"), message);
+        return;
+    }
+    m_results = m_scanned;
+    m_scanned = wechatclean::CleanResults();
+    m_hasResults = true;
+    rebuildResultCards();
+    switchState(UiState::Results);
+    AppNoticeDialog::showSuccess(noticeParent(), tr("扫描完成"), message);
+}
+
+void WechatCleanPage::rebuildResultCards()
+{
+    m_resultPanel->setResults(&m_results, false);
+}
+
+void WechatCleanPage::refreshResults()
+{
+    m_resultPanel->setResults(&m_results, true);
+}
+
+QVariantMap WechatCleanPage::buildCleanActionForCard(QWidget *card) const
+{
+    const QVariant index = card ? card->property("groupIndex") : QVariant();
+    const int group = index.isValid() ? index.toInt() : -1;
+    return group >= 0 && group < m_results.groups.size()
+               ? wechatclean::buildAction(m_results.groups.at(group))
+               : QVariantMap();
+}
+
+QVariantList WechatCleanPage::buildAllCleanActions() const
+{
+    return wechatclean::buildAllActions(m_results);
+}
+
+void WechatCleanPage::cleanCard(QWidget *card)
+{
+    noteAction("清理重复文件组");
+    const QVariantMap action = buildCleanActionForCard(card);
+    if (action.isEmpty())
+        AppNoticeDialog::showInfo(this, tr("提示"), tr("当前组没有可合并的副本。"));
+    else
+        preflight({action});
+}
+
+void WechatCleanPage::cleanAll()
+{
+    noteAction("一键清理重复文件");
+    const QVariantList actions = buildAllCleanActions();
+    if (actions.isEmpty())
+        AppNoticeDialog::showInfo(this, tr("提示"), tr("当前没有可清理的重复文件组。"));
+    else
+        preflight(actions);
+}
+
+void WechatCleanPage::preflight(const QVariantList &actions)
+{
+    m_pendingActions = actions;
+    switchToBusy(tr("正在检查清理条件"), pleaseWait(), false);
+    m_tasks->runPreflightCheck(actions);
+}
+
+void WechatCleanPage::onPreflightFinished(bool ok, const QStringList &warnings,
+                                          const QStringList &issues)
+{
+    switchState(UiState::Results);
+    if (ok) {
+        confirmAndExecutePendingActions(warnings);
+        return;
+    }
+    m_pendingActions.clear();
+    AppNoticeDialog::showWarning(noticeParent(), tr("无法执行清理"),
+                                 wechatclean::joinedLines(issues));
+}
+
+void WechatCleanPage::confirmAndExecutePendingActions(const QStringList &warnings)
+{
+    const QVariantList actions = m_pendingActions;
+    m_pendingActions.clear();
+    const QPointer<WechatCleanPage> self(this);
+    const QString text = wechatclean::confirmCleanText(wechatclean::totalsOf(actions), warnings);
+    const bool agreed =
+        AppNoticeDialog::confirm(noticeParent(), tr("确认清理"), text, tr("确认"), tr("取消"));
+    if (!agreed || !self || m_state == UiState::Busy)
+        return;
+    switchToBusy(tr("正在执行清理"), pleaseWait(), true,
+                 tr("停止后，正在处理的文件会先处理完；已合并的部分可在“清理记录”中撤销。"));
+    m_tasks->executeClean(actions);
+}
+
+void WechatCleanPage::onCleanProgressChanged(int done, int total)
+{
+    if (m_state != UiState::Busy || m_isStopping)
+        return;
+    const QString text =
+        tr("正在执行清理，%1/%2").arg(QString::number(done), QString::number(total));
+    m_busy->setProgress(total > 0 ? static_cast<int>(qint64(done) * 100 / total) : -1, text);
+}
+
+void WechatCleanPage::onCleanFinished(bool ok, int mergedCount, qint64 reclaimedBytes,
+                                      const QString &sessionId, const QStringList &errors)
+{
+    if (!ok) {
+        switchState(UiState::Results);
+        setStatus(tr("清理未完成"));
+        AppNoticeDialog::showWarning(noticeParent(), tr("清理未完成"),
+                                     errors.isEmpty() ? tr("没有文件被成功处理。")
+                                                      : wechatclean::joinedLines(errors));
+        return;
+    }
+    m_cleanOutcome.message =
+        wechatclean::cleanDoneText(mergedCount, reclaimedBytes, m_isStopping, errors);
+    m_cleanOutcome.hasErrors = !errors.isEmpty();
+    applyCleanSessionToCurrentGroups(sessionId);
+}
+
+void WechatCleanPage::applyCleanSessionToCurrentGroups(const QString &sessionId)
+{
+    // Goes on in onRecordRead().
+    m_cleanOutcome.sessionId = sessionId;
+    m_tasks->readRecord(sessionId);
+}
+
+void WechatCleanPage::onRecordRead(const QString &sessionId, const QVariantMap &record)
+{
+    if (sessionId != m_cleanOutcome.sessionId)
+        return;
+    const CleanOutcome outcome = m_cleanOutcome;
+    m_cleanOutcome = CleanOutcome();
+    QString message = outcome.message;
+    if (record.isEmpty())
+        message += tr("\n\n无法读取本次清理的记录，下面的列表可能与磁盘不一致，请重新扫描。");
+    else
+        wechatclean::applyRecord(record, &m_results);
+    refreshResults();
+    switchState(UiState::Results);
+    setStatus(tr("清理完成"));
+    if (m_history)
+        refreshRecordList();
+    if (record.isEmpty() || outcome.hasErrors)
+        AppNoticeDialog::showWarning(noticeParent(), tr("清理完成"), message);
+    else
+        AppNoticeDialog::showSuccess(noticeParent(), tr("清理完成"), message);
+}
+
+void WechatCleanPage::openFolder(const QString &path)
+{
+    const QString folder = QFileInfo(path).absolutePath();
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(folder)))
+        AppNoticeDialog::showWarning(this, tr("无法打开所在目录"), tr("没有可以打开此目录的程序。"),
+                                     folder);
+}
+
+void WechatCleanPage::openHistoryDialog()
+{
+    if (!m_history) {
+        m_history = new HistoryDialog(this);
+        m_history->setAttribute(Qt::WA_DeleteOnClose);
+        connect(m_history, &HistoryDialog::undoRequested, this,
+                &WechatCleanPage::triggerUndoForRecord);
+    }
+    m_history->show();
+    refreshRecordList();
+}
+
+void WechatCleanPage::refreshRecordList()
+{
+    m_tasks->readRecords();
+}
+
+void WechatCleanPage::onRecordsRead(const QVariantList &records, int refused)
+{
+    m_records = records;
+    if (!m_history)
+        return;
+    m_history->setRecords(records, refused);
+    switchState(m_state); // Its new buttons follow the state, too.
+}
+
+void WechatCleanPage::triggerUndoForRecord(const QString &sessionId)
+{
+    if (m_state == UiState::Busy) {
+        AppNoticeDialog::showInfo(noticeParent(), tr("提示"),
+                                  tr("有任务正在进行，完成后才能撤销。"));
+        return;
+    }
+    QVariantMap record;
+    for (const QVariant &entry : qAsConst(m_records)) {
+        if (entry.toMap().value(QStringLiteral("sessionId")).toString() == sessionId)
+            record = entry.toMap();
+    }
+    const QPointer<WechatCleanPage> self(this);
+    const bool agreed =
+        AppNoticeDialog::confirm(noticeParent(), tr("确认撤销"),
+                                 wechatclean::confirmUndoText(record), tr("确认"), tr("取消"));
+    if (!agreed || !self || m_state == UiState::Busy)
+        return;
+    switchToBusy(tr("正在撤销清理"), tr("正在恢复为独立副本..."), false,
+                 tr("撤销不能中途停止，请不要关闭程序。"));
+    m_tasks->undoCleanSession(sessionId);
+}
+
+void WechatCleanPage::onUndoFinished(bool ok, const QString &, int restoredCount,
+                                     const QStringList &errors)
+{
+    switchState(m_stateBeforeBusy);
+    setStatus(ok ? tr("撤销完成") : tr("撤销未完成"));
+    refreshRecordList();
+    if (!ok)
+        AppNoticeDialog::showWarning(noticeParent(), tr("撤销未完成"),
+                                     errors.isEmpty() ? tr("没有文件被成功恢复。")
+                                                      : wechatclean::joinedLines(errors));
+    else if (errors.isEmpty())
+        AppNoticeDialog::showSuccess(noticeParent(), tr("撤销完成"),
+                                     wechatclean::undoDoneText(restoredCount, errors));
+    else
+        AppNoticeDialog::showWarning(noticeParent(), tr("撤销完成"),
+                                     wechatclean::undoDoneText(restoredCount, errors));
+}
+
+void WechatCleanPage::openSettings()
+{
+    noteAction("修改微信清理设置");
+    const QPointer<WechatCleanSettingsDialog> dialog(new WechatCleanSettingsDialog(this));
+    dialog->setSettings(m_settings);
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    if (!dialog)
+        return; // The page went with it.
+    if (accepted)
+        m_settings = dialog->settings();
+    delete dialog;
+}
