@@ -1,0 +1,475 @@
+#include "wechat/cleanlock.h"
+#include "wechat/cleansupport.h"
+#include "wechat/wechatcleanworker.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+Q_DECLARE_METATYPE(std::function<void(CleanBench &)>)
+
+namespace {
+
+const QByteArray kText = "the same text";
+
+QString word(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+QString status(const QJsonObject &record)
+{
+    return record.value(QStringLiteral("status")).toString();
+}
+
+QStringList strings(const QVariant &value)
+{
+    return value.toStringList();
+}
+
+} // namespace
+
+class TestWechatClean : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void mergesAndUndoes();
+    void refusesWhatIsNotAsItWas_data();
+    void refusesWhatIsNotAsItWas();
+    void leavesAGroupWithOneBadNameAlone();
+    void takesOddActions();
+    void refusesANameThatIsTooLong();
+    void readsEachFileOnce();
+    void tellsWhatAStopLeftDone();
+    void touchesNothingWithoutAJournal();
+    void leavesOneAtATime();
+    void keepsWhatAppearsMeanwhile();
+    void undoTouchesOnlyLinks_data();
+    void undoTouchesOnlyLinks();
+    void undoRefusesStrangeIds_data();
+    void undoRefusesStrangeIds();
+    void undoClearsOnlyItsOwnLeftover();
+};
+
+void TestWechatClean::mergesAndUndoes()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    QVERIFY(QFile::setPermissions(bench.path("msg/keep"),
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+    WechatCleanWorker worker(bench.tree.path("home"));
+    QSignalSpy cleaned(&worker, &WechatCleanWorker::cleanFinished);
+    QSignalSpy progress(&worker, &WechatCleanWorker::cleanProgressChanged);
+    worker.executeClean(actions);
+    QCOMPARE(cleaned.size(), 1);
+    QCOMPARE(cleaned.at(0).at(0).toBool(), true);
+    QCOMPARE(cleaned.at(0).at(1).toInt(), 7);
+    // The copy with two names frees its space once.
+    const qint64 reclaimed = 2 * 10000 + QByteArray("second 内容").size() + 3 * 5;
+    QCOMPARE(cleaned.at(0).at(2).toLongLong(), reclaimed);
+    QCOMPARE(strings(cleaned.at(0).at(4)), QStringList());
+    QCOMPARE(progress.last(), (QVariantList{7, 7}));
+    QCOMPARE(bench.snapshot(), before);
+    for (const char *name : {"msg/copy", "msg/another name", "other/two names"})
+        QVERIFY(linked(bench.path("msg/keep"), bench.path(name)));
+
+    const QString id = cleaned.at(0).at(3).toString();
+    const QJsonObject record = bench.record(id);
+    QCOMPARE(record.value(QStringLiteral("sessionId")).toString(), id);
+    QVERIFY(wechat::isGeneratedSessionId(id));
+    QCOMPARE(status(record), word("active"));
+    QCOMPARE(record.value(QStringLiteral("groupCount")).toInt(), 3);
+    QCOMPARE(record.value(QStringLiteral("reclaimedBytes")).toString(), QString::number(reclaimed));
+    const QJsonObject first = record.value(QStringLiteral("actions")).toArray().at(0).toObject();
+    QCOMPARE(first.value(QStringLiteral("keepPath")).toString(), bench.path("msg/keep"));
+    QCOMPARE(first.value(QStringLiteral("size")).toString(), word("10000"));
+    QCOMPARE(first.value(QStringLiteral("hash")),
+             QJsonValue(actions.at(0).toMap().value(QStringLiteral("hash")).toString()));
+    QCOMPARE(first.value(QStringLiteral("mergedPaths")).toArray().size(), 3);
+    QCOMPARE(bench.journals(), QStringList());
+
+    QSignalSpy undone(&worker, &WechatCleanWorker::undoFinished);
+    worker.undoCleanSession(id);
+    QCOMPARE(undone.takeFirst(), (QVariantList{true, id, 7, QStringList()}));
+    QCOMPARE(bench.snapshot(), before);
+    QVERIFY(!linked(bench.path("msg/another name"), bench.path("other/two names")));
+    QCOMPARE(QFile::permissions(bench.path("msg/copy")),
+             QFile::permissions(bench.path("msg/keep")));
+    QCOMPARE(status(bench.record(id)), word("undone"));
+
+    worker.undoCleanSession(id);
+    QCOMPARE(undone.at(0).at(0).toBool(), false);
+    QCOMPARE(strings(undone.at(0).at(3)).size(), 7);
+    QVERIFY(strings(undone.at(0).at(3)).at(0).startsWith(word("当前文件状态已变化，无法撤销：")));
+    QCOMPARE(status(bench.record(id)), word("invalid"));
+    QCOMPARE(bench.snapshot(), before);
+}
+
+void TestWechatClean::refusesWhatIsNotAsItWas_data()
+{
+    using Change = std::function<void(CleanBench &)>;
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("copy written to")
+        << Change([](CleanBench &b) { b.file("copy", "the same tExt"); })
+        << word("二次校验失败，已跳过：copy");
+    QTest::newRow("copy gone") << Change([](CleanBench &b) { b.tree.remove("files/copy"); })
+                               << word("副本文件不存在：copy");
+    QTest::newRow("copy is a directory") << Change([](CleanBench &b) {
+        b.tree.remove("files/copy");
+        b.tree.dir("files/copy");
+    }) << word("副本文件不存在：copy");
+    QTest::newRow("copy is a link") << Change([](CleanBench &b) {
+        b.tree.remove("files/copy");
+        b.tree.link("files/copy", b.path("keep"));
+    }) << word("副本已是软链接，已跳过：copy");
+    QTest::newRow("copy cannot be read") << Change([](CleanBench &b) {
+        b.operations.hook = [](const QString &call, const QString &path) {
+            return call == QLatin1String("hash") && path.endsWith(QLatin1String("copy")) ? EACCES
+                                                                                         : 0;
+        };
+    }) << word("二次校验失败，已跳过：copy");
+    QTest::newRow("copy elsewhere")
+        << Change([](CleanBench &b) { b.operations.otherDevice = QStringLiteral("/copy"); })
+        << word("当前版本不支持跨分区合并：copy");
+    QTest::newRow("kept gone") << Change([](CleanBench &b) { b.tree.remove("files/keep"); })
+                               << word("保留文件不存在：keep");
+    QTest::newRow("kept written to") << Change([](CleanBench &b) { b.file("keep", "another"); })
+                                     << word("保留文件内容已发生变化，已跳过：keep");
+    QTest::newRow("kept is a link") << Change([](CleanBench &b) {
+        b.tree.move("files/keep", "files/moved");
+        b.tree.link("files/keep", b.path("moved"));
+    }) << word("保留文件内容已发生变化，已跳过：keep");
+    QTest::newRow("kept cannot be read") << Change([](CleanBench &b) {
+        b.operations.hook = [](const QString &call, const QString &) {
+            return call == QLatin1String("hash") ? EIO : 0;
+        };
+    }) << word("无法读取保留文件：keep");
+    QTest::newRow("kept cannot be flushed") << Change([](CleanBench &b) {
+        b.operations.hook = [n = 0](const QString &call, const QString &) mutable {
+            // After those of the journal and its two folders.
+            return call == QLatin1String("syncfs") || (call == QLatin1String("fsync") && ++n > 3)
+                       ? EIO
+                       : 0;
+        };
+    }) << word("无法读取保留文件：keep");
+}
+
+void TestWechatClean::refusesWhatIsNotAsItWas()
+{
+    QFETCH(std::function<void(CleanBench &)>, change);
+    QFETCH(QString, error);
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    const QString copy = bench.file("copy", kText);
+    const QVariantList actions{action(keep, {{copy}})};
+    change(bench);
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    const int colon = error.indexOf(QChar(0xFF1A));
+    QCOMPARE(outcome.errors, QStringList(error.left(colon + 1) + bench.path(error.mid(colon + 1))));
+    QCOMPARE(outcome.mergedCount, 0);
+    QCOMPARE(outcome.reclaimedBytes, qint64(0));
+    QCOMPARE(outcome.sessionId, QString());
+    QCOMPARE(bench.progress.last(), qMakePair(1, 1));
+    QCOMPARE(bench.snapshot(), before);
+    QCOMPARE(bench.mergedPaths(), QStringList());
+    QCOMPARE(bench.journals(), QStringList());
+}
+
+void TestWechatClean::leavesAGroupWithOneBadNameAlone()
+{
+    CleanBench bench;
+    QVariantList actions = bench.fill();
+    bench.tree.remove("files/other/two names");
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    QCOMPARE(outcome.errors, QStringList(word("副本文件不存在：") + bench.path("other/two names")));
+    QVERIFY(!linked(bench.path("msg/keep"), bench.path("msg/another name")));
+    QVERIFY(linked(bench.path("msg/keep"), bench.path("msg/copy")));
+    QCOMPARE(outcome.mergedCount, 5);
+    QCOMPARE(status(bench.record(outcome.sessionId)), word("partial"));
+    QCOMPARE(bench.progress.last(), qMakePair(7, 7));
+}
+
+void TestWechatClean::takesOddActions()
+{
+    CleanBench bench;
+    const QString keep = bench.file("dir/keep", kText);
+    const QString copy = bench.file("dir/copy", kText);
+    bench.tree.link("files/way", bench.path("dir"));
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    // The kept file among its copies, also by another way; one copy three times over.
+    QVariantMap odd = action(
+        keep,
+        {{keep}, {bench.path("way/keep")}, {copy, copy}, {}, {bench.path("way/copy")}, {copy}});
+    wechat::CleanOutcome outcome = bench.clean({odd, QVariant(5), QVariantMap()});
+    QCOMPARE(outcome.mergedCount, 1);
+    QCOMPARE(outcome.reclaimedBytes, qint64(kText.size()));
+    QCOMPARE(bench.snapshot(), before);
+    QVERIFY(linked(keep, copy));
+    QCOMPARE(bench.mergedPaths(), QStringList(copy));
+
+    // A size that is not the file's is found out when the link is looked at.
+    const QString other = bench.file("dir/other", kText);
+    QVariantMap wrong = action(keep, {});
+    wrong.insert(QStringLiteral("replacePaths"), QStringList(other));
+    wrong.insert(QStringLiteral("size"), 4);
+    outcome = bench.clean({wrong});
+    QCOMPARE(outcome.errors, QStringList(word("创建硬链接失败：") + other));
+    QVERIFY(!linked(keep, other));
+    QCOMPARE(bench.snapshot().size(), before.size() + 1);
+
+    // The representative path is merged also if its aliases do not name it.
+    wrong.insert(QStringLiteral("size"), kText.size());
+    wrong.insert(QStringLiteral("replaceGroups"),
+                 QVariantList{QVariantMap{{QStringLiteral("path"), other}}});
+    QCOMPARE(bench.clean({wrong}).mergedCount, 1);
+}
+
+void TestWechatClean::refusesANameThatIsTooLong()
+{
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    const QString copy = bench.file(QString(255, QLatin1Char('n')), kText);
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    const wechat::CleanOutcome outcome = bench.clean({action(keep, {{copy}})});
+    QCOMPARE(outcome.errors, QStringList(word("无法创建临时备份：") + copy));
+    QCOMPARE(bench.snapshot(), before);
+}
+
+void TestWechatClean::readsEachFileOnce()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    QCOMPARE(bench.clean(actions).mergedCount, 7);
+    // Three kept files and six copies, one of which has two names.
+    QCOMPARE(bench.operations.hashed.size(), 9);
+    QCOMPARE(bench.operations.hashed.removeDuplicates(), 0);
+}
+
+void TestWechatClean::tellsWhatAStopLeftDone()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    bool stopped = false;
+    int links = 0;
+    bench.shouldStop = [&stopped] {
+        return stopped;
+    };
+    bench.operations.hook = [&](const QString &call, const QString &) {
+        stopped = stopped || (call == QLatin1String("link") && ++links == 2);
+        return 0;
+    };
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    QCOMPARE(outcome.errors, QStringList());
+    QCOMPARE(outcome.mergedCount, 2);
+    QCOMPARE(outcome.reclaimedBytes, qint64(10000)); // One name of two frees nothing.
+    QCOMPARE(status(bench.record(outcome.sessionId)), word("partial"));
+    QCOMPARE(bench.mergedPaths(),
+             (QStringList{bench.path("msg/another name"), bench.path("msg/copy")}));
+    QCOMPARE(bench.snapshot(), before);
+}
+
+void TestWechatClean::touchesNothingWithoutAJournal()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    bench.tree.file("home/.config/morvane/wechat_clean/journal", "in the way");
+    wechat::CleanOutcome outcome = bench.clean(actions);
+    QCOMPARE(outcome.errors.size(), 1);
+    QVERIFY(outcome.errors.at(0).startsWith(word("无法写入清理记录：")));
+    QVERIFY(!linked(bench.path("msg/keep"), bench.path("msg/copy")));
+
+    CleanBench unwritable;
+    const QVariantList others = unwritable.fill();
+    unwritable.tree.file("home/.config/morvane/wechat_clean", "in the way");
+    outcome = unwritable.clean(others);
+    QCOMPARE(outcome.errors, QStringList(word("无法写入清理记录：") + unwritable.folders.top));
+    QVERIFY(!linked(unwritable.path("msg/keep"), unwritable.path("msg/copy")));
+}
+
+void TestWechatClean::leavesOneAtATime()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    wechat::CleanLock other(bench.folders);
+    QCOMPARE(other.tryLock(), wechat::CleanLock::Result::Locked);
+    bench.tree.file("home/.config/morvane/wechat_clean/journal/20240101-000000-000.journal", "bad");
+    bench.shouldStop = [] {
+        return true;
+    };
+    QCOMPARE(bench.clean(actions).errors, QStringList(wechat::CleanLock::busyMessage()));
+    bench.shouldStop = [] {
+        return false;
+    };
+    QCOMPARE(bench.recover().errors, QStringList());
+    QVERIFY(!linked(bench.path("msg/keep"), bench.path("msg/copy")));
+}
+
+void TestWechatClean::keepsWhatAppearsMeanwhile()
+{
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    const QString copy = bench.file("copy", kText);
+    const QVariantList actions{action(keep, {{copy}})};
+    // The client saves a new file under the name just before the rename.
+    bench.operations.hook = [&](const QString &call, const QString &path) {
+        if (call == QLatin1String("renameNoReplace") && path == copy) {
+            bench.tree.remove("files/copy");
+            bench.file("copy", "newer words!!");
+        }
+        return 0;
+    };
+    QCOMPARE(bench.clean(actions).errors, QStringList(word("二次校验失败，已跳过：") + copy));
+    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), QByteArray("newer words!!"));
+    QCOMPARE(bench.snapshot().size(), 2);
+
+    // And once more while the old one waits under its backup name.
+    bench.file("copy", kText);
+    bench.operations.hook = [&](const QString &call, const QString &path) {
+        if (call == QLatin1String("link") && path == copy)
+            bench.file("copy", "newest words");
+        return 0;
+    };
+    const QStringList errors = bench.clean(actions).errors;
+    QCOMPARE(errors.size(), 1);
+    const QString lead = word("创建硬链接失败且自动回滚失败，请手动检查备份文件：");
+    QVERIFY(errors.at(0).startsWith(lead + copy + word(".morvane_tmp_")));
+    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), QByteArray("newest words"));
+    const QString backup = QFileInfo(errors.at(0).mid(lead.size())).fileName();
+    QCOMPARE(bench.snapshot().value(backup), kText);
+    // The journal still knows; once the name is free, the file gets it back.
+    bench.operations.hook = nullptr;
+    QCOMPARE(bench.recover().errors.size(), 1);
+    bench.tree.remove("files/copy");
+    QCOMPARE(bench.recover().restored, QStringList(copy));
+    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), kText);
+    QCOMPARE(bench.journals(), QStringList());
+
+    // During an undo.
+    QString id = bench.clean(actions).sessionId;
+    bench.operations.hook = [&](const QString &call, const QString &) {
+        if (call == QLatin1String("exchange") && linked(keep, copy)) {
+            bench.tree.remove("files/copy");
+            bench.file("copy", "undo words");
+        }
+        return 0;
+    };
+    QCOMPARE(bench.undo(id).errors, QStringList(word("无法替换当前链接文件：") + copy));
+    QCOMPARE(bench.snapshot(), (QMap<QString, QByteArray>{{QStringLiteral("keep"), kText},
+                                                          {QStringLiteral("copy"), "undo words"}}));
+}
+
+void TestWechatClean::undoTouchesOnlyLinks_data()
+{
+    QTest::addColumn<QByteArray>("record");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("file that is no link")
+        << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/outside"]}])")
+        << word("当前文件状态已变化，无法撤销：@/outside");
+    QTest::newRow("the kept file itself")
+        << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/keep"]}])")
+        << word("当前文件状态已变化，无法撤销：@/keep");
+    QTest::newRow("the kept file by another way")
+        << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/way/keep"]}])")
+        << word("当前文件状态已变化，无法撤销：@/way/keep");
+    QTest::newRow("symbolic link to the kept file")
+        << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/soft"]}])")
+        << word("当前文件状态已变化，无法撤销：@/soft");
+    QTest::newRow("directory") << QByteArray(R"([{"keepPath":"@/dir","mergedPaths":["@/dir"]}])")
+                               << word("当前文件状态已变化，无法撤销：@/dir");
+    QTest::newRow("nothing there")
+        << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/none"]}])")
+        << word("目标路径不存在：@/none");
+    QTest::newRow("kept file gone")
+        << QByteArray(R"([{"keepPath":"@/none","mergedPaths":["@/keep"]}])")
+        << word("保留文件不存在，无法撤销：@/none");
+    QTest::newRow("no strings") << QByteArray(
+                                       R"([{"keepPath":"@/keep","mergedPaths":[7,null,{}]}])")
+                                << QString();
+    QTest::newRow("actions are no list") << QByteArray(R"({"keepPath":"@/keep"})") << QString();
+}
+
+void TestWechatClean::undoTouchesOnlyLinks()
+{
+    QFETCH(QByteArray, record);
+    QFETCH(QString, error);
+    CleanBench bench;
+    bench.file("keep", kText);
+    bench.file("outside", kText);
+    bench.tree.dir("files/dir");
+    bench.tree.link("files/soft", bench.path("keep"));
+    bench.tree.link("files/way", bench.tree.path("files"));
+    QCOMPARE(::link(QFile::encodeName(bench.path("keep")).constData(),
+                    QFile::encodeName(bench.path("second")).constData()),
+             0);
+    const QString top = bench.tree.path("files");
+    bench.tree.file("home/.config/morvane/wechat_clean/operations/s1.json",
+                    "{\"other\":1,\"actions\":" + record.replace("@", top.toUtf8()) + "}");
+    const QMap<QString, QByteArray> before = bench.snapshot();
+    const wechat::UndoOutcome outcome = bench.undo(QStringLiteral("s1"));
+    QCOMPARE(outcome.restoredCount, 0);
+    if (!error.isEmpty())
+        QCOMPARE(outcome.errors, QStringList(error.replace(QLatin1Char('@'), top)));
+    QCOMPARE(bench.snapshot(), before);
+    QVERIFY(linked(bench.path("keep"), bench.path("second")));
+    QCOMPARE(status(bench.record(QStringLiteral("s1"))), word("invalid"));
+    QCOMPARE(bench.record(QStringLiteral("s1")).value(QStringLiteral("other")).toInt(), 1);
+    QCOMPARE(bench.journals(), QStringList());
+}
+
+void TestWechatClean::undoRefusesStrangeIds_data()
+{
+    QTest::addColumn<QString>("id");
+    for (const char *id : {"", "../secret", "/etc/passwd", "absent", "broken", "list", "folder"})
+        QTest::newRow(*id ? id : "empty") << word(id);
+}
+
+void TestWechatClean::undoRefusesStrangeIds()
+{
+    QFETCH(QString, id);
+    CleanBench bench;
+    const QString top = QStringLiteral("home/.config/morvane/wechat_clean/");
+    bench.tree.file(top + QStringLiteral("secret.json"), "{}");
+    bench.tree.file(top + QStringLiteral("operations/broken.json"), "{\"actions\":[");
+    bench.tree.file(top + QStringLiteral("operations/list.json"), "[]");
+    bench.tree.dir(top + QStringLiteral("operations/folder.json"));
+    const QMap<QString, QByteArray> before = contents(bench.folders.top);
+    QCOMPARE(bench.undo(id).errors, QStringList(word("无法读取清理记录")));
+    QMap<QString, QByteArray> after = contents(bench.folders.top);
+    after.remove(QStringLiteral("lock"));
+    QCOMPARE(after, before);
+}
+
+void TestWechatClean::undoClearsOnlyItsOwnLeftover()
+{
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    const QString one = bench.file("one", kText);
+    const QString two = bench.file("two", kText);
+    const QString id = bench.clean({action(keep, {{one}, {two}})}).sessionId;
+    bench.file("one.morvane_restore_tmp", kText.left(5));
+    bench.file("two.morvane_restore_tmp", "the user's own");
+    QCOMPARE(bench.undo(id).restoredCount, 2);
+    QVERIFY(!linked(one, keep) && !linked(two, keep));
+    const QMap<QString, QByteArray> expected{
+        {QStringLiteral("keep"), kText},
+        {QStringLiteral("one"), kText},
+        {QStringLiteral("two"), kText},
+        {QStringLiteral("two.morvane_restore_tmp.1"), "the user's own"}};
+    QCOMPARE(bench.snapshot(), expected);
+}
+
+QTEST_GUILESS_MAIN(TestWechatClean)
+#include "tst_wechatclean.moc"
