@@ -285,10 +285,9 @@ void TestUpgradeController::fetchesAVerifiedPackageOnce()
     m_server->answer(QStringLiteral("/elsewhere.deb"), package);
     bool ok = false;
     m_vault->replyOnce(kInstall, services::Reply::failure(9, QStringLiteral("包管理器正忙")));
-    QCOMPARE(
-        outcome([&](const auto &done) { newController().release()->startImmediateUpdate(done); },
-                &ok),
-        QStringLiteral("包管理器正忙"));
+    const auto first = newController();
+    QCOMPARE(outcome([&](const auto &done) { first->startImmediateUpdate(done); }, &ok),
+             QStringLiteral("包管理器正忙"));
     QCOMPARE(m_server->count(kPackage), 1);
 
     const auto second = newController();

@@ -71,8 +71,9 @@ void UpgradeApiClient::sendGet(const QString &path, ApiParams params, const Call
 {
     params.insert(QStringLiteral("ts"), QString::number(QDateTime::currentMSecsSinceEpoch()));
     params.insert(QStringLiteral("sign"), signRequest(params, deployment::updateClientSecret()));
-    qInfo().noquote() << QStringLiteral("Upgrade GET request: path=%1 url=%2")
-                             .arg(path, requestUrl(m_baseUrl, path, redacted(params)).toString());
+    QString shown = requestUrl(m_baseUrl, path, redacted(params)).toString();
+    shown.replace(QLatin1String("%3Credacted%3E"), QLatin1String("<redacted>"));
+    qInfo().noquote() << QStringLiteral("Upgrade GET request: path=%1 url=%2").arg(path, shown);
 
     QNetworkRequest request(requestUrl(m_baseUrl, path, params));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
