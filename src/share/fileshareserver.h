@@ -1,11 +1,13 @@
 #pragma once
 
+#include <QPointer>
 #include <QSharedPointer>
 #include <QString>
 #include <QTcpServer>
 
 class FileShareController;
 class FileShareDb;
+class QTimer;
 struct FileShareServerContext;
 
 /// Serves the active shares over HTTP/1.1: one port, one worker of the global pool a connection,
@@ -39,6 +41,9 @@ public:
     /// As shutdownAsync(), but blocks and emits nothing.
     void shutdownSync(int timeoutMs);
 
+    /// For the time limits, which have to be set before a connection arrives.
+    QSharedPointer<FileShareServerContext> context() const { return m_context; }
+
 signals:
     void shutdownComplete();
 
@@ -47,4 +52,5 @@ protected:
 
 private:
     QSharedPointer<FileShareServerContext> m_context;
+    QPointer<QTimer> m_shutdownTimer; ///< Set while a shutdown waits for its workers.
 };

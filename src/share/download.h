@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+
+namespace share {
+
+struct ShareExchange;
+
+/// Streams a regular file, or the part of it that the request asks for, and logs the download
+/// however it ends.
+void serveFileDownload(const ShareExchange &exchange, const QString &filePath,
+                       const QString &fileName);
+
+} // namespace share

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QFileDevice>
+#include <QString>
+
+namespace share {
+
+/// What an upload would replace.
+struct UploadTarget
+{
+    enum class Kind { None, File, Directory, Special };
+
+    bool isTaken() const { return kind != Kind::None; }
+
+    Kind kind = Kind::None; ///< Behind a link: of what it leads to, none for a dead one.
+    bool isLink = false;
+    qint64 size = 0;       ///< Bytes.
+    qint64 modifiedMs = 0; ///< Since the epoch.
+    QFileDevice::Permissions permissions;
+};
+
+UploadTarget uploadTargetAt(const QString &path);
+
+/// True if 64 MiB are left in the directory's file system beside `bytes`, or if nothing can be
+/// said.
+bool hasRoomFor(const QString &directory, qint64 bytes);
+/// The same for a file system with `available` bytes.
+bool fitsInto(qint64 available, qint64 bytes);
+
+} // namespace share

@@ -1,0 +1,84 @@
+#include "share/uploadtransfer.h"
+
+#include "share/httprequest.h"
+#include "share/peersocket.h"
+#include "share/shareexchange.h"
+
+#include <QSaveFile>
+
+namespace share {
+
+namespace {
+
+constexpr int kBlock = 65536;
+
+TransferResult serverFailure(const QString &message)
+{
+    return {500, QStringLiteral("Internal Server Error"), message};
+}
+
+TransferResult stoppedFailure()
+{
+    return {503, QStringLiteral("Service Unavailable"),
+            QStringLiteral("服务正在停止，请稍后重试。")};
+}
+
+TransferResult failureOf(PeerSocket::Outcome outcome)
+{
+    if (outcome == PeerSocket::Outcome::Stopped)
+        return stoppedFailure();
+    if (outcome == PeerSocket::Outcome::TimedOut)
+        return {408, QStringLiteral("Request Timeout"), QStringLiteral("上传连接超时，请重试。")};
+    return {400, QStringLiteral("Bad Request"), QStringLiteral("上传中断，未接收到完整文件内容。")};
+}
+
+TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
+{
+    const TransferResult writeFailure = serverFailure(QStringLiteral("写入临时文件失败。"));
+    const int silenceMs = exchange.context->limits.uploadSilenceMs;
+    const QByteArray &early = exchange.request->body;
+    qint64 remaining = exchange.request->contentLength;
+    const qint64 earlySize = qMin<qint64>(early.size(), remaining);
+    if (earlySize > 0 && file->write(early.constData(), earlySize) != earlySize)
+        return writeFailure;
+    remaining -= earlySize;
+
+    char block[kBlock];
+    while (remaining > 0) {
+        if (exchange.context->isShuttingDown())
+            return stoppedFailure();
+        int count = 0;
+        const PeerSocket::Outcome outcome =
+            exchange.socket->read(block, static_cast<int>(qMin<qint64>(kBlock, remaining)),
+                                  silenceMs, PeerSocket::Waiting::Stoppable, &count);
+        if (outcome != PeerSocket::Outcome::Done)
+            return failureOf(outcome);
+        if (file->write(block, count) != count)
+            return writeFailure;
+        remaining -= count;
+    }
+    return exchange.context->isShuttingDown() ? stoppedFailure() : TransferResult();
+}
+
+} // namespace
+
+TransferResult receiveFile(const ShareExchange &exchange, const QString &path,
+                           const UploadTarget &target)
+{
+    QSaveFile file(path);
+    file.setDirectWriteFallback(false);
+    if (!file.open(QIODevice::WriteOnly))
+        return serverFailure(QStringLiteral("无法写入目标文件。"));
+    const TransferResult copied = copyBody(exchange, &file);
+    if (copied.code != 0) {
+        file.cancelWriting();
+        return copied;
+    }
+    if (!file.commit())
+        return serverFailure(QStringLiteral("保存上传文件失败。"));
+    if (target.kind == UploadTarget::Kind::File)
+        QFile::setPermissions(path, target.permissions);
+    return {};
+}
+
+} // namespace share
