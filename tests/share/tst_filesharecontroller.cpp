@@ -10,11 +10,11 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
-#include <QThreadPool>
 #include <QTimer>
-#include <QtConcurrent>
 
 #include <memory>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -566,10 +566,9 @@ void TestFileShareController::writesLogInBatches()
     constexpr int kThreads = 4;
     constexpr int kLines = 600;
     FileShareController *target = controller.get();
-    QThreadPool pool;
-    pool.setMaxThreadCount(kThreads);
+    std::vector<std::thread> workers;
     for (int i = 0; i < kThreads; ++i)
-        QtConcurrent::run(&pool, [target, id, other] {
+        workers.emplace_back([target, id, other] {
             for (int line = 0; line < kLines; ++line) {
                 const char *action = line % 2 ? "download" : "browse";
                 const QString session = line % 3 ? id : other;
@@ -577,7 +576,8 @@ void TestFileShareController::writesLogInBatches()
                     target, [=] { logLine(target, session, action); }, Qt::QueuedConnection);
             }
         });
-    QVERIFY(pool.waitForDone(20000));
+    for (std::thread &worker : workers)
+        worker.join();
     const auto written = [&fixture] {
         return fixture.column("SELECT COUNT(*) FROM share_access_log").first().toInt();
     };
