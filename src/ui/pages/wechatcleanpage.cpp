@@ -1,15 +1,14 @@
 #include "ui/pages/wechatcleanpage.h"
 
 #include "ui/common/appnoticedialog.h"
-#include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
-#include "ui/common/wraplabel.h"
 #include "ui/pages/wechatcleanpage/busypanel.h"
 #include "ui/pages/wechatcleanpage/cleantasks.h"
 #include "ui/pages/wechatcleanpage/cleantexts.h"
 #include "ui/pages/wechatcleanpage/directorypanel.h"
-#include "ui/pages/wechatcleanpage/historydialog.h"
+#include "ui/pages/wechatcleanpage/pageheader.h"
 #include "ui/pages/wechatcleanpage/profilerules.h"
+#include "ui/pages/wechatcleanpage/recordkeeper.h"
 #include "ui/pages/wechatcleanpage/resultpanel.h"
 
 #include <QDebug>
@@ -17,18 +16,17 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QPushButton>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QUrl>
 #include <QVBoxLayout>
 
 using ui::common::AppNoticeDialog;
-using ui::common::ElidedLabel;
-using ui::common::WrapLabel;
 using wechatclean::BusyPanel;
 using wechatclean::CleanTasks;
 using wechatclean::DirectoryPanel;
-using wechatclean::HistoryDialog;
+using wechatclean::PageHeader;
+using wechatclean::RecordKeeper;
 using wechatclean::ResultPanel;
 namespace metrics = ui::common::metrics;
 
@@ -50,6 +48,7 @@ QString pleaseWait()
 WechatCleanPage::WechatCleanPage(QWidget *parent, const QString &home)
     : QWidget(parent)
     , m_tasks(new CleanTasks(home, this))
+    , m_recordKeeper(new RecordKeeper(m_tasks, this))
 {
     setObjectName(QStringLiteral("WechatCleanPage"));
     auto *column = new QVBoxLayout(this);
@@ -70,35 +69,12 @@ WechatCleanPage::~WechatCleanPage()
 
 void WechatCleanPage::buildHeader(QBoxLayout *column)
 {
-    auto *title = new QLabel(tr("微信清理"), this);
-    title->setObjectName(QStringLiteral("PageTitle"));
-    auto *settings = new QPushButton(tr("设置"), this);
-    settings->setObjectName(QStringLiteral("WechatSettingsButton"));
-    auto *history = new QPushButton(tr("清理记录"), this);
-    history->setObjectName(QStringLiteral("WechatHistoryButton"));
-    connect(settings, &QPushButton::clicked, this, &WechatCleanPage::openSettings);
-    connect(history, &QPushButton::clicked, this, &WechatCleanPage::openHistoryDialog);
-    auto *heading = new QLabel(tr("清理微信里的重复文件"), this);
-    heading->setObjectName(QStringLiteral("SectionTitle"));
-    auto *text = new WrapLabel(
-        tr("通过扫描微信收发的相同文件，并进行处理以节省空间，不会影响微信的实际功能。"), this);
-    text->setObjectName(QStringLiteral("SubtleText"));
-    m_status = new ElidedLabel(tr("尚未开始扫描"), Qt::ElideRight, this);
-    m_status->setObjectName(QStringLiteral("WechatStatus"));
-    m_status->setProperty("textRole", QStringLiteral("subtle"));
-
-    auto *toolbar = new QHBoxLayout;
-    toolbar->setSpacing(metrics::kButtonGap);
-    toolbar->addWidget(title, 1);
-    toolbar->addWidget(settings);
-    toolbar->addWidget(history);
-    auto *texts = new QVBoxLayout;
-    texts->setSpacing(metrics::kFieldGap / 2);
-    texts->addLayout(toolbar);
-    texts->addWidget(heading);
-    texts->addWidget(text);
-    texts->addWidget(m_status);
-    column->addLayout(texts);
+    m_header = new PageHeader(this);
+    connect(m_header, &PageHeader::settingsRequested, this, &WechatCleanPage::openSettings);
+    connect(m_header, &PageHeader::historyRequested, this, &WechatCleanPage::openHistoryDialog);
+    connect(m_recordKeeper, &RecordKeeper::undoRequested, this,
+            &WechatCleanPage::triggerUndoForRecord);
+    column->addWidget(m_header);
 }
 
 void WechatCleanPage::buildStates(QBoxLayout *column)
@@ -149,7 +125,6 @@ void WechatCleanPage::wireTasks()
     connect(m_tasks, &CleanTasks::cleanProgressChanged, this, &Page::onCleanProgressChanged);
     connect(m_tasks, &CleanTasks::cleanFinished, this, &Page::onCleanFinished);
     connect(m_tasks, &CleanTasks::undoFinished, this, &Page::onUndoFinished);
-    connect(m_tasks, &CleanTasks::recordsRead, this, &Page::onRecordsRead);
     connect(m_tasks, &CleanTasks::recordRead, this, &Page::onRecordRead);
     connect(m_tasks, &CleanTasks::rootDetected, this, &Page::onRootDetected);
 }
@@ -174,9 +149,7 @@ void WechatCleanPage::switchState(UiState state)
     else
         m_stack->setCurrentWidget(m_directories);
     m_directories->setHasResults(m_hasResults);
-    if (m_history)
-        m_history->setBusy(state == UiState::Busy ? tr("有任务正在进行，完成后才能撤销。")
-                                                  : QString());
+    m_recordKeeper->setBusy(state == UiState::Busy);
 }
 
 void WechatCleanPage::switchToBusy(const QString &title, const QString &text, bool mayStop,
@@ -194,17 +167,9 @@ void WechatCleanPage::showDirectories()
     switchState(m_profiles.isEmpty() ? UiState::NoDirectory : UiState::Directories);
 }
 
-void WechatCleanPage::setStatus(const QString &text)
+QWidget *WechatCleanPage::noticeParent() const
 {
-    m_status->setText(text);
-}
-
-QWidget *WechatCleanPage::noticeParent()
-{
-    // The record dialog is modal: what opens behind it could not be answered.
-    if (m_history && m_history->isVisible())
-        return m_history;
-    return this;
+    return m_recordKeeper->noticeParent();
 }
 
 void WechatCleanPage::onRecoveryFinished(const QStringList &restored, const QStringList &removed,
@@ -271,7 +236,7 @@ void WechatCleanPage::onRootDetected(const QVariantList &profiles)
     for (const QVariant &profile : profiles)
         m_deselected.remove(wechatclean::profilePath(profile));
     if (wechatclean::addProfiles(profiles, &m_profiles) == 0)
-        setStatus(tr("所选目录已在列表中。"));
+        m_header->setStatus(tr("所选目录已在列表中。"));
     rebuildProfileCards();
     showDirectories();
 }
@@ -318,7 +283,7 @@ void WechatCleanPage::startScanForDirs(const QStringList &dirs, qint64 estimated
 {
     m_scanningDirs = dirs;
     m_scanned = wechatclean::CleanResults();
-    setStatus(tr("正在扫描微信文件"));
+    m_header->setStatus(tr("正在扫描微信文件"));
     switchToBusy(tr("正在扫描微信文件"), pleaseWait(), true);
     m_tasks->startScan(dirs, m_settings.minSize, estimatedBytes);
 }
@@ -344,7 +309,7 @@ void WechatCleanPage::onDuplicateGroupsReady(const QList<QVariant> &groups)
 
 void WechatCleanPage::onScanFinished(bool ok, const QString &message, int)
 {
-    setStatus(message);
+    m_header->setStatus(message);
     if (!ok) {
         // The results of an earlier scan stay reachable.
         m_scanned = wechatclean::CleanResults();
@@ -453,7 +418,7 @@ void WechatCleanPage::onCleanFinished(bool ok, int mergedCount, qint64 reclaimed
 {
     if (!ok) {
         switchState(UiState::Results);
-        setStatus(tr("清理未完成"));
+        m_header->setStatus(tr("清理未完成"));
         AppNoticeDialog::showWarning(noticeParent(), tr("清理未完成"),
                                      errors.isEmpty() ? tr("没有文件被成功处理。")
                                                       : wechatclean::joinedLines(errors));
@@ -485,9 +450,8 @@ void WechatCleanPage::onRecordRead(const QString &sessionId, const QVariantMap &
         wechatclean::applyRecord(record, &m_results);
     refreshResults();
     switchState(UiState::Results);
-    setStatus(tr("清理完成"));
-    if (m_history)
-        refreshRecordList();
+    m_header->setStatus(tr("清理完成"));
+    refreshRecordList();
     if (record.isEmpty() || outcome.hasErrors)
         AppNoticeDialog::showWarning(noticeParent(), tr("清理完成"), message);
     else
@@ -504,42 +468,21 @@ void WechatCleanPage::openFolder(const QString &path)
 
 void WechatCleanPage::openHistoryDialog()
 {
-    if (!m_history) {
-        m_history = new HistoryDialog(this);
-        m_history->setAttribute(Qt::WA_DeleteOnClose);
-        connect(m_history, &HistoryDialog::undoRequested, this,
-                &WechatCleanPage::triggerUndoForRecord);
-    }
-    m_history->show();
-    refreshRecordList();
+    m_recordKeeper->openDialog();
 }
 
 void WechatCleanPage::refreshRecordList()
 {
-    m_tasks->readRecords();
-}
-
-void WechatCleanPage::onRecordsRead(const QVariantList &records, int refused)
-{
-    m_records = records;
-    if (!m_history)
-        return;
-    m_history->setRecords(records, refused);
-    switchState(m_state); // Its new buttons follow the state, too.
+    m_recordKeeper->refresh();
 }
 
 void WechatCleanPage::triggerUndoForRecord(const QString &sessionId)
 {
     if (m_state == UiState::Busy) {
-        AppNoticeDialog::showInfo(noticeParent(), tr("提示"),
-                                  tr("有任务正在进行，完成后才能撤销。"));
+        AppNoticeDialog::showInfo(noticeParent(), tr("提示"), RecordKeeper::busyText());
         return;
     }
-    QVariantMap record;
-    for (const QVariant &entry : qAsConst(m_records)) {
-        if (entry.toMap().value(QStringLiteral("sessionId")).toString() == sessionId)
-            record = entry.toMap();
-    }
+    const QVariantMap record = m_recordKeeper->record(sessionId);
     const QPointer<WechatCleanPage> self(this);
     const bool agreed =
         AppNoticeDialog::confirm(noticeParent(), tr("确认撤销"),
@@ -555,7 +498,7 @@ void WechatCleanPage::onUndoFinished(bool ok, const QString &, int restoredCount
                                      const QStringList &errors)
 {
     switchState(m_stateBeforeBusy);
-    setStatus(ok ? tr("撤销完成") : tr("撤销未完成"));
+    m_header->setStatus(ok ? tr("撤销完成") : tr("撤销未完成"));
     refreshRecordList();
     if (!ok)
         AppNoticeDialog::showWarning(noticeParent(), tr("撤销未完成"),

@@ -3,7 +3,6 @@
 #include "ui/pages/wechatcleanpage/cleanresults.h"
 #include "ui/pages/wechatcleansettingsdialog.h"
 
-#include <QPointer>
 #include <QSet>
 #include <QStringList>
 #include <QVariantList>
@@ -12,16 +11,12 @@
 class QBoxLayout;
 class QStackedWidget;
 
-namespace ui {
-namespace common {
-class ElidedLabel;
-}
-} // namespace ui
 namespace wechatclean {
 class BusyPanel;
 class CleanTasks;
 class DirectoryPanel;
-class HistoryDialog;
+class PageHeader;
+class RecordKeeper;
 class ResultPanel;
 } // namespace wechatclean
 
@@ -30,8 +25,7 @@ class ResultPanel;
 /// first show starts with what an interrupted clean left, then looks for directories. GUI thread
 /// only. Deleting the page in the middle of a task stops it and waits.
 ///
-/// Object names, besides those of the parts: WechatCleanPage, WechatSettingsButton,
-/// WechatHistoryButton, WechatStatus, WechatStateStack.
+/// Object names, besides those of the parts: WechatCleanPage, WechatStateStack.
 class WechatCleanPage : public QWidget
 {
     Q_OBJECT
@@ -102,7 +96,6 @@ private:
     void switchToBusy(const QString &title, const QString &text, bool mayStop,
                       const QString &note = QString());
     void showDirectories();
-    void setStatus(const QString &text);
     void onRootDetected(const QVariantList &profiles);
     void rebuildProfileCards();
     void rebuildResultCards();
@@ -114,11 +107,11 @@ private:
     void applyCleanSessionToCurrentGroups(const QString &sessionId);
     void onRecordRead(const QString &sessionId, const QVariantMap &record);
     void refreshRecordList();
-    void onRecordsRead(const QVariantList &records, int refused);
     void openFolder(const QString &path);
-    QWidget *noticeParent();
+    QWidget *noticeParent() const;
 
     wechatclean::CleanTasks *m_tasks;
+    wechatclean::RecordKeeper *m_recordKeeper;
     WechatCleanSettingsDialog::Settings m_settings;
     QVariantList m_profiles; ///< Detected ones first.
     QVariantList m_manualProfiles;
@@ -129,14 +122,12 @@ private:
     wechatclean::CleanResults m_scanned; ///< Of a scan that has not ended yet.
     QVariantList m_pendingActions;
     CleanOutcome m_cleanOutcome;
-    QVariantList m_records;
-    QPointer<wechatclean::HistoryDialog> m_history;
     UiState m_state = UiState::NoDirectory;
     UiState m_stateBeforeBusy = UiState::NoDirectory;
     bool m_isStopping = false;
     bool m_wasShown = false;
 
-    ui::common::ElidedLabel *m_status = nullptr;
+    wechatclean::PageHeader *m_header = nullptr;
     QStackedWidget *m_stack = nullptr;
     wechatclean::DirectoryPanel *m_directories = nullptr;
     wechatclean::BusyPanel *m_busy = nullptr;

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QWidget>
+
+namespace ui {
+namespace common {
+class ElidedLabel;
+}
+} // namespace ui
+
+namespace wechatclean {
+
+/// Title, what the page is for, one line of state, and the toolbar. Object names:
+/// WechatSettingsButton, WechatHistoryButton, WechatStatus.
+class PageHeader : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit PageHeader(QWidget *parent = nullptr);
+
+    void setStatus(const QString &text);
+
+signals:
+    void settingsRequested();
+    void historyRequested();
+
+private:
+    ui::common::ElidedLabel *m_status;
+};
+
+} // namespace wechatclean
