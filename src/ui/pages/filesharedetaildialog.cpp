@@ -14,6 +14,7 @@
 #include "ui/pages/filesharepage/operationgate.h"
 #include "ui/pages/filesharepage/sharepathlist.h"
 #include "ui/pages/filesharepage/sharerules.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QPushButton>
 #include <QStackedWidget>
@@ -281,10 +282,8 @@ void FileShareDetailDialog::onSaveAndRestart()
         AppNoticeDialog::showError(this, tr("失败"), tr("重新共享失败，请检查端口是否被占用。"));
         return;
     }
-    const QStringList urls = m_controller->shareUrls(m_sessionId);
     const QPointer<FileShareDetailDialog> self(this);
-    AppNoticeDialog::showSuccess(this, tr("共享已更新"), fileshare::linksText(urls),
-                                 urls.size() == 1 ? urls.first() : QString());
+    fileshare::showLinks(this, tr("共享已更新"), m_controller->shareUrls(m_sessionId));
     if (self)
         switchToViewMode();
 }

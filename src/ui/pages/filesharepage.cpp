@@ -2,76 +2,47 @@
 
 #include "share/filesharecontroller.h"
 #include "ui/common/appnoticedialog.h"
-#include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
-#include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/fileshareconfirmdialog.h"
 #include "ui/pages/filesharedetaildialog.h"
 #include "ui/pages/filesharepage/busynote.h"
 #include "ui/pages/filesharepage/filedroptarget.h"
 #include "ui/pages/filesharepage/operationgate.h"
+#include "ui/pages/filesharepage/pendingcard.h"
+#include "ui/pages/filesharepage/recordspanel.h"
 #include "ui/pages/filesharepage/sessiontable.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
 #include "ui/pages/filesharepage/shareportdialog.h"
 #include "ui/pages/filesharepage/sharerules.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
-#include <QEvent>
-#include <QPushButton>
-#include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
 
 using fileshare::OperationGate;
+using fileshare::PendingCard;
+using fileshare::RecordsPanel;
 using fileshare::SessionTable;
 using fileshare::SharePathChooser;
-using fileshare::SharePathList;
 using ui::common::AppNoticeDialog;
-using ui::common::EmptyState;
-using ui::common::IconWidget;
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace {
 
 constexpr int kTouchedDelayMs = 250;
-constexpr int kPendingRows = 3;
-constexpr int kListFrame = 10; ///< Padding and border of the list, above and below.
 
 QString pageSheet()
 {
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QListView#SharePendingList { border: 1px dashed @textMuted@; }
 QListView#SharePendingList[filled="true"] { border: 1px solid @border@; }
-QListView#SharePendingList[dropping="true"] { border: 2px solid @accent@; padding: 3px;
+QListView#SharePendingList[dropping="true"], QListView#ShareEditList[dropping="true"] { border: 2px solid @accent@; padding: 3px;
     background: @activeNavBackground@; }
 QLabel#ShareDropHint { color: @textMuted@; }
 QLabel#ShareDropHint[dropping="true"] { color: @linkText@; }
 )qss"));
-}
-
-QPushButton *toolButton(const QString &text, const char *name, QWidget *parent)
-{
-    auto *button = new QPushButton(text, parent);
-    button->setObjectName(QLatin1String(name));
-    return button;
-}
-
-QLabel *sectionTitle(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setObjectName(QStringLiteral("SectionTitle"));
-    return label;
-}
-
-QLabel *subtleLabel(const char *name, QWidget *parent)
-{
-    auto *label = new QLabel(parent);
-    label->setObjectName(QLatin1String(name));
-    label->setProperty("textRole", QStringLiteral("subtle"));
-    label->setTextFormat(Qt::PlainText);
-    return label;
 }
 
 } // namespace
@@ -89,14 +60,14 @@ FileSharePage::FileSharePage(FileShareController *controller, QWidget *parent)
                                metrics::kPageMargin);
     layout->setSpacing(metrics::kCardGap);
     layout->addLayout(buildHeader());
-    layout->addWidget(buildPendingCard());
-    layout->addWidget(buildRecords(), 1);
-    m_gate = new OperationGate({m_pendingCard, m_records}, this);
+    buildPending();
+    buildRecords();
+    layout->addWidget(m_pending);
+    layout->addWidget(m_records, 1);
+    m_gate = new OperationGate({m_pending, m_records}, this);
     connect(m_gate, &OperationGate::changed, this, &FileSharePage::onBusyChanged);
     wireDrops();
     wireController();
-    showPendingState();
-    showRecordsState(0, 0);
 }
 
 FileSharePage::~FileSharePage() = default;
@@ -121,133 +92,35 @@ QBoxLayout *FileSharePage::buildHeader()
     return column;
 }
 
-QFrame *FileSharePage::buildPendingCard()
+void FileSharePage::buildPending()
 {
-    m_pendingCard = new QFrame(this);
-    m_pendingCard->setObjectName(QStringLiteral("SharePendingCard"));
-    m_pendingCard->setProperty("card", true);
-    m_pending = new SharePathList(m_pendingCard);
-    m_pending->setObjectName(QStringLiteral("SharePendingList"));
-    m_pending->setAccessibleName(tr("选择要共享的文件或文件夹"));
-    m_pending->setFixedHeight(kPendingRows * metrics::rowControlHeight() + kListFrame);
-    m_pending->viewport()->installEventFilter(this);
-    m_dropHint =
-        new QLabel(tr("拖拽文件或文件夹到这里\n或使用上方按钮添加"), m_pending->viewport());
-    m_dropHint->setObjectName(QStringLiteral("ShareDropHint"));
-    m_dropHint->setAlignment(Qt::AlignCenter);
-    m_dropHint->setAttribute(Qt::WA_TransparentForMouseEvents);
-
-    auto *column = new QVBoxLayout(m_pendingCard);
-    column->setContentsMargins(metrics::kCardPadding, metrics::kCardGap, metrics::kCardPadding,
-                               metrics::kCardGap);
-    column->setSpacing(metrics::kFieldGap);
-    column->addLayout(buildPendingTools());
-    column->addWidget(m_pending);
-    column->addLayout(buildPendingFooter());
-    connect(m_pending, &SharePathList::pathsChanged, this, [this] { showPendingState(); });
-    connect(m_pending, &QListWidget::itemSelectionChanged, this,
-            [this] { m_removeSelected->setEnabled(!m_pending->selectedItems().isEmpty()); });
-    return m_pendingCard;
+    m_pending = new PendingCard(this);
+    connect(m_pending, &PendingCard::addFilesRequested, this, &FileSharePage::onAddFiles);
+    connect(m_pending, &PendingCard::addFolderRequested, this, &FileSharePage::onAddFolder);
+    connect(m_pending, &PendingCard::portRequested, this, &FileSharePage::onOpenShareSettings);
+    connect(m_pending, &PendingCard::startRequested, this, &FileSharePage::onStartShare);
 }
 
-QBoxLayout *FileSharePage::buildPendingTools()
+void FileSharePage::buildRecords()
 {
-    QPushButton *addFiles = toolButton(tr("添加文件"), "ShareAddFilesButton", m_pendingCard);
-    QPushButton *addFolder = toolButton(tr("添加文件夹"), "ShareAddFolderButton", m_pendingCard);
-    m_removeSelected = toolButton(tr("移除选中"), "ShareRemoveSelectedButton", m_pendingCard);
-    m_removeSelected->setEnabled(false);
-    m_clear = toolButton(tr("清空"), "ShareClearButton", m_pendingCard);
-    connect(addFiles, &QPushButton::clicked, this, &FileSharePage::onAddFiles);
-    connect(addFolder, &QPushButton::clicked, this, &FileSharePage::onAddFolder);
-    connect(m_removeSelected, &QPushButton::clicked, this, &FileSharePage::onRemoveSelected);
-    connect(m_clear, &QPushButton::clicked, this, &FileSharePage::onClearFiles);
-    auto *row = new QHBoxLayout;
-    row->setSpacing(metrics::kButtonGap);
-    row->addWidget(sectionTitle(tr("选择要共享的文件或文件夹"), m_pendingCard), 1);
-    for (QPushButton *button : {addFiles, addFolder, m_removeSelected, m_clear})
-        row->addWidget(button);
-    return row;
-}
-
-QBoxLayout *FileSharePage::buildPendingFooter()
-{
-    m_pendingStatus = subtleLabel("SharePendingStatus", m_pendingCard);
-    QPushButton *port = toolButton(tr("端口设置"), "SharePortSettingsButton", m_pendingCard);
-    m_start = toolButton(tr("开始共享"), "ShareStartButton", m_pendingCard);
-    ui::common::setButtonRole(m_start, QStringLiteral("primary"));
-    connect(port, &QPushButton::clicked, this, &FileSharePage::onOpenShareSettings);
-    connect(m_start, &QPushButton::clicked, this, &FileSharePage::onStartShare);
-    auto *row = new QHBoxLayout;
-    row->setSpacing(metrics::kButtonGap);
-    row->addWidget(m_pendingStatus, 1);
-    row->addWidget(port);
-    row->addWidget(m_start);
-    return row;
-}
-
-QWidget *FileSharePage::buildRecords()
-{
-    m_records = new QWidget(this);
-    m_records->setObjectName(QStringLiteral("ShareRecords"));
-    m_networkHint = new WrapLabel(
-        tr("未检测到可用的局域网地址，其他设备暂时无法访问共享，请检查网络连接。"), m_records);
-    m_networkHint->setObjectName(QStringLiteral("ShareNetworkHint"));
-    m_networkHint->setProperty("tone", QStringLiteral("error"));
-    m_networkHint->hide();
-    m_table = new SessionTable(m_records);
-    auto *empty = new EmptyState(IconWidget::Share, m_records);
-    empty->setObjectName(QStringLiteral("ShareRecordsEmpty"));
-    if (m_controller) {
-        empty->setTexts(tr("还没有共享记录"), tr("添加文件并开始共享后，会在这里留下记录。"));
-    } else {
-        empty->setTone(EmptyState::Tone::Error);
-        empty->setTexts(tr("文件分享不可用"), tr("请重新启动程序后再试。"));
-    }
-    m_recordViews = new QStackedWidget(m_records);
-    m_recordViews->addWidget(m_table);
-    m_recordViews->addWidget(empty);
+    m_records = new RecordsPanel(this);
+    m_table = m_records->table();
+    connect(m_records, &RecordsPanel::stopAllRequested, this, &FileSharePage::onStopAllSessions);
+    connect(m_records, &RecordsPanel::startAllRequested, this, &FileSharePage::onStartAllSessions);
+    connect(m_records, &RecordsPanel::removeAllRequested, this,
+            &FileSharePage::onRemoveAllSessions);
     connect(m_table, &SessionTable::actionRequested, this, &FileSharePage::onSessionAction);
     connect(m_table, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
         onSessionDoubleClicked(index.row(), index.column());
     });
-
-    auto *column = new QVBoxLayout(m_records);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(metrics::kFieldGap);
-    column->addLayout(buildRecordTools());
-    column->addWidget(m_networkHint);
-    column->addWidget(m_recordViews, 1);
-    return m_records;
-}
-
-QBoxLayout *FileSharePage::buildRecordTools()
-{
-    m_recordsStatus = subtleLabel("ShareRecordsStatus", m_records);
-    m_stopAll = toolButton(tr("全部停止"), "ShareStopAllButton", m_records);
-    m_startAll = toolButton(tr("全部开始"), "ShareStartAllButton", m_records);
-    m_removeAll = toolButton(tr("全部删除"), "ShareRemoveAllButton", m_records);
-    ui::common::setButtonRole(m_removeAll, QStringLiteral("danger"));
-    connect(m_stopAll, &QPushButton::clicked, this, &FileSharePage::onStopAllSessions);
-    connect(m_startAll, &QPushButton::clicked, this, &FileSharePage::onStartAllSessions);
-    connect(m_removeAll, &QPushButton::clicked, this, &FileSharePage::onRemoveAllSessions);
-    auto *row = new QHBoxLayout;
-    row->setSpacing(metrics::kButtonGap);
-    row->addWidget(sectionTitle(tr("共享记录"), m_records));
-    row->addWidget(m_recordsStatus, 1);
-    for (QPushButton *button : {m_stopAll, m_startAll, m_removeAll})
-        row->addWidget(button);
-    return row;
 }
 
 void FileSharePage::wireDrops()
 {
     m_dropTarget = new fileshare::FileDropTarget(this);
-    connect(m_dropTarget, &fileshare::FileDropTarget::hovered, this, [this](bool isOver) {
-        ui::common::setStyleProperty(m_pending, "dropping", isOver);
-        ui::common::setStyleProperty(m_dropHint, "dropping", isOver);
-    });
-    connect(m_dropTarget, &fileshare::FileDropTarget::dropped, this,
-            &FileSharePage::addPathsToList);
+    connect(m_dropTarget, &fileshare::FileDropTarget::hovered, m_pending,
+            &PendingCard::setDropping);
+    connect(m_dropTarget, &fileshare::FileDropTarget::dropped, m_pending, &PendingCard::addPaths);
 }
 
 void FileSharePage::wireController()
@@ -256,10 +129,12 @@ void FileSharePage::wireController()
     m_touchedTimer->setInterval(kTouchedDelayMs);
     connect(m_touchedTimer, &QTimer::timeout, this, &FileSharePage::updateTouchedSessions);
     if (!m_controller) {
-        m_pendingCard->setEnabled(false);
+        m_pending->setEnabled(false);
+        m_records->showUnavailable();
         m_dropTarget->setActive(false);
         return;
     }
+    m_pending->setPort(m_controller->sharePort());
     connect(m_controller, &FileShareController::sessionListChanged, this,
             &FileSharePage::onSessionListChanged);
     connect(m_controller, &FileShareController::accessLogUpdated, this,
@@ -272,13 +147,6 @@ void FileSharePage::showEvent(QShowEvent *event)
     flushDeferredSessionRefresh();
 }
 
-bool FileSharePage::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched == m_pending->viewport() && event->type() == QEvent::Resize)
-        updateDropHintGeometry();
-    return QWidget::eventFilter(watched, event);
-}
-
 bool FileSharePage::canOperate() const
 {
     return m_controller && !m_gate->isBusy();
@@ -286,25 +154,22 @@ bool FileSharePage::canOperate() const
 
 void FileSharePage::updateDropHintGeometry()
 {
-    // The filter of the list is there before the hint.
-    if (m_dropHint)
-        m_dropHint->setGeometry(m_pending->viewport()->rect());
+    m_pending->updateDropHintGeometry();
+}
+
+void FileSharePage::updateStartButtonState()
+{
+    m_pending->updateStartButtonState();
 }
 
 void FileSharePage::onAddFiles()
 {
-    addPathsToList(fileshare::chooseFiles(m_chooser, this));
+    m_pending->addPaths(fileshare::chooseFiles(m_chooser, this));
 }
 
 void FileSharePage::onAddFolder()
 {
-    addPathsToList(fileshare::chooseFolder(m_chooser, this));
-}
-
-void FileSharePage::addPathsToList(const QStringList &paths)
-{
-    const int added = m_pending->addPaths(paths);
-    showPendingState(paths.size() - added);
+    m_pending->addPaths(fileshare::chooseFolder(m_chooser, this));
 }
 
 void FileSharePage::onRemoveSelected()
@@ -315,23 +180,6 @@ void FileSharePage::onRemoveSelected()
 void FileSharePage::onClearFiles()
 {
     m_pending->clearPaths();
-}
-
-void FileSharePage::showPendingState(int ignored)
-{
-    const int count = m_pending->count();
-    m_dropHint->setVisible(count == 0);
-    updateDropHintGeometry();
-    ui::common::setStyleProperty(m_pending, "filled", count > 0);
-    m_clear->setEnabled(count > 0);
-    m_pendingStatus->setText(
-        fileshare::pendingText(count, ignored, m_controller ? m_controller->sharePort() : 0));
-    updateStartButtonState();
-}
-
-void FileSharePage::updateStartButtonState()
-{
-    m_start->setEnabled(m_pending->count() > 0);
 }
 
 void FileSharePage::onOpenShareSettings()
@@ -352,7 +200,7 @@ void FileSharePage::onOpenShareSettings()
             changed = m_controller->setSharePort(port, &error);
         }))
         return;
-    showPendingState();
+    m_pending->setPort(m_controller->sharePort());
     if (!changed) {
         AppNoticeDialog::showError(this, tr("端口修改失败"),
                                    error.isEmpty() ? tr("无法更新共享端口。") : error);
@@ -384,15 +232,7 @@ void FileSharePage::onStartShare()
         return;
     }
     m_pending->clearPaths();
-    showLinks(tr("共享已启动"), id);
-}
-
-void FileSharePage::showLinks(const QString &title, const QString &id)
-{
-    const QStringList urls = m_controller->shareUrls(id);
-    // A single link can be copied at once; several are chosen from in the details.
-    AppNoticeDialog::showSuccess(this, title, fileshare::linksText(urls),
-                                 urls.size() == 1 ? urls.first() : QString());
+    fileshare::showLinks(this, tr("共享已启动"), m_controller->shareUrls(id));
 }
 
 void FileSharePage::onSessionListChanged()
@@ -415,25 +255,13 @@ void FileSharePage::refreshSessionList()
     m_refreshDeferred = false;
     m_touched.clear();
     QVector<fileshare::SessionRow> rows;
-    int active = 0;
     const QList<ShareSession> sessions = m_controller->allSessions();
-    for (const ShareSession &session : sessions) {
+    for (const ShareSession &session : sessions)
         rows.append(fileshare::sessionRow(session, m_controller->sessionRoots(session.id)));
-        active += rows.last().isActive ? 1 : 0;
-    }
-    m_table->showSessions(rows);
-    showRecordsState(rows.size(), active);
-    showPendingState();
-}
-
-void FileSharePage::showRecordsState(int total, int active)
-{
-    m_recordViews->setCurrentIndex(total > 0 ? 0 : 1);
-    m_recordsStatus->setText(fileshare::recordsText(total, active));
-    m_stopAll->setEnabled(active > 0);
-    m_startAll->setEnabled(active < total);
-    m_removeAll->setEnabled(total > 0);
-    m_networkHint->setVisible(active > 0 && FileShareController::localIpAddresses().isEmpty());
+    m_records->showSessions(rows);
+    m_records->setReachable(!m_controller->hasActiveShares() ||
+                            !FileShareController::localIpAddresses().isEmpty());
+    m_pending->setPort(m_controller->sharePort());
 }
 
 void FileSharePage::onAccessLogUpdated(const QString &id)
@@ -514,7 +342,7 @@ void FileSharePage::onRestartSession(const QString &id)
         }))
         return;
     if (started)
-        showLinks(tr("共享已启动"), id);
+        fileshare::showLinks(this, tr("共享已启动"), m_controller->shareUrls(id));
     else
         AppNoticeDialog::showError(this, tr("启动失败"),
                                    tr("无法重新启动共享，请检查端口是否被占用。"));

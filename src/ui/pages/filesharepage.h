@@ -8,18 +8,15 @@
 
 class FileShareController;
 class QBoxLayout;
-class QFrame;
-class QLabel;
-class QPushButton;
-class QStackedWidget;
 class QTimer;
 
 namespace fileshare {
 class BusyNote;
 class FileDropTarget;
 class OperationGate;
+class PendingCard;
+class RecordsPanel;
 class SessionTable;
-class SharePathList;
 } // namespace fileshare
 
 /// File sharing in the local network: the files of the next share, and the records of all shares.
@@ -60,29 +57,21 @@ public slots:
 
 protected:
     void showEvent(QShowEvent *event) override;
-    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QBoxLayout *buildHeader();
-    QFrame *buildPendingCard();
-    QBoxLayout *buildPendingTools();
-    QBoxLayout *buildPendingFooter();
-    QWidget *buildRecords();
-    QBoxLayout *buildRecordTools();
+    void buildPending();
+    void buildRecords();
     void wireDrops();
     void wireController();
 
     /// Whether a change of the shares may begin now.
     bool canOperate() const;
-    void addPathsToList(const QStringList &paths);
-    void showPendingState(int ignored = 0);
     void onSessionListChanged();
     void onAccessLogUpdated(const QString &id);
     void updateTouchedSessions();
     void onBusyChanged(const QString &what);
     void onSessionAction(const QString &id, int action);
-    void showRecordsState(int total, int active);
-    void showLinks(const QString &title, const QString &id);
 
     QPointer<FileShareController> m_controller;
     fileshare::SharePathChooser m_chooser;
@@ -91,22 +80,9 @@ private:
     QTimer *m_touchedTimer;
 
     fileshare::BusyNote *m_busyNote = nullptr;
-    QFrame *m_pendingCard = nullptr;
-    fileshare::SharePathList *m_pending = nullptr;
-    fileshare::FileDropTarget *m_dropTarget = nullptr;
-    QLabel *m_dropHint = nullptr;
-    QLabel *m_pendingStatus = nullptr;
-    QPushButton *m_removeSelected = nullptr;
-    QPushButton *m_clear = nullptr;
-    QPushButton *m_start = nullptr;
-
-    QWidget *m_records = nullptr;
-    QLabel *m_recordsStatus = nullptr;
-    QLabel *m_networkHint = nullptr;
-    QPushButton *m_stopAll = nullptr;
-    QPushButton *m_startAll = nullptr;
-    QPushButton *m_removeAll = nullptr;
-    QStackedWidget *m_recordViews = nullptr;
+    fileshare::PendingCard *m_pending = nullptr;
+    fileshare::RecordsPanel *m_records = nullptr;
     fileshare::SessionTable *m_table = nullptr;
+    fileshare::FileDropTarget *m_dropTarget = nullptr;
     fileshare::OperationGate *m_gate = nullptr;
 };

@@ -1,6 +1,7 @@
 #include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/styletemplate.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/fileshareconfirmdialog/portspinbox.h"
 #include "ui/pages/filesharepage/sharerules.h"
@@ -53,6 +54,8 @@ ShareParameterForm::ShareParameterForm(const QString &labelEnd, QWidget *parent)
     , m_maxClients(new QSpinBox(this))
     , m_exposure(hintLabel("ShareExposureHint", this))
 {
+    setStyleSheet(ui::common::fillStyleTemplate(
+        QStringLiteral("QSpinBox#SharePortSpin:read-only { background: @headerBackground@; }")));
     buildFields();
     m_grid->setContentsMargins(0, 0, 0, 0);
     m_grid->setHorizontalSpacing(metrics::kCardGap);

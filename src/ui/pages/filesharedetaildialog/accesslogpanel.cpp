@@ -6,6 +6,7 @@
 #include "ui/common/pillpainter.h"
 #include "ui/pages/filesharedetaildialog/accesslogmodel.h"
 #include "ui/pages/filesharedetaildialog/logrules.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -62,29 +63,22 @@ AccessLogPanel::AccessLogPanel(QWidget *parent)
 
 QBoxLayout *AccessLogPanel::buildHeader()
 {
-    auto *title = new QLabel(tr("访问记录"), this);
-    title->setObjectName(QStringLiteral("SectionTitle"));
     m_filter = new QComboBox(this);
     m_filter->setObjectName(QStringLiteral("ShareLogFilter"));
     m_filter->setAccessibleName(tr("操作"));
     for (const Filter &filter : kFilters)
         m_filter->addItem(QString::fromUtf8(filter.text), QString::fromLatin1(filter.action));
-    m_pageText = new QLabel(this);
+    m_pageText = subtleLabel(QString(), this);
     m_pageText->setObjectName(QStringLiteral("ShareLogPageText"));
-    m_pageText->setProperty("textRole", QStringLiteral("subtle"));
-    m_previous = new QPushButton(tr("上一页"), this);
-    m_previous->setObjectName(QStringLiteral("ShareLogPrevButton"));
-    m_next = new QPushButton(tr("下一页"), this);
-    m_next->setObjectName(QStringLiteral("ShareLogNextButton"));
-    for (QPushButton *button : {m_previous, m_next})
-        button->setAutoDefault(false);
+    m_previous = namedButton(tr("上一页"), "ShareLogPrevButton", this);
+    m_next = namedButton(tr("下一页"), "ShareLogNextButton", this);
     connect(m_filter, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             &AccessLogPanel::filterChanged);
     connect(m_previous, &QPushButton::clicked, this, &AccessLogPanel::previousRequested);
     connect(m_next, &QPushButton::clicked, this, &AccessLogPanel::nextRequested);
     auto *row = new QHBoxLayout;
     row->setSpacing(metrics::kButtonGap);
-    row->addWidget(title);
+    row->addWidget(sectionTitle(tr("访问记录"), this));
     row->addWidget(m_filter);
     row->addStretch(1);
     row->addWidget(m_pageText);

@@ -1,39 +1,19 @@
 #include "ui/pages/filesharedetaildialog/editcard.h"
 
 #include "ui/common/layoutmetrics.h"
-#include "ui/common/styletemplate.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
 #include "ui/pages/filesharepage/filedroptarget.h"
 #include "ui/pages/filesharepage/sharepathlist.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QPushButton>
 #include <QVBoxLayout>
 
-using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace fileshare {
-
-namespace {
-
-QLabel *sectionTitle(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setObjectName(QStringLiteral("SectionTitle"));
-    return label;
-}
-
-QPushButton *toolButton(const QString &text, const char *name, QWidget *parent)
-{
-    auto *button = new QPushButton(text, parent);
-    button->setObjectName(QLatin1String(name));
-    button->setAutoDefault(false);
-    return button;
-}
-
-} // namespace
 
 EditCard::EditCard(QWidget *parent)
     : QFrame(parent)
@@ -43,7 +23,7 @@ EditCard::EditCard(QWidget *parent)
     auto *heading = new QLabel(tr("编辑共享"), this);
     heading->setObjectName(QStringLiteral("ShareEditHeading"));
     heading->setProperty("textRole", QStringLiteral("dialog-title"));
-    m_note = new WrapLabel(this);
+    m_note = new ui::common::WrapLabel(this);
     m_note->setObjectName(QStringLiteral("ShareEditNote"));
     m_note->setProperty("textRole", QStringLiteral("subtle"));
     auto *halves = new QHBoxLayout;
@@ -65,9 +45,9 @@ QBoxLayout *EditCard::buildFiles()
     m_list = new SharePathList(this);
     m_list->setObjectName(QStringLiteral("ShareEditList"));
     m_list->setAccessibleName(tr("共享文件"));
-    QPushButton *addFiles = toolButton(tr("添加文件"), "ShareEditAddFilesButton", this);
-    QPushButton *addFolder = toolButton(tr("添加文件夹"), "ShareEditAddFolderButton", this);
-    m_remove = toolButton(tr("移除选中"), "ShareEditRemoveButton", this);
+    QPushButton *addFiles = namedButton(tr("添加文件"), "ShareEditAddFilesButton", this);
+    QPushButton *addFolder = namedButton(tr("添加文件夹"), "ShareEditAddFolderButton", this);
+    m_remove = namedButton(tr("移除选中"), "ShareEditRemoveButton", this);
     m_remove->setEnabled(false);
     connect(addFiles, &QPushButton::clicked, this, &EditCard::addFilesRequested);
     connect(addFolder, &QPushButton::clicked, this, &EditCard::addFolderRequested);

@@ -3,8 +3,8 @@
 #include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/statwidgets.h"
-#include "ui/common/widgetstyle.h"
 #include "ui/pages/filesharepage/sharerules.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -54,20 +54,6 @@ QStringList factValues(const ShareSession &session)
             permissionText(session.accessMode)};
 }
 
-StatusPill::Type pillOf(const QString &status)
-{
-    if (isActive(status))
-        return StatusPill::Success;
-    return isExpired(status) ? StatusPill::Warning : StatusPill::Info;
-}
-
-QLabel *captionLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setProperty("textRole", QStringLiteral("subtle"));
-    return label;
-}
-
 } // namespace
 
 ViewCard::ViewCard(QWidget *parent)
@@ -96,7 +82,7 @@ void ViewCard::buildFacts(QGridLayout *grid)
     m_content->setObjectName(QStringLiteral("ShareDetailContent"));
     m_status = new StatusPill(QString(), StatusPill::Info, this);
     m_status->setObjectName(QStringLiteral("ShareDetailStatus"));
-    grid->addWidget(captionLabel(tr("共享内容"), this), 0, 0);
+    grid->addWidget(subtleLabel(tr("共享内容"), this), 0, 0);
     grid->addWidget(m_content, 0, 1, 1, kGridColumns - 2);
     grid->addWidget(m_status, 0, kGridColumns - 1, Qt::AlignRight | Qt::AlignVCenter);
     int place = 0;
@@ -105,7 +91,7 @@ void ViewCard::buildFacts(QGridLayout *grid)
         value->setObjectName(QLatin1String(fact.objectName));
         const int row = 1 + place / kFactsPerRow;
         const int column = 2 * (place % kFactsPerRow);
-        grid->addWidget(captionLabel(QString::fromUtf8(fact.caption), this), row, column);
+        grid->addWidget(subtleLabel(QString::fromUtf8(fact.caption), this), row, column);
         grid->addWidget(value, row, column + 1);
         m_values.append(value);
         ++place;
@@ -119,18 +105,16 @@ void ViewCard::buildUrls(QGridLayout *grid)
     m_urlList->setAccessibleName(tr("访问地址"));
     m_urlList->setTextElideMode(Qt::ElideMiddle);
     m_urlList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_copy = new QPushButton(tr("复制"), this);
-    m_copy->setObjectName(QStringLiteral("ShareCopyUrlButton"));
-    m_copy->setAutoDefault(false);
+    m_copy = namedButton(tr("复制"), "ShareCopyUrlButton", this);
     connect(m_copy, &QPushButton::clicked, this, &ViewCard::copySelectedUrl);
-    m_urlHint = captionLabel(QString(), this);
+    m_urlHint = subtleLabel(QString(), this);
     m_urlHint->setObjectName(QStringLiteral("ShareUrlHint"));
     const int row = grid->rowCount();
-    grid->addWidget(captionLabel(tr("访问地址"), this), row, 0, Qt::AlignTop);
+    grid->addWidget(subtleLabel(tr("访问地址"), this), row, 0);
     auto *line = new QHBoxLayout;
     line->setSpacing(metrics::kButtonGap);
     line->addWidget(m_urlList, 1);
-    line->addWidget(m_copy, 0, Qt::AlignTop);
+    line->addWidget(m_copy);
     grid->addLayout(line, row, 1, 1, kGridColumns - 1);
     grid->addWidget(m_urlHint, row + 1, 1, 1, kGridColumns - 1);
 }
@@ -139,7 +123,7 @@ void ViewCard::showSession(const ShareSession &session, const QStringList &urls)
 {
     m_content->setText(session.rootNames.join(QStringLiteral("、")));
     m_status->setText(statusText(session.status));
-    m_status->setType(pillOf(session.status));
+    m_status->setType(pillForStatus(session.status));
     const QStringList values = factValues(session);
     for (int i = 0; i < m_values.size(); ++i)
         m_values.at(i)->setText(values.at(i));
@@ -170,7 +154,6 @@ void ViewCard::showUrlHint()
         hint = tr("未检测到可用的局域网地址，请检查网络连接。");
     else if (!m_isActive)
         hint = tr("共享未运行，重新开始后才能通过链接访问。");
-    ui::common::setStyleProperty(m_urlHint, "tone", QString());
     m_urlHint->setText(hint);
 }
 
@@ -180,7 +163,6 @@ void ViewCard::copySelectedUrl()
     if (!chosen)
         return;
     QApplication::clipboard()->setText(chosen->text());
-    ui::common::setStyleProperty(m_urlHint, "tone", QStringLiteral("success"));
     m_urlHint->setText(tr("已复制到剪贴板"));
     m_copiedTimer->start();
 }

@@ -1,6 +1,7 @@
 #include "ui/pages/filesharepage/busynote.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -16,11 +17,10 @@ constexpr int kBarWidth = 96;
 
 BusyNote::BusyNote(QWidget *parent)
     : QWidget(parent)
-    , m_text(new QLabel(this))
+    , m_text(subtleLabel(QString(), this))
 {
     setObjectName(QStringLiteral("ShareBusyNote"));
     m_text->setObjectName(QStringLiteral("ShareBusyText"));
-    m_text->setProperty("textRole", QStringLiteral("subtle"));
     auto *bar = new QProgressBar(this);
     bar->setRange(0, 0);
     bar->setFixedWidth(kBarWidth);

@@ -18,8 +18,9 @@ namespace fileshare {
 
 namespace {
 
-constexpr int kLeastColumnPx = 72; ///< Base pixels of the two columns that take what is left.
-constexpr int kPillPadding = 24;   ///< Left and right of a pill in its column.
+constexpr int kLeastPathPx = 40;    ///< Base pixels.
+constexpr int kContentPercent = 40; ///< Of the room that content and path share.
+constexpr int kPillPadding = 24;    ///< Left and right of a pill in its column.
 constexpr int kRingRadius = 8;
 constexpr double kDisabledOpacity = 0.5;
 
@@ -78,7 +79,6 @@ void SessionTable::layOutColumns()
 {
     QHeaderView *header = horizontalHeader();
     header->setSectionsClickable(false);
-    header->setMinimumSectionSize(ThemeColors::current().fontPx(kLeastColumnPx));
     const auto fit = [this, header](int column, int contentWidth) {
         const QString title =
             m_sessions->headerData(column, Qt::Horizontal, Qt::DisplayRole).toString();
@@ -92,8 +92,22 @@ void SessionTable::layOutColumns()
         CellDelegate::textColumnWidth(QStringLiteral("00-00 00:00")));
     fit(SessionTableModel::DownloadsColumn, numberWidth);
     fit(SessionTableModel::ActionColumn, CellDelegate::actionColumnWidth(sessionActions(true)));
-    header->setSectionResizeMode(SessionTableModel::ContentColumn, QHeaderView::Stretch);
-    header->setSectionResizeMode(SessionTableModel::PathColumn, QHeaderView::Stretch);
+    header->setSectionResizeMode(QHeaderView::Fixed);
+}
+
+void SessionTable::resizeEvent(QResizeEvent *event)
+{
+    QTableView::resizeEvent(event);
+    QHeaderView *header = horizontalHeader();
+    int room = viewport()->width();
+    for (int column = SessionTableModel::PortColumn; column < SessionTableModel::ColumnCount;
+         ++column)
+        room -= header->sectionSize(column);
+    const int title = CellDelegate::textColumnWidth(tr("共享内容"));
+    const int content = qMax(title, room * kContentPercent / 100);
+    const int leastPath = ThemeColors::current().fontPx(kLeastPathPx);
+    header->resizeSection(SessionTableModel::ContentColumn, content);
+    header->resizeSection(SessionTableModel::PathColumn, qMax(leastPath, room - content));
 }
 
 void SessionTable::showSessions(const QVector<SessionRow> &rows)

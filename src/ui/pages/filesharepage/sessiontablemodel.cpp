@@ -1,11 +1,9 @@
 #include "ui/pages/filesharepage/sessiontablemodel.h"
 
 #include "ui/common/celldelegate.h"
-#include "ui/common/statwidgets.h"
+#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <algorithm>
-
-using ui::common::StatusPill;
 
 namespace fileshare {
 
@@ -39,13 +37,6 @@ QVariant cellText(const SessionRow &row, int column)
     default:
         return QVariant();
     }
-}
-
-StatusPill::Type pillOf(const SessionRow &row)
-{
-    if (row.isActive)
-        return StatusPill::Success;
-    return row.isExpired ? StatusPill::Warning : StatusPill::Info;
 }
 
 } // namespace
@@ -96,7 +87,7 @@ int SessionTableModel::rowOf(const QString &id) const
 
 bool SessionTableModel::isActiveAt(int row) const
 {
-    return row >= 0 && row < m_rows.size() && m_rows.at(row).isActive;
+    return row >= 0 && row < m_rows.size() && isActive(m_rows.at(row).state);
 }
 
 int SessionTableModel::rowCount(const QModelIndex &parent) const
@@ -122,9 +113,9 @@ QVariant SessionTableModel::data(const QModelIndex &index, int role) const
     if (role == Qt::ToolTipRole && column == PathColumn)
         return plainTip(row.paths.join(QLatin1Char('\n')));
     if (role == ui::common::PillRole && column == StatusColumn)
-        return int(pillOf(row));
+        return int(pillForStatus(row.state));
     if (role == ui::common::ActionsRole && column == ActionColumn)
-        return sessionActions(row.isActive);
+        return sessionActions(isActive(row.state));
     if (role == ui::common::DangerActionRole && column == ActionColumn)
         return kDeleteAction;
     return QVariant();

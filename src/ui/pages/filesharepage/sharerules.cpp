@@ -69,8 +69,7 @@ SessionRow sessionRow(const ShareSession &session, const QList<ShareRoot> &roots
 {
     SessionRow row;
     row.id = session.id;
-    row.isActive = isActive(session.status);
-    row.isExpired = isExpired(session.status);
+    row.state = session.status;
     row.content = session.rootNames.join(QStringLiteral("、"));
     for (const ShareRoot &root : roots)
         row.paths.append(root.localPath);
@@ -125,7 +124,8 @@ QString pendingText(int count, int ignored, int port)
         parts << QStringLiteral("待共享 %1 项").arg(count);
     if (ignored > 0)
         parts << QStringLiteral("%1 项已在列表中").arg(ignored);
-    parts << QStringLiteral("端口 %1").arg(port);
+    if (port > 0)
+        parts << QStringLiteral("端口 %1").arg(port);
     return parts.join(QStringLiteral(" · "));
 }
 

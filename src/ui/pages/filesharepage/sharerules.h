@@ -14,8 +14,7 @@ namespace fileshare {
 struct SessionRow
 {
     QString id;
-    bool isActive = false;
-    bool isExpired = false;
+    QString state;   ///< As the record has it.
     QString content; ///< Names of the roots.
     QString path;    ///< Their paths on one line.
     QStringList paths;
@@ -51,7 +50,7 @@ QStringList newPaths(const QStringList &listed, const QStringList &candidates);
 /// Paths of the local ones among dropped addresses.
 QStringList localPaths(const QList<QUrl> &urls);
 /// What stands under the list of paths: how many there are, and how many that were just added are
-/// listed already.
+/// listed already, and the port, if there is one.
 QString pendingText(int count, int ignored, int port);
 
 /// How a share can be reached. Says so if there is no address.
