@@ -107,9 +107,8 @@ QJsonArray DeviceCatalog::groups() const
             hasSelected = hasSelected || isSelected;
             entries.append(entryOf(device, isSelected));
         }
-        const std::shared_ptr<const Image> &image = m_images.at(i);
-        const QString title = QStringLiteral("%1 %2").arg(QFileInfo(image->path()).fileName(),
-                                                          sizeText(image->size()));
+        // Without the size: clients show a capacity of their own beside the name.
+        const QString title = QFileInfo(m_images.at(i)->path()).fileName();
         groups.append(QJsonObject{{QStringLiteral("diskTitle"), title},
                                   {QStringLiteral("partitions"), entries}});
     }
