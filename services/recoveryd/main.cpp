@@ -4,10 +4,25 @@
 #include <QCoreApplication>
 #include <QDir>
 
+#include <csignal>
 #include <cstdio>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+/// Ends this process when the one that started it does, however that comes about. False if it has
+/// gone already.
+bool followParent(pid_t parent)
+{
+    return ::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0 && ::getppid() == parent;
+}
+
+} // namespace
 
 int main(int argc, char *argv[])
 {
+    const pid_t parent = ::getppid();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("morvane-recoveryd"));
 
@@ -25,8 +40,13 @@ int main(int argc, char *argv[])
     const QCommandLineOption socket(QStringLiteral("socket"),
                                     QStringLiteral("Name of the local socket."),
                                     QStringLiteral("name"), QStringLiteral("morvane-service-v1"));
-    parser.addOptions({image, state, socket});
+    const QCommandLineOption exitWithParent(
+        QStringLiteral("exit-with-parent"),
+        QStringLiteral("End when the program that started this one ends."));
+    parser.addOptions({image, state, socket, exitWithParent});
     parser.process(app);
+    if (parser.isSet(exitWithParent) && !followParent(parent))
+        return 1;
 
     services::recoveryd::Daemon::Options options;
     options.images = parser.values(image);

@@ -21,6 +21,7 @@ private slots:
     void refusesToStart();
     void bringsDeletedFilesBack();
     void leavesNoHalfFileWhenKilled();
+    void endsWithItsParent();
 
 private:
     bool start();
@@ -195,6 +196,25 @@ void TestRecoverydProcess::leavesNoHalfFileWhenKilled()
         QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden), named);
     }
     QVERIFY(wasInTheMiddle);
+}
+
+void TestRecoverydProcess::endsWithItsParent()
+{
+    QVERIFY(write(m_images.first(), QByteArray(1024 * 1024, '\0')));
+    const QString socket = m_dir->filePath(QStringLiteral("s"));
+    const auto answers = [&socket] {
+        return RecoveryClient(socket).connectNow();
+    };
+    QProcess shell;
+    shell.start(QStringLiteral("/bin/sh"),
+                {QStringLiteral("-c"), QStringLiteral("\"$0\" \"$@\" & wait"),
+                 QStringLiteral(MORVANE_RECOVERYD), QStringLiteral("--exit-with-parent"),
+                 QStringLiteral("--image"), m_images.first(), QStringLiteral("--state"),
+                 m_dir->filePath(QStringLiteral("state")), QStringLiteral("--socket"), socket});
+    QVERIFY(QTest::qWaitFor(answers, 10000));
+    QCOMPARE(::kill(pid_t(shell.processId()), SIGKILL), 0);
+    QVERIFY(shell.waitForFinished(10000));
+    QVERIFY(QTest::qWaitFor([&answers] { return !answers(); }, 10000));
 }
 
 QTEST_GUILESS_MAIN(TestRecoverydProcess)
