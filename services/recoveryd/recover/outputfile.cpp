@@ -43,13 +43,31 @@ int renameToFree(const QByteArray &from, const QByteArray &to)
     if (errno != EINVAL && errno != ENOSYS)
         return errno;
     // File systems without that kind of rename: a second link is as strict.
-    if (::link(from.constData(), to.constData()) != 0)
-        return errno;
-    ::unlink(from.constData());
-    return 0;
+    if (::link(from.constData(), to.constData()) == 0) {
+        ::unlink(from.constData());
+        return 0;
+    }
+    // Those of USB sticks and of mounts in user space often know no links either.
+    const int code = errno;
+    const bool knowsNoLinks = code == EPERM || code == ENOSYS || code == EOPNOTSUPP;
+    return knowsNoLinks ? renameByReservation(from, to) : code;
 }
 
 } // namespace
+
+int renameByReservation(const QByteArray &from, const QByteArray &to)
+{
+    const int fd =
+        ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return errno;
+    ::close(fd);
+    if (::rename(from.constData(), to.constData()) == 0)
+        return 0;
+    const int code = errno;
+    ::unlink(to.constData());
+    return code;
+}
 
 OutputFile::OutputFile(const QString &dir, const QString &temporaryName)
     : m_dir(dir)

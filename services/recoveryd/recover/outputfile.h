@@ -42,6 +42,11 @@ private:
     bool m_isPublished = false;
 };
 
+/// Renames onto a name that it first takes with an empty file of its own, so that nothing of others
+/// is ever replaced; for file systems that know neither exclusive renames nor links. 0, or the
+/// error: EEXIST if the name is taken.
+int renameByReservation(const QByteArray &from, const QByteArray &to);
+
 /// "name (2).ext": the name's `number`-th stand-in; the name itself for 0.
 QString numberedName(const QString &name, int number);
 
