@@ -7,6 +7,9 @@
 
 namespace {
 
+// Lines a transaction.
+constexpr int kBatchSize = 500;
+
 void reportFailure(const QString &error)
 {
     qWarning().noquote() << "[FileShareController] addAccessLog failed:" << error;
@@ -20,35 +23,48 @@ struct Transfers
 
 } // namespace
 
-void AccessLogQueue::write(int limit)
+void AccessLogQueue::writeAll()
+{
+    while (!m_waiting.isEmpty())
+        writeBatch();
+}
+
+void AccessLogQueue::writeBatch()
 {
     if (m_waiting.isEmpty())
         return;
-    const QList<AccessLogEntry> batch = m_waiting.mid(0, limit);
+    const QList<AccessLogEntry> batch = m_waiting.mid(0, kBatchSize);
     m_waiting = m_waiting.mid(batch.size());
 
-    // Without a transaction each line stands for itself.
     QString error;
-    const bool isOneTransaction = m_db->beginTransaction(&error);
-    if (!isOneTransaction)
-        reportFailure(error);
-    writeLines(batch);
-    writeCounters(batch);
-    if (isOneTransaction && !m_db->commitTransaction(&error)) {
-        reportFailure(QStringLiteral("%1 (%2 lines)").arg(error).arg(batch.size()));
-        m_db->rollback();
+    bool ok = m_db->beginTransaction(&error);
+    if (ok) {
+        ok = writeLines(batch, &error);
+        if (ok) {
+            writeCounters(batch);
+            ok = m_db->commitTransaction(&error);
+        }
+        if (!ok)
+            m_db->rollback();
     }
+    if (!ok)
+        reportFailure(QStringLiteral("%1 (%2 lines)").arg(error).arg(batch.size()));
 }
 
-void AccessLogQueue::writeLines(const QList<AccessLogEntry> &entries)
+bool AccessLogQueue::writeLines(const QList<AccessLogEntry> &entries, QString *error)
 {
     for (const AccessLogEntry &entry : entries) {
-        QString error;
-        if (!m_db->addAccessLog(entry, &error))
-            reportFailure(error);
+        if (!m_db->addAccessLog(entry, error)) {
+            // SQLite ends the whole transaction by itself when the disk is full or fails. What
+            // follows would then be written, and might fail, line by line.
+            if (m_db->beginTransaction())
+                return false;
+            reportFailure(*error);
+        }
         if (!m_updated.contains(entry.sessionId))
             m_updated.append(entry.sessionId);
     }
+    return true;
 }
 
 void AccessLogQueue::writeCounters(const QList<AccessLogEntry> &entries)

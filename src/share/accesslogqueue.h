@@ -19,16 +19,19 @@ public:
 
     void append(const AccessLogEntry &entry) { m_waiting.append(entry); }
     bool isEmpty() const { return m_waiting.isEmpty(); }
-    /// Writes at most `limit` lines, the oldest first. A line that cannot be written is reported
-    /// in the program's log and left out. Not inside a transaction.
-    void write(int limit);
-    void writeAll() { write(m_waiting.size()); }
+    /// Writes a batch in one transaction, the oldest lines first; small enough not to hold up the
+    /// event loop. A line that cannot be written, for a share that has gone, is reported in the
+    /// program's log and left out; so is the batch if the whole database fails. Not inside a
+    /// transaction.
+    void writeBatch();
+    void writeAll();
     /// The sessions written for since the last call, each once.
     QStringList takeUpdatedSessions();
     void forgetUpdated(const QString &sessionId) { m_updated.removeAll(sessionId); }
 
 private:
-    void writeLines(const QList<AccessLogEntry> &entries);
+    /// False, with the database's text, if the transaction is lost.
+    bool writeLines(const QList<AccessLogEntry> &entries, QString *error);
     void writeCounters(const QList<AccessLogEntry> &entries);
 
     FileShareDb *m_db;

@@ -21,8 +21,6 @@ constexpr int kExpiryCheckMs = 30000;
 constexpr int kStopAllTimeoutMs = 3000;
 // Lines of the access log that come within this time are written, and told of, together.
 constexpr int kAccessLogDelayMs = 20;
-// Lines a transaction, so that a flood of them does not hold up the event loop.
-constexpr int kAccessLogBatch = 500;
 
 const char kActive[] = "active";
 const char kStopped[] = "stopped";
@@ -369,7 +367,7 @@ void FileShareController::onAccessLoggedFromWorker(const QString &sessionId,
 
 void FileShareController::writeAccessLog()
 {
-    m_accessLog->write(kAccessLogBatch);
+    m_accessLog->writeBatch();
     if (!m_accessLog->isEmpty())
         m_accessLogTimer->start();
     const QStringList sessions = m_accessLog->takeUpdatedSessions();

@@ -104,6 +104,7 @@ private slots:
     void writesLogInBatches();
     void losesNoLines_data();
     void losesNoLines();
+    void goesOnAfterAFailedBatch();
     void worksWithoutADatabase();
 };
 
@@ -625,6 +626,27 @@ void TestFileShareController::losesNoLines()
              QStringList(QStringLiteral("1")));
     if (controller)
         QTRY_COMPARE(updated.mid(0).count({id}), 1);
+}
+
+// As SQLite does when the disk is full, the database ends the transaction by itself.
+void TestFileShareController::goesOnAfterAFailedBatch()
+{
+    Fixture fixture;
+    auto controller = fixture.startOn(freePort());
+    const QString id = create(controller.get());
+    RawDatabase(fixture.dbPath)
+        .rows(QStringLiteral("CREATE TRIGGER full BEFORE INSERT ON share_access_log WHEN "
+                             "new.action='bad' BEGIN SELECT RAISE(ROLLBACK,'full'); END"));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                           "addAccessLog failed: .*full.*\\(3 lines\\)$")));
+    for (const char *action : {"download", "bad", "download"})
+        logLine(controller.get(), id, action);
+    QCOMPARE(controller->accessLogCount(id, QString()), 0);
+    QCOMPARE(controller->sessionInfo(id).totalDownloads, 0);
+    logLine(controller.get(), id, "download");
+    QCOMPARE(controller->accessLogCount(id, QString()), 1);
+    QCOMPARE(controller->sessionInfo(id).totalDownloads, 1);
+    QVERIFY(!create(controller.get()).isEmpty());
 }
 
 void TestFileShareController::worksWithoutADatabase()
