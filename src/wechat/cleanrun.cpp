@@ -249,7 +249,7 @@ void CleanRun::finish()
         m_record.createdAt = QDateTime::currentDateTime().toString(Qt::ISODate);
         m_record.reclaimedBytes = m_outcome.reclaimedBytes;
         m_outcome.sessionId = m_record.sessionId;
-        recordLost = !writeRecord(m_folders, m_record.sessionId, m_record.toJson());
+        recordLost = !writeRecord(m_operations, m_folders, m_record.sessionId, m_record.toJson());
         if (recordLost)
             m_outcome.errors.append(
                 recordWriteError(QFileInfo(m_folders.recordPath(m_record.sessionId)).fileName()));

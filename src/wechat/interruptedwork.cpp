@@ -188,7 +188,7 @@ bool InterruptedWork::writeMissingRecord(const JournalContent &content)
     record.createdAt =
         QFileInfo(m_folders.journalPath(content.id)).lastModified().toString(Qt::ISODate);
     record.status = QStringLiteral("partial");
-    if (writeRecord(m_folders, content.id, record.toJson()))
+    if (writeRecord(m_operations, m_folders, content.id, record.toJson()))
         return true;
     m_outcome.errors.append(recordWriteError(QFileInfo(path).fileName()));
     return false;

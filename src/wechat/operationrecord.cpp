@@ -1,7 +1,5 @@
 #include "wechat/operationrecord.h"
 
-#include "wechat/fileoperations.h"
-
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -11,8 +9,6 @@
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QThread>
-
-#include <unistd.h>
 
 namespace wechat {
 
@@ -101,16 +97,16 @@ bool readRecord(const CleanFolders &folders, const QString &sessionId, QJsonObje
     return true;
 }
 
-bool writeRecord(const CleanFolders &folders, const QString &sessionId, const QJsonObject &record)
+bool writeRecord(FileOperations &operations, const CleanFolders &folders, const QString &sessionId,
+                 const QJsonObject &record)
 {
     if (!namesAFile(sessionId) || !QDir().mkpath(folders.operations))
         return false;
     const QByteArray bytes = QJsonDocument(record).toJson(QJsonDocument::Indented);
     QSaveFile file(folders.recordPath(sessionId));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush() ||
-        ::fsync(file.handle()) != 0 || !file.commit())
+        operations.fsync(file.handle()) != 0 || !file.commit())
         return false;
-    FileOperations operations;
     return syncDirectory(operations, folders.operations);
 }
 

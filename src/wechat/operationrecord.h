@@ -1,5 +1,7 @@
 #pragma once
 
+#include "wechat/fileoperations.h"
+
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -50,8 +52,8 @@ bool isGeneratedSessionId(const QString &id);
 [[nodiscard]] bool readRecord(const CleanFolders &folders, const QString &sessionId,
                               QJsonObject *record);
 /// Makes the folder if needed, replaces the record in one step and flushes it to the disk.
-[[nodiscard]] bool writeRecord(const CleanFolders &folders, const QString &sessionId,
-                               const QJsonObject &record);
+[[nodiscard]] bool writeRecord(FileOperations &operations, const CleanFolders &folders,
+                               const QString &sessionId, const QJsonObject &record);
 /// What to tell when writeRecord() fails.
 QString recordWriteError(const QString &fileName);
 

@@ -109,7 +109,7 @@ void UndoRun::restoreAll(const QString &sessionId, QJsonObject record)
     else if (m_outcome.errors.isEmpty())
         status = QStringLiteral("undone");
     record.insert(QStringLiteral("status"), status);
-    if (!writeRecord(m_folders, sessionId, record))
+    if (!writeRecord(m_operations, m_folders, sessionId, record))
         m_outcome.errors.append(
             recordWriteError(QFileInfo(m_folders.recordPath(sessionId)).fileName()));
     if (!m_leftover)
