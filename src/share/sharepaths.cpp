@@ -3,8 +3,12 @@
 #include "core/pathutil.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QUrl>
+
+#include <cstdlib>
+#include <memory>
 
 namespace share {
 
@@ -46,6 +50,15 @@ bool hasNul(const QString &text)
     return text.contains(QChar(QChar::Null));
 }
 
+/// Empty whenever the system cannot follow the path. QFileInfo gives the path itself back for some
+/// failures, which would pass the test that is made with it.
+QString canonicalPath(const QString &path)
+{
+    const std::unique_ptr<char, decltype(&std::free)> resolved(
+        ::realpath(QFile::encodeName(path).constData(), nullptr), &std::free);
+    return resolved ? QFile::decodeName(resolved.get()) : QString();
+}
+
 QString inUnit(qint64 bytes, qint64 unit, int decimals, const char *name)
 {
     const double value = static_cast<double>(bytes) / static_cast<double>(unit);
@@ -80,9 +93,7 @@ QString resolveSafePath(const QString &rootPath, const QString &relativePath)
     if (cleaned.startsWith(QLatin1Char('/')) || cleaned.contains(QLatin1String("..")))
         return QString();
     const QString joined = joinedPath(rootPath, cleaned);
-    const QString canonicalRoot = QFileInfo(rootPath).canonicalFilePath();
-    const QString canonical = QFileInfo(joined).canonicalFilePath();
-    return core::isInside(canonical, canonicalRoot) ? joined : QString();
+    return core::isInside(canonicalPath(joined), canonicalPath(rootPath)) ? joined : QString();
 }
 
 QString joinedPath(const QString &directory, const QString &name)

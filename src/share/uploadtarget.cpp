@@ -1,9 +1,8 @@
 #include "share/uploadtarget.h"
 
-#include <QDateTime>
 #include <QFile>
-#include <QFileInfo>
 
+#include <limits>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -13,6 +12,7 @@ namespace {
 
 constexpr qint64 kReserve = 64 * 1024 * 1024;
 constexpr qint64 kMsPerSecond = 1000;
+constexpr mode_t kAccessBits = S_IRWXU | S_IRWXG | S_IRWXO;
 constexpr qint64 kNsPerMs = 1000000;
 
 UploadTarget::Kind kindOf(mode_t mode)
@@ -37,7 +37,7 @@ UploadTarget uploadTargetAt(const QString &path)
     target.kind = kindOf(status.st_mode);
     target.size = status.st_size;
     target.modifiedMs = status.st_mtim.tv_sec * kMsPerSecond + status.st_mtim.tv_nsec / kNsPerMs;
-    target.permissions = QFileInfo(path).permissions();
+    target.accessMode = status.st_mode & kAccessBits;
     return target;
 }
 

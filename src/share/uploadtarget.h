@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QFileDevice>
 #include <QString>
 
 namespace share {
@@ -16,7 +15,7 @@ struct UploadTarget
     bool isLink = false;
     qint64 size = 0;       ///< Bytes.
     qint64 modifiedMs = 0; ///< Since the epoch.
-    QFileDevice::Permissions permissions;
+    uint accessMode = 0;   ///< The nine bits of read, write and execute.
 };
 
 UploadTarget uploadTargetAt(const QString &path);

@@ -6,6 +6,8 @@
 
 #include <QSaveFile>
 
+#include <sys/stat.h>
+
 namespace share {
 
 namespace {
@@ -77,7 +79,7 @@ TransferResult receiveFile(const ShareExchange &exchange, const QString &path,
     if (!file.commit())
         return serverFailure(QStringLiteral("保存上传文件失败。"));
     if (target.kind == UploadTarget::Kind::File)
-        QFile::setPermissions(path, target.permissions);
+        ::chmod(QFile::encodeName(path).constData(), target.accessMode);
     return {};
 }
 
