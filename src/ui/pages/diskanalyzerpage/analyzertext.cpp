@@ -1,0 +1,87 @@
+#include "ui/pages/diskanalyzerpage/analyzertext.h"
+
+#include <limits>
+
+namespace diskanalyzer {
+
+namespace {
+
+constexpr qint64 kKilo = 1024;
+constexpr int kUnits = 3;
+
+} // namespace
+
+QString formatSize(qint64 bytes)
+{
+    if (bytes < kKilo)
+        return QStringLiteral("%1 B").arg(qMax<qint64>(0, bytes));
+    static const char *const kNames[kUnits] = {"KB", "MB", "GB"};
+    double value = double(bytes) / kKilo;
+    int unit = 0;
+    // 1023.95 would print as "1024.0", so the next unit starts where the rounding does.
+    while (value >= 1023.95 && unit < kUnits - 1) {
+        value /= kKilo;
+        ++unit;
+    }
+    return QStringLiteral("%1 %2").arg(value, 0, 'f', 1).arg(QLatin1String(kNames[unit]));
+}
+
+double sharePercent(qint64 part, qint64 whole)
+{
+    if (whole <= 0 || part <= 0)
+        return 0;
+    return qMin(100.0, double(part) * 100.0 / double(whole));
+}
+
+QString percentText(double percent)
+{
+    if (percent > 0 && percent < 0.05)
+        return QStringLiteral("<0.1%");
+    return QStringLiteral("%1%").arg(percent, 0, 'f', 1);
+}
+
+SizeInUnit sizeInLargestUnit(qint64 bytes)
+{
+    qint64 number = qMax<qint64>(0, (bytes + kKilo - 1) / kKilo);
+    SizeInUnit size;
+    while (size.unit < kUnits - 1 && number > 0 && number % kKilo == 0) {
+        number /= kKilo;
+        ++size.unit;
+    }
+    size.number = int(qMin<qint64>(number, std::numeric_limits<int>::max()));
+    return size;
+}
+
+qint64 bytesOf(const SizeInUnit &size)
+{
+    qint64 bytes = qint64(size.number) * kKilo;
+    for (int unit = 0; unit < size.unit; ++unit)
+        bytes *= kKilo;
+    return bytes;
+}
+
+QString selectedFilesText(int count, qint64 bytes)
+{
+    return QStringLiteral("选中 %1 个文件，共 %2").arg(count).arg(formatSize(bytes));
+}
+
+QString deleteOneText(const QString &path, bool isProtected)
+{
+    // In two steps: the path may itself hold "%1".
+    QString text = QStringLiteral("确定要删除文件 %1 吗？").arg(path);
+    if (isProtected)
+        text += QStringLiteral("\n\n⚠ 该文件位于受保护目录下，删除后将进入保险箱而非永久删除。");
+    return text;
+}
+
+QString deleteManyText(int count, int protectedCount)
+{
+    QString text = QStringLiteral("即将删除 %1 个文件，此操作不可撤销。").arg(count);
+    if (protectedCount > 0)
+        text +=
+            QStringLiteral("\n\n⚠ 其中 %1 个文件位于受保护目录下，删除后将进入保险箱而非永久删除。")
+                .arg(protectedCount);
+    return text;
+}
+
+} // namespace diskanalyzer

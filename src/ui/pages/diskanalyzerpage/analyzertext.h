@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QString>
+
+namespace diskanalyzer {
+
+/// "512 B", "1.5 KB", "20.0 MB", "2048.0 GB": 1024 to the unit, none above GB. Less than 0 counts
+/// as 0.
+QString formatSize(qint64 bytes);
+
+/// Share of `part` in `whole` in percent, 0 to 100; 0 of an empty whole.
+double sharePercent(qint64 part, qint64 whole);
+/// "12.3%"; "<0.1%" for what is there but would round to nothing.
+QString percentText(double percent);
+
+/// A size as a number and the largest unit that divides it evenly.
+struct SizeInUnit
+{
+    int number = 0;
+    int unit = 0; ///< 0 KB, 1 MB, 2 GB.
+};
+/// Bytes below a KB are rounded up to one.
+SizeInUnit sizeInLargestUnit(qint64 bytes);
+qint64 bytesOf(const SizeInUnit &size);
+
+QString selectedFilesText(int count, qint64 bytes);
+/// Question before one file is deleted.
+QString deleteOneText(const QString &path, bool isProtected);
+/// Question before several are; `protectedCount` of them reach the vault.
+QString deleteManyText(int count, int protectedCount);
+
+} // namespace diskanalyzer
