@@ -1,11 +1,13 @@
 #include "analyzer/directorywalk.h"
 
+#include "analyzer/listingqueue.h"
+
+#include <QFuture>
+#include <QtConcurrentRun>
+
 #include <algorithm>
-#include <dirent.h>
-#include <fcntl.h>
+#include <cstring>
 #include <iterator>
-#include <memory>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -16,29 +18,6 @@ constexpr const char *kSkippedNames[] = {".git",         ".svn",        ".hg",
                                          "node_modules", "__pycache__", ".thumbnails"};
 /// Parts of the paths under which network shares are mounted for the desktop.
 constexpr const char *kNetworkShares[] = {"smb-share:", "nfs-share:"};
-
-struct CloseDirectory
-{
-    void operator()(DIR *dir) const { closedir(dir); }
-};
-
-/// A directory that was replaced by a link after it was listed must not lead out of the tree.
-DIR *openDirectory(const QByteArray &path, bool isRoot)
-{
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (isRoot ? 0 : O_NOFOLLOW);
-    const int fd = open(path.constData(), flags);
-    if (fd < 0)
-        return nullptr;
-    DIR *dir = fdopendir(fd);
-    if (!dir)
-        close(fd);
-    return dir;
-}
-
-bool isDots(const char *name)
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 } // namespace
 
@@ -65,43 +44,27 @@ DirectoryWalk::DirectoryWalk(QSet<QByteArray> subMounts, std::function<bool()> s
     , m_onFile(std::move(onFile))
 {}
 
-/// The tree is the queue: its nodes stand in the order in which they were found.
+/// The nodes of the tree stand in the order in which they were found, which is that of the walk.
 bool DirectoryWalk::run(DirectoryTree *tree) const
 {
-    for (std::size_t i = 0; i < tree->size(); ++i)
-        if (!readDirectory(tree, tree->at(i)))
-            return false;
-    return true;
-}
-
-bool DirectoryWalk::readDirectory(DirectoryTree *tree, DirNode *dir) const
-{
-    if (m_shouldStop())
-        return false;
-    const std::unique_ptr<DIR, CloseDirectory> listing(
-        openDirectory(tree->path(dir), dir->parent == nullptr));
-    if (!listing)
-        return true;
-    const int fd = dirfd(listing.get());
-    while (const dirent *entry = readdir(listing.get())) {
-        if (m_shouldStop())
-            return false;
-        const char *name = entry->d_name;
-        unsigned char type = entry->d_type;
-        if (isDots(name) || (type != DT_REG && type != DT_DIR && type != DT_UNKNOWN))
-            continue;
-        struct stat info;
-        if (type != DT_DIR) {
-            if (fstatat(fd, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
-                continue;
-            type = static_cast<unsigned char>(IFTODT(info.st_mode));
-        }
-        if (type == DT_REG)
-            m_onFile(dir, name, info);
-        else if (type == DT_DIR && isEntered(tree->path(dir, name)))
-            tree->addChild(dir, name);
+    ListingQueue queue(m_shouldStop);
+    QFuture<void> helper = QtConcurrent::run([&queue] { queue.help(); });
+    std::size_t queued = 0;
+    bool goOn = true;
+    for (std::size_t i = 0; goOn && i < tree->size(); ++i) {
+        for (; queued < tree->size() && queue.hasRoom(); ++queued)
+            queue.add(tree->path(tree->at(queued)), queued == 0);
+        DirNode *dir = tree->at(i);
+        goOn = queue.takeFirst([&](const DirectoryEntry &entry) {
+            if (!entry.isDirectory)
+                m_onFile(dir, entry);
+            else if (isEntered(tree->path(dir, entry.name)))
+                tree->addChild(dir, entry.name);
+        });
     }
-    return true;
+    queue.finish();
+    helper.waitForFinished();
+    return goOn;
 }
 
 bool DirectoryWalk::isEntered(const QByteArray &path) const

@@ -50,11 +50,6 @@ qint64 usedBytes(const QString &rootPath)
     return std::max(qint64(1), storage.bytesTotal() - storage.bytesAvailable());
 }
 
-qint64 modifiedMs(const struct stat &info)
-{
-    return qint64(info.st_mtim.tv_sec) * 1000 + qint64(info.st_mtim.tv_nsec) / 1000000;
-}
-
 } // namespace
 
 /// What one scan was asked for and has collected.
@@ -68,19 +63,18 @@ struct DiskAnalyzerWorker::Scan
         , buckets(options)
     {}
 
-    void collect(const DirNode *dir, const char *name, const struct stat &info)
+    void collect(const DirNode *dir, const DirectoryEntry &file)
     {
-        const qint64 size = info.st_size;
+        const qint64 size = file.size;
         const bool isLarge = size >= largeFileThreshold && largest.wouldKeep(size);
         const bool mayBeDuplicate = findDuplicates && size >= duplicates.minimumSize;
-        if ((!isLarge && !mayBeDuplicate) || !DirectoryTree::isListable(dir, name))
+        if ((!isLarge && !mayBeDuplicate) || !DirectoryTree::isListable(dir, file.name))
             return;
-        const bool isBucketed = mayBeDuplicate && buckets.wouldKeep(size);
-        const char *kept = isLarge || isBucketed ? names.store(name) : name;
+        const char *name = names.store(file.name);
         if (isLarge)
-            largest.add(size, modifiedMs(info), dir, kept);
+            largest.add(size, file.modifiedMs, dir, name);
         if (mayBeDuplicate)
-            buckets.add(size, dir, kept);
+            buckets.add(size, dir, name);
     }
 
     const QString rootPath;
@@ -161,17 +155,17 @@ bool DiskAnalyzerWorker::walk(Scan *scan)
     qint64 files = 0;
     QElapsedTimer sinceReport;
     sinceReport.start();
-    const auto onFile = [&](DirNode *dir, const char *name, const struct stat &info) {
+    const auto onFile = [&](DirNode *dir, const DirectoryEntry &file) {
         ++files;
-        bytes = saturatingSum(bytes, info.st_size);
+        bytes = saturatingSum(bytes, file.size);
         if (files % kFilesPerLook == 0 && sinceReport.elapsed() >= kProgressIntervalMs) {
             sinceReport.restart();
             const int percent = walkPercent(bytes, estimate);
             emit progressChanged(percent,
                                  tr("正在扫描：%1%（已扫描 %2 个文件）").arg(percent).arg(files));
         }
-        DirectoryTree::addFile(dir, info.st_size);
-        scan->collect(dir, name, info);
+        DirectoryTree::addFile(dir, file.size);
+        scan->collect(dir, file);
     };
     return DirectoryWalk(subMounts, stopFunction(), onFile).run(&scan->tree) && !m_stop;
 }

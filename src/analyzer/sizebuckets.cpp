@@ -2,58 +2,58 @@
 
 #include "analyzer/bucketselection.h"
 
-#include <utility>
-#include <vector>
+#include <algorithm>
 
 SizeBuckets::SizeBuckets(const DuplicateScanner::ScanOptions &options)
     : m_options(options)
+    , m_parts(kParts)
 {}
-
-bool SizeBuckets::wouldKeep(qint64 size) const
-{
-    if (m_options.maximumFilesPerBucket <= 0)
-        return true;
-    const auto chain = m_chains.find(size);
-    return chain == m_chains.end() || chain->second.count < m_options.maximumFilesPerBucket;
-}
 
 void SizeBuckets::add(qint64 size, const DirNode *dir, const char *name)
 {
-    const bool kept = wouldKeep(size);
-    Chain &chain = m_chains[size];
-    ++chain.count;
-    if (!kept)
-        return;
-    const std::size_t entry = m_entries.size();
-    m_entries.push_back({dir, name, kNone});
-    if (chain.first == kNone)
-        chain.first = entry;
-    else
-        m_entries[chain.last].next = entry;
-    chain.last = entry;
+    // The golden ratio spreads sizes that are multiples of a block as well as others.
+    const quint64 spread = quint64(size) * Q_UINT64_C(0x9E3779B97F4A7C15);
+    m_parts[std::size_t(spread >> 56) % kParts].push_back({size, dir, name});
+}
+
+void SizeBuckets::addRuns(const std::vector<Entry> &part,
+                          const DuplicateScanner::ScanOptions &options, std::vector<Run> *runs)
+{
+    for (std::size_t first = 0; first < part.size();) {
+        std::size_t last = first;
+        while (last < part.size() && part[last].size == part[first].size)
+            ++last;
+        const int count = int(last - first);
+        if (isWorthComparing(part[first].size, count, options))
+            runs->push_back({&part[first], count});
+        first = last;
+    }
 }
 
 QHash<qint64, QStringList> SizeBuckets::take(const DirectoryTree &tree,
                                              const std::function<bool()> &shouldStop)
 {
-    std::vector<std::pair<qint64, Chain>> buckets;
-    for (const auto &chain : m_chains)
-        if (isWorthComparing(chain.first, chain.second.count, m_options))
-            buckets.push_back(chain);
-    m_chains.clear();
-    keepMostAtStake(
-        &buckets, m_options.maximumBuckets, [](const auto &bucket) { return bucket.first; },
-        [](const auto &bucket) { return bucket.second.count; });
-
-    QHash<qint64, QStringList> sizeGroups;
-    for (const auto &bucket : buckets) {
+    std::vector<Run> runs;
+    for (std::vector<Entry> &part : m_parts) {
         if (shouldStop())
             break;
-        QStringList &paths = sizeGroups[bucket.first];
-        paths.reserve(bucket.second.count);
-        for (std::size_t i = bucket.second.first; i != kNone; i = m_entries[i].next)
-            paths.append(tree.listedPath(m_entries[i].dir, m_entries[i].name));
+        std::stable_sort(part.begin(), part.end(),
+                         [](const Entry &a, const Entry &b) { return a.size < b.size; });
+        addRuns(part, m_options, &runs);
     }
-    m_entries.clear();
+    keepMostAtStake(
+        &runs, m_options.maximumBuckets, [](const Run &run) { return run.first->size; },
+        [](const Run &run) { return run.count; });
+
+    QHash<qint64, QStringList> sizeGroups;
+    for (const Run &run : runs) {
+        if (shouldStop())
+            break;
+        QStringList &paths = sizeGroups[run.first->size];
+        paths.reserve(run.count);
+        for (int i = 0; i < run.count; ++i)
+            paths.append(tree.listedPath(run.first[i].dir, run.first[i].name));
+    }
+    m_parts.clear();
     return sizeGroups;
 }

@@ -6,44 +6,44 @@
 #include <QHash>
 #include <QStringList>
 
-#include <deque>
-#include <unordered_map>
+#include <functional>
+#include <vector>
 
-/// Files by their size, for DuplicateScanner. Holds a few words a file instead of its path, and
-/// counts only where a size has more files than may be compared.
+/// Files by their size, for DuplicateScanner. Holds a few words a file instead of its path.
 class SizeBuckets
 {
 public:
     explicit SizeBuckets(const DuplicateScanner::ScanOptions &options);
 
-    /// False if the file would only be counted.
-    bool wouldKeep(qint64 size) const;
-    /// `name` must be listable, and stay valid where wouldKeep() is true.
+    /// `name` must be listable and stay valid.
     void add(qint64 size, const DirNode *dir, const char *name);
 
     /// The buckets that DuplicateScanner::scan() would keep under these options; paths in the order
-    /// in which they were added. Leaves the collection empty.
+    /// in which they were added. Leaves the collection empty. Incomplete on a stop.
     QHash<qint64, QStringList> take(const DirectoryTree &tree,
                                     const std::function<bool()> &shouldStop);
 
 private:
-    static constexpr std::size_t kNone = ~std::size_t(0);
-
     struct Entry
     {
+        qint64 size;
         const DirNode *dir;
         const char *name;
-        std::size_t next;
     };
 
-    struct Chain
+    /// Entries of one size within a part.
+    struct Run
     {
-        std::size_t first = kNone;
-        std::size_t last = kNone;
-        int count = 0;
+        const Entry *first;
+        int count;
     };
+
+    static void addRuns(const std::vector<Entry> &part,
+                        const DuplicateScanner::ScanOptions &options, std::vector<Run> *runs);
+
+    /// Files of one size share a part; a part is sorted at once, so many parts keep each short.
+    static constexpr std::size_t kParts = 256;
 
     DuplicateScanner::ScanOptions m_options;
-    std::deque<Entry> m_entries;
-    std::unordered_map<qint64, Chain> m_chains;
+    std::vector<std::vector<Entry>> m_parts;
 };
