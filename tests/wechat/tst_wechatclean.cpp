@@ -142,6 +142,15 @@ void TestWechatClean::refusesWhatIsNotAsItWas_data()
     QTest::newRow("copy elsewhere")
         << Change([](CleanBench &b) { b.operations.otherDevice = QStringLiteral("/copy"); })
         << word("当前版本不支持跨分区合并：copy");
+    QTest::newRow("copy replaced after the start") << Change([](CleanBench &b) {
+        b.operations.hook = [&b](const QString &call, const QString &path) {
+            if (call == QLatin1String("hash") && path.endsWith(QLatin1String("keep"))) {
+                b.file("new", kText);
+                b.tree.move("files/new", "files/copy");
+            }
+            return 0;
+        };
+    }) << word("二次校验失败，已跳过：copy");
     QTest::newRow("kept gone") << Change([](CleanBench &b) { b.tree.remove("files/keep"); })
                                << word("保留文件不存在：keep");
     QTest::newRow("kept written to") << Change([](CleanBench &b) { b.file("keep", "another"); })
