@@ -69,30 +69,65 @@ int walkOnly(const QString &root)
     return 0;
 }
 
-QByteArray outputOf(const QString &program, const QStringList &arguments, double *ms)
+/// Processor time of this process, or of its children that have ended.
+double processorMs(int who)
+{
+    rusage usage;
+    getrusage(who, &usage);
+    const auto ms = [](const timeval &time) {
+        return double(time.tv_sec) * 1e3 + double(time.tv_usec) / 1e3;
+    };
+    return ms(usage.ru_utime) + ms(usage.ru_stime);
+}
+
+/// Times of one measurement on the clock and on the processors. The latter hardly depend on what
+/// else the machine does.
+struct Times
+{
+    QVector<double> clock;
+    QVector<double> processor;
+};
+
+QByteArray outputOf(const QString &program, const QStringList &arguments, Times *times)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::SeparateChannels);
+    const double before = processorMs(RUSAGE_CHILDREN);
     QElapsedTimer clock;
     clock.start();
     process.start(program, arguments);
     if (!process.waitForFinished(-1))
         qFatal("cannot run %s", qPrintable(program));
-    *ms = millisecondsSince(clock);
+    times->clock.append(millisecondsSince(clock));
+    times->processor.append(processorMs(RUSAGE_CHILDREN) - before);
     return process.readAllStandardOutput();
+}
+
+void addRows(const QString &subject, const Times &ours, const Times &baseline,
+             const QString &target, QVector<ReportRow> *rows)
+{
+    const double clock = median(ours.clock);
+    const double processor = median(ours.processor);
+    rows->append({subject, milliseconds(clock), milliseconds(median(baseline.clock)),
+                  clock / median(baseline.clock), target});
+    rows->append({subject + QStringLiteral(", processors"), milliseconds(processor),
+                  milliseconds(median(baseline.processor)), processor / median(baseline.processor),
+                  QString()});
 }
 
 void measureWalk(const QString &root, int files, int dirs, QVector<ReportRow> *rows)
 {
-    QVector<double> whole;
+    Times ours;
+    Times du;
     QVector<double> inside;
-    QVector<double> du;
     QByteArray digest;
     double peakMiB = 0;
     for (int round = 0; round <= kRounds; ++round) {
-        double duMs = 0;
-        double ours = 0;
-        outputOf(QStringLiteral("du"), {QStringLiteral("-s"), root}, &duMs);
+        if (round == 1) { // the first one filled the cache
+            ours = du = Times();
+            inside.clear();
+        }
+        outputOf(QStringLiteral("du"), {QStringLiteral("-s"), root}, &du);
         const QList<QByteArray> fields =
             outputOf(QCoreApplication::applicationFilePath(), {kWalkArgument, root}, &ours)
                 .trimmed()
@@ -100,20 +135,13 @@ void measureWalk(const QString &root, int files, int dirs, QVector<ReportRow> *r
         if (fields.size() != 3 || (!digest.isEmpty() && fields.at(2) != digest))
             qFatal("the figures differ between runs");
         digest = fields.at(2);
-        if (round == 0)
-            continue; // fills the cache
-        du.append(duMs);
-        whole.append(ours);
         inside.append(fields.at(0).toDouble());
         peakMiB = std::max(peakMiB, fields.at(1).toDouble() / 1024);
     }
     const QString subject = QStringLiteral("%1 files in %2 directories").arg(files).arg(dirs);
-    rows->append({subject + QStringLiteral(", scan"), milliseconds(median(inside)),
-                  milliseconds(median(du)), median(inside) / median(du),
-                  QStringLiteral("at most 1.0 of du -s")});
-    rows->append({subject + QStringLiteral(", process"), milliseconds(median(whole)),
-                  milliseconds(median(du)), median(whole) / median(du),
-                  QStringLiteral("at most 1.0 of du -s")});
+    rows->append({subject, milliseconds(median(inside)), milliseconds(median(du.clock)),
+                  median(inside) / median(du.clock), QStringLiteral("at most 1.0 of du -s")});
+    addRows(QStringLiteral("the same, whole process"), ours, du, QString(), rows);
     rows->append({QStringLiteral("memory of that process, MiB"), QString(), QString(), peakMiB,
                   QStringLiteral("below 100")});
 }
@@ -135,8 +163,8 @@ void measureTreeMap(QVector<ReportRow> *rows)
                   milliseconds(millisecondsSince(clock)), QString(), 0, QString()});
 }
 
-/// The time two threads take to hash these files whole, each taking the next one.
-double hashPlainly(const QStringList &paths)
+/// Two threads hash these files whole, each taking the next one.
+void hashPlainly(const QStringList &paths)
 {
     std::atomic<int> next{0};
     const auto hashAll = [&] {
@@ -151,12 +179,20 @@ double hashPlainly(const QStringList &paths)
             hash.result();
         }
     };
-    QElapsedTimer clock;
-    clock.start();
     std::thread other(hashAll);
     hashAll();
     other.join();
-    return millisecondsSince(clock);
+}
+
+/// Adds a run of `what` to the times.
+void timed(Times *times, const std::function<void()> &what)
+{
+    const double before = processorMs(RUSAGE_SELF);
+    QElapsedTimer clock;
+    clock.start();
+    what();
+    times->clock.append(millisecondsSince(clock));
+    times->processor.append(processorMs(RUSAGE_SELF) - before);
 }
 
 void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *rows)
@@ -164,25 +200,21 @@ void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *ro
     const DuplicateCorpus corpus = makeDuplicates(root, total);
     DuplicateScanner::ScanOptions options;
     options.threads = 2;
-    QVector<double> ours;
-    QVector<double> plain;
+    Times ours;
+    Times plain;
     int groups = 0;
-    for (int round = 0; round <= kRounds; ++round) {
-        const double hashed = hashPlainly(corpus.survivors);
-        QElapsedTimer clock;
-        clock.start();
-        groups = DuplicateScanner::scan(corpus.sizeGroups, options, nullptr, nullptr).totalGroups;
-        const double found = millisecondsSince(clock);
-        if (round == 0)
-            continue;
-        plain.append(hashed);
-        ours.append(found);
+    hashPlainly(corpus.survivors); // fills the cache
+    for (int round = 0; round < kRounds; ++round) {
+        timed(&plain, [&] { hashPlainly(corpus.survivors); });
+        timed(&ours, [&] {
+            groups =
+                DuplicateScanner::scan(corpus.sizeGroups, options, nullptr, nullptr).totalGroups;
+        });
     }
     QTextStream(stdout) << corpus.files << " files, " << (total >> 20) << " MiB, of which "
                         << (corpus.survivingBytes >> 20) << " survive in " << groups << " groups\n";
-    rows->append({QStringLiteral("duplicates, hashing the survivors"), milliseconds(median(ours)),
-                  milliseconds(median(plain)), median(ours) / median(plain),
-                  QStringLiteral("at most 1.2")});
+    addRows(QStringLiteral("duplicates against hashing"), ours, plain,
+            QStringLiteral("at most 1.2"), rows);
     const QList<QPair<QString, QStringList>> others{
         {QStringLiteral("rdfind"), {QStringLiteral("-dryrun"), QStringLiteral("true"), root}},
         {QStringLiteral("jdupes"), {QStringLiteral("-r"), QStringLiteral("-q"), root}},
@@ -190,10 +222,9 @@ void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *ro
     for (const auto &other : others) {
         if (QStandardPaths::findExecutable(other.first).isEmpty())
             continue;
-        double ms = 0;
-        outputOf(other.first, other.second, &ms);
-        rows->append({QStringLiteral("duplicates, ") + other.first, milliseconds(median(ours)),
-                      milliseconds(ms), median(ours) / ms, QString()});
+        Times theirs;
+        outputOf(other.first, other.second, &theirs);
+        addRows(QStringLiteral("duplicates against ") + other.first, ours, theirs, QString(), rows);
     }
 }
 

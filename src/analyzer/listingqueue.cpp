@@ -43,21 +43,43 @@ bool ListingQueue::takeFirst(const EntryFunction &onEntry)
         goOn = listDirectory(job.path, job.isRoot, m_shouldStop, onEntry);
         lock.lock();
     } else {
-        for (bool done = false; !done;) {
-            m_changed.wait(lock,
-                           [&job] { return !job.blocks.empty() || job.state == State::done; });
-            std::vector<Block> blocks;
-            blocks.swap(job.blocks);
-            done = job.state == State::done;
-            lock.unlock();
-            for (const Block &block : blocks)
-                passOn(block, onEntry);
-            lock.lock();
-        }
+        while (!passOnBlocks(&job, &lock, onEntry))
+            helpOrWait(job, &lock);
         goOn = !m_shouldStop();
     }
     m_jobs.pop_front();
     return goOn;
+}
+
+/// True if these were the last entries. Leaves the lock for the time of the calls.
+bool ListingQueue::passOnBlocks(Job *job, std::unique_lock<std::mutex> *lock,
+                                const EntryFunction &onEntry)
+{
+    std::vector<Block> blocks;
+    blocks.swap(job->blocks);
+    const bool done = job->state == State::done;
+    lock->unlock();
+    for (const Block &block : blocks)
+        passOn(block, onEntry);
+    lock->lock();
+    return done;
+}
+
+/// While the second thread lists what the owner needs next, the owner lists what lies behind it.
+void ListingQueue::helpOrWait(const Job &first, std::unique_lock<std::mutex> *lock)
+{
+    if (!first.blocks.empty() || first.state == State::done)
+        return;
+    Job *next = nextWaiting();
+    if (!next) {
+        m_changed.wait(*lock,
+                       [&first] { return !first.blocks.empty() || first.state == State::done; });
+        return;
+    }
+    next->state = State::taken;
+    lock->unlock();
+    listAhead(next);
+    lock->lock();
 }
 
 /// The first directory is left to the owner, who is about to take it.

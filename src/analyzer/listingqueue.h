@@ -49,6 +49,8 @@ private:
         std::vector<Block> blocks;
     };
 
+    bool passOnBlocks(Job *job, std::unique_lock<std::mutex> *lock, const EntryFunction &onEntry);
+    void helpOrWait(const Job &first, std::unique_lock<std::mutex> *lock);
     Job *nextWaiting();
     void listAhead(Job *job);
     void hand(Job *job, Block *block, State state);

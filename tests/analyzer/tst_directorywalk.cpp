@@ -139,13 +139,13 @@ void TestDirectoryWalk::survivesWhatVanishes()
     QCOMPARE(found.at(0)->totalSize, qint64(seen - 1) * 4);
 }
 
-/// As many levels as a path can name.
+/// Hundreds of levels, up to what a path can name.
 void TestDirectoryWalk::survivesDepth()
 {
     TempTree tree;
     QString path;
     while (tree.path().size() + path.size() < 4000)
-        path += QStringLiteral("/d");
+        path += QStringLiteral("/deep");
     path = path.mid(1) + QStringLiteral("/f");
     tree.file(path);
     DirectoryTree found(tree.path());
