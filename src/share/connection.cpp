@@ -128,7 +128,7 @@ void handleConnectionStatic(const ShareContextPtr &context, qintptr descriptor)
     buffer.clear();
     readForm(&socket, context->limits.formMs, &request);
     route(context, &socket, &request);
-    const bool isUnread = socket.received() < headerSize + qMax<qint64>(0, request.contentLength);
+    const bool isUnread = socket.received() - headerSize < request.contentLength;
     socket.finish(isUnread || request.headers.contains(QStringLiteral("transfer-encoding")));
 }
 

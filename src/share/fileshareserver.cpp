@@ -24,6 +24,20 @@ void forgetController(const ShareContextPtr &context)
     context->controller = nullptr;
 }
 
+void runConnection(const ShareContextPtr &context, qintptr descriptor)
+{
+    // Counted here before it is no longer counted there, so that no moment finds it in neither.
+    context->activeConnections.ref();
+    context->pendingConnections.deref();
+    share::handleConnectionStatic(context, descriptor);
+    context->activeConnections.deref();
+}
+
+void queueConnection(const ShareContextPtr &context, qintptr descriptor)
+{
+    QtConcurrent::run(QThreadPool::globalInstance(), runConnection, context, descriptor);
+}
+
 } // namespace
 
 FileShareServer::FileShareServer(FileShareDb *db, FileShareController *controller, QObject *parent)
@@ -148,11 +162,5 @@ void FileShareServer::incomingConnection(qintptr descriptor)
     if (m_context->isShuttingDown())
         return;
     m_context->pendingConnections.ref();
-    const ShareContextPtr context = m_context;
-    QtConcurrent::run(QThreadPool::globalInstance(), [context, descriptor] {
-        context->activeConnections.ref();
-        context->pendingConnections.deref();
-        share::handleConnectionStatic(context, descriptor);
-        context->activeConnections.deref();
-    });
+    queueConnection(m_context, descriptor);
 }

@@ -51,35 +51,52 @@ namespace share {
 
 namespace {
 
-/// The mutex keeps the controller alive while the call is queued. Once queued, it belongs to the
-/// controller's own event queue, which is emptied when the controller goes: it runs in the
-/// controller's thread on a living object, or not at all.
-template <typename Call>
-void postToController(const ShareContextPtr &context, Call call)
+struct AccessLoggedCall
 {
-    QMutexLocker lock(&context->controllerMutex);
-    FileShareController *controller = context->controller;
-    if (!controller)
-        return;
-    QMetaObject::invokeMethod(
-        controller, [controller, call] { call(controller); }, Qt::QueuedConnection);
-}
+    void operator()() const
+    {
+        controller->onAccessLoggedFromWorker(sessionId, clientIp, action, detail);
+    }
+
+    FileShareController *controller;
+    QString sessionId;
+    QString clientIp;
+    QString action;
+    QString detail;
+};
+
+struct SessionExpiredCall
+{
+    void operator()() const { controller->onSessionExpiredFromWorker(sessionId); }
+
+    FileShareController *controller;
+    QString sessionId;
+};
 
 } // namespace
+
+// In both, the mutex keeps the controller alive while the call is queued. Once queued, the call
+// belongs to the controller's own events, which go with it: so it runs in the controller's thread
+// on a living object, or not at all.
 
 void postAccessLogged(const ShareContextPtr &context, const QString &sessionId,
                       const QString &clientIp, const QString &action, const QString &detail)
 {
-    postToController(context, [=](FileShareController *controller) {
-        controller->onAccessLoggedFromWorker(sessionId, clientIp, action, detail);
-    });
+    QMutexLocker lock(&context->controllerMutex);
+    FileShareController *controller = context->controller;
+    if (controller)
+        QMetaObject::invokeMethod(controller,
+                                  AccessLoggedCall{controller, sessionId, clientIp, action, detail},
+                                  Qt::QueuedConnection);
 }
 
 void postSessionExpired(const ShareContextPtr &context, const QString &sessionId)
 {
-    postToController(context, [=](FileShareController *controller) {
-        controller->onSessionExpiredFromWorker(sessionId);
-    });
+    QMutexLocker lock(&context->controllerMutex);
+    FileShareController *controller = context->controller;
+    if (controller)
+        QMetaObject::invokeMethod(controller, SessionExpiredCall{controller, sessionId},
+                                  Qt::QueuedConnection);
 }
 
 } // namespace share
