@@ -2,6 +2,7 @@
 
 #include "app/applog.h"
 #include "app/collapsiblesidebar.h"
+#include "app/forcedupdateflow.h"
 #include "app/navigation.h"
 #include "app/recoveryflow.h"
 #include "app/recoverylink.h"
@@ -12,13 +13,16 @@
 #include "core/controllers/forensicscontroller.h"
 #include "core/controllers/recoverycontroller.h"
 #include "core/controllers/scancontroller.h"
+#include "core/controllers/upgrade/upgradecontroller.h"
 #include "core/diagnostics/guidiagnosticsruntime.h"
 #include "core/ipc/ipcclient.h"
+#include "share/filesharecontroller.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/framelesswindowcontroller.h"
 #include "ui/common/theme.h"
 #include "ui/common/windowtitlebar.h"
 #include "ui/pages/blockforensicspage.h"
+#include "ui/pages/globalsettingspage.h"
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/recentscanspage.h"
 #include "ui/pages/recoveryworkflowwindow.h"
@@ -43,6 +47,8 @@ using core::controllers::DiskInfoProvider;
 using core::controllers::ForensicsController;
 using core::controllers::RecoveryController;
 using core::controllers::ScanController;
+using core::controllers::upgrade::UpgradeController;
+using core::controllers::upgrade::UpgradeEnvironment;
 using core::diagnostics::GuiDiagnosticsRuntime;
 using core::ipc::IpcClient;
 using ui::common::AppNoticeDialog;
@@ -55,6 +61,7 @@ namespace {
 
 constexpr int vaultReconnectMs = 5000;
 constexpr int startupNoticeDelayMs = 600;
+constexpr int updateCheckDelayMs = 1000;
 const QSize minimumWindowSize(800, 600);
 const QSize sizeWithoutScreen(1024, 768);
 const char deferredProperty[] = "deferredPlaceholder";
@@ -87,7 +94,7 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &o
     buildChrome();
     if (m_appMode == AppMode::livecd)
         buildRecoveryServices(options.recoveryService);
-    buildVaultLink();
+    buildVaultLink(options.vaultService);
     buildNavigation();
 
     if (m_appMode == AppMode::normal) {
@@ -101,10 +108,13 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &o
 
     applySidebarPinnedMode(loadSidebarPinnedSetting());
     switchToPage(0);
+    new ForcedUpdateFlow(m_upgradeController, this);
+    scheduleUpdateCheck();
 }
 
 MainWindow::~MainWindow()
 {
+    m_shareController->stopAllShares(false);
     // The clients may still report the end of their connections while the window's parts go.
     m_vaultClient->disconnect(this);
     delete m_recoveryClient;
@@ -113,12 +123,19 @@ MainWindow::~MainWindow()
 
 void MainWindow::buildServices(const MainWindowOptions &options)
 {
+    UpgradeEnvironment environment;
+    environment.updateServer = options.updateServer;
+    environment.vaultService = options.vaultService;
+    m_upgradeController = new UpgradeController(m_appMode, this, environment);
     m_diagnostics = new GuiDiagnosticsRuntime(this);
 
     m_vaultReconnectTimer = new QTimer(this);
     m_vaultReconnectTimer->setObjectName(QStringLiteral("VaultReconnectTimer"));
 
+    m_shareController = new FileShareController(this, QString(), options.vaultService);
     m_tray = new SystemTray(options.trayProbe, this);
+    connect(m_shareController, &FileShareController::sessionListChanged, this,
+            &MainWindow::updateTrayShareStatus);
     connect(m_tray, &SystemTray::showRequested, this, &MainWindow::bringToFront);
     connect(m_tray, &SystemTray::toggleRequested, this, &MainWindow::toggleVisible);
     connect(m_tray, &SystemTray::quitRequested, this, &MainWindow::quitFromTray);
@@ -264,9 +281,9 @@ void MainWindow::setupLiveCdFlow()
     new RecoveryFlow(m_recoveryClient, m_recoveryController, m_workflowWindow, this);
 }
 
-void MainWindow::buildVaultLink()
+void MainWindow::buildVaultLink(const QString &serviceName)
 {
-    m_vaultClient = new IpcClient(QStringLiteral("morvane-vault-v1"), this);
+    m_vaultClient = new IpcClient(serviceName, this);
     m_vaultController = new VaultController(m_vaultClient, this);
 
     m_vaultReconnectTimer->setInterval(vaultReconnectMs);
@@ -291,8 +308,9 @@ void MainWindow::buildVaultLink()
 
 void MainWindow::buildNavigation()
 {
-    const PageContext context{m_appMode, m_pagesStack, m_recoveryController, m_forensicsController,
-                              m_workflowWindow};
+    const PageContext context{
+        m_appMode,         m_pagesStack,         m_upgradeController,   m_shareController,
+        m_vaultController, m_recoveryController, m_forensicsController, m_workflowWindow};
     const QVector<NavigationEntry> entries = navigationEntries(m_appMode);
     QString section;
     for (const NavigationEntry &entry : entries) {
@@ -300,16 +318,33 @@ void MainWindow::buildNavigation()
             section = entry.section;
             m_sidebar->addSectionHeader(section, isEmphasizedSection(section));
         }
-        QWidget *page = entry.eager ? entry.create(context) : nullptr;
-        PageFactory factory;
-        if (!entry.eager)
-            factory = [context, create = entry.create] {
-                return create(context);
-            };
+        const PageFactory build = [this, context, create = entry.create] {
+            QWidget *page = create(context);
+            wireSettings(page);
+            return page;
+        };
+        QWidget *page = entry.eager ? build() : nullptr;
+        const PageFactory factory = entry.eager ? PageFactory() : build;
         addNavPage(entry.label, entry.icon, page, entry.moduleKey, factory);
     }
     m_sidebar->addClosingStretch();
     m_sharePageIndex = pageIndexForModule(QStringLiteral("file_share"));
+}
+
+void MainWindow::wireSettings(QWidget *page)
+{
+    if (auto *settings = qobject_cast<GlobalSettingsPage *>(page))
+        connect(settings, &GlobalSettingsPage::sidebarPinnedChanged, this,
+                &MainWindow::applySidebarPinnedMode);
+}
+
+void MainWindow::scheduleUpdateCheck()
+{
+    QTimer::singleShot(updateCheckDelayMs, this, [this] {
+        m_updateCheckDispatched = m_upgradeController->startupCheck();
+        qInfo("MainWindow startup upgrade check scheduled result: dispatched=%s",
+              m_updateCheckDispatched ? "true" : "false");
+    });
 }
 
 void MainWindow::addNavPage(const QString &label, IconWidget::IconType icon, QWidget *page,
@@ -420,8 +455,7 @@ void MainWindow::scheduleSystemTrayRetry(int delayMs)
 
 void MainWindow::updateTrayShareStatus()
 {
-    // No part of the program shares files yet.
-    m_tray->setSharesActive(false);
+    m_tray->setSharesActive(m_shareController->hasActiveShares());
 }
 
 void MainWindow::toggleVisible()
@@ -434,6 +468,7 @@ void MainWindow::toggleVisible()
 
 void MainWindow::quitFromTray()
 {
+    m_shareController->stopAllShares();
     m_tray->hide();
     QCoreApplication::quit();
 }

@@ -8,10 +8,12 @@
 #include <QList>
 #include <QMainWindow>
 #include <QStringList>
+#include <QUrl>
 
 #include <functional>
 
 class CollapsibleSidebar;
+class FileShareController;
 class QBoxLayout;
 class QStackedWidget;
 class QTimer;
@@ -26,6 +28,9 @@ class DiskInfoProvider;
 class ForensicsController;
 class RecoveryController;
 class ScanController;
+namespace upgrade {
+class UpgradeController;
+}
 } // namespace controllers
 namespace diagnostics {
 class GuiDiagnosticsRuntime;
@@ -48,6 +53,10 @@ struct MainWindowOptions
     SystemTray::AvailabilityProbe trayProbe = &QSystemTrayIcon::isSystemTrayAvailable;
     /// Local socket of the recovery service.
     QString recoveryService = QStringLiteral("morvane-service-v1");
+    /// Local socket of the vault service.
+    QString vaultService = QStringLiteral("morvane-vault-v1");
+    /// Empty: the one of the deployment.
+    QUrl updateServer;
 };
 
 /// The main window of the product: it owns what lives for the whole run, builds the
@@ -110,10 +119,12 @@ private:
     void buildChrome();
     void syncOutline();
     void buildRecoveryServices(const QString &serviceName);
-    void buildVaultLink();
+    void buildVaultLink(const QString &serviceName);
     void buildNavigation();
     void toggleVisible();
     void quitFromTray();
+    void wireSettings(QWidget *page);
+    void scheduleUpdateCheck();
 
     core::AppMode m_appMode;
     bool m_useCustomChrome;
@@ -128,7 +139,9 @@ private:
     QStringList m_moduleKeys;
     QList<PageFactory> m_pageFactories;
 
+    core::controllers::upgrade::UpgradeController *m_upgradeController = nullptr;
     core::diagnostics::GuiDiagnosticsRuntime *m_diagnostics = nullptr;
+    FileShareController *m_shareController = nullptr;
     // The recovery environment's own; null in normal mode.
     core::ipc::IpcClient *m_recoveryClient = nullptr;
     core::controllers::DiskInfoProvider *m_diskInfo = nullptr;
@@ -143,5 +156,6 @@ private:
     QTimer *m_vaultReconnectTimer = nullptr;
     SystemTray *m_tray = nullptr;
     bool m_vaultStartupNoticeShown = false;
+    bool m_updateCheckDispatched = false;
     int m_sharePageIndex = -1;
 };

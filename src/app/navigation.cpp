@@ -1,9 +1,15 @@
 #include "app/navigation.h"
 
+#include "ui/pages/aboutpage.h"
 #include "ui/pages/blockforensicspage.h"
+#include "ui/pages/diskanalyzerpage.h"
 #include "ui/pages/filesearchpage.h"
+#include "ui/pages/filesharepage.h"
+#include "ui/pages/globalsettingspage.h"
+#include "ui/pages/helpguidepage.h"
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/recentscanspage.h"
+#include "ui/pages/wechatcleanpage.h"
 
 using ui::common::IconWidget;
 
@@ -17,6 +23,11 @@ QString basicSection()
 QString professionalSection()
 {
     return QStringLiteral("专业功能");
+}
+
+QString otherSection()
+{
+    return QStringLiteral("其他");
 }
 
 QWidget *createFileSearchPage(const PageContext &context)
@@ -39,26 +50,77 @@ QWidget *createBlockForensicsPage(const PageContext &context)
     return new BlockForensicsPage(context.forensicsController, context.parent);
 }
 
-QVector<NavigationEntry> normalEntries()
+QWidget *createDiskAnalyzerPage(const PageContext &context)
+{
+    return new DiskAnalyzerPage(context.vaultController, context.parent);
+}
+
+QWidget *createWechatCleanPage(const PageContext &context)
+{
+    return new WechatCleanPage(context.parent);
+}
+
+QWidget *createFileSharePage(const PageContext &context)
+{
+    return new FileSharePage(context.shareController, context.parent);
+}
+
+QWidget *createHelpGuidePage(const PageContext &context)
+{
+    return new HelpGuidePage(context.parent);
+}
+
+QWidget *createAboutPage(const PageContext &context)
+{
+    return new AboutPage(context.parent);
+}
+
+QWidget *createGlobalSettingsPage(const PageContext &context)
+{
+    return new GlobalSettingsPage(context.upgradeController, context.mode, context.parent);
+}
+
+// The last section is the same in both modes, apart from when its pages are built.
+QVector<NavigationEntry> otherEntries(bool eager)
 {
     return {
-        {basicSection(), QStringLiteral("文件搜索"), QStringLiteral("file_search"),
-         IconWidget::Search, true, createFileSearchPage},
+        {otherSection(), QStringLiteral("帮助说明"), QStringLiteral("help"), IconWidget::Question,
+         eager, createHelpGuidePage},
+        {otherSection(), QStringLiteral("关于"), QStringLiteral("about"), IconWidget::Seal, eager,
+         createAboutPage},
+        {otherSection(), QStringLiteral("全局设置"), QStringLiteral("global_settings"),
+         IconWidget::Gear, eager, createGlobalSettingsPage},
     };
+}
+
+QVector<NavigationEntry> normalEntries()
+{
+    return QVector<NavigationEntry>{
+               {basicSection(), QStringLiteral("文件搜索"), QStringLiteral("file_search"),
+                IconWidget::Search, true, createFileSearchPage},
+               {basicSection(), QStringLiteral("空间分析"), QStringLiteral("disk_analyzer"),
+                IconWidget::Drive, false, createDiskAnalyzerPage},
+               {professionalSection(), QStringLiteral("微信清理"), QStringLiteral("wechat_clean"),
+                IconWidget::Filter, false, createWechatCleanPage},
+               {professionalSection(), QStringLiteral("文件分享"), QStringLiteral("file_share"),
+                IconWidget::Share, false, createFileSharePage},
+           } +
+           otherEntries(false);
 }
 
 QVector<NavigationEntry> liveCdEntries()
 {
-    return {
-        {basicSection(), QStringLiteral("文件恢复"), QStringLiteral("recovery_scan"),
-         IconWidget::Drive, true, createPartitionSelectPage},
-        {basicSection(), QStringLiteral("最近扫描"), QStringLiteral("recent_scans"),
-         IconWidget::History, true, createRecentScansPage},
-        {basicSection(), QStringLiteral("文件搜索"), QStringLiteral("file_search"),
-         IconWidget::Search, true, createFileSearchPage},
-        {professionalSection(), QStringLiteral("块取证"), QStringLiteral("block_forensics"),
-         IconWidget::Search, true, createBlockForensicsPage},
-    };
+    return QVector<NavigationEntry>{
+               {basicSection(), QStringLiteral("文件恢复"), QStringLiteral("recovery_scan"),
+                IconWidget::Drive, true, createPartitionSelectPage},
+               {basicSection(), QStringLiteral("最近扫描"), QStringLiteral("recent_scans"),
+                IconWidget::History, true, createRecentScansPage},
+               {basicSection(), QStringLiteral("文件搜索"), QStringLiteral("file_search"),
+                IconWidget::Search, true, createFileSearchPage},
+               {professionalSection(), QStringLiteral("块取证"), QStringLiteral("block_forensics"),
+                IconWidget::Search, true, createBlockForensicsPage},
+           } +
+           otherEntries(true);
 }
 
 } // namespace

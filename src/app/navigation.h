@@ -8,13 +8,18 @@
 
 #include <functional>
 
+class FileShareController;
 class QWidget;
 class RecoveryWorkflowWindow;
+class VaultController;
 
 namespace core {
 namespace controllers {
 class ForensicsController;
 class RecoveryController;
+namespace upgrade {
+class UpgradeController;
+}
 } // namespace controllers
 } // namespace core
 
@@ -23,6 +28,9 @@ struct PageContext
 {
     core::AppMode mode = core::AppMode::normal;
     QWidget *parent = nullptr;
+    core::controllers::upgrade::UpgradeController *upgradeController = nullptr;
+    FileShareController *shareController = nullptr;
+    VaultController *vaultController = nullptr;
     // Only in the recovery environment.
     core::controllers::RecoveryController *recoveryController = nullptr;
     core::controllers::ForensicsController *forensicsController = nullptr;

@@ -27,14 +27,22 @@ Q_DECLARE_METATYPE(core::AppMode)
 
 namespace {
 
-// A main window whose desktop has a tray or not.
+// The desktop has a tray or not; no update server answers.
+MainWindowOptions surroundings(bool hasTray)
+{
+    MainWindowOptions options;
+    options.trayProbe = [hasTray] {
+        return hasTray;
+    };
+    options.updateServer = QUrl(QStringLiteral("http://127.0.0.1:9"));
+    return options;
+}
+
 class Window : public MainWindow
 {
 public:
     explicit Window(AppMode mode, bool hasTray = false)
-        : MainWindow(mode, nullptr, {[hasTray] {
-                         return hasTray;
-                     }})
+        : MainWindow(mode, nullptr, surroundings(hasTray))
     {}
 
     QStackedWidget *stack() const
@@ -90,20 +98,30 @@ private slots:
         QTest::addColumn<QString>("title");
         QTest::addColumn<QStringList>("rows"); // section, label, module key, icon, built at once
         QTest::newRow("normal") << AppMode::normal << QStringLiteral("墨川归档 - 普通模式")
-                                << QStringList{QStringLiteral("基础功能|文件搜索|file_search|8|1")};
+                                << QStringList{
+                                       QStringLiteral("基础功能|文件搜索|file_search|8|1"),
+                                       QStringLiteral("基础功能|空间分析|disk_analyzer|4|0"),
+                                       QStringLiteral("专业功能|微信清理|wechat_clean|20|0"),
+                                       QStringLiteral("专业功能|文件分享|file_share|19|0"),
+                                       QStringLiteral("其他|帮助说明|help|16|0"),
+                                       QStringLiteral("其他|关于|about|17|0"),
+                                       QStringLiteral("其他|全局设置|global_settings|3|0")};
         QTest::newRow("livecd") << AppMode::livecd << QStringLiteral("墨川归档 - 恢复环境模式")
                                 << QStringList{
                                        QStringLiteral("基础功能|文件恢复|recovery_scan|4|1"),
                                        QStringLiteral("基础功能|最近扫描|recent_scans|1|1"),
                                        QStringLiteral("基础功能|文件搜索|file_search|8|1"),
-                                       QStringLiteral("专业功能|块取证|block_forensics|8|1")};
+                                       QStringLiteral("专业功能|块取证|block_forensics|8|1"),
+                                       QStringLiteral("其他|帮助说明|help|16|1"),
+                                       QStringLiteral("其他|关于|about|17|1"),
+                                       QStringLiteral("其他|全局设置|global_settings|3|1")};
     }
 
     void firstView()
     {
         QFETCH(AppMode, mode);
         QFETCH(QStringList, rows);
-        const Window window(mode);
+        Window window(mode);
         QTEST(window.windowTitle(), "title");
         QCOMPARE(window.minimumSize(), QSize(800, 600));
         QVERIFY(!window.windowIcon().isNull());
@@ -113,7 +131,8 @@ private slots:
         QCOMPARE(window.geometry().center(), available.center());
 
         // The entries as the window shows them, each section under one header.
-        window.sidebar()->layout()->activate();
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
         QStringList found;
         QStringList sections;
         int lastY = -1;
