@@ -268,9 +268,11 @@ void TestFileSharePage::actionsByMouse()
     QTRY_COMPARE(cellText(bench.table(), 0, 4), QStringLiteral("已停止"));
 
     QStringList shown;
-    ModalDriver started(presses("NoticeOkBtn", &shown));
-    bench.act(0, SessionTable::ToggleAction);
-    QTRY_VERIFY(started.handled());
+    {
+        ModalDriver started(presses("NoticeOkBtn", &shown));
+        bench.act(0, SessionTable::ToggleAction);
+        QTRY_VERIFY(started.handled());
+    }
     QCOMPARE(shown.first(), QStringLiteral("共享已启动"));
     QCOMPARE(bench.status(id), QStringLiteral("active"));
 
@@ -282,9 +284,11 @@ void TestFileSharePage::actionsByMouse()
     QTRY_VERIFY(!detail);
 
     shown.clear();
-    ModalDriver kept(presses("NoticeCancelBtn", &shown));
-    bench.act(0, SessionTable::DeleteAction);
-    QTRY_VERIFY(kept.handled());
+    {
+        ModalDriver kept(presses("NoticeCancelBtn", &shown));
+        bench.act(0, SessionTable::DeleteAction);
+        QTRY_VERIFY(kept.handled());
+    }
     QCOMPARE(shown, (QStringList{QStringLiteral("确认删除"),
                                  QStringLiteral("确定要删除这条共享记录吗？")}));
     QCOMPARE(bench.controller->allSessions().size(), 1);
@@ -316,9 +320,11 @@ void TestFileSharePage::actionsByKeyboard()
         QVERIFY(started.handled());
     }
     QCOMPARE(bench.status(id), QStringLiteral("active"));
-    ModalDriver kept(presses("NoticeCancelBtn", &shown));
-    QTest::keyClick(bench.table(), Qt::Key_Delete);
-    QVERIFY(kept.handled());
+    {
+        ModalDriver kept(presses("NoticeCancelBtn", &shown));
+        QTest::keyClick(bench.table(), Qt::Key_Delete);
+        QVERIFY(kept.handled());
+    }
     QCOMPARE(shown.at(2), QStringLiteral("确认删除"));
 
     // A double click anywhere but on a button opens the details.

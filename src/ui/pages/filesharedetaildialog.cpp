@@ -154,7 +154,7 @@ void FileShareDetailDialog::refreshView()
     const bool active = fileshare::isActive(session.status);
     m_stop->setVisible(active && !isEditing());
     if (session.id.isEmpty()) {
-        // While the share is written anew, or its text still being edited, there is time to wait.
+        // What is being edited stays in sight; saving it will tell.
         if (!isEditing())
             showMode(MissingMode);
         return;
@@ -234,6 +234,10 @@ void FileShareDetailDialog::switchToEditMode()
     if (!canOperate())
         return;
     const ShareSession session = m_controller->sessionInfo(m_sessionId);
+    if (session.id.isEmpty()) {
+        refreshView();
+        return;
+    }
     QStringList paths;
     const QList<ShareRoot> roots = m_controller->sessionRoots(m_sessionId);
     for (const ShareRoot &root : roots)

@@ -120,7 +120,8 @@ void FileSharePage::wireDrops()
     m_dropTarget = new fileshare::FileDropTarget(this);
     connect(m_dropTarget, &fileshare::FileDropTarget::hovered, m_pending,
             &PendingCard::setDropping);
-    connect(m_dropTarget, &fileshare::FileDropTarget::dropped, m_pending, &PendingCard::addPaths);
+    connect(m_dropTarget, &fileshare::FileDropTarget::dropped, this,
+            &FileSharePage::addPathsToList);
 }
 
 void FileSharePage::wireController()
@@ -162,14 +163,19 @@ void FileSharePage::updateStartButtonState()
     m_pending->updateStartButtonState();
 }
 
+void FileSharePage::addPathsToList(const QStringList &paths)
+{
+    m_pending->addPaths(paths);
+}
+
 void FileSharePage::onAddFiles()
 {
-    m_pending->addPaths(fileshare::chooseFiles(m_chooser, this));
+    addPathsToList(fileshare::chooseFiles(m_chooser, this));
 }
 
 void FileSharePage::onAddFolder()
 {
-    m_pending->addPaths(fileshare::chooseFolder(m_chooser, this));
+    addPathsToList(fileshare::chooseFolder(m_chooser, this));
 }
 
 void FileSharePage::onRemoveSelected()

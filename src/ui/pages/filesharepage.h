@@ -33,6 +33,8 @@ public:
     void setPathChooser(const fileshare::SharePathChooser &chooser) { m_chooser = chooser; }
 
 public slots:
+    /// Ignores what is listed already.
+    void addPathsToList(const QStringList &paths);
     void onAddFiles();
     void onAddFolder();
     void onRemoveSelected();

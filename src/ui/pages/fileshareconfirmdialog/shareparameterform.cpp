@@ -55,7 +55,7 @@ ShareParameterForm::ShareParameterForm(const QString &labelEnd, QWidget *parent)
     , m_exposure(hintLabel("ShareExposureHint", this))
 {
     setStyleSheet(ui::common::fillStyleTemplate(
-        QStringLiteral("QSpinBox#SharePortSpin:read-only { background: @headerBackground@; }")));
+        QStringLiteral("QSpinBox#SharePortSpin { background: @headerBackground@; }")));
     buildFields();
     m_grid->setContentsMargins(0, 0, 0, 0);
     m_grid->setHorizontalSpacing(metrics::kCardGap);
