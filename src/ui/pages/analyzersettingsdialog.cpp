@@ -11,6 +11,8 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+#include <limits>
+
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
@@ -18,7 +20,6 @@ namespace {
 
 constexpr int kDialogWidth = 520;
 constexpr int kUnitWidth = 88; ///< Base pixels.
-constexpr int kMaxNumber = 1048576;
 constexpr int kLabelColumn = 0;
 constexpr int kInputColumn = 1;
 constexpr int kUnitColumn = 2;
@@ -74,7 +75,7 @@ AnalyzerSettingsDialog::SizeInput AnalyzerSettingsDialog::addSizeRow(QGridLayout
 {
     const SizeInput input = {new QSpinBox(this), new QComboBox(this)};
     input.number->setObjectName(name + QStringLiteral("Number"));
-    input.number->setRange(1, kMaxNumber);
+    input.number->setRange(1, std::numeric_limits<int>::max());
     input.unit->setObjectName(name + QStringLiteral("Unit"));
     input.unit->addItems({QStringLiteral("KB"), QStringLiteral("MB"), QStringLiteral("GB")});
     input.unit->setFixedWidth(ui::common::ThemeColors::current().fontPx(kUnitWidth));

@@ -53,6 +53,8 @@ QString pageSheet()
 QLabel#PartitionTitle, QLabel#PartitionShare, QLabel#DirPathLabel { font-weight: 600; }
 QFrame#PartitionCard:focus { border-color: @accentHover@; }
 QFrame#PartitionCard[selected="true"]:focus { border-color: @textPrimary@; }
+/* Room for the sort arrow, which right-aligned titles would run into. */
+QTableView#LargeFileTable QHeaderView::section { padding-right: 24px; }
 QSplitter#DirSplitter::handle, QSplitter#DirSideSplitter::handle { background: transparent; }
 )qss"));
 }

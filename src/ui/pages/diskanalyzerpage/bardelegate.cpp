@@ -10,7 +10,7 @@ using ui::common::ThemeColors;
 namespace {
 
 constexpr int kBarHeight = 8;
-constexpr int kBarWidth = 56;
+constexpr int kBarWidth = 48;
 constexpr int kGap = 8;
 constexpr int kPadding = 8;
 constexpr int kBodyPx = 13;

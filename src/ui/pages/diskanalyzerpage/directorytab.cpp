@@ -1,5 +1,6 @@
 #include "ui/pages/diskanalyzerpage/directorytab.h"
 
+#include "ui/common/celldelegate.h"
 #include "ui/common/elidedlabel.h"
 #include "ui/common/itemviews.h"
 #include "ui/common/layoutmetrics.h"
@@ -20,6 +21,7 @@
 #include <QTableView>
 #include <QTreeView>
 
+using ui::common::CellDelegate;
 using ui::common::ElidedLabel;
 using ui::common::EmptyState;
 using ui::common::IconWidget;
@@ -32,8 +34,14 @@ namespace {
 
 constexpr ushort kUpGlyph = 0xF062;
 constexpr int kGlyphSize = 16;
-constexpr int kSizeColumn = 96; ///< Base pixels.
-constexpr int kTreeIndent = 18;
+constexpr int kTreeIndent = 16;
+constexpr int kTreeShare = 3; ///< Of the width, to kSideShare.
+constexpr int kSideShare = 2;
+
+int sizeColumnWidth()
+{
+    return CellDelegate::textColumnWidth(QStringLiteral("1023.9 GB"));
+}
 
 } // namespace
 
@@ -52,8 +60,10 @@ DirectoryTab::DirectoryTab(QWidget *parent)
     m_splitter->addWidget(buildSide());
     m_splitter->setChildrenCollapsible(false);
     m_splitter->setHandleWidth(metrics::kCardGap);
-    m_splitter->setStretchFactor(0, 11);
-    m_splitter->setStretchFactor(1, 9);
+    m_splitter->setStretchFactor(0, kTreeShare);
+    m_splitter->setStretchFactor(1, kSideShare);
+    // Shares, which the splitter stretches to the width that it gets.
+    m_splitter->setSizes({kTreeShare * 100, kSideShare * 100});
     m_views->addWidget(m_empty);
     m_views->addWidget(m_splitter);
     auto *layout = new QVBoxLayout(this);
@@ -65,18 +75,17 @@ DirectoryTab::DirectoryTab(QWidget *parent)
 
 void DirectoryTab::buildTree()
 {
-    const ThemeColors &theme = ThemeColors::current();
     m_tree->setObjectName(QStringLiteral("DirTree"));
     m_tree->setAccessibleName(tr("目录空间占用"));
     m_tree->setModel(m_model);
     ui::common::setUpTree(m_tree);
-    m_tree->setIndentation(theme.fontPx(kTreeIndent));
+    m_tree->setIndentation(kTreeIndent);
     m_tree->setItemDelegateForColumn(DirectoryModel::ShareColumn, new BarDelegate(m_tree));
     QHeaderView *header = m_tree->header();
     header->setStretchLastSection(false);
     header->setSectionResizeMode(QHeaderView::Fixed);
     header->setSectionResizeMode(DirectoryModel::NameColumn, QHeaderView::Stretch);
-    header->resizeSection(DirectoryModel::SizeColumn, theme.fontPx(kSizeColumn));
+    header->resizeSection(DirectoryModel::SizeColumn, sizeColumnWidth());
     header->resizeSection(DirectoryModel::ShareColumn, BarDelegate::columnWidth());
 }
 
@@ -137,7 +146,7 @@ QWidget *DirectoryTab::buildFileList(QWidget *parent)
     QHeaderView *header = m_fileTable->horizontalHeader();
     header->setSectionResizeMode(DirFileModel::NameColumn, QHeaderView::Stretch);
     header->setSectionResizeMode(DirFileModel::SizeColumn, QHeaderView::Fixed);
-    header->resizeSection(DirFileModel::SizeColumn, ThemeColors::current().fontPx(kSizeColumn));
+    header->resizeSection(DirFileModel::SizeColumn, sizeColumnWidth());
     m_fileViews->addWidget(m_fileHint);
     m_fileViews->addWidget(m_fileTable);
     return m_fileViews;
@@ -209,6 +218,7 @@ void DirectoryTab::populateDirectoryTree(const DirectoryTree &tree)
     // The picture shows the whole; no files are read before somebody asks.
     const QSignalBlocker blocker(this);
     m_tree->setCurrentIndex(root);
+    m_justChosen = QModelIndex();
     showDirectory(root);
     m_views->setCurrentWidget(m_splitter);
 }

@@ -18,12 +18,6 @@ namespace metrics = ui::common::metrics;
 
 namespace diskanalyzer {
 
-namespace {
-
-constexpr ushort kCleanGlyph = 0xF51A;
-
-} // namespace
-
 DuplicateTab::DuplicateTab(QWidget *parent)
     : QWidget(parent)
     , m_model(new DuplicateModel(this))
@@ -85,7 +79,8 @@ void DuplicateTab::setResult(const DuplicateResult &result, bool searched)
 {
     if (result.groups.isEmpty()) {
         clear(EmptyState::Tone::Plain, tr("未扫描到重复文件"),
-              searched ? QString() : tr("扫描设置中没有启用重复文件扫描。"));
+              searched ? tr("可以在扫描设置中调小最小文件大小后重新扫描。")
+                       : tr("扫描设置中没有启用重复文件扫描。"));
         return;
     }
     m_model->setResult(result);

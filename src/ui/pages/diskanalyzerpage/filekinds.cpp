@@ -25,7 +25,7 @@ struct KindRow
 
 const KindRow kKinds[] = {
     {FileKind::Other, 0xF15B, &ThemeColors::textMuted, ""},
-    {FileKind::Office, 0xF15C, &ThemeColors::infoText,
+    {FileKind::Office, 0xF1C2, &ThemeColors::infoText,
      "doc docx xls xlsx ppt pptx pdf odt ods odp wps et dps rtf"},
     {FileKind::Archive, 0xF1C6, &ThemeColors::warningText,
      "zip rar 7z tar gz bz2 xz zst tgz iso deb rpm"},
@@ -35,7 +35,7 @@ const KindRow kKinds[] = {
     {FileKind::Video, 0xF1C8, &ThemeColors::dangerText, "mp4 mkv avi mov wmv flv webm mpg mpeg"},
     {FileKind::Image, 0xF1C5, &ThemeColors::successText,
      "jpg jpeg png gif bmp svg webp tif tiff heic"},
-    {FileKind::Text, 0xF0F6, &ThemeColors::textPrimary,
+    {FileKind::Text, 0xF15C, &ThemeColors::textPrimary,
      "txt md log csv ini conf json xml yaml yml"},
     {FileKind::Database, 0xF1C0, &ThemeColors::accentPressed,
      "db sqlite sqlite3 mdb accdb sql dbf"},

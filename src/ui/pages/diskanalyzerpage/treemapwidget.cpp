@@ -104,7 +104,10 @@ void TreemapWidget::paintBlock(QPainter *painter, int index) const
     const ThemeColors &colors = ThemeColors::current();
     const TreemapItem &item = m_items.at(index);
     const QRectF whole = m_rects.at(index);
-    const qreal gap = qMin<qreal>(kGap, qMin(whole.width(), whole.height()) / 4);
+    // Both shrink with the block, or the smallest ones would be dots.
+    const qreal side = qMin(whole.width(), whole.height());
+    const qreal gap = qMin<qreal>(kGap, side / 8);
+    const qreal radius = qMin<qreal>(kRadius, side / 8);
     const QRectF block = whole.adjusted(gap / 2, gap / 2, -gap / 2, -gap / 2);
     const QColor ground = diskanalyzer::treemapColor(item, colors);
     const bool isCurrent = hasFocus() && index == m_current;
@@ -113,7 +116,7 @@ void TreemapWidget::paintBlock(QPainter *painter, int index) const
     else
         painter->setPen(QPen(colors.border, 1));
     painter->setBrush(ground);
-    painter->drawRoundedRect(block.adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
+    painter->drawRoundedRect(block.adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
 
     const QRectF text = block.adjusted(kPadding, kPadding / 2.0, -kPadding, -kPadding / 2.0);
     const int line = metrics::lineHeight(kLabelPx);
