@@ -24,11 +24,16 @@ void forgetController(const ShareContextPtr &context)
     context->controller = nullptr;
 }
 
-void runConnection(const ShareContextPtr &context, qintptr descriptor)
+/// Counted here before it is no longer counted there, so that no moment finds it in neither.
+void countAsRunning(FileShareServerContext *context)
 {
-    // Counted here before it is no longer counted there, so that no moment finds it in neither.
     context->activeConnections.ref();
     context->pendingConnections.deref();
+}
+
+void runConnection(const ShareContextPtr &context, qintptr descriptor)
+{
+    countAsRunning(context.data());
     share::handleConnectionStatic(context, descriptor);
     context->activeConnections.deref();
 }
