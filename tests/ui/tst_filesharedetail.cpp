@@ -1,7 +1,7 @@
 #include "filesharefixture.h"
+#include "ui/common/sharepathlist.h"
 #include "ui/pages/filesharedetaildialog.h"
 #include "ui/pages/filesharedetaildialog/viewcard.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
 
 #include <QApplication>
 #include <QClipboard>

@@ -1,8 +1,8 @@
 #include "filesharefixture.h"
+#include "ui/common/sharepathlist.h"
 #include "ui/pages/filesharedetaildialog.h"
 #include "ui/pages/filesharepage.h"
 #include "ui/pages/filesharepage/sessiontable.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
 
 #include <QComboBox>
 #include <QMimeData>
@@ -123,7 +123,7 @@ void TestFileSharePage::pendingList()
                                   QStringLiteral("选择文件夹")}));
     QCOMPARE(bench.pending()->count(), 3);
     QCOMPARE(bench.pending()->item(0)->text(), QStringLiteral("a.txt  —  /x/a.txt"));
-    QCOMPARE(bench.pending()->item(0)->toolTip(), QStringLiteral("/x/a.txt"));
+    QCOMPARE(bench.pending()->item(0)->toolTip(), QStringLiteral("<qt>/x/a.txt</qt>"));
     QVERIFY(textOf(bench.page.get(), "SharePendingStatus")
                 .startsWith(QStringLiteral("待共享 3 项 · 1 项已在列表中")));
     QVERIFY(!hint->isVisible());
@@ -254,7 +254,8 @@ void TestFileSharePage::rowsShowTheRecords()
     };
     for (int column = 0; column < expected.size(); ++column)
         QCOMPARE(cellText(bench.table(), 0, column), expected.at(column));
-    QCOMPARE(model->index(0, 1).data(Qt::ToolTipRole).toString(), bench.tree.path("乙.txt"));
+    QCOMPARE(model->index(0, 1).data(Qt::ToolTipRole).toString(),
+             QStringLiteral("<qt>%1</qt>").arg(bench.tree.path("乙.txt")));
     // All of it fits beside the collapsed side bar of the smallest window.
     QCOMPARE(bench.table()->horizontalScrollBar()->maximum(), 0);
 }

@@ -1,8 +1,8 @@
 #include "ui/pages/fileshareconfirmdialog.h"
 
 #include "share/filesharecontroller.h"
+#include "ui/common/shareparameterform.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
 
 #include <QPushButton>
 #include <QVBoxLayout>

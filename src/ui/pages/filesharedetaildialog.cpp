@@ -2,19 +2,19 @@
 
 #include "share/filesharecontroller.h"
 #include "ui/common/appnoticedialog.h"
+#include "ui/common/busynote.h"
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/operationgate.h"
+#include "ui/common/shareparameterform.h"
+#include "ui/common/sharepathlist.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/theme.h"
-#include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
+#include "ui/common/utils/sharetext.h"
 #include "ui/pages/filesharedetaildialog/accesslogpanel.h"
 #include "ui/pages/filesharedetaildialog/editcard.h"
 #include "ui/pages/filesharedetaildialog/logrules.h"
 #include "ui/pages/filesharedetaildialog/viewcard.h"
-#include "ui/pages/filesharepage/busynote.h"
-#include "ui/pages/filesharepage/operationgate.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
-#include "ui/pages/filesharepage/sharerules.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QPushButton>
 #include <QStackedWidget>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ui/common/framelessdialog.h"
-#include "ui/pages/filesharepage/sharepathchooser.h"
+#include "ui/common/sharepathchooser.h"
 
 #include <QPointer>
 

@@ -2,20 +2,20 @@
 
 #include "share/filesharecontroller.h"
 #include "ui/common/appnoticedialog.h"
+#include "ui/common/busynote.h"
+#include "ui/common/filedroptarget.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/operationgate.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/fileshareconfirmdialog.h"
 #include "ui/pages/filesharedetaildialog.h"
-#include "ui/pages/filesharepage/busynote.h"
-#include "ui/pages/filesharepage/filedroptarget.h"
-#include "ui/pages/filesharepage/operationgate.h"
 #include "ui/pages/filesharepage/pendingcard.h"
 #include "ui/pages/filesharepage/recordspanel.h"
 #include "ui/pages/filesharepage/sessiontable.h"
 #include "ui/pages/filesharepage/shareportdialog.h"
 #include "ui/pages/filesharepage/sharerules.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QTimer>
 #include <QVBoxLayout>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/pages/filesharepage/sharepathchooser.h"
+#include "ui/common/sharepathchooser.h"
 
 #include <QPointer>
 #include <QSet>

@@ -2,8 +2,8 @@
 
 #include "ui/common/celldelegate.h"
 #include "ui/common/statwidgets.h"
+#include "ui/common/utils/sharetext.h"
 #include "ui/pages/filesharedetaildialog/logrules.h"
-#include "ui/pages/filesharepage/sharerules.h"
 
 #include <QStringList>
 

@@ -4,9 +4,9 @@
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/pillpainter.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/pages/filesharedetaildialog/accesslogmodel.h"
 #include "ui/pages/filesharedetaildialog/logrules.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>

@@ -1,12 +1,12 @@
 #include "ui/pages/filesharedetaildialog/editcard.h"
 
+#include "ui/common/filedroptarget.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/shareparameterform.h"
+#include "ui/common/sharepathlist.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
-#include "ui/pages/filesharepage/filedroptarget.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QPushButton>
 #include <QVBoxLayout>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "share/sharerecords.h"
-#include "ui/pages/filesharepage/sharepathchooser.h"
+#include "ui/common/sharepathchooser.h"
 
 #include <QFrame>
 #include <QStringList>

@@ -2,9 +2,9 @@
 
 #include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/statwidgets.h"
-#include "ui/pages/filesharepage/sharerules.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
+#include "ui/common/utils/sharetext.h"
 
 #include <QApplication>
 #include <QClipboard>

@@ -1,10 +1,10 @@
 #include "ui/pages/filesharepage/pendingcard.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/sharepathlist.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/widgetstyle.h"
-#include "ui/pages/filesharepage/sharepathlist.h"
 #include "ui/pages/filesharepage/sharerules.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QEvent>
 #include <QLabel>

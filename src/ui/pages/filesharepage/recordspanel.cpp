@@ -2,10 +2,10 @@
 
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/sharewidgets.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/filesharepage/sessiontable.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
 
 #include <QPushButton>
 #include <QStackedWidget>

@@ -1,7 +1,7 @@
 #include "ui/pages/filesharepage/sessiontablemodel.h"
 
 #include "ui/common/celldelegate.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
+#include "ui/common/sharewidgets.h"
 
 #include <algorithm>
 

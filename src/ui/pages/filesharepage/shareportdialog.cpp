@@ -1,8 +1,8 @@
 #include "ui/pages/filesharepage/shareportdialog.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/portspinbox.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/fileshareconfirmdialog/portspinbox.h"
 
 #include <QHBoxLayout>
 #include <QPushButton>

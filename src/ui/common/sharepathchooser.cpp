@@ -1,4 +1,4 @@
-#include "ui/pages/filesharepage/sharepathchooser.h"
+#include "ui/common/sharepathchooser.h"
 
 #include <QFileDialog>
 

@@ -1,4 +1,4 @@
-#include "ui/pages/filesharepage/operationgate.h"
+#include "ui/common/operationgate.h"
 
 #include <QApplication>
 #include <QStringList>

@@ -1,6 +1,6 @@
-#include "ui/pages/filesharepage/filedroptarget.h"
+#include "ui/common/filedroptarget.h"
 
-#include "ui/pages/filesharepage/sharerules.h"
+#include "ui/common/utils/sharetext.h"
 
 #include <QDropEvent>
 #include <QMimeData>

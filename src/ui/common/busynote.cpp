@@ -1,7 +1,7 @@
-#include "ui/pages/filesharepage/busynote.h"
+#include "ui/common/busynote.h"
 
 #include "ui/common/layoutmetrics.h"
-#include "ui/pages/filesharepage/sharewidgets.h"
+#include "ui/common/sharewidgets.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -1,10 +1,10 @@
-#include "ui/pages/fileshareconfirmdialog/shareparameterform.h"
+#include "ui/common/shareparameterform.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/portspinbox.h"
 #include "ui/common/styletemplate.h"
+#include "ui/common/utils/sharetext.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/fileshareconfirmdialog/portspinbox.h"
-#include "ui/pages/filesharepage/sharerules.h"
 
 #include <QComboBox>
 #include <QGridLayout>

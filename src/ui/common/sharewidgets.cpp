@@ -1,7 +1,7 @@
-#include "ui/pages/filesharepage/sharewidgets.h"
+#include "ui/common/sharewidgets.h"
 
 #include "ui/common/appnoticedialog.h"
-#include "ui/pages/filesharepage/sharerules.h"
+#include "ui/common/utils/sharetext.h"
 
 #include <QPushButton>
 

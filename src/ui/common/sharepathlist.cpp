@@ -1,6 +1,6 @@
-#include "ui/pages/filesharepage/sharepathlist.h"
+#include "ui/common/sharepathlist.h"
 
-#include "ui/pages/filesharepage/sharerules.h"
+#include "ui/common/utils/sharetext.h"
 
 #include <QKeyEvent>
 
