@@ -194,7 +194,7 @@ void TestFileShareRules::tips_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
     QTest::newRow("plain") << "/a/b\n/c"
-                           << "/a/b\n/c";
+                           << "<qt>/a/b<br>/c</qt>";
     QTest::newRow("a name like markup") << "/<b>x</b>\n/y"
                                         << "<qt>/&lt;b&gt;x&lt;/b&gt;<br>/y</qt>";
 }
