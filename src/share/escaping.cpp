@@ -4,33 +4,44 @@
 
 namespace share {
 
+namespace {
+
+const char *entityFor(char c)
+{
+    switch (c) {
+    case '&':
+        return "&amp;";
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    case '"':
+        return "&quot;";
+    case '\'':
+        return "&#39;";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
 QByteArray htmlEscaped(const QString &text)
 {
     const QByteArray utf8 = text.toUtf8();
     QByteArray escaped;
-    escaped.reserve(utf8.size() + utf8.size() / 8);
-    for (const char c : utf8) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        case '\'':
-            escaped += "&#39;";
-            break;
-        default:
-            escaped += c;
-        }
+    int done = 0;
+    for (int i = 0; i < utf8.size(); ++i) {
+        const char *entity = entityFor(utf8.at(i));
+        if (!entity)
+            continue;
+        escaped.append(utf8.constData() + done, i - done);
+        escaped.append(entity);
+        done = i + 1;
     }
-    return escaped;
+    if (done == 0) // as nearly always
+        return utf8;
+    return escaped.append(utf8.constData() + done, utf8.size() - done);
 }
 
 QString encodedPath(const QString &path)
