@@ -52,6 +52,8 @@ private slots:
     void touchesNothingWithoutAJournal();
     void leavesOneAtATime();
     void keepsWhatAppearsMeanwhile();
+    void noticesWritesDuringTheMerge_data();
+    void noticesWritesDuringTheMerge();
     void undoTouchesOnlyLinks_data();
     void undoTouchesOnlyLinks();
     void undoRefusesStrangeIds_data();
@@ -380,6 +382,35 @@ void TestWechatClean::keepsWhatAppearsMeanwhile()
                                                           {QStringLiteral("copy"), "undo words"}}));
 }
 
+void TestWechatClean::noticesWritesDuringTheMerge_data()
+{
+    QTest::addColumn<QString>("written");
+    QTest::newRow("kept file") << QStringLiteral("keep");
+    QTest::newRow("copy under its backup name") << QStringLiteral("copy.morvane_tmp_*");
+}
+
+void TestWechatClean::noticesWritesDuringTheMerge()
+{
+    QFETCH(QString, written);
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    const QString copy = bench.file("copy", kText);
+    bench.operations.hook = [&](const QString &call, const QString &) {
+        if (call == QLatin1String("link")) {
+            const QStringList names = QDir(bench.tree.path("files")).entryList({written});
+            bench.file(names.value(0), "the Same text");
+        }
+        return 0;
+    };
+    const wechat::CleanOutcome outcome = bench.clean({action(keep, {{copy}})});
+    QCOMPARE(outcome.errors, QStringList(word("创建硬链接失败：") + copy));
+    const QMap<QString, QByteArray> after = bench.snapshot();
+    QCOMPARE(after.size(), 2);
+    QCOMPARE(after.values().count("the Same text"), 1);
+    QCOMPARE(after.value(QStringLiteral("keep")) == kText, written != QLatin1String("keep"));
+    QVERIFY(!linked(keep, copy));
+}
+
 void TestWechatClean::undoTouchesOnlyLinks_data()
 {
     QTest::addColumn<QByteArray>("record");
@@ -396,6 +427,9 @@ void TestWechatClean::undoTouchesOnlyLinks_data()
     QTest::newRow("symbolic link to the kept file")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/soft"]}])")
         << word("当前文件状态已变化，无法撤销：@/soft");
+    QTest::newRow("the only name, with a link to it as the kept file")
+        << QByteArray(R"([{"keepPath":"@/lone","mergedPaths":["@/outside"]}])")
+        << word("当前文件状态已变化，无法撤销：@/outside");
     QTest::newRow("directory") << QByteArray(R"([{"keepPath":"@/dir","mergedPaths":["@/dir"]}])")
                                << word("当前文件状态已变化，无法撤销：@/dir");
     QTest::newRow("nothing there")
@@ -419,6 +453,7 @@ void TestWechatClean::undoTouchesOnlyLinks()
     bench.file("outside", kText);
     bench.tree.dir("files/dir");
     bench.tree.link("files/soft", bench.path("keep"));
+    bench.tree.link("files/lone", bench.path("outside"));
     bench.tree.link("files/way", bench.tree.path("files"));
     QCOMPARE(::link(QFile::encodeName(bench.path("keep")).constData(),
                     QFile::encodeName(bench.path("second")).constData()),
