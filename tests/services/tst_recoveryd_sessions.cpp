@@ -48,6 +48,8 @@ private slots:
     void tellsEachFileInFull();
     void sendsBatches();
     void pausesResumesAndStops();
+    void goesOnPastUnreadableParts_data();
+    void goesOnPastUnreadableParts();
     void keepsSessions();
     void marksInterruptedSessions();
     void refusesBadRequests_data();
@@ -236,6 +238,34 @@ void TestRecoverydSessions::pausesResumesAndStops()
         client.request(QStringLiteral("session.getDetail"), byId(stopped)).data;
     QCOMPARE(detail.value(QLatin1String("status")).toString(), QStringLiteral("stopped"));
     QCOMPARE(detail.value(QLatin1String("filesFound")).toInt(), client.filesFound(stopped).size());
+}
+
+void TestRecoverydSessions::goesOnPastUnreadableParts_data()
+{
+    QTest::addColumn<int>("unreadableMiB");
+    QTest::addColumn<QString>("end");
+    QTest::newRow("a bad place") << 39 << QStringLiteral("scan.completed");
+    QTest::newRow("the medium has gone") << 99 << QStringLiteral("scan.error");
+}
+
+void TestRecoverydSessions::goesOnPastUnreadableParts()
+{
+    QFETCH(int, unreadableMiB);
+    QFETCH(QString, end);
+    const qint64 mebi = 1024 * 1024;
+    const QString hurt = m_harness->path(QStringLiteral("hurt"));
+    QVERIFY(write(hurt, png(400)));
+    QVERIFY(patch(hurt, mebi / 2, gif(3000)));
+    QVERIFY(QFile::resize(hurt, (1 + unreadableMiB) * mebi));
+    QVERIFY(m_harness->start({hurt}));
+    QVERIFY(QFile::resize(hurt, mebi)); // The rest can no longer be read.
+    const QString session = m_harness->client().startScan(
+        {{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")}});
+    const auto event = m_harness->client().waitFor(
+        session, {QStringLiteral("scan.completed"), QStringLiteral("scan.error")});
+    QCOMPARE(event.name, end);
+    QCOMPARE(typesOf(m_harness->client().filesFound(session)),
+             (QStringList{QStringLiteral("GIF"), QStringLiteral("PNG")}));
 }
 
 void TestRecoverydSessions::keepsSessions()

@@ -1,5 +1,7 @@
 #include "recoveryd/carve/windowreader.h"
 
+#include <QDebug>
+
 #include <cstring>
 
 namespace services {
@@ -42,11 +44,40 @@ bool WindowReader::fill(qint64 offset, qint64 least)
     if (offset + least > start + length)
         return false;
     m_length = 0;
-    if (!m_volume.read(start, reinterpret_cast<char *>(m_window.data()), length, &m_error))
+    if (!m_volume.read(start, reinterpret_cast<char *>(m_window.data()), length, nullptr) &&
+        !fillPiecewise(start, length))
         return false;
     m_start = start;
     m_length = length;
     m_bytesRead += length;
+    return true;
+}
+
+bool WindowReader::fillPiecewise(qint64 start, qint64 length)
+{
+    for (qint64 i = 0; i < length; i += kReadAlignment) {
+        // A medium may try for seconds before it gives a place up.
+        if (!m_mayGoOn())
+            return false;
+        char *const piece = reinterpret_cast<char *>(m_window.data()) + i;
+        const qint64 at = start + i;
+        const qint64 pieceLength = qMin(kReadAlignment, length - i);
+        QString error;
+        if (m_volume.read(at, piece, pieceLength, &error))
+            continue;
+        std::memset(piece, 0, size_t(pieceLength));
+        // Windows overlap and go back at times, so places are compared, not bytes counted.
+        if (at > m_unreadEnd || at < m_unreadFrom) {
+            qWarning() << "[WindowReader] unreadable from" << at << "on:" << error;
+            m_unreadFrom = at;
+            m_unreadEnd = at;
+        }
+        m_unreadEnd = qMax(m_unreadEnd, at + pieceLength);
+        if (m_unreadEnd - m_unreadFrom > kMaxUnread) {
+            m_error = error;
+            return false;
+        }
+    }
     return true;
 }
 

@@ -10,13 +10,16 @@ namespace recoveryd {
 
 /// A moving window over a volume: bytes are read in large aligned pieces and handed out as pointers
 /// into the window, which the next call may move. Scanner and carvers share one, so that a file's
-/// bytes are read once. One thread.
+/// bytes are read once. What a damaged medium does not give reads as zeros, so that a bad place
+/// costs no more than itself. One thread.
 class WindowReader
 {
 public:
     static constexpr qint64 kWindow = 4 * 1024 * 1024;
     /// The most that at() gives in one piece.
     static constexpr qint64 kMaxPiece = 128 * 1024;
+    /// So many bytes in a row that cannot be read are a failure: the medium has gone.
+    static constexpr qint64 kMaxUnread = 64 * 1024 * 1024;
 
     struct Span
     {
@@ -40,12 +43,13 @@ public:
     /// is none.
     qint64 find(qint64 from, qint64 to, const char *token, qint64 tokenLength);
 
-    /// Empty unless a read has failed.
+    /// Empty unless reading has failed for good.
     QString error() const { return m_error; }
     qint64 bytesRead() const { return m_bytesRead; }
 
 private:
     [[nodiscard]] bool fill(qint64 offset, qint64 least);
+    [[nodiscard]] bool fillPiecewise(qint64 start, qint64 length);
 
     Volume m_volume;
     std::function<bool()> m_mayGoOn;
@@ -54,6 +58,8 @@ private:
     qint64 m_length = 0;
     qint64 m_end;
     qint64 m_bytesRead = 0;
+    qint64 m_unreadFrom = -1; ///< Where the unreadable bytes up to m_unreadEnd begin.
+    qint64 m_unreadEnd = -1;
     QString m_error;
 };
 
