@@ -77,6 +77,13 @@ void RecoveryFlow::wireEnd()
                 if (isShown(id))
                     m_page->setRecoveryTaskDetail(detail);
             });
+    connect(m_recoveries, &RecoveryController::queryFailed, this,
+            [this](const QString &method, const QString &id, const QString &message) {
+                // The history dialog asks for details of its own, also of this task.
+                if (method == QLatin1String("recovery.getDetail") && isShown(id) &&
+                    m_page->state() == RecoveryProgressPage::State::Completed)
+                    m_page->onTaskDetailFailed(message);
+            });
     // A start that was refused has no task yet.
     connect(m_recoveries, &RecoveryController::recoveryStopped, this, [this](const QString &id) {
         if (id.isEmpty() || isShown(id))

@@ -12,7 +12,6 @@
 #include "ui/pages/recoveryworkflowwindow.h"
 #include "ui/pages/scanresultspage.h"
 
-#include <QDebug>
 #include <QPointer>
 
 using core::controllers::RecoveryController;
@@ -73,14 +72,20 @@ void ScanFlow::wireScan()
             });
     connect(scans, &ScanController::scanCompleted, this, &ScanFlow::onCompleted);
     connect(scans, &ScanController::scanStopped, this, [this](const QString &id) {
-        if (isShown(id))
-            m_page->onScanStopped();
+        if (!isShown(id))
+            return;
+        m_page->onScanStopped();
+        if (m_page->missesFiles())
+            fetchFullList(id);
     });
     // A start that was refused has no session yet.
     connect(scans, &ScanController::scanError, this,
             [this](const QString &id, const QString &message) {
-                if (id.isEmpty() || isShown(id))
-                    m_page->onScanError(message);
+                if (!id.isEmpty() && !isShown(id))
+                    return;
+                m_page->onScanError(message);
+                if (!id.isEmpty() && m_page->missesFiles())
+                    fetchFullList(id);
             });
 }
 
@@ -126,10 +131,9 @@ void ScanFlow::wireFullList()
                     id != m_awaitedList)
                     return;
                 m_awaitedList.clear();
-                qWarning() << "[ScanFlow] no full list of session" << id << ":" << message;
                 if (isShown(id) && m_page->wantsFullList())
                     LaterNotice::warn(m_parts.window, tr("文件列表可能不完整"),
-                                      tr("扫描已完成，但未能取回完整的文件列表。请在“最近扫描”中"
+                                      tr("扫描已结束，但未能取回完整的文件列表。请在“最近扫描”中"
                                          "重新打开该会话。"),
                                       message);
             });
@@ -231,7 +235,11 @@ void ScanFlow::onCompleted(const QString &sessionId, const QJsonObject &summary)
     if (!isShown(sessionId))
         return;
     m_page->onScanCompleted(summary);
-    // Brings what came during a pause.
+    fetchFullList(sessionId);
+}
+
+void ScanFlow::fetchFullList(const QString &sessionId)
+{
     m_awaitedList = sessionId;
     m_parts.recoveries->fetchSessionFiles(sessionId);
 }

@@ -50,6 +50,8 @@ private:
     bool mayReplaceShownWork(QWidget *asker) const;
     void onPrepared(const QString &device, const QString &fileSystem, const QJsonObject &data);
     void onCompleted(const QString &sessionId, const QJsonObject &summary);
+    /// Asks for the session's full list, which brings back what was dropped in a pause.
+    void fetchFullList(const QString &sessionId);
     void onFullList(const QString &sessionId, const QJsonArray &files);
     bool isShown(const QString &sessionId) const;
 

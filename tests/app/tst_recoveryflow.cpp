@@ -73,6 +73,7 @@ private slots:
     void asksBeforeReplacing();
     void stopsAndEnds_data();
     void stopsAndEnds();
+    void detailThatCannotBeRead();
     void samplesGoAndComeBack();
     void disksThatCannotBeRead();
     void linkLostMidScan();
@@ -382,10 +383,26 @@ void TestRecoveryFlow::stopsAndEnds()
         QCOMPARE(RecoveryWindow::scan()->state(), Scan::Running);
         m_service->reply(QLatin1String(method), {});
     }
+    // What came during a pause is dropped, and comes back with the end.
+    RecoveryWindow::press("PauseButton");
+    QVERIFY(m_service->waitForRequest(QStringLiteral("scan.pause"), 2));
+    scanEvent("scan.fileFound", {{QStringLiteral("files"), files(2)}});
     RecoveryWindow::press("StopButton");
     QVERIFY(m_service->waitForRequest(QStringLiteral("scan.stop"), 2));
+    QCOMPARE(RecoveryWindow::rowCount(), 0);
     scanEvent("scan.error", {{QStringLiteral("error"), error(code, "读取出错")}});
     QTRY_COMPARE(RecoveryWindow::scan()->state(), end);
+    QTRY_COMPARE(RecoveryWindow::rowCount(), 3);
+}
+
+void TestRecoveryFlow::detailThatCannotBeRead()
+{
+    m_service->fail(QStringLiteral("recovery.getDetail"), 5, QStringLiteral("记录损坏"));
+    startRecovery();
+    QTRY_COMPARE(RecoveryWindow::recovery()->recoveryId(), QStringLiteral("r1"));
+    taskEvent("recovery.completed", {});
+    QTRY_VERIFY(RecoveryWindow::text("RecoveryStateHint").contains(QStringLiteral("记录损坏")));
+    QCOMPARE(RecoveryWindow::recovery()->state(), Recovery::Completed);
 }
 
 void TestRecoveryFlow::samplesGoAndComeBack()

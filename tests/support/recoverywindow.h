@@ -22,7 +22,7 @@ class RecoveryWindow : public MainWindow
 {
 public:
     explicit RecoveryWindow(const QString &serviceName)
-        : MainWindow(core::AppMode::livecd, nullptr, {[] { return false; }, serviceName})
+        : MainWindow(core::AppMode::livecd, nullptr, surroundings(serviceName))
     {
         findChild<QTimer *>(QStringLiteral("RecoveryReconnectTimer"))->setInterval(50);
         resize(1024, 700);
@@ -68,6 +68,15 @@ public:
     }
 
 private:
+    static MainWindowOptions surroundings(const QString &serviceName)
+    {
+        MainWindowOptions options;
+        options.trayProbe = [] {
+            return false;
+        };
+        options.recoveryService = serviceName;
+        return options;
+    }
     template <typename T>
     static T *child(const QWidget *parent, const char *name)
     {

@@ -2,6 +2,8 @@
 
 #include "core/ipc/ipcclient.h"
 
+#include <QDebug>
+
 namespace core {
 namespace controllers {
 
@@ -36,10 +38,12 @@ void ServiceController::query(const QString &method, const QJsonObject &params, 
     request(method, params,
             [this, method, id, received](bool success, const QJsonObject &data,
                                          const QString &message) {
-                if (success)
+                if (success) {
                     received(data);
-                else
-                    emit queryFailed(method, id, message);
+                    return;
+                }
+                qWarning() << "[ServiceController] query failed:" << method << id << message;
+                emit queryFailed(method, id, message);
             });
 }
 

@@ -219,6 +219,11 @@ void RecoveryProgressPage::setRecoveryTaskDetail(const QJsonObject &detail)
     m_taskDetail = detail;
 }
 
+void RecoveryProgressPage::onTaskDetailFailed(const QString &message)
+{
+    m_progress->setHint(tr("未能取回任务明细（%1），个别文件的处理时序可能不完整。").arg(message));
+}
+
 void RecoveryProgressPage::pressStop()
 {
     m_isStopping = true;

@@ -65,6 +65,7 @@ public slots:
     void onConnectionLost();
     /// The task as the service keeps it: tells of files what no event has told.
     void setRecoveryTaskDetail(const QJsonObject &detail);
+    void onTaskDetailFailed(const QString &message);
 
 signals:
     void requestStopRecovery(const QString &recoveryId);

@@ -138,6 +138,7 @@ void ScanResultsPage::initForScan(const QString &device, const QString &fileSyst
     m_sessionId = sessionId;
     m_accumulatedMs = 0;
     m_percent = 0;
+    m_missesFiles = false;
     m_failure.clear();
     m_details->hideAnimated();
     m_results->reset();
@@ -167,14 +168,19 @@ void ScanResultsPage::updateProgress(double progress, int filesFound, qint64 ela
 
 void ScanResultsPage::addFiles(const QJsonArray &files)
 {
-    if (m_state == State::Paused || files.isEmpty())
+    if (files.isEmpty())
         return;
+    if (m_state == State::Paused) {
+        m_missesFiles = true;
+        return;
+    }
     m_results->addFiles(parse(files));
     showFound();
 }
 
 void ScanResultsPage::replaceFiles(const QJsonArray &files)
 {
+    m_missesFiles = false;
     m_results->replaceFiles(parse(files));
     showFound();
 }

@@ -49,6 +49,9 @@ public:
     /// Whether the session's full list is of use now; a hidden page keeps the rows that it has.
     bool wantsFullList() const { return isVisible(); }
 
+    /// Whether batches of this scan were dropped in a pause and have not come back since.
+    bool missesFiles() const { return m_missesFiles; }
+
     /// Names of these files in the order of the table.
     QStringList fileNamesForIds(const QStringList &fileIds) const;
     /// Ids of the ticked files in the order of the table, hidden ones too.
@@ -114,6 +117,7 @@ private:
     QString m_devicePath;
     QString m_fileSystem;
     QString m_failure; ///< Words of the last scan error.
+    bool m_missesFiles = false;
     int m_percent = 0;
     QElapsedTimer m_runClock;   ///< Since the start or the last resume.
     qint64 m_accumulatedMs = 0; ///< Before that.
