@@ -44,6 +44,7 @@ private slots:
     void historyAnswersForOtherTasks();
     void deleting();
     void deleteRefused();
+    void listsAnewWhatChanged();
 
 private:
     enum Column { IdColumn, DeviceColumn, TimeColumn, CountColumn, ModeColumn, ActionColumn };
@@ -543,6 +544,25 @@ void TestRecentScans::deleteRefused()
     QTRY_VERIFY(driver.handled());
     QCOMPARE(bench.table->model()->rowCount(), 3);
     QCOMPARE(bench.service.count(kList), 1);
+}
+
+void TestRecentScans::listsAnewWhatChanged()
+{
+    Bench bench;
+    bench.start();
+    bench.page.hide();
+    bench.service.hold(kList);
+    bench.page.show(); // A scan may have ended meanwhile.
+    QVERIFY(bench.service.waitForRequest(kList, 2));
+    // A list that was on its way during a deletion still has the row.
+    bench.service.reply(kDelete, {});
+    QSignalSpy deleted(&bench.controller, &RecoveryController::sessionDeleted);
+    bench.controller.deleteSession(QStringLiteral("s-1"));
+    QTRY_COMPARE(deleted.count(), 1);
+    bench.service.release(kList, Reply::ok(sessions()));
+    QVERIFY(bench.service.waitForRequest(kList, 3));
+    bench.service.release(kList, Reply::ok({}));
+    QTRY_COMPARE(bench.table->model()->rowCount(), 0);
 }
 
 QTEST_MAIN(TestRecentScans)

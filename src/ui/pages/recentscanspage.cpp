@@ -16,6 +16,7 @@
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QShowEvent>
 #include <QSortFilterProxyModel>
 #include <QStackedWidget>
 #include <QTableView>
@@ -175,7 +176,10 @@ void RecentScansPage::wireController()
 
 void RecentScansPage::refresh()
 {
-    if (!m_controller || m_isLoading)
+    if (!m_controller)
+        return;
+    m_needsReload = m_isLoading;
+    if (m_isLoading)
         return;
     m_isLoading = true;
     m_refresh->setEnabled(false);
@@ -200,6 +204,16 @@ void RecentScansPage::onSessionListReceived(const QJsonArray &sessions)
     if (m_wantedRow >= 0 && m_shown->rowCount() > 0)
         m_table->selectRow(qMin(m_wantedRow, m_shown->rowCount() - 1));
     m_wantedRow = -1;
+    if (m_needsReload)
+        refresh();
+}
+
+void RecentScansPage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    // Scans that ended meanwhile. The first list comes with the connection.
+    if (m_isListed && !event->spontaneous())
+        refresh();
 }
 
 void RecentScansPage::applyFilter()
@@ -251,6 +265,7 @@ void RecentScansPage::onQueryFailed(const QString &method, const QString &id,
 {
     if (method == QLatin1String("session.list")) {
         m_isLoading = false;
+        m_needsReload = false;
         m_refresh->setEnabled(true);
         m_wantedRow = -1;
         m_listFailure = message;

@@ -38,12 +38,16 @@ public:
     RecentScansPage(core::controllers::RecoveryController *controller,
                     RecoveryWorkflowWindow *workflowWindow, QWidget *parent = nullptr);
 
-    /// Asks for the newest 50 sessions. A failure is told on the page and leaves its rows.
+    /// Asks for the newest 50 sessions, once more if a list is still on its way. A failure is told
+    /// on the page and leaves its rows.
     void refresh();
     void requestViewSession(const QString &sessionId);
     void requestViewRecoveryHistory(const QString &sessionId);
     /// Asks the user first. The row after the next refresh near `row` becomes the current one.
     void requestDeleteSession(const QString &sessionId, int row);
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 public slots:
     void onSessionListReceived(const QJsonArray &sessions);
@@ -75,9 +79,10 @@ private:
     QString m_historySession;
     QPointer<RecoveryHistoryDialog> m_history;
     bool m_isLoading = false;
-    bool m_isListed = false; ///< A list has come.
-    QString m_listFailure;   ///< Why the last list did not come.
-    int m_wantedRow = -1;    ///< Of the table, after the next list.
+    bool m_needsReload = false; ///< The list on its way may be out of date.
+    bool m_isListed = false;    ///< A list has come.
+    QString m_listFailure;      ///< Why the last list did not come.
+    int m_wantedRow = -1;       ///< Of the table, after the next list.
 
     ui::common::CellTableModel *m_sessions;
     QSortFilterProxyModel *m_shown;
