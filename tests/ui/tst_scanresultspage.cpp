@@ -45,6 +45,7 @@ private slots:
     void logExport();
     void logThatCannotBeWritten();
     void emptyStates();
+    void narrowPage();
 };
 
 void TestScanResultsPage::startsAnew()
@@ -435,6 +436,33 @@ void TestScanResultsPage::emptyStates()
     f.page()->onScanError(text("读取失败"));
     QCOMPARE(f.label("EmptyStateHint"), text("读取失败"));
     QVERIFY(!f.child<QPushButton>("EmptyStateButton")->isVisible());
+}
+
+void TestScanResultsPage::narrowPage()
+{
+    ScanResultsFixture f;
+    f.startScan();
+    f.page()->addFiles(
+        {ScanResultsFixture::file(QStringLiteral("a"), QStringLiteral("/home/a.pdf"))});
+    QVERIFY(f.tree()->isVisible());
+    f.page()->resize(1022, 640); // Of the smallest window.
+    QVERIFY(!f.tree()->isVisible());
+    const QHeaderView *header = f.table()->horizontalHeader();
+    const auto rightEdge = [header] {
+        return header->sectionViewportPosition(ScanResultsFixture::Chance) +
+               header->sectionSize(ScanResultsFixture::Chance);
+    };
+    QTRY_VERIFY2(rightEdge() <= f.table()->viewport()->width(),
+                 qPrintable(QString::number(rightEdge())));
+    f.press("TreeToggleButton");
+    QVERIFY(f.tree()->isVisible());
+    QVERIFY(f.tree()->width() > 150);
+    // From now on the user decides.
+    f.page()->resize(1280, 768);
+    f.page()->resize(1022, 640);
+    QVERIFY(f.tree()->isVisible());
+    f.press("TreeToggleButton");
+    QVERIFY(!f.tree()->isVisible());
 }
 
 QTEST_MAIN(TestScanResultsPage)

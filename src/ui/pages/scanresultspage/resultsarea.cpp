@@ -33,8 +33,7 @@ namespace scanresults {
 namespace {
 
 constexpr int kTreeWidth = 200;
-constexpr int kNarrowTreeWidth = 176;
-constexpr int kNarrowPage = 1100;
+constexpr int kBothFit = 1210; ///< Width for the tree and all columns of the table.
 constexpr int kSearchWidth = 260;
 constexpr int kInputIcon = 16;
 
@@ -92,6 +91,9 @@ QHBoxLayout *ResultsArea::makeFilterBar()
     m_search->addAction(QIcon(IconWidget::makePixmap(IconWidget::Search,
                                                      ThemeColors::current().textMuted, kInputIcon)),
                         QLineEdit::LeadingPosition);
+    m_treeToggle = new QPushButton(this);
+    m_treeToggle->setObjectName(QStringLiteral("TreeToggleButton"));
+    ui::common::setButtonRole(m_treeToggle, QStringLiteral("quiet"));
     m_sourceButton = new QPushButton(tr("来源筛选"), this);
     m_sourceButton->setObjectName(QStringLiteral("SourceFilterButton"));
     m_clearFilters = new QPushButton(this);
@@ -105,6 +107,7 @@ QHBoxLayout *ResultsArea::makeFilterBar()
     bar->setSpacing(metrics::kButtonGap);
     bar->addWidget(m_search, 1);
     bar->addWidget(m_sourceButton);
+    bar->addWidget(m_treeToggle);
     bar->addWidget(m_clearFilters);
     bar->addStretch(1);
     bar->addWidget(m_count);
@@ -158,6 +161,10 @@ void ResultsArea::wire()
     connect(header, &SelectAllHeaderView::typeMenuRequested, m_typeMenu,
             [this](const QPoint &position) { m_typeMenu->popup(position); });
     connect(m_search, &QLineEdit::textChanged, this, &ResultsArea::applyTableFilters);
+    connect(m_treeToggle, &QPushButton::clicked, this, [this] {
+        m_treeChosen = true;
+        showTree(m_tree->isHidden());
+    });
     connect(m_clearFilters, &QPushButton::clicked, this, &ResultsArea::clearFilters);
     connect(m_tree, &ScanTreeWidget::directoryChosen, this, &ResultsArea::filterByDirectory);
     connect(m_model, &ScanResultsModel::checkedChanged, this,
@@ -303,16 +310,34 @@ void ResultsArea::toggleAll()
     m_model->setVisibleChecked(m_model->visibleCheckState() != Qt::Checked);
 }
 
+void ResultsArea::showTree(bool shown)
+{
+    m_treeToggle->setText(shown ? tr("隐藏目录") : tr("显示目录"));
+    if (shown != m_tree->isHidden())
+        return;
+    if (!shown && m_tree->width() > 0)
+        m_treeWidth = m_tree->width();
+    m_tree->setVisible(shown);
+    // By itself a splitter gives what comes back next to no room.
+    if (shown)
+        m_splitter->setSizes({m_treeWidth, qMax(m_treeWidth, width() - m_treeWidth)});
+}
+
 void ResultsArea::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
-    const bool wasNarrow = event->oldSize().width() < kNarrowPage;
-    const bool isNarrow = width() < kNarrowPage;
-    // Later on the splitter is the user's.
-    if (event->oldSize().isValid() && wasNarrow == isNarrow)
-        return;
-    const int tree = ThemeColors::current().fontPx(isNarrow ? kNarrowTreeWidth : kTreeWidth);
-    m_splitter->setSizes({tree, width() - tree - m_splitter->handleWidth()});
+    const bool isFirst = !event->oldSize().isValid();
+    const int bothFit = qMax(kBothFit, ThemeColors::current().fontPx(kBothFit));
+    const bool isNarrow = width() < bothFit;
+    if (isFirst) {
+        // Later on the splitter is the user's.
+        m_treeWidth = ThemeColors::current().fontPx(kTreeWidth);
+        m_splitter->setSizes({m_treeWidth, qMax(m_treeWidth, width() - m_treeWidth)});
+        m_tree->setVisible(!isNarrow);
+    }
+    // On a narrow page the tree gives way to the last columns, which tell a file's chances.
+    if (!m_treeChosen && (isFirst || isNarrow != (event->oldSize().width() < bothFit)))
+        showTree(!isNarrow);
 }
 
 } // namespace scanresults

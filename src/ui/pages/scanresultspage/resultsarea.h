@@ -61,6 +61,7 @@ private:
     void showCounts();
     void showEmptyState();
     void toggleAll();
+    void showTree(bool shown);
 
     ScanResultsModel *m_model;
     ScanTreeModel *m_directories;
@@ -68,6 +69,7 @@ private:
     ScanTreeWidget *m_tree = nullptr;
     ScanResultsTable *m_table = nullptr;
     QLineEdit *m_search = nullptr;
+    QPushButton *m_treeToggle = nullptr;
     QPushButton *m_sourceButton = nullptr;
     QMenu *m_typeMenu = nullptr;
     QPushButton *m_clearFilters = nullptr;
@@ -80,6 +82,8 @@ private:
     QString m_emptyTitle;
     QString m_emptyHint;
     QString m_emptyAction;
+    int m_treeWidth = 0;        ///< While the tree shows, or when it did last.
+    bool m_treeChosen = false;  ///< The user has said whether the tree shows.
     bool m_holdFilters = false; ///< Several inputs change at once; one filter pass follows.
 };
 

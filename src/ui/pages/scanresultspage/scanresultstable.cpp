@@ -21,8 +21,8 @@ namespace {
 
 constexpr int kMinSection = 34;
 constexpr int kNameWidth = 240;
-constexpr int kMinNameWidth = 164;
-constexpr int kMinPathWidth = 120;
+constexpr int kMinNameWidth = 140;
+constexpr int kMinPathWidth = 88;
 
 /// Widths in base pixels; those of texts grow with the font scale.
 struct ColumnWidth
