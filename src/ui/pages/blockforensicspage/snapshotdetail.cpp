@@ -14,6 +14,8 @@
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QResizeEvent>
+#include <QScrollBar>
 #include <QTableView>
 #include <QVBoxLayout>
 
@@ -54,7 +56,6 @@ QTableView *table(CellTableModel *model, const QString &name, QWidget *parent)
     ui::common::setUpCellTable(view);
     view->setSelectionMode(QAbstractItemView::SingleSelection);
     view->setTabKeyNavigation(false);
-    view->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     view->setModel(model);
     view->horizontalHeader()->setSectionsClickable(false);
     return view;
@@ -63,8 +64,11 @@ QTableView *table(CellTableModel *model, const QString &name, QWidget *parent)
 void fitTable(QTableView *view)
 {
     const int rows = qBound(1, view->model()->rowCount(), kMostRows);
+    // Large fonts on a narrow page: the columns then scroll sideways.
+    const bool isWide = view->horizontalHeader()->length() > view->viewport()->width();
+    const int bar = isWide ? view->horizontalScrollBar()->sizeHint().height() : 0;
     view->setFixedHeight(metrics::headerHeight() + rows * metrics::rowHeight() +
-                         2 * view->frameWidth());
+                         2 * view->frameWidth() + bar);
 }
 
 QString numberText(const QJsonObject &object, const char *key)
@@ -175,8 +179,9 @@ QFrame *SnapshotDetail::buildVerifications()
     QHeaderView *header = m_verificationTable->horizontalHeader();
     header->resizeSection(0, CellDelegate::textColumnWidth(QStringLiteral("2000-00-00 00:00:00")));
     header->resizeSection(1, CellDelegate::textColumnWidth(QStringLiteral("00.0000%")));
-    header->resizeSection(2, CellDelegate::textColumnWidth(QStringLiteral("00000 / 0000 / 0000")));
+    header->resizeSection(2, CellDelegate::textColumnWidth(QStringLiteral("0000 / 000 / 000")));
     header->resizeSection(3, CellDelegate::textColumnWidth(tr("Inode变化")));
+    header->setMinimumSectionSize(CellDelegate::textColumnWidth(tr("备注")));
     header->setSectionResizeMode(4, QHeaderView::Stretch);
     const auto choose = [this](const QModelIndex &index) {
         emit verificationChosen(m_verifications->idOf(index.row()));
@@ -222,6 +227,15 @@ void SnapshotDetail::addVerification(const QJsonObject &verification)
     fitTables();
     m_verificationTable->selectRow(m_verifications->rowCount() - 1);
     m_verificationTable->scrollToBottom();
+}
+
+void SnapshotDetail::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    if (event->size().width() == event->oldSize().width())
+        return;
+    layout()->activate(); // The tables have their new widths now.
+    fitTables();
 }
 
 void SnapshotDetail::fitTables()

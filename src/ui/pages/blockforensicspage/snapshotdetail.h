@@ -46,6 +46,9 @@ signals:
     void verificationChosen(const QString &verificationId);
     void recoverRequested();
 
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
     QFrame *buildFacts();
     QFrame *buildExtents();
