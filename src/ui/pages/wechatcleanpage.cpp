@@ -2,6 +2,7 @@
 
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/styletemplate.h"
 #include "ui/pages/wechatcleanpage/busypanel.h"
 #include "ui/pages/wechatcleanpage/cleantasks.h"
 #include "ui/pages/wechatcleanpage/cleantexts.h"
@@ -38,6 +39,15 @@ void noteAction(const char *utf8)
     qInfo().noquote() << "[WechatCleanPage]" << QString::fromUtf8(utf8);
 }
 
+/// These two have no text that could show the focus.
+QString pageSheet()
+{
+    return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
+QRadioButton#WechatFileRadio::indicator:focus, QCheckBox#WechatProfileCheck::indicator:focus {
+    border: 2px solid @textPrimary@; width: 14px; height: 14px; }
+)qss"));
+}
+
 QString pleaseWait()
 {
     return WechatCleanPage::tr("请稍候...");
@@ -51,6 +61,7 @@ WechatCleanPage::WechatCleanPage(QWidget *parent, const QString &home)
     , m_recordKeeper(new RecordKeeper(m_tasks, this))
 {
     setObjectName(QStringLiteral("WechatCleanPage"));
+    setStyleSheet(pageSheet());
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
                                metrics::kCardGap);
@@ -148,6 +159,7 @@ void WechatCleanPage::switchState(UiState state)
         m_stack->setCurrentWidget(m_resultPanel);
     else
         m_stack->setCurrentWidget(m_directories);
+    m_header->setBrief(state == UiState::Results);
     m_directories->setHasResults(m_hasResults);
     m_recordKeeper->setBusy(state == UiState::Busy);
 }
@@ -269,8 +281,6 @@ qint64 WechatCleanPage::selectedEstimatedBytes() const
 void WechatCleanPage::startScan()
 {
     noteAction("开始微信清理扫描");
-    if (m_state == UiState::Busy)
-        return;
     const QStringList dirs = selectedScanDirs();
     if (dirs.isEmpty()) {
         AppNoticeDialog::showInfo(this, tr("提示"), tr("请先选择至少一个微信目录。"));
@@ -281,6 +291,8 @@ void WechatCleanPage::startScan()
 
 void WechatCleanPage::startScanForDirs(const QStringList &dirs, qint64 estimatedBytes)
 {
+    if (m_state == UiState::Busy)
+        return;
     m_scanningDirs = dirs;
     m_scanned = wechatclean::CleanResults();
     m_header->setStatus(tr("正在扫描微信文件"));

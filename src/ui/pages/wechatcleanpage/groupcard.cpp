@@ -67,8 +67,8 @@ public:
         m_openFolder->setAccessibleDescription(file.path);
         m_role->setObjectName(QStringLiteral("WechatFileRole"));
         m_role->setAlignment(Qt::AlignCenter);
-        m_role->setText(roleText(isKept));
         m_role->setProperty("tone", roleTone(isKept));
+        setRoleText(isKept);
         m_role->setMinimumWidth(2 * metrics::lineHeight(kBodyPx) + metrics::kFieldGap);
 
         auto *path =
@@ -97,8 +97,8 @@ public:
 
     void showRole(bool isKept)
     {
-        m_role->setText(roleText(isKept));
         ui::common::setStyleProperty(m_role, "tone", roleTone(isKept));
+        setRoleText(isKept);
     }
 
 protected:
@@ -111,7 +111,14 @@ protected:
     void mousePressEvent(QMouseEvent *event) override { event->accept(); }
 
 private:
-    static QString roleText(bool isKept) { return isKept ? tr("保留") : tr("合并"); }
+    void setRoleText(bool isKept)
+    {
+        m_role->setText(isKept ? tr("保留") : tr("合并"));
+        // In the light theme the colour alone would not tell.
+        QFont font = m_role->font();
+        font.setWeight(isKept ? QFont::DemiBold : QFont::Normal);
+        m_role->setFont(font);
+    }
     static QString roleTone(bool isKept) { return isKept ? QStringLiteral("success") : QString(); }
 
     QRadioButton *m_radio;

@@ -16,6 +16,7 @@ namespace wechatclean {
 PageHeader::PageHeader(QWidget *parent)
     : QWidget(parent)
     , m_status(new ElidedLabel(tr("尚未开始扫描"), Qt::ElideRight, this))
+    , m_intro(new QWidget(this))
 {
     auto *title = new QLabel(tr("微信清理"), this);
     title->setObjectName(QStringLiteral("PageTitle"));
@@ -25,10 +26,10 @@ PageHeader::PageHeader(QWidget *parent)
     history->setObjectName(QStringLiteral("WechatHistoryButton"));
     connect(settings, &QPushButton::clicked, this, &PageHeader::settingsRequested);
     connect(history, &QPushButton::clicked, this, &PageHeader::historyRequested);
-    auto *heading = new QLabel(tr("清理微信里的重复文件"), this);
+    auto *heading = new QLabel(tr("清理微信里的重复文件"), m_intro);
     heading->setObjectName(QStringLiteral("SectionTitle"));
     auto *text = new WrapLabel(
-        tr("通过扫描微信收发的相同文件，并进行处理以节省空间，不会影响微信的实际功能。"), this);
+        tr("通过扫描微信收发的相同文件，并进行处理以节省空间，不会影响微信的实际功能。"), m_intro);
     text->setObjectName(QStringLiteral("SubtleText"));
     m_status->setObjectName(QStringLiteral("WechatStatus"));
     m_status->setProperty("textRole", QStringLiteral("subtle"));
@@ -42,9 +43,18 @@ PageHeader::PageHeader(QWidget *parent)
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(metrics::kFieldGap / 2);
     column->addLayout(toolbar);
-    column->addWidget(heading);
-    column->addWidget(text);
+    column->addWidget(m_intro);
     column->addWidget(m_status);
+    auto *intro = new QVBoxLayout(m_intro);
+    intro->setContentsMargins(0, 0, 0, 0);
+    intro->setSpacing(metrics::kFieldGap / 2);
+    intro->addWidget(heading);
+    intro->addWidget(text);
+}
+
+void PageHeader::setBrief(bool isBrief)
+{
+    m_intro->setVisible(!isBrief);
 }
 
 void PageHeader::setStatus(const QString &text)

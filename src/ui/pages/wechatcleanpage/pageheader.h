@@ -20,6 +20,8 @@ public:
     explicit PageHeader(QWidget *parent = nullptr);
 
     void setStatus(const QString &text);
+    /// Leaves the room of what the page is for to a long list.
+    void setBrief(bool isBrief);
 
 signals:
     void settingsRequested();
@@ -27,6 +29,7 @@ signals:
 
 private:
     ui::common::ElidedLabel *m_status;
+    QWidget *m_intro;
 };
 
 } // namespace wechatclean

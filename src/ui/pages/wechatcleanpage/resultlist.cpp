@@ -16,7 +16,7 @@ namespace wechatclean {
 namespace {
 
 constexpr int kScrollStep = 40;
-constexpr int kScrollBarGap = 8; ///< Between the cards and the scroll bar.
+constexpr int kScrollBarGap = 4; ///< Between the cards and the scroll bar.
 constexpr int kRowsMore = 50;
 
 } // namespace
