@@ -190,19 +190,21 @@ DuplicateScanner::PartialResult DuplicateScanner::scan(const QHash<qint64, QStri
         const int threads = threadsWanted(options);
         const int chunk = chunkSizeFor(count, threads);
         DuplicateSearch search(buckets, 0, count, options, shouldStop);
-        QVector<QFuture<PartialResult>> chunks;
-        for (int first = 0; first < count; first += chunk)
-            chunks.append(
-                QtConcurrent::run([&search, first, last = std::min(first + chunk, count)] {
-                    search.work();
-                    return search.result(first, last);
-                }));
+        QVector<QFuture<void>> chunks;
+        for (int first = 0; first < count; first += chunk) {
+            const int last = std::min(first + chunk, count);
+            chunks.append(QtConcurrent::run([&search, first, last, index = chunks.size()] {
+                search.work();
+                search.keepResult(index, first, last);
+            }));
+        }
         QVector<QFuture<void>> helpers;
         while (chunks.size() + helpers.size() < threads)
             helpers.append(QtConcurrent::run([&search] { search.work(); }));
         follow(&search, threads, [&] { report(search.finishedBuckets(), false); });
-        for (QFuture<PartialResult> &future : chunks) {
-            const PartialResult part = future.result();
+        for (int index = 0; index < chunks.size(); ++index) {
+            chunks[index].waitForFinished();
+            const PartialResult part = search.keptResult(index);
             result.groups += part.groups;
             result.totalGroups += part.totalGroups;
             result.totalReclaimable = saturatingSum(result.totalReclaimable, part.totalReclaimable);

@@ -41,6 +41,12 @@ DuplicateSearch::DuplicateSearch(const QList<Bucket> &buckets, int first, int la
     , m_nextBucket(first)
 {}
 
+/// The lock orders all that other threads did before the end of their data.
+DuplicateSearch::~DuplicateSearch()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+}
+
 bool DuplicateSearch::stopWanted()
 {
     if (!m_stopped && m_shouldStop && m_shouldStop())
@@ -272,6 +278,19 @@ std::vector<DuplicateSearch::Item> DuplicateSearch::itemsOf(const QVector<Group>
         for (const int file : groups.at(group).files)
             items.push_back({file, group, {}});
     return items;
+}
+
+void DuplicateSearch::keepResult(int chunk, int first, int last)
+{
+    const DuplicateScanner::PartialResult part = result(first, last);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_results.insert(chunk, part);
+}
+
+DuplicateScanner::PartialResult DuplicateSearch::keptResult(int chunk) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_results.value(chunk);
 }
 
 DuplicateScanner::PartialResult DuplicateSearch::result(int first, int last) const

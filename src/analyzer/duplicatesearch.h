@@ -24,6 +24,8 @@ public:
     DuplicateSearch(const QList<Bucket> &buckets, int first, int last,
                     const DuplicateScanner::ScanOptions &options,
                     const DuplicateScanner::StopFunction &shouldStop);
+    /// To be called when all threads have left.
+    ~DuplicateSearch();
 
     /// Takes part until all is done or a stop ends it; calls `afterTask`, if any, in between.
     void work(const std::function<void()> &afterTask = nullptr);
@@ -32,6 +34,9 @@ public:
     /// Threads inside work().
     int workers() const;
     int finishedBuckets() const;
+    /// Works out result() on the calling thread and keeps it under `chunk`.
+    void keepResult(int chunk, int first, int last);
+    DuplicateScanner::PartialResult keptResult(int chunk) const;
     /// Groups of the finished buckets of [first, last), in the order of the buckets. To be called
     /// when all is done.
     DuplicateScanner::PartialResult result(int first, int last) const;
@@ -108,6 +113,7 @@ private:
     std::vector<State> m_states;
     std::deque<Task> m_tasks;
     std::priority_queue<WholeFile> m_wholeFiles;
+    QHash<int, DuplicateScanner::PartialResult> m_results; // by chunk
     int m_nextBucket;
     int m_running = 0;
     int m_workers = 0;

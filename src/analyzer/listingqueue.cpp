@@ -18,6 +18,12 @@ ListingQueue::ListingQueue(std::function<bool()> shouldStop)
     : m_shouldStop(std::move(shouldStop))
 {}
 
+/// The lock orders all that the second thread did before the end of its data.
+ListingQueue::~ListingQueue()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+}
+
 bool ListingQueue::hasRoom() const
 {
     return m_jobs.size() < kLength;

@@ -19,6 +19,8 @@ public:
 
     /// `shouldStop` is asked on both threads.
     explicit ListingQueue(std::function<bool()> shouldStop);
+    /// To be called when help() has returned.
+    ~ListingQueue();
 
     bool hasRoom() const;
     void add(const QByteArray &path, bool isRoot);

@@ -1,10 +1,11 @@
 #include "analyzer/directorywalk.h"
+#include "analyzer/listingqueue.h"
 #include "analyzer/mountpoints.h"
 #include "support/temptree.h"
 
 #include <QtTest>
 
-#include <limits>
+#include <thread>
 #include <unistd.h>
 
 class TestDirectoryWalk : public QObject
@@ -19,7 +20,7 @@ private slots:
     void tellsNamesThatNoTextLeadsTo();
     void survivesWhatVanishes();
     void survivesDepth();
-    void sumsStayInRange();
+    void listsAheadInOrder();
 };
 
 void TestDirectoryWalk::skipsDirectories_data()
@@ -154,17 +155,33 @@ void TestDirectoryWalk::survivesDepth()
     QCOMPARE(map.value(QStringLiteral("totalSize")).toInt(), 4);
 }
 
-void TestDirectoryWalk::sumsStayInRange()
+/// With a second thread of its own the queue gives the same entries, in the same order.
+void TestDirectoryWalk::listsAheadInOrder()
 {
-    const qint64 most = std::numeric_limits<qint64>::max();
-    DirectoryTree tree(QStringLiteral("/r"));
-    tree.addChild(tree.at(0), "a");
-    for (int i = 0; i < 3; ++i)
-        DirectoryTree::addFile(tree.at(1), most - 1);
-    DirectoryTree::addFile(tree.at(0), 1);
-    tree.sumUp();
-    QCOMPARE(tree.at(0)->totalSize, most);
-    QCOMPARE(tree.at(0)->fileSize, qint64(1));
+    TempTree tree;
+    for (int dir = 0; dir < 40; ++dir)
+        for (int file = 0; file <= dir % 7; ++file)
+            tree.file(QStringLiteral("%1/%2").arg(dir).arg(file));
+    for (int file = 0; file < 3000; ++file)
+        tree.rawFile("20", QByteArray::number(file + 100));
+    const auto stop = [] {
+        return false;
+    };
+    QByteArray expected;
+    QByteArray found;
+    ListingQueue queue(stop);
+    for (int dir = 0; dir < 40; ++dir) {
+        const QByteArray path = QFile::encodeName(tree.path(QString::number(dir)));
+        queue.add(path, false);
+        listDirectory(path, false, stop,
+                      [&](const DirectoryEntry &entry) { expected += entry.name; });
+    }
+    std::thread helper([&queue] { queue.help(); });
+    while (!queue.isEmpty())
+        QVERIFY(queue.takeFirst([&](const DirectoryEntry &entry) { found += entry.name; }));
+    queue.finish();
+    helper.join();
+    QVERIFY(expected.size() > 9000 && found == expected);
 }
 
 QTEST_GUILESS_MAIN(TestDirectoryWalk)

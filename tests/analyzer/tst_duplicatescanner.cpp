@@ -1,4 +1,5 @@
 #include "analyzer/duplicate_scanner.h"
+#include "analyzer/duplicatesearch.h"
 #include "support/temptree.h"
 
 #include <QCryptographicHash>
@@ -11,7 +12,9 @@
 #include <memory>
 #include <random>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 Q_DECLARE_METATYPE(DuplicateScanner::ScanOptions)
 
@@ -182,10 +185,10 @@ private slots:
     void limitsGroupsButNotTotals();
     void hashesParts_data();
     void hashesParts();
-    void rejectsWhatIsNoFile();
     void readsUnequalFilesInPartOnly();
     void stops();
     void reportsProgress();
+    void searchesOnSeveralThreads();
     void sharesABusyPool();
 };
 
@@ -278,16 +281,6 @@ void TestDuplicateScanner::hashesParts()
     QCOMPARE(DuplicateScanner::fullHash(path, stopAtLastChunk), QByteArray());
 }
 
-void TestDuplicateScanner::rejectsWhatIsNoFile()
-{
-    TempTree tree;
-    for (const QString &path : {tree.dir("d"), tree.fifo("p"), tree.path("absent"), QString()}) {
-        QCOMPARE(DuplicateScanner::partialHash(path), QByteArray());
-        QCOMPARE(DuplicateScanner::tailHash(path, 9000), QByteArray());
-        QCOMPARE(DuplicateScanner::fullHash(path, kNoStop), QByteArray());
-    }
-}
-
 void TestDuplicateScanner::readsUnequalFilesInPartOnly()
 {
     TempTree tree;
@@ -347,6 +340,27 @@ void TestDuplicateScanner::reportsProgress()
     QCOMPARE(calls.first(), qMakePair(0, total));
     QCOMPARE(calls.last(), qMakePair(total, total));
     QVERIFY(total > 5 && std::is_sorted(calls.cbegin(), calls.cend()));
+}
+
+void TestDuplicateScanner::searchesOnSeveralThreads()
+{
+    TempTree tree;
+    const SizeGroups sizeGroups = randomFiles(&tree, 4);
+    QList<DuplicateScanner::Bucket> buckets;
+    for (auto it = sizeGroups.cbegin(); it != sizeGroups.cend(); ++it)
+        buckets.append({it.key(), it.value()});
+    const int count = buckets.size();
+    const QStringList expected =
+        lines(DuplicateScanner::processBucketRange(buckets, 0, count, Options(), kNoStop));
+    DuplicateSearch search(buckets, 0, count, Options(), kNoStop);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&search] { search.work(); });
+    for (std::thread &thread : threads)
+        thread.join();
+    QCOMPARE(search.finishedBuckets(), count);
+    QVERIFY(!expected.isEmpty());
+    QCOMPARE(lines(search.result(0, count)), expected);
 }
 
 /// Every thread of the pool is taken: by something that never ends before the scan does, and then

@@ -1,4 +1,5 @@
 #include "ui/common/theme.h"
+#include "ui/pages/analyzersettingsdialog/sizeunits.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 #include "ui/pages/diskanalyzerpage/directorytree.h"
 #include "ui/pages/diskanalyzerpage/duplicategroups.h"
@@ -238,7 +239,7 @@ void TestDiskAnalyzerRules::splitsSizes_data()
 void TestDiskAnalyzerRules::splitsSizes()
 {
     QFETCH(qint64, bytes);
-    const SizeInUnit size = sizeInLargestUnit(bytes);
+    const analyzersettings::SizeInUnit size = analyzersettings::sizeInLargestUnit(bytes);
     QTEST(size.number, "number");
     QTEST(size.unit, "unit");
     QCOMPARE(bytesOf(size), bytes);

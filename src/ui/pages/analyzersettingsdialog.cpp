@@ -3,7 +3,7 @@
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "ui/common/wraplabel.h"
-#include "ui/pages/diskanalyzerpage/analyzertext.h"
+#include "ui/pages/analyzersettingsdialog/sizeunits.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -146,14 +146,14 @@ void AnalyzerSettingsDialog::buildButtons()
 
 void AnalyzerSettingsDialog::setSize(const SizeInput &input, qint64 bytes)
 {
-    const diskanalyzer::SizeInUnit size = diskanalyzer::sizeInLargestUnit(bytes);
+    const analyzersettings::SizeInUnit size = analyzersettings::sizeInLargestUnit(bytes);
     input.number->setValue(size.number);
     input.unit->setCurrentIndex(size.unit);
 }
 
 qint64 AnalyzerSettingsDialog::sizeOf(const SizeInput &input)
 {
-    return diskanalyzer::bytesOf({input.number->value(), input.unit->currentIndex()});
+    return analyzersettings::bytesOf({input.number->value(), input.unit->currentIndex()});
 }
 
 void AnalyzerSettingsDialog::apply(const Settings &settings)

@@ -1,7 +1,5 @@
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 
-#include <limits>
-
 namespace diskanalyzer {
 
 namespace {
@@ -38,26 +36,6 @@ QString percentText(double percent)
     if (percent > 0 && percent < 0.05)
         return QStringLiteral("<0.1%");
     return QStringLiteral("%1%").arg(percent, 0, 'f', 1);
-}
-
-SizeInUnit sizeInLargestUnit(qint64 bytes)
-{
-    qint64 number = qMax<qint64>(0, (bytes + kKilo - 1) / kKilo);
-    SizeInUnit size;
-    while (size.unit < kUnits - 1 && number > 0 && number % kKilo == 0) {
-        number /= kKilo;
-        ++size.unit;
-    }
-    size.number = int(qMin<qint64>(number, std::numeric_limits<int>::max()));
-    return size;
-}
-
-qint64 bytesOf(const SizeInUnit &size)
-{
-    qint64 bytes = qint64(size.number) * kKilo;
-    for (int unit = 0; unit < size.unit; ++unit)
-        bytes *= kKilo;
-    return bytes;
 }
 
 QString selectedFilesText(int count, qint64 bytes)

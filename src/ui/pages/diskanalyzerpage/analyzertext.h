@@ -13,16 +13,6 @@ double sharePercent(qint64 part, qint64 whole);
 /// "12.3%"; "<0.1%" for what is there but would round to nothing.
 QString percentText(double percent);
 
-/// A size as a number and the largest unit that divides it evenly.
-struct SizeInUnit
-{
-    int number = 0;
-    int unit = 0; ///< 0 KB, 1 MB, 2 GB.
-};
-/// Bytes below a KB are rounded up to one.
-SizeInUnit sizeInLargestUnit(qint64 bytes);
-qint64 bytesOf(const SizeInUnit &size);
-
 QString selectedFilesText(int count, qint64 bytes);
 /// Question before one file is deleted.
 QString deleteOneText(const QString &path, bool isProtected);
