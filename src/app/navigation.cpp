@@ -8,6 +8,7 @@
 #include "ui/pages/globalsettingspage.h"
 #include "ui/pages/helpguidepage.h"
 #include "ui/pages/partitionselectpage.h"
+#include "ui/pages/realtimeprotectionpage.h"
 #include "ui/pages/recentscanspage.h"
 #include "ui/pages/wechatcleanpage.h"
 
@@ -60,6 +61,11 @@ QWidget *createWechatCleanPage(const PageContext &context)
     return new WechatCleanPage(context.parent);
 }
 
+QWidget *createRealtimeProtectionPage(const PageContext &context)
+{
+    return new RealtimeProtectionPage(context.vaultController, context.mode, context.parent);
+}
+
 QWidget *createFileSharePage(const PageContext &context)
 {
     return new FileSharePage(context.shareController, context.parent);
@@ -102,6 +108,9 @@ QVector<NavigationEntry> normalEntries()
                 IconWidget::Drive, false, createDiskAnalyzerPage},
                {professionalSection(), QStringLiteral("微信清理"), QStringLiteral("wechat_clean"),
                 IconWidget::Filter, false, createWechatCleanPage},
+               {professionalSection(), QStringLiteral("实时保护"),
+                QStringLiteral("realtime_protection"), IconWidget::Shield, false,
+                createRealtimeProtectionPage},
                {professionalSection(), QStringLiteral("文件分享"), QStringLiteral("file_share"),
                 IconWidget::Share, false, createFileSharePage},
            } +

@@ -102,6 +102,7 @@ private slots:
                                        QStringLiteral("基础功能|文件搜索|file_search|8|1"),
                                        QStringLiteral("基础功能|空间分析|disk_analyzer|4|0"),
                                        QStringLiteral("专业功能|微信清理|wechat_clean|20|0"),
+                                       QStringLiteral("专业功能|实时保护|realtime_protection|15|0"),
                                        QStringLiteral("专业功能|文件分享|file_share|19|0"),
                                        QStringLiteral("其他|帮助说明|help|16|0"),
                                        QStringLiteral("其他|关于|about|17|0"),
