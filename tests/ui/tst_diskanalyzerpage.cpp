@@ -20,12 +20,15 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QPushButton>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
+#include <QThreadPool>
 #include <QTreeView>
+#include <QtConcurrentRun>
 
 #include <ctime>
 
@@ -108,6 +111,7 @@ private slots:
     void cleanup();
     void choosesPartitions();
     void scansForReal();
+    void showsResultsDuringComparisons();
     void stopsWithThePage();
     void endsInEveryTab_data();
     void endsInEveryTab();
@@ -267,6 +271,24 @@ void TestDiskAnalyzerPage::scansForReal()
     QCOMPARE(below(root, 0, 1).data().toString(), text("300.0 KB"));
 }
 
+void TestDiskAnalyzerPage::showsResultsDuringComparisons()
+{
+    // Every thread of the global pool is busy, as while large files are compared.
+    QSemaphore end;
+    const int threads = QThreadPool::globalInstance()->maxThreadCount();
+    for (int i = 0; i < threads; ++i)
+        QtConcurrent::run([&end] { end.acquire(); });
+    const QString path = m_tree->file("a.bin", "a");
+    m_page->onLargeFilesReady({scanned(path)});
+    m_page->onDirectoryTreeReady(directory(m_tree->path(), 1, 1));
+    const bool shown = QTest::qWaitFor([this] {
+        return model("LargeFileTable")->rowCount() == 1 && model("DirTree")->rowCount() == 1;
+    });
+    end.release(threads);
+    QThreadPool::globalInstance()->waitForDone();
+    QVERIFY(shown);
+}
+
 void TestDiskAnalyzerPage::stopsWithThePage()
 {
     m_page->scanPath(text("/"));
@@ -388,6 +410,16 @@ void TestDiskAnalyzerPage::warnsOfProtectedFiles()
         return texts.value(1);
     };
     QTRY_VERIFY(question().contains(text("其中 1 个文件位于受保护目录下")));
+    m_page->onDuplicateGroupsReady(groupsOf({{scanned(outside), scanned(inside)}}, 0));
+    QTRY_COMPARE(model("DuplicateList")->rowCount(), 3);
+    show(Duplicates);
+    {
+        QStringList texts;
+        ModalDriver driver(support::presses("NoticeCancelBtn", &texts));
+        press("DuplicateCleanButton");
+        QVERIFY(texts.value(1).contains(text("其中 1 个文件位于受保护目录下")));
+    }
+    show(LargeFiles);
     service.dropClients();
     QTRY_VERIFY(!vault.isConnected());
     QVERIFY(!question().contains(text("受保护")));

@@ -435,13 +435,11 @@ void DiskAnalyzerPage::setProtectedDirs(const QStringList &dirs)
 void DiskAnalyzerPage::dropRemoved(const QVector<ScannedFile> &files)
 {
     QSet<QString> paths;
-    for (const ScannedFile &file : files) {
+    for (const ScannedFile &file : files)
         paths.insert(file.path);
-        m_directories->removeFile(file.path, file.size);
-    }
+    m_directories->removeFiles(files);
     m_largeFiles->removePaths(paths);
     m_duplicates->removePaths(paths);
-    m_directories->refreshPicture();
     readPartitions();
 }
 

@@ -54,12 +54,16 @@ QString deleteOneText(const QString &path, bool isProtected)
 
 QString deleteManyText(int count, int protectedCount)
 {
-    QString text = QStringLiteral("即将删除 %1 个文件，此操作不可撤销。").arg(count);
-    if (protectedCount > 0)
-        text +=
-            QStringLiteral("\n\n⚠ 其中 %1 个文件位于受保护目录下，删除后将进入保险箱而非永久删除。")
-                .arg(protectedCount);
-    return text;
+    return QStringLiteral("即将删除 %1 个文件，此操作不可撤销。").arg(count) +
+           protectedFilesText(protectedCount);
+}
+
+QString protectedFilesText(int count)
+{
+    if (count == 0)
+        return QString();
+    return QStringLiteral("\n\n⚠ 其中 %1 个文件位于受保护目录下，删除后将进入保险箱而非永久删除。")
+        .arg(count);
 }
 
 } // namespace diskanalyzer

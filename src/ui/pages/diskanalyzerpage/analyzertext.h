@@ -18,5 +18,7 @@ QString selectedFilesText(int count, qint64 bytes);
 QString deleteOneText(const QString &path, bool isProtected);
 /// Question before several are; `protectedCount` of them reach the vault.
 QString deleteManyText(int count, int protectedCount);
+/// What is added to a question if some of the files reach the vault; empty if none do.
+QString protectedFilesText(int count);
 
 } // namespace diskanalyzer

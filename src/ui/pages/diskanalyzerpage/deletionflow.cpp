@@ -24,20 +24,26 @@ DeletionFlow::~DeletionFlow()
     m_stop->store(true);
 }
 
-QString DeletionFlow::question(const QVector<LargeFile> &files) const
+int DeletionFlow::protectedCount(const QVector<DeletionGroup> &groups) const
 {
-    const auto isProtected = [this](const LargeFile &file) {
+    const auto isProtected = [this](const ScannedFile &file) {
         return isProtectedPath(file.path, m_protectedDirs);
     };
-    const int count = int(std::count_if(files.begin(), files.end(), isProtected));
-    return files.size() == 1 ? deleteOneText(files.first().path, count > 0)
-                             : deleteManyText(files.size(), count);
+    int count = 0;
+    for (const DeletionGroup &group : groups)
+        count += int(std::count_if(group.remove.begin(), group.remove.end(), isProtected));
+    return count;
 }
 
 void DeletionFlow::deleteLargeFiles(const QVector<LargeFile> &files)
 {
-    if (!files.isEmpty())
-        confirmAndRun(question(files), {deletionOf(files)});
+    if (files.isEmpty())
+        return;
+    const QVector<DeletionGroup> groups{deletionOf(files)};
+    const int inVault = protectedCount(groups);
+    confirmAndRun(files.size() == 1 ? deleteOneText(files.first().path, inVault > 0)
+                                    : deleteManyText(files.size(), inVault),
+                  groups);
 }
 
 void DeletionFlow::cleanGroup(const DuplicateGroup &group)
@@ -47,7 +53,8 @@ void DeletionFlow::cleanGroup(const DuplicateGroup &group)
                                   tr("所有文件均已勾选保留，没有可删除的文件"));
         return;
     }
-    confirmAndRun(cleanGroupText(group), {deletionOf(group)});
+    const QVector<DeletionGroup> groups{deletionOf(group)};
+    confirmAndRun(cleanGroupText(group) + protectedFilesText(protectedCount(groups)), groups);
 }
 
 void DeletionFlow::cleanAll(const DuplicateResult &result)
@@ -61,7 +68,7 @@ void DeletionFlow::cleanAll(const DuplicateResult &result)
         if (group.unkeptCount() > 0)
             groups.append(deletionOf(group));
     }
-    confirmAndRun(cleanAllText(result), groups);
+    confirmAndRun(cleanAllText(result) + protectedFilesText(protectedCount(groups)), groups);
 }
 
 void DeletionFlow::confirmAndRun(const QString &question, const QVector<DeletionGroup> &groups)

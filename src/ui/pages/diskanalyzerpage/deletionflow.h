@@ -41,7 +41,8 @@ signals:
     void removed(const QVector<diskanalyzer::ScannedFile> &files);
 
 private:
-    QString question(const QVector<LargeFile> &files) const;
+    /// Files among those to be removed that reach the vault.
+    int protectedCount(const QVector<DeletionGroup> &groups) const;
     void confirmAndRun(const QString &question, const QVector<DeletionGroup> &groups);
     void run(const QVector<DeletionGroup> &groups);
     void finish(const DeletionReport &report, bool asDuplicates);

@@ -2,9 +2,12 @@
 
 #include "ui/common/iconwidget.h"
 #include "ui/common/theme.h"
+#include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 
+#include <QHash>
 #include <QIcon>
+#include <QSet>
 #include <QtConcurrentRun>
 
 using ui::common::IconWidget;
@@ -44,16 +47,27 @@ void DirectoryModel::setTree(const DirectoryTree &tree)
         QtConcurrent::run([held = std::move(old)]() mutable { held.reset(); });
 }
 
-void DirectoryModel::removeFile(const QString &path, qint64 size)
+void DirectoryModel::removeFiles(const QVector<ScannedFile> &files)
 {
-    DirectoryNode *node = directoryOfFile(m_tree, path);
-    if (!node)
-        return;
-    subtractFile(node, size);
-    // Shares of siblings change with their parent's size, on every level above.
-    for (DirectoryNode *at = node; at; at = at->parent) {
-        const QModelIndex parentIndex = at->parent ? indexOf(at->parent) : QModelIndex();
-        const int last = at->parent ? int(at->parent->children.size()) - 1 : 0;
+    QHash<QString, ScannedFile> sums; // One file a directory, of the size of all.
+    for (const ScannedFile &file : files) {
+        ScannedFile &sum = sums[file.path.left(file.path.lastIndexOf(QLatin1Char('/')))];
+        sum.path = file.path;
+        sum.size += file.size;
+    }
+    QSet<DirectoryNode *> levels; // Parents of what has changed; null is that of the root.
+    for (const ScannedFile &sum : qAsConst(sums)) {
+        DirectoryNode *node = directoryOfFile(m_tree, sum.path);
+        if (!node)
+            continue;
+        subtractFile(node, sum.size);
+        for (; node && !levels.contains(node->parent); node = node->parent)
+            levels.insert(node->parent);
+    }
+    // Shares of siblings change with their parent's size.
+    for (DirectoryNode *level : qAsConst(levels)) {
+        const QModelIndex parentIndex = indexOf(level);
+        const int last = level ? int(level->children.size()) - 1 : 0;
         emit dataChanged(index(0, SizeColumn, parentIndex), index(last, ShareColumn, parentIndex));
     }
 }
@@ -114,7 +128,7 @@ QVariant DirectoryModel::data(const QModelIndex &index, int role) const
         return kFolder;
     }
     if (role == Qt::ToolTipRole && index.column() == NameColumn)
-        return pathOf(node);
+        return ui::common::utils::plainTip(pathOf(node));
     if (role != Qt::DisplayRole)
         return QVariant();
     switch (index.column()) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "ui/pages/diskanalyzerpage/directorytree.h"
+#include "ui/pages/diskanalyzerpage/filedeletion.h"
 
 #include <QAbstractItemModel>
+#include <QVector>
 
 namespace diskanalyzer {
 
@@ -23,8 +25,8 @@ public:
     /// Null for no tree. The one before is freed on a pool thread.
     void setTree(const DirectoryTree &tree);
     const DirectoryTree &tree() const { return m_tree; }
-    /// Takes a removed file off the sizes shown.
-    void removeFile(const QString &path, qint64 size);
+    /// Takes removed files off the sizes shown.
+    void removeFiles(const QVector<ScannedFile> &files);
 
     DirectoryNode *nodeOf(const QModelIndex &index) const;
     QModelIndex indexOf(DirectoryNode *node) const;

@@ -257,16 +257,15 @@ void DirectoryTab::showFiles(const QVariantList &files)
         m_fileViews->setCurrentWidget(m_fileTable);
 }
 
-void DirectoryTab::removeFile(const QString &path, qint64 size)
+void DirectoryTab::removeFiles(const QVector<ScannedFile> &files)
 {
-    m_model->removeFile(path, size);
-    const QFileInfo info(path);
-    if (info.path() == pathOfIndex(m_tree->currentIndex()))
-        m_files->removeFile(info.fileName());
-}
-
-void DirectoryTab::refreshPicture()
-{
+    m_model->removeFiles(files);
+    const QString shown = pathOfIndex(m_tree->currentIndex());
+    for (const ScannedFile &file : files) {
+        const QFileInfo info(file.path);
+        if (info.path() == shown)
+            m_files->removeFile(info.fileName());
+    }
     showDirectory(m_tree->currentIndex());
 }
 

@@ -2,6 +2,7 @@
 
 #include "ui/common/emptystate.h"
 #include "ui/pages/diskanalyzerpage/directorytree.h"
+#include "ui/pages/diskanalyzerpage/filedeletion.h"
 
 #include <QPersistentModelIndex>
 #include <QVariantList>
@@ -44,9 +45,7 @@ public:
     void showFilesBusy();
     void showFiles(const QVariantList &files);
     /// Takes removed files out of all that is shown.
-    void removeFile(const QString &path, qint64 size);
-    /// Shows the sizes after removals.
-    void refreshPicture();
+    void removeFiles(const QVector<ScannedFile> &files);
 
 signals:
     /// By click, key or through the picture.
