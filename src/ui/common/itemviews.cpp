@@ -1,6 +1,7 @@
 #include "ui/common/itemviews.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/utils/formatutils.h"
 
 #include <QAbstractItemView>
 #include <QHeaderView>
@@ -100,7 +101,7 @@ bool RowDelegate::helpEvent(QHelpEvent *event, QAbstractItemView *view,
     const QRect cell = view->visualRect(index);
     const QString text = displayText(index.data(), view->locale());
     if (sizeHint(option, index).width() > cell.width())
-        QToolTip::showText(event->globalPos(), text, view->viewport(), cell);
+        QToolTip::showText(event->globalPos(), utils::plainTip(text), view->viewport(), cell);
     else
         QToolTip::hideText();
     return true;

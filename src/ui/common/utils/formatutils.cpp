@@ -31,6 +31,13 @@ QString formatTimestamp(qint64 msSinceEpoch, const QString &unknown)
         .toString(QStringLiteral("yyyy-MM-dd HH:mm"));
 }
 
+QString plainTip(const QString &text)
+{
+    QString html = text.toHtmlEscaped();
+    html.replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+    return QStringLiteral("<qt>%1</qt>").arg(html);
+}
+
 } // namespace utils
 } // namespace common
 } // namespace ui

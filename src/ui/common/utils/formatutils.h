@@ -12,6 +12,9 @@ QString formatByteSize(qint64 bytes);
 /// Local time "yyyy-MM-dd HH:mm" of milliseconds since the epoch; `unknown` when not above 0.
 QString formatTimestamp(qint64 msSinceEpoch, const QString &unknown = QStringLiteral("未知"));
 
+/// Text as a tool tip that is never taken for rich text: file names may hold markup.
+QString plainTip(const QString &text);
+
 } // namespace utils
 } // namespace common
 } // namespace ui

@@ -133,11 +133,4 @@ QString startedText(int started, int failed)
            QLatin1Char('\n') + QStringLiteral("请检查共享端口是否被其他程序占用。");
 }
 
-QString plainTip(const QString &text)
-{
-    QString html = text.toHtmlEscaped();
-    html.replace(QLatin1Char('\n'), QStringLiteral("<br>"));
-    return QStringLiteral("<qt>%1</qt>").arg(html);
-}
-
 } // namespace fileshare

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/common/utils/formatutils.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -41,7 +43,6 @@ QString exposureText(bool hasPassword, const QString &accessMode);
 /// Outcome of starting several shares.
 QString startedText(int started, int failed);
 
-/// Text as a tool tip that is never taken for rich text.
-QString plainTip(const QString &text);
+using ui::common::utils::plainTip;
 
 } // namespace fileshare

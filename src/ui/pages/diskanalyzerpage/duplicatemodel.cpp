@@ -1,5 +1,7 @@
 #include "ui/pages/diskanalyzerpage/duplicatemodel.h"
 
+#include "ui/common/utils/formatutils.h"
+
 namespace diskanalyzer {
 
 namespace {
@@ -81,7 +83,7 @@ QVariant DuplicateModel::data(const QModelIndex &index, int role) const
     case Qt::DisplayRole:
         return file ? file->path : duplicateGroupTitle(groupAt(index));
     case Qt::ToolTipRole:
-        return file ? file->path : QVariant();
+        return file ? ui::common::utils::plainTip(file->path) : QVariant();
     case Qt::CheckStateRole:
         return file ? QVariant(file->keep ? Qt::Checked : Qt::Unchecked) : QVariant();
     default:

@@ -4,6 +4,7 @@
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
+#include "ui/common/utils/formatutils.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 
@@ -43,8 +44,9 @@ PartitionCard::PartitionCard(const PartitionInfo &partition, QWidget *parent)
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(partitionTitle(partition));
-    setToolTip(
-        QStringLiteral("%1\n%2 · %3").arg(partition.mountPath, partition.device, partition.fsType));
+    setToolTip(ui::common::utils::plainTip(
+        QStringLiteral("%1\n%2 · %3")
+            .arg(partition.mountPath, partition.device, partition.fsType)));
 
     auto *icon = new QLabel(this);
     icon->setPixmap(IconWidget::makeFontAwesomePixmap(iconGlyphForMount(partition.mountPath),

@@ -2,6 +2,7 @@
 
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
+#include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 #include "ui/pages/diskanalyzerpage/treemaplayout.h"
 
@@ -146,7 +147,8 @@ bool TreemapWidget::event(QEvent *event)
     if (index < 0)
         QToolTip::hideText();
     else
-        QToolTip::showText(help->globalPos(), treemapToolTip(m_items.at(index)), this,
+        QToolTip::showText(help->globalPos(),
+                           ui::common::utils::plainTip(treemapToolTip(m_items.at(index))), this,
                            m_rects.at(index).toAlignedRect());
     return true;
 }
