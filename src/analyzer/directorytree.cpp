@@ -49,7 +49,7 @@ void DirectoryTree::addChild(DirNode *parent, const char *name)
     m_nodes.push_back(node);
 }
 
-void DirectoryTree::addFile(DirNode *dir, qint64 size)
+void DirectoryTree::accumulateToDir(DirNode *dir, qint64 size)
 {
     dir->fileSize = saturatingSum(dir->fileSize, size);
     dir->holdsFiles = true;
@@ -120,14 +120,15 @@ QVariantMap DirectoryTree::toVariant(const std::function<bool()> &shouldStop) co
         list.reserve(int(children.size()));
         for (const Child &child : children)
             list.append(std::move(maps[child.index]));
-        maps[i] = nodeToVariant(node, node.parent ? shownName(node) : QFile::decodeName(m_rootPath),
-                                list.isEmpty() ? noChildren : QVariant(list));
+        maps[i] =
+            dirNodeToVariant(node, node.parent ? shownName(node) : QFile::decodeName(m_rootPath),
+                             list.isEmpty() ? noChildren : QVariant(list));
     }
     return maps.front().toMap();
 }
 
-QVariantMap DirectoryTree::nodeToVariant(const DirNode &node, const QString &name,
-                                         const QVariant &children) const
+QVariantMap DirectoryTree::dirNodeToVariant(const DirNode &node, const QString &name,
+                                            const QVariant &children) const
 {
     QVariantMap map;
     map.insert(QStringLiteral("name"), name);

@@ -37,7 +37,7 @@ public:
     /// `parent` must be the one that the last child was added to, or a later one.
     void addChild(DirNode *parent, const char *name);
     /// Counts a file of `size` bytes.
-    static void addFile(DirNode *dir, qint64 size);
+    static void accumulateToDir(DirNode *dir, qint64 size);
 
     /// Path as bytes, without a slash at the end unless it is "/".
     QByteArray path(const DirNode *dir) const;
@@ -56,8 +56,8 @@ public:
     QVariantMap toVariant(const std::function<bool()> &shouldStop) const;
 
 private:
-    QVariantMap nodeToVariant(const DirNode &node, const QString &name,
-                              const QVariant &children) const;
+    QVariantMap dirNodeToVariant(const DirNode &node, const QString &name,
+                                 const QVariant &children) const;
 
     QByteArray m_rootPath;
     std::deque<DirNode> m_nodes;

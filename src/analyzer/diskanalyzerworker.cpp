@@ -164,7 +164,7 @@ bool DiskAnalyzerWorker::walk(Scan *scan)
             emit progressChanged(percent,
                                  tr("正在扫描：%1%（已扫描 %2 个文件）").arg(percent).arg(files));
         }
-        DirectoryTree::addFile(dir, file.size);
+        DirectoryTree::accumulateToDir(dir, file.size);
         scan->collect(dir, file);
     };
     return DirectoryWalk(subMounts, stopFunction(), onFile).run(&scan->tree) && !m_stop;

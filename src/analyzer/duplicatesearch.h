@@ -5,6 +5,7 @@
 #include <QVector>
 #include <queue>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>

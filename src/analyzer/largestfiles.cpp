@@ -15,7 +15,7 @@ LargestFiles::LargestFiles(int limit)
     : m_limit(limit)
 {}
 
-bool LargestFiles::ranksBefore(const Entry &a, const Entry &b)
+bool LargestFiles::ranksBefore(const LargeFileEntry &a, const LargeFileEntry &b)
 {
     return a.size != b.size ? a.size > b.size : a.sequence < b.sequence;
 }
@@ -39,12 +39,12 @@ void LargestFiles::add(qint64 size, qint64 modifiedMs, const DirNode *dir, const
 QVariantList LargestFiles::takeSorted(const DirectoryTree &tree,
                                       const std::function<bool()> &shouldStop)
 {
-    std::vector<Entry> entries;
+    std::vector<LargeFileEntry> entries;
     entries.swap(m_entries);
     std::sort(entries.begin(), entries.end(), ranksBefore);
     QVariantList files;
     files.reserve(int(entries.size()));
-    for (const Entry &entry : entries) {
+    for (const LargeFileEntry &entry : entries) {
         if (files.size() % kEntriesPerLook == 0 && shouldStop())
             break;
         QVariantMap file;

@@ -25,7 +25,7 @@ public:
     QVariantList takeSorted(const DirectoryTree &tree, const std::function<bool()> &shouldStop);
 
 private:
-    struct Entry
+    struct LargeFileEntry
     {
         qint64 size;
         qint64 modifiedMs;
@@ -34,10 +34,10 @@ private:
         quint64 sequence;
     };
 
-    static bool ranksBefore(const Entry &a, const Entry &b);
+    static bool ranksBefore(const LargeFileEntry &a, const LargeFileEntry &b);
     bool isFull() const { return m_limit > 0 && int(m_entries.size()) >= m_limit; }
 
     const int m_limit;
     quint64 m_sequence = 0;
-    std::vector<Entry> m_entries; // with a limit a heap, the smallest entry at its front
+    std::vector<LargeFileEntry> m_entries; // with a limit a heap, the smallest entry at its front
 };

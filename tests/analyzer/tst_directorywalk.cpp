@@ -76,7 +76,7 @@ QStringList walked(DirectoryTree *tree, const std::function<void(const QString &
 {
     QStringList files;
     const auto collect = [&](DirNode *dir, const DirectoryEntry &file) {
-        DirectoryTree::addFile(dir, file.size);
+        DirectoryTree::accumulateToDir(dir, file.size);
         const bool listable = DirectoryTree::isListable(dir, file.name);
         files.append(listable ? tree->listedPath(dir, file.name) : QStringLiteral("?"));
         if (onFile)
