@@ -90,7 +90,10 @@ struct Times
 
 QByteArray outputOf(const QString &program, const QStringList &arguments, Times *times)
 {
+    // Some programs write where they are started.
+    const QTemporaryDir startDir;
     QProcess process;
+    process.setWorkingDirectory(startDir.path());
     process.setProcessChannelMode(QProcess::SeparateChannels);
     const double before = processorMs(RUSAGE_CHILDREN);
     QElapsedTimer clock;
@@ -154,7 +157,7 @@ void measureTreeMap(QVector<ReportRow> *rows)
         for (int child = 0; child < 10; ++child)
             tree.addChild(tree.at(std::size_t(i / 10)), "a directory");
     for (std::size_t i = 0; i < tree.size(); ++i)
-        DirectoryTree::addFile(tree.at(i), qint64(i));
+        DirectoryTree::accumulateToDir(tree.at(i), qint64(i));
     QElapsedTimer clock;
     clock.start();
     tree.sumUp();
@@ -215,16 +218,26 @@ void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *ro
                         << (corpus.survivingBytes >> 20) << " survive in " << groups << " groups\n";
     addRows(QStringLiteral("duplicates against hashing"), ours, plain,
             QStringLiteral("at most 1.2"), rows);
-    const QList<QPair<QString, QStringList>> others{
-        {QStringLiteral("rdfind"), {QStringLiteral("-dryrun"), QStringLiteral("true"), root}},
-        {QStringLiteral("jdupes"), {QStringLiteral("-r"), QStringLiteral("-q"), root}},
-        {QStringLiteral("hardlink"), {QStringLiteral("-n"), QStringLiteral("-c"), root}}};
+    const struct
+    {
+        QString program;
+        QStringList arguments;
+        QString target;
+    } others[] = {
+        {QStringLiteral("rdfind"),
+         {QStringLiteral("-dryrun"), QStringLiteral("true"), root},
+         QStringLiteral("at most 1.0")},
+        {QStringLiteral("jdupes"), {QStringLiteral("-r"), QStringLiteral("-q"), root}, QString()},
+        {QStringLiteral("hardlink"),
+         {QStringLiteral("-n"), QStringLiteral("-c"), root},
+         QString()}};
     for (const auto &other : others) {
-        if (QStandardPaths::findExecutable(other.first).isEmpty())
+        if (QStandardPaths::findExecutable(other.program).isEmpty())
             continue;
         Times theirs;
-        outputOf(other.first, other.second, &theirs);
-        addRows(QStringLiteral("duplicates against ") + other.first, ours, theirs, QString(), rows);
+        outputOf(other.program, other.arguments, &theirs);
+        addRows(QStringLiteral("duplicates against ") + other.program, ours, theirs, other.target,
+                rows);
     }
 }
 
