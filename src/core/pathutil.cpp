@@ -1,6 +1,7 @@
 #include "core/pathutil.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 namespace core {
 
@@ -15,6 +16,15 @@ bool isInside(const QString &path, const QString &dir)
     if (!base.endsWith(QLatin1Char('/')))
         base += QLatin1Char('/');
     return cleanPath.startsWith(base);
+}
+
+bool holdsInstalledSystem(const QString &dir)
+{
+    const auto isDirectory = [&dir](const char *below) {
+        return QFileInfo(dir + QLatin1String(below)).isDir();
+    };
+    return isDirectory("") && QFileInfo::exists(dir + QStringLiteral("/etc/os-release")) &&
+           (isDirectory("/home") || isDirectory("/data/home"));
 }
 
 } // namespace core

@@ -9,4 +9,8 @@ namespace core {
 /// is never inside. Textual only: symbolic links are not resolved.
 bool isInside(const QString &path, const QString &dir);
 
+/// True if the directory holds an installed system, rather than being an empty mount point: its
+/// release file and a place for homes are there. Asks the disk.
+bool holdsInstalledSystem(const QString &dir);
+
 } // namespace core

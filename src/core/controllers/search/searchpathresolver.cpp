@@ -5,8 +5,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <algorithm>
-
 namespace core {
 namespace controllers {
 namespace search {
@@ -28,17 +26,6 @@ QString configPathOf(const QString &home)
 QString databasePathOf(const QString &home)
 {
     return QDir::cleanPath(home + QStringLiteral("/.config/morvane/search_index.db"));
-}
-
-/// Whether the directory holds an installed system, rather than being an empty mount point.
-bool looksMounted(const QString &targetRoot)
-{
-    if (!QFileInfo(targetRoot).isDir() ||
-        !QFileInfo::exists(targetRoot + QStringLiteral("/etc/os-release")))
-        return false;
-    return std::any_of(std::begin(homeParents), std::end(homeParents), [&](QLatin1String parent) {
-        return QFileInfo(targetRoot + parent).isDir();
-    });
 }
 
 QStringList homesBelow(const QString &targetRoot)
@@ -90,7 +77,7 @@ void useHome(SearchRuntimePaths &paths, const QString &home)
 
 void resolveTarget(SearchRuntimePaths &paths)
 {
-    paths.targetMounted = looksMounted(paths.targetRoot);
+    paths.targetMounted = core::holdsInstalledSystem(paths.targetRoot);
     if (!paths.targetMounted) {
         paths.errorMessage =
             QStringLiteral("未检测到目标系统挂载目录 "

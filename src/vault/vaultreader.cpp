@@ -1,0 +1,180 @@
+#include "vault/vaultreader.h"
+
+#include "core/filename.h"
+#include "vault/vaultrecord.h"
+
+#include <QDebug>
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace vault {
+
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+// Opening a pipe that nobody writes would wait for ever.
+constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int fd)
+        : m_fd(fd)
+    {}
+    ~Descriptor()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    int fd() const { return m_fd; }
+    bool isOpen() const { return m_fd >= 0; }
+    int release()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+
+private:
+    int m_fd;
+};
+
+/// The vault's directory and that of its records, each opened from the one before, so that nothing
+/// that is swapped in between leads elsewhere.
+struct OpenVault
+{
+    explicit OpenVault(const QString &parent)
+        : parentDir(::open(QFile::encodeName(parent).constData(), kDirectoryFlags))
+        , dir(::openat(parentDir.fd(), kVaultDir, kDirectoryFlags))
+        , meta(::openat(dir.fd(), kMetaDir, kDirectoryFlags))
+    {}
+
+    // A relative path below -1 is refused, so the last one tells about all.
+    bool isThere() const { return parentDir.isOpen() && dir.isOpen() && meta.isOpen(); }
+
+    Descriptor parentDir;
+    Descriptor dir;
+    Descriptor meta;
+};
+
+std::vector<QByteArray> recordFiles(int metaFd)
+{
+    std::vector<QByteArray> names;
+    DIR *const dir = ::fdopendir(::fcntl(metaFd, F_DUPFD_CLOEXEC, 0));
+    if (!dir)
+        return names;
+    while (const dirent *entry = ::readdir(dir)) {
+        const bool mayBeFile = entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN;
+        if (mayBeFile && isRecordFileName(entry->d_name))
+            names.emplace_back(entry->d_name);
+        if (names.size() >= kMaxRecords) {
+            qWarning() << "[VaultReader] only the first" << kMaxRecords << "records are read";
+            break;
+        }
+    }
+    ::closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// Fills `bytes` with the whole file. False if it is none, cannot be read or is too large.
+bool readSmallFile(int dirFd, const QByteArray &name, QByteArray *bytes)
+{
+    const Descriptor file(::openat(dirFd, name.constData(), kFileFlags));
+    struct stat info = {};
+    if (!file.isOpen() || ::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        info.st_size > kMaxRecordBytes)
+        return false;
+    bytes->resize(int(info.st_size));
+    int length = 0;
+    while (length < bytes->size()) {
+        const ssize_t got =
+            ::read(file.fd(), bytes->data() + length, size_t(bytes->size() - length));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return false;
+        if (got == 0)
+            break;
+        length += int(got);
+    }
+    bytes->resize(length);
+    return true;
+}
+
+QByteArray contentName(const QString &id)
+{
+    return QFile::encodeName(id) + kContentSuffix;
+}
+
+bool hasContent(int vaultFd, const QString &id)
+{
+    struct stat info = {};
+    return ::fstatat(vaultFd, contentName(id).constData(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(info.st_mode);
+}
+
+} // namespace
+
+bool hasVault(const QString &parent)
+{
+    return OpenVault(parent).isThere();
+}
+
+QJsonArray loadVaultFiles(const QString &parent, const std::function<bool()> &isStopped)
+{
+    QJsonArray files;
+    const OpenVault vault(parent);
+    if (!vault.isThere())
+        return files;
+    QByteArray bytes;
+    qint64 text = 0;
+    for (const QByteArray &name : recordFiles(vault.meta.fd())) {
+        if (text > kMaxVaultText || (isStopped && isStopped()))
+            break;
+        const QString fileName = core::decodedFileName(name.constData());
+        if (fileName.isEmpty() || !readSmallFile(vault.meta.fd(), name, &bytes))
+            continue;
+        const QJsonObject record = recordFrom(bytes, fileName);
+        if (record.isEmpty() ||
+            !hasContent(vault.dir.fd(), record.value(QLatin1String("id")).toString()))
+            continue;
+        text += textSize(record);
+        files.append(record);
+    }
+    return files;
+}
+
+int openVaultContent(const QString &parent, const QString &id, QString *error)
+{
+    const auto fail = [error](const QString &why) {
+        *error = why;
+        return -1;
+    };
+    if (!isVaultId(id))
+        return fail(QStringLiteral("受保护文件的编号无效"));
+    const OpenVault vault(parent);
+    if (!vault.isThere())
+        return fail(QStringLiteral("%1 中没有保护区").arg(parent));
+    Descriptor file(::openat(vault.dir.fd(), contentName(id).constData(), kFileFlags));
+    if (!file.isOpen())
+        return fail(QStringLiteral("无法读取受保护的内容：%1")
+                        .arg(QString::fromLocal8Bit(std::strerror(errno))));
+    struct stat info = {};
+    if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode))
+        return fail(QStringLiteral("受保护的内容不是普通文件"));
+    return file.release();
+}
+
+} // namespace vault
