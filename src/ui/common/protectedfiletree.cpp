@@ -26,12 +26,6 @@ constexpr int kGroupFontPx = 12;
 constexpr Qt::ItemFlags kItemFlags =
     Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable;
 
-// A path may look like markup.
-QString tipOf(const QString &text)
-{
-    return QStringLiteral("<qt>%1</qt>").arg(text.toHtmlEscaped());
-}
-
 /// Makes its texts when a row is shown: of tens of thousands of rows only a few are.
 class FileItem : public QTreeWidgetItem
 {
@@ -51,8 +45,6 @@ public:
         switch (role) {
         case Qt::DisplayRole:
             return textOf(column);
-        case Qt::ToolTipRole:
-            return tipOf(textOf(column));
         case Qt::UserRole:
             return column == ProtectedFileTree::NameColumn ? m_file.id : QVariant();
         default:
@@ -102,12 +94,10 @@ int checkedFiles(const QTreeWidgetItem *group)
 QTreeWidgetItem *newGroup(const DirectoryGroup &group, const QIcon &icon, const QFont &font)
 {
     auto *item = new QTreeWidgetItem;
-    const QString text = protectedfiles::groupText(group);
     item->setFlags(kItemFlags);
     item->setCheckState(ProtectedFileTree::NameColumn, Qt::Unchecked);
     item->setIcon(ProtectedFileTree::NameColumn, icon);
-    item->setText(ProtectedFileTree::NameColumn, text);
-    item->setToolTip(ProtectedFileTree::NameColumn, tipOf(text));
+    item->setText(ProtectedFileTree::NameColumn, protectedfiles::groupText(group));
     item->setText(ProtectedFileTree::SizeColumn, protectedfiles::byteText(group.totalSize));
     item->setFont(ProtectedFileTree::NameColumn, font);
     item->setData(ProtectedFileTree::NameColumn, Qt::UserRole,
