@@ -74,7 +74,8 @@ QByteArray downloadHeader(const QString &fileName, const ByteRange &range, qint6
     return out;
 }
 
-/// A reader that stalls is waited for without end; it has one block queued and no pool slot.
+/// A reader that stalls is waited for without end, unless too many are; it has one block queued and
+/// no pool slot.
 void sendContent(const ShareExchange &exchange, int descriptor, qint64 remaining)
 {
     constexpr int kWithoutEnd = -1;

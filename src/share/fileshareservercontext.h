@@ -17,6 +17,7 @@ struct ShareTimeLimits
     int formMs = 30000;           ///< For the whole body of a form.
     int responseWriteMs = 5000;   ///< Without a byte taken while a response or a header is written.
     int uploadSilenceMs = 120000; ///< Without a byte received during an upload.
+    int crowdedWaitMs = 5000;     ///< For a silent client while too many others are waited for.
     int disconnectMs = 3000;      ///< For the end of a connection whose request was not read whole.
     int stoppedDisconnectMs = 300; ///< The same while the server stops.
 };
@@ -56,7 +57,7 @@ struct FileShareServerContext
 
     ShareTimeLimits limits;
     QAtomicInt waiters;     ///< Workers that wait for a silent client without a pool slot.
-    int maxWaiters = 256;   ///< Beyond this a client that sends no header is turned away.
+    int maxWaiters = 256;   ///< Beyond this a silent client is soon turned away.
     int shutdownEvent = -1; ///< An event descriptor, readable while `shuttingDown` is set.
 };
 

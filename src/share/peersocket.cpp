@@ -144,15 +144,24 @@ PeerSocket::Outcome PeerSocket::waitFor(short events, int timeoutMs, Waiting wai
     QElapsedTimer clock;
     clock.start();
     const bool stoppable = waiting != Waiting::Plain;
-    const int held = events == POLLIN ? kHeldReadMs : kHeldWriteMs;
+    // A header that comes in drops must not keep the slot between them.
+    const bool isDripping = waiting == Waiting::FirstHeader && m_received > 0;
+    const int held = events == POLLOUT ? kHeldWriteMs : isDripping ? 0 : kHeldReadMs;
     const int heldMs = timeoutMs < 0 ? held : qMin(held, timeoutMs);
     const Outcome soon = pollOnce(events, heldMs, stoppable);
     if (soon != Outcome::TimedOut || heldMs == timeoutMs)
         return soon;
-    ReleasedSlot slot(m_context.data());
-    if (!slot.isGiven() && waiting == Waiting::FirstHeader)
+    const ReleasedSlot slot(m_context.data());
+    const int left = remainingMs(timeoutMs, clock);
+    if (slot.isGiven() || waiting == Waiting::Plain)
+        return pollOnce(events, left, stoppable);
+    if (waiting == Waiting::FirstHeader)
         return Outcome::Refused;
-    return pollOnce(events, remainingMs(timeoutMs, clock), stoppable);
+    // A request under way may be only a little slow, but must not keep the slot from others.
+    const int most = m_context->limits.crowdedWaitMs;
+    const bool isCut = left < 0 || left > most;
+    const Outcome late = pollOnce(events, isCut ? most : left, stoppable);
+    return isCut && late == Outcome::TimedOut ? Outcome::Refused : late;
 }
 
 PeerSocket::Outcome PeerSocket::pollOnce(short events, int timeoutMs, bool stoppable)

@@ -13,7 +13,8 @@ namespace share {
 /// that was written is with the system, and a reader that stalls has no more than one block queued.
 ///
 /// While bytes move the connection holds its slot of the global thread pool. While it waits for a
-/// silent client it gives the slot back, as long as no more than the context's `maxWaiters` do.
+/// silent client it gives the slot back, as long as no more than the context's `maxWaiters` do;
+/// beyond them it waits for moments only, so that no crowd of silent clients stops the server.
 class PeerSocket
 {
 public:
@@ -27,8 +28,8 @@ public:
     /// What a wait gives way to.
     enum class Waiting {
         Plain,       ///< Nothing: answers are brought to their end.
-        Stoppable,   ///< The server's shutdown.
-        FirstHeader, ///< The shutdown, and being turned away when too many wait.
+        Stoppable,   ///< The server's shutdown, and after a moment too many that wait already.
+        FirstHeader, ///< The shutdown, and at once too many that wait already.
     };
 
     explicit PeerSocket(const ShareContextPtr &context);

@@ -29,9 +29,19 @@ TransferResult failureOf(PeerSocket::Outcome outcome)
 {
     if (outcome == PeerSocket::Outcome::Stopped)
         return stoppedFailure();
-    if (outcome == PeerSocket::Outcome::TimedOut)
+    if (outcome == PeerSocket::Outcome::TimedOut || outcome == PeerSocket::Outcome::Refused)
         return {408, QStringLiteral("Request Timeout"), QStringLiteral("上传连接超时，请重试。")};
     return {400, QStringLiteral("Bad Request"), QStringLiteral("上传中断，未接收到完整文件内容。")};
+}
+
+/// Command line clients hold a body back until they hear this, or for a second.
+bool askForBody(const ShareExchange &exchange)
+{
+    const QString expected = exchange.request->headers.value(QStringLiteral("expect"));
+    if (expected.compare(QLatin1String("100-continue"), Qt::CaseInsensitive) != 0 ||
+        !exchange.request->body.isEmpty())
+        return true;
+    return exchange.socket->writeResponse("HTTP/1.1 100 Continue\r\n\r\n");
 }
 
 TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
@@ -44,6 +54,8 @@ TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
     if (earlySize > 0 && file->write(early.constData(), earlySize) != earlySize)
         return writeFailure;
     remaining -= earlySize;
+    if (remaining > 0 && !askForBody(exchange))
+        return failureOf(PeerSocket::Outcome::Closed);
 
     char block[kBlock];
     while (remaining > 0) {

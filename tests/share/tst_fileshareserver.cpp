@@ -370,19 +370,25 @@ void TestFileShareServer::silentClientsHoldNobodyUp()
     QFile big(m_share->tree().path("d/big"));
     QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(64 << 20));
     std::vector<std::unique_ptr<ShareClient>> silent;
-    for (int i = 0; i < 3 * kPoolThreads; ++i) {
+    QTimer drip; // headers that never end
+    drip.start(2);
+    for (int i = 0; i < 4 * kPoolThreads; ++i) {
         silent.push_back(std::make_unique<ShareClient>(m_share->port()));
-        if (i % 2 == 0)
+        ShareClient *client = silent.back().get();
+        if (i < kPoolThreads)
+            connect(&drip, &QTimer::timeout, &client->socket(), [client] { client->send("A"); });
+        if (i % 2 == 0 || i < kPoolThreads)
             continue;
-        silent.back()->socket().setReadBufferSize(1000);
-        silent.back()->send("GET /s/s/d/big HTTP/1.1\r\n\r\n");
-        QVERIFY(silent.back()->waitForBytes(1000));
+        client->socket().setReadBufferSize(1000);
+        client->send("GET /s/s/d/big HTTP/1.1\r\n\r\n");
+        QVERIFY(client->waitForBytes(1000));
     }
     QElapsedTimer clock;
     clock.start();
     QCOMPARE(m_share->get("/s/s/f").body, QByteArray("0123456789"));
     QVERIFY(clock.elapsed() < 2000);
-    QTRY_COMPARE(m_share->context().waiters.loadAcquire(), 3 * kPoolThreads);
+    drip.stop();
+    QTRY_COMPARE(m_share->context().waiters.loadAcquire(), 4 * kPoolThreads);
     silent.clear();
     QTRY_COMPARE(m_share->context().waiters.loadAcquire(), 0);
 }
@@ -390,12 +396,25 @@ void TestFileShareServer::silentClientsHoldNobodyUp()
 void TestFileShareServer::turnsAwayTooManySilentClients()
 {
     m_share->context().maxWaiters = 2;
+    m_share->limits().crowdedWaitMs = 200;
+    QFile big(m_share->tree().path("d/big"));
+    QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(64 << 20));
     ShareClient first(m_share->port());
     ShareClient second(m_share->port());
     QTRY_COMPARE(m_share->context().waiters.loadAcquire(), 2);
     ShareClient third(m_share->port());
     QVERIFY(third.waitForClose(5000));
     QCOMPARE(third.reply(0).status, 0);
+    QCOMPARE(m_share->get("/s/s/f").status, 200);
+
+    std::vector<std::unique_ptr<ShareClient>> stalled; // one for every thread
+    for (int i = 0; i < kPoolThreads; ++i) {
+        stalled.push_back(std::make_unique<ShareClient>(m_share->port()));
+        stalled.back()->socket().setReadBufferSize(1000);
+        stalled.back()->send("GET /s/s/d/big HTTP/1.1\r\n\r\n");
+    }
+    QTRY_COMPARE(m_share->log(QStringLiteral("s")).count(QStringLiteral("download big")),
+                 kPoolThreads);
     QCOMPARE(m_share->get("/s/s/f").status, 200);
     first.send("GET /s/s/f HTTP/1.1\r\n\r\n");
     QCOMPARE(first.reply().status, 200);
