@@ -130,7 +130,7 @@ void serveDirectory(const ShareExchange &exchange, const ShareSession &session,
             link += kSlash;
         appendRow(&parts.rows, link, entry.name, entry);
     }
-    if (session.accessMode == QLatin1String("upload"))
+    if (session.takesUploads())
         parts.card =
             uploadCard(exchange.sessionId, root.id, links.relative, QDir::cleanPath(directory));
     parts.header =
@@ -168,9 +168,8 @@ void serveRootList(const ShareExchange &exchange, const ShareSession &session)
     QByteArray remain;
     const QString remaining = remainingText(session.expiresAt, QDateTime::currentMSecsSinceEpoch());
     if (!remaining.isEmpty()) {
-        const QString mode = session.accessMode == QLatin1String("upload")
-                                 ? QStringLiteral("允许上传")
-                                 : QStringLiteral("仅下载");
+        const QString mode =
+            session.takesUploads() ? QStringLiteral("允许上传") : QStringLiteral("仅下载");
         remain = pageTemplate("remain").filled({{"time", remaining}});
         parts.footerNote = pageTemplate("footer-note").filled({{"mode", mode}});
     }

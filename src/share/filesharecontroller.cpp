@@ -1,5 +1,6 @@
 #include "share/filesharecontroller.h"
 
+#include "core/shareport.h"
 #include "share/accesslogqueue.h"
 #include "share/sharedefinition.h"
 #include "share/sharefirewall.h"
@@ -14,9 +15,6 @@
 
 namespace {
 
-constexpr int kDefaultPort = 9800;
-constexpr int kMinPort = 1024;
-constexpr int kMaxPort = 65535;
 constexpr int kExpiryCheckMs = 30000;
 constexpr int kStopAllTimeoutMs = 3000;
 // Lines of the access log that come within this time are written, and told of, together.
@@ -29,11 +27,6 @@ const char kExpired[] = "expired";
 qint64 nowMs()
 {
     return QDateTime::currentMSecsSinceEpoch();
-}
-
-bool isActive(const ShareSession &session)
-{
-    return session.status == QLatin1String(kActive);
 }
 
 void warn(const char *message, const QString &text)
@@ -113,7 +106,7 @@ void FileShareController::stopShare(const QString &id)
 
 void FileShareController::removeSession(const QString &id)
 {
-    if (isActive(m_db.session(id))) {
+    if (m_db.session(id).isActive()) {
         const QPointer<FileShareController> self(this);
         stopShare(id);
         if (!self)
@@ -133,7 +126,7 @@ bool FileShareController::restartShare(const QString &id)
 {
     const ShareSession session = m_db.session(id);
     const int port = sharePort();
-    if (session.id.isEmpty() || isActive(session) || !ensureServerForShare(port))
+    if (session.id.isEmpty() || session.isActive() || !ensureServerForShare(port))
         return false;
 
     const qint64 start = nowMs();
@@ -160,13 +153,13 @@ bool FileShareController::updateAndRestartShare(const QString &id, const QString
     ShareSession old = sessionInfo(id);
     if (paths.isEmpty() || old.id.isEmpty())
         return false;
-    if (isActive(old)) {
+    if (old.isActive()) {
         const QPointer<FileShareController> self(this);
         stopShare(id);
         if (!self)
             return false;
         old = sessionInfo(id);
-        if (old.id.isEmpty() || isActive(old)) // also if it was removed during the wait
+        if (old.id.isEmpty() || old.isActive()) // also if it was removed during the wait
             return false;
     }
     const int port = sharePort();
@@ -273,14 +266,14 @@ int FileShareController::sharePort() const
     if (const int portInUse = m_servers->port())
         return portInUse;
     const int port = m_db.loadDefaults().value(QStringLiteral("port")).toInt();
-    return port < 1 ? kDefaultPort : port;
+    return port < 1 ? core::kDefaultSharePort : port;
 }
 
 bool FileShareController::setSharePort(int port, QString *error)
 {
     QString unused;
     QString *text = error ? error : &unused;
-    if (port < kMinPort || port > kMaxPort) {
+    if (port < core::kLeastSharePort || port > core::kMostSharePort) {
         *text = QStringLiteral("端口范围必须在 1024 到 65535 之间");
         return false;
     }
@@ -378,7 +371,7 @@ void FileShareController::writeAccessLog()
 void FileShareController::onSessionExpiredFromWorker(const QString &sessionId)
 {
     const ShareSession session = m_db.session(sessionId);
-    if (isActive(session))
+    if (session.isActive())
         expire({session});
 }
 
@@ -502,7 +495,7 @@ void FileShareController::stopServing(const QString &id)
 // A share may have been stopped or removed during the wait for the firewall.
 void FileShareController::announceStart(const QString &id)
 {
-    if (isActive(m_db.session(id)))
+    if (m_db.session(id).isActive())
         emit shareCreated(id);
     emit sessionListChanged();
 }

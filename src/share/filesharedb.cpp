@@ -1,5 +1,6 @@
 #include "share/filesharedb.h"
 
+#include "core/shareport.h"
 #include "share/scopedthreadconnection.h"
 #include "share/shareschema.h"
 #include "share/sqlstatement.h"
@@ -342,7 +343,7 @@ int FileShareDb::accessLogCount(const QString &sessionId, const QString &action,
 
 QVariantMap FileShareDb::loadDefaults(QString *error) const
 {
-    QVariantMap defaults{{QStringLiteral("port"), 9800},
+    QVariantMap defaults{{QStringLiteral("port"), core::kDefaultSharePort},
                          {QStringLiteral("duration_min"), 0},
                          {QStringLiteral("max_clients"), 10},
                          {QStringLiteral("access_mode"), QStringLiteral("download")}};

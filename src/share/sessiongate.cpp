@@ -39,7 +39,7 @@ ShareSession servedSession(const ShareExchange &exchange)
         postSessionExpired(exchange.context, exchange.sessionId);
         return refuse(410, QStringLiteral("已过期"), QStringLiteral("该共享已过期。"));
     }
-    if (session.status != QLatin1String("active"))
+    if (!session.isActive())
         return refuse(410, QStringLiteral("已停止"), QStringLiteral("该共享已停止。"));
     return session;
 }

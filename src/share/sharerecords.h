@@ -6,6 +6,9 @@
 /// One share: what is offered under one link. Times are milliseconds since the epoch.
 struct ShareSession
 {
+    bool isActive() const { return status == QLatin1String("active"); }
+    bool takesUploads() const { return accessMode == QLatin1String("upload"); }
+
     QString id; ///< Empty in a record that was not found.
     int port = 0;
     bool hasPassword = false; ///< The hash itself stays in the database.

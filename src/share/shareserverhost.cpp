@@ -1,5 +1,6 @@
 #include "share/shareserverhost.h"
 
+#include "core/shareport.h"
 #include "share/filesharecontroller.h"
 #include "share/filesharedb.h"
 #include "share/fileshareserver.h"
@@ -11,7 +12,6 @@ namespace {
 constexpr int kLastTransfersMs = 5000;
 constexpr int kEndTimeoutMs = 3000;
 constexpr int kReplaceTimeoutMs = 2000;
-constexpr int kMaxPort = 65535;
 
 } // namespace
 
@@ -37,7 +37,7 @@ bool ShareServerHost::ensureRunning(int port, QString *error)
     shutdownSync(kReplaceTimeoutMs);
 
     m_server = new FileShareServer(m_db, m_controller, m_controller);
-    if (port <= kMaxPort && m_server->startListening(port))
+    if (port <= core::kMostSharePort && m_server->startListening(port))
         return true;
     *error = QStringLiteral("端口 %1 监听失败: %2").arg(port).arg(m_server->errorString());
     shutdownSync(kReplaceTimeoutMs);

@@ -54,11 +54,6 @@ QString directoryTakenMessage()
     return QStringLiteral("当前目录中已有同名文件夹，无法覆盖。");
 }
 
-bool isUploadSession(const ShareSession &session)
-{
-    return session.accessMode == QLatin1String("upload");
-}
-
 Refusal badPath()
 {
     return {400, "Bad Request", QStringLiteral("上传目录参数无效。"), "invalid_path"};
@@ -96,7 +91,7 @@ void answer(const ShareExchange &exchange, const Refusal &refusal)
 Refusal checkRefusal(const ShareExchange &exchange, const ShareSession &session,
                      const QString &name, UploadPlace *place)
 {
-    if (!isUploadSession(session))
+    if (!session.takesUploads())
         return {403, "Forbidden", permissionMessage()};
     QString rootId;
     if (!splitRootAndRelativePath(exchange.subPath.mid(uploadCheckPrefix().size()), &rootId,
@@ -112,7 +107,7 @@ Refusal putRefusal(const ShareExchange &exchange, const ShareSession &session, U
                    QString *name)
 {
     const HttpRequest &request = *exchange.request;
-    if (!isUploadSession(session))
+    if (!session.takesUploads())
         return {403, "Forbidden", permissionMessage(), "permission_denied"};
     if (request.headers.value(QStringLiteral("transfer-encoding"))
             .toLower()

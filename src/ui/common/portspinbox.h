@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/shareport.h"
+
 #include <QSpinBox>
 
 namespace fileshare {
@@ -10,15 +12,11 @@ class PortSpinBox : public QSpinBox
     Q_OBJECT
 
 public:
-    static constexpr int kLeast = 1024;
-    static constexpr int kMost = 65535;
-    static constexpr int kDefault = 9800;
-
-    explicit PortSpinBox(int port = kDefault, QWidget *parent = nullptr)
+    explicit PortSpinBox(int port = core::kDefaultSharePort, QWidget *parent = nullptr)
         : QSpinBox(parent)
     {
         setObjectName(QStringLiteral("SharePortSpin"));
-        setRange(kLeast, kMost);
+        setRange(core::kLeastSharePort, core::kMostSharePort);
         setValue(port);
     }
 };

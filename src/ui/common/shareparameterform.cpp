@@ -1,5 +1,6 @@
 #include "ui/common/shareparameterform.h"
 
+#include "core/shareport.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/portspinbox.h"
 #include "ui/common/styletemplate.h"
@@ -46,7 +47,7 @@ ShareParameterForm::ShareParameterForm(const QString &labelEnd, QWidget *parent)
     : QWidget(parent)
     , m_labelEnd(labelEnd)
     , m_grid(new QGridLayout(this))
-    , m_port(new PortSpinBox(PortSpinBox::kDefault, this))
+    , m_port(new PortSpinBox(core::kDefaultSharePort, this))
     , m_portHint(hintLabel("SharePortHint", this))
     , m_password(new QLineEdit(this))
     , m_accessMode(new QComboBox(this))
