@@ -26,6 +26,7 @@
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/recentscanspage.h"
 #include "ui/pages/recoveryworkflowwindow.h"
+#include "ui/pages/vaultbrowserpage.h"
 #include "vault/vaultcontroller.h"
 
 #include <QBoxLayout>
@@ -264,6 +265,12 @@ void MainWindow::setupLiveCdIpc()
                 &BlockForensicsPage::refresh);
     if (recent)
         connect(m_recoveryLink, &RecoveryLink::serviceConnected, recent, &RecentScansPage::refresh);
+    if (auto *vaults = m_pagesStack->findChild<VaultBrowserPage *>()) {
+        connect(m_recoveryLink, &RecoveryLink::serviceConnected, vaults,
+                &VaultBrowserPage::onServiceConnected);
+        connect(m_recoveryClient, &IpcClient::disconnected, vaults,
+                &VaultBrowserPage::onServiceLost);
+    }
 }
 
 void MainWindow::setupLiveCdFlow()

@@ -10,6 +10,7 @@
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/realtimeprotectionpage.h"
 #include "ui/pages/recentscanspage.h"
+#include "ui/pages/vaultbrowserpage.h"
 #include "ui/pages/wechatcleanpage.h"
 
 using ui::common::IconWidget;
@@ -44,6 +45,11 @@ QWidget *createPartitionSelectPage(const PageContext &context)
 QWidget *createRecentScansPage(const PageContext &context)
 {
     return new RecentScansPage(context.recoveryController, context.workflowWindow, context.parent);
+}
+
+QWidget *createVaultBrowserPage(const PageContext &context)
+{
+    return new VaultBrowserPage(context.mode, context.recoveryController, context.parent);
 }
 
 QWidget *createBlockForensicsPage(const PageContext &context)
@@ -126,6 +132,8 @@ QVector<NavigationEntry> liveCdEntries()
                 IconWidget::History, true, createRecentScansPage},
                {basicSection(), QStringLiteral("文件搜索"), QStringLiteral("file_search"),
                 IconWidget::Search, true, createFileSearchPage},
+               {professionalSection(), QStringLiteral("受保护文件"),
+                QStringLiteral("vault_browser"), IconWidget::Shield, true, createVaultBrowserPage},
                {professionalSection(), QStringLiteral("块取证"), QStringLiteral("block_forensics"),
                 IconWidget::Search, true, createBlockForensicsPage},
            } +

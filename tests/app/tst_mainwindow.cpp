@@ -112,6 +112,7 @@ private slots:
                                        QStringLiteral("基础功能|文件恢复|recovery_scan|4|1"),
                                        QStringLiteral("基础功能|最近扫描|recent_scans|1|1"),
                                        QStringLiteral("基础功能|文件搜索|file_search|8|1"),
+                                       QStringLiteral("专业功能|受保护文件|vault_browser|15|1"),
                                        QStringLiteral("专业功能|块取证|block_forensics|8|1"),
                                        QStringLiteral("其他|帮助说明|help|16|1"),
                                        QStringLiteral("其他|关于|about|17|1"),

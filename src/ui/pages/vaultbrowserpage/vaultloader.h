@@ -1,0 +1,43 @@
+#pragma once
+
+#include "vault/vaultlocations.h"
+
+#include <QObject>
+
+#include <atomic>
+#include <memory>
+
+namespace vaultbrowser {
+
+/// Finds and reads the vaults on mounted partitions, on the global pool: a disk may be slow, and a
+/// network drive gone. A new request takes the place of the one before, of which nothing is told
+/// any more. Lives on the GUI thread.
+class VaultLoader : public QObject
+{
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+    ~VaultLoader() override;
+
+    /// `mountsFile` has the form of /proc/mounts. Ends in found().
+    void find(const QString &mountsFile);
+    /// Ends in loaded().
+    void load(const QString &vaultParentDir);
+
+signals:
+    void found(const QVector<vault::VaultLocation> &locations);
+    void loaded(const QString &vaultParentDir, const QJsonArray &files);
+
+private:
+    using Stop = std::shared_ptr<std::atomic<bool>>;
+
+    Stop beginRequest();
+    /// Runs `work` elsewhere and `done` with its result here, unless it was stopped meanwhile.
+    template <typename Work, typename Done>
+    void run(const Stop &stop, Work work, Done done);
+
+    Stop m_stop; ///< Of the request that runs.
+};
+
+} // namespace vaultbrowser
