@@ -3,10 +3,14 @@
 #include "core/controllers/upgrade/upgraderules.h"
 #include "core/controllers/upgrade/upgradestatestore.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <csignal>
+#include <sys/resource.h>
 
 using namespace core::controllers::upgrade;
 
@@ -215,8 +219,18 @@ void TestUpgradeRules::keepsTheState()
     QCOMPARE(utcFromText(QStringLiteral(" 2026-01-02T04:04:05.250+01:00 ")),
              utc(QStringLiteral("2026-01-02T03:04:05Z")).addMSecs(250));
     QVERIFY(!utcFromText(QStringLiteral("gestern")).isValid());
-    // Where nothing can be written, the older state stays.
-    QVERIFY(!UpgradeStateStore(QStringLiteral("/proc/nowhere/state.json")).save(state));
+
+    // A disk that fills up in the middle of the next one leaves the older state whole.
+    struct rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const struct rlimit tight = {64, before.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tight);
+    const bool saved = store.save(UpgradeState());
+    setrlimit(RLIMIT_FSIZE, &before);
+    QVERIFY(!saved);
+    QCOMPARE(store.load().toJson(), state.toJson());
+    QCOMPARE(QDir(dir.filePath(QStringLiteral("a/b"))).entryList(QDir::Files).size(), 1);
 }
 
 void TestUpgradeRules::readsDamagedStatesAsNew_data()

@@ -40,8 +40,9 @@ bool UpgradeStateStore::save(const UpgradeState &state) const
     QSaveFile file(m_path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
-    file.write(QJsonDocument(state.toJson()).toJson(QJsonDocument::Indented));
-    return file.commit();
+    const QByteArray json = QJsonDocument(state.toJson()).toJson(QJsonDocument::Indented);
+    // A full disk takes a part without an error, which commit() would let pass.
+    return file.write(json) == json.size() && file.commit();
 }
 
 QString UpgradeStateStore::defaultPath()
