@@ -115,6 +115,16 @@ void TestUpgradeClient::readsAnswers_data()
                               << "";
     QTest::newRow("no code") << 200 << data << true << data << ""
                              << "";
+    QTest::newRow("a null code and no object")
+        << 200 << QByteArray(R"({"code":null,"data":[1]})") << true
+        << QByteArray(R"({"code":null,"data":[1]})") << ""
+        << "";
+    QTest::newRow("a code with a fraction")
+        << 200 << QByteArray(R"({"code":200.7,"data":{}})") << true << QByteArray("{}") << ""
+        << "";
+    // Redirects of the check are not followed, so a portal's page says nothing of versions.
+    QTest::newRow("moved") << 302 << QByteArray("<html>") << true << QByteArray("{}") << ""
+                           << "";
     QTest::newRow("no JSON") << 200 << QByteArray("<html>") << true << QByteArray("{}") << ""
                              << "";
     QTest::newRow("true is a refusal") << 200 << QByteArray(R"({"code":true,"data":{"a":1}})")
@@ -150,6 +160,17 @@ void TestUpgradeClient::readsAnswers()
 
 void TestUpgradeClient::reportsADeadServer()
 {
+    UpdateServer cutting;
+    QVERIFY(cutting.start());
+    UpdateServer::Answer half;
+    half.body = R"({"code":200,"data":{"latestVersion":"1.2.0"}})";
+    half.cutAfter = 20;
+    half.delayMs = 200;
+    cutting.answer(kPath, half);
+    const Outcome cut = check(cutting.url());
+    QVERIFY(!cut.ok && cut.payload.isEmpty());
+    QVERIFY(cut.error.networkError != 0 && !cut.error.message.isEmpty());
+
     QUrl gone;
     {
         UpdateServer server;

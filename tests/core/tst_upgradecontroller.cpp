@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -32,7 +33,14 @@ QString md5Of(const QByteArray &bytes)
         QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex().toUpper());
 }
 
+QString submittedText()
+{
+    return QStringLiteral("更新安装任务已提交，应用将退出，请稍候完成系统安装。");
+}
+
 } // namespace
+
+Q_DECLARE_METATYPE(UpdateServer::Answer)
 
 class TestUpgradeController : public QObject
 {
@@ -48,6 +56,7 @@ private slots:
     void installsOnlyWhatMatches_data();
     void installsOnlyWhatMatches();
     void fetchesAVerifiedPackageOnce();
+    void installsThePackageItBeganWith();
     void reportsAMissingInstaller();
     void handsOverToTheAgent();
     void leadsToTheDownloadPage();
@@ -99,6 +108,7 @@ std::unique_ptr<UpgradeController> TestUpgradeController::newController(core::Ap
     environment.updateServer = m_server->url();
     environment.vaultService = m_vault->name();
     environment.agentCandidates = m_agents;
+    environment.stallTimeoutMs = 1000;
     auto *opened = const_cast<QList<QUrl> *>(&m_opened);
     environment.openUrl = [opened](const QUrl &url) {
         opened->append(url);
@@ -211,27 +221,49 @@ void TestUpgradeController::forgetsTheUpdateThatRuns()
 
 void TestUpgradeController::installsOnlyWhatMatches_data()
 {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("cutAfter");
-    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<UpdateServer::Answer>("package");
     QTest::addColumn<QJsonObject>("changes");
     QTest::addColumn<QString>("message");
+    const auto answerWith = [](int status, const QByteArray &body) {
+        UpdateServer::Answer answer;
+        answer.status = status;
+        answer.body = body;
+        return answer;
+    };
+    const UpdateServer::Answer good = answerWith(200, packageBytes());
+    const QJsonObject same;
     const QString failed = QStringLiteral("下载更新包失败。");
-    QTest::newRow("the package") << 200 << -1 << packageBytes() << QJsonObject()
-                                 << QStringLiteral(
-                                        "更新安装任务已提交，应用将退出，请稍候完成系统安装。");
-    QTest::newRow("another content") << 200 << -1 << QByteArray("other") << QJsonObject()
-                                     << QStringLiteral("更新包校验失败，请稍后重试。");
-    QTest::newRow("cut off") << 200 << 1000 << packageBytes() << QJsonObject() << failed;
-    QTest::newRow("not found") << 404 << -1 << QByteArray("none") << QJsonObject() << failed;
+    const QString wrong = QStringLiteral("更新包校验失败，请稍后重试。");
+    QTest::newRow("the package") << good << same << submittedText();
+    UpdateServer::Answer trickle = good;
+    trickle.pieces = 250; // Takes longer than a stall may, and never stands still.
+    QTest::newRow("slow") << trickle << same << submittedText();
+    UpdateServer::Answer stalled = good;
+    stalled.delayMs = 10000;
+    QTest::newRow("standing still") << stalled << same << failed;
+    QTest::newRow("another content") << answerWith(200, "other") << same << wrong;
+    QTest::newRow("no content") << answerWith(200, QByteArray()) << same << wrong;
+    UpdateServer::Answer cut = good;
+    cut.cutAfter = 1000;
+    QTest::newRow("cut off") << cut << same << failed;
+    QTest::newRow("not found") << answerWith(404, packageBytes()) << same << failed;
+    UpdateServer::Answer loop = answerWith(302, packageBytes());
+    loop.headers = {"Location: " + kPackage.toLatin1()};
+    QTest::newRow("moved in a circle") << loop << same << failed;
+    QTest::newRow("refused") << good
+                             << QJsonObject{{QStringLiteral("packageUrl"),
+                                             QStringLiteral("http://127.0.0.1:9/p.deb")}}
+                             << failed;
     QTest::newRow("another machine's")
-        << 200 << -1 << packageBytes()
-        << QJsonObject{{QStringLiteral("arch"), QStringLiteral("mips64el")}}
+        << good << QJsonObject{{QStringLiteral("arch"), QStringLiteral("mips64el")}}
         << QStringLiteral("服务端返回的更新包架构与当前设备不匹配。");
     QTest::newRow("without a hash")
-        << 200 << -1 << packageBytes() << QJsonObject{{QStringLiteral("packageMd5"), QString()}}
+        << good << QJsonObject{{QStringLiteral("packageMd5"), QString()}}
         << QStringLiteral("服务端未返回更新包校验值。");
-    QTest::newRow("up to date") << 200 << -1 << packageBytes()
+    QTest::newRow("a version that names no file")
+        << good << QJsonObject{{QStringLiteral("latestVersion"), QStringLiteral("../9.0")}}
+        << QStringLiteral("服务端未返回目标版本号。");
+    QTest::newRow("up to date") << good
                                 << QJsonObject{{QStringLiteral("latestVersion"),
                                                 QStringLiteral("1.0.1")}}
                                 << QStringLiteral("当前已经是最新版本。");
@@ -239,23 +271,17 @@ void TestUpgradeController::installsOnlyWhatMatches_data()
 
 void TestUpgradeController::installsOnlyWhatMatches()
 {
+    QFETCH(UpdateServer::Answer, package);
     QFETCH(QJsonObject, changes);
     QFETCH(QString, message);
     offerUpdate(changes);
-    UpdateServer::Answer package;
-    QFETCH(int, status);
-    QFETCH(int, cutAfter);
-    QFETCH(QByteArray, body);
-    package.status = status;
-    package.cutAfter = cutAfter;
-    package.body = body;
     m_server->answer(kPackage, package);
 
     const auto controller = newController();
     bool ok = false;
     QCOMPARE(outcome([&](const auto &done) { controller->startImmediateUpdate(done); }, &ok),
              message);
-    const bool good = QByteArray(QTest::currentDataTag()) == "the package";
+    const bool good = message == submittedText();
     QCOMPARE(ok, good);
     QCOMPARE(m_vault->count(kInstall), good ? 1 : 0);
     QCOMPARE(cachedFiles().size(), good ? 1 : 0);
@@ -296,17 +322,51 @@ void TestUpgradeController::fetchesAVerifiedPackageOnce()
     QCOMPARE(m_server->count(kPackage), 1);
     QCOMPARE(m_vault->count(kInstall), 2);
 
+    // A run that ended before it could note what it had verified.
+    QVERIFY(QFile::remove(m_dir->filePath(QStringLiteral("state.json"))));
+    const auto third = newController();
+    outcome([&](const auto &done) { third->startImmediateUpdate(done); }, &ok);
+    QVERIFY(ok);
+    QCOMPARE(m_server->count(kPackage), 1);
+    QCOMPARE(m_vault->count(kInstall), 3);
+
     // What changed on the disk since is never handed over, but fetched anew.
     QFile file(m_dir->filePath(QStringLiteral("cache/")) + cachedFiles().constFirst());
     QVERIFY(file.open(QIODevice::ReadWrite));
     file.write("X");
     file.close();
-    const auto third = newController();
-    outcome([&](const auto &done) { third->startImmediateUpdate(done); }, &ok);
+    const auto fourth = newController();
+    outcome([&](const auto &done) { fourth->startImmediateUpdate(done); }, &ok);
     QVERIFY(ok);
     QCOMPARE(m_server->count(kPackage), 2);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), packageBytes());
+}
+
+// A check may bring a newer version while the package of the one before is on its way.
+void TestUpgradeController::installsThePackageItBeganWith()
+{
+    offerUpdate();
+    const auto controller = newController();
+    bool ok = false;
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    UpdateServer::Answer late;
+    late.body = packageBytes();
+    late.delayMs = 500;
+    m_server->answer(kPackage, late);
+    QSignalSpy finished(controller.get(), &UpgradeController::installFinished);
+    controller->startImmediateUpdate();
+    QCOMPARE(outcome([&](const auto &done) { controller->downloadPackage(done); }, &ok),
+             QStringLiteral("更新任务正在进行中，请稍候。"));
+    offerUpdate({{QStringLiteral("latestVersion"), QStringLiteral("9.1")},
+                 {QStringLiteral("packageMd5"), QStringLiteral("00")}});
+    outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
+    QVERIFY(ok);
+    QVERIFY(finished.isEmpty());
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(controller->state().downloadedPackage.version, QStringLiteral("9.0"));
+    QCOMPARE(controller->state().downloadedPackage.md5, md5Of(packageBytes()).toLower());
+    QVERIFY(!controller->hasUsableDownloadedPackage());
 }
 
 void TestUpgradeController::reportsAMissingInstaller()
@@ -393,9 +453,22 @@ void TestUpgradeController::reportsTlsErrors()
     QFile keyFile(key);
     QFile certificateFile(certificate);
     QVERIFY(keyFile.open(QIODevice::ReadOnly) && certificateFile.open(QIODevice::ReadOnly));
-    m_server->useTls(certificateFile.readAll(), keyFile.readAll());
-    const auto controller = newController();
+    UpdateServer packages;
+    QVERIFY(packages.start());
+    packages.useTls(certificateFile.readAll(), keyFile.readAll());
+    offerUpdate({{QStringLiteral("packageUrl"), packages.url(kPackage).toString()}});
+    QTest::ignoreMessage(
+        QtWarningMsg, QRegularExpression(QStringLiteral("Upgrade package sslErrors: .*errors=.")));
+    auto controller = newController();
     bool ok = true;
+    QCOMPARE(outcome([&](const auto &done) { controller->startImmediateUpdate(done); }, &ok),
+             QStringLiteral("下载更新包失败。"));
+    QCOMPARE(packages.count(kPackage), 0);
+
+    keyFile.seek(0);
+    certificateFile.seek(0);
+    m_server->useTls(certificateFile.readAll(), keyFile.readAll());
+    controller = newController();
     const QString message =
         outcome([&](const auto &done) { controller->runCheck(true, done); }, &ok);
     QVERIFY(!ok);

@@ -8,7 +8,6 @@
 #include <QSslError>
 #include <QSslSocket>
 #include <QStringList>
-#include <QTimer>
 
 namespace core {
 namespace controllers {
@@ -50,7 +49,9 @@ PackageDownload::PackageDownload(QNetworkAccessManager *network, const QUrl &url
     , m_url(url)
     , m_md5(md5.trimmed().toLower().toLatin1())
     , m_file(target)
-{}
+{
+    m_stall.setSingleShot(true);
+}
 
 PackageDownload::~PackageDownload()
 {
@@ -88,6 +89,14 @@ void PackageDownload::start()
                                     .arg(m_url.toString(), texts.join(QStringLiteral(" | ")));
     });
     connect(m_reply, &QNetworkReply::finished, this, &PackageDownload::onReplyFinished);
+    connect(&m_stall, &QTimer::timeout, m_reply, &QNetworkReply::abort);
+    restartStallClock();
+}
+
+void PackageDownload::restartStallClock()
+{
+    if (m_stall.interval() > 0)
+        m_stall.start();
 }
 
 bool PackageDownload::openTarget()
@@ -98,6 +107,7 @@ bool PackageDownload::openTarget()
 
 void PackageDownload::takeBytes()
 {
+    restartStallClock();
     const QByteArray bytes = m_reply->readAll();
     m_received += bytes.size();
     if (m_writeFailed)
@@ -113,6 +123,7 @@ void PackageDownload::takeBytes()
 void PackageDownload::onReplyFinished()
 {
     takeBytes();
+    m_stall.stop();
     qInfo().noquote()
         << QStringLiteral("Upgrade package download finished: url=%1 http=%2 network=%3 bytes=%4")
                .arg(m_url.toString(), QString::number(statusOf(m_reply)),

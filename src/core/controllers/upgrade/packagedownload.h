@@ -4,6 +4,7 @@
 #include <QObject>
 #include <QSaveFile>
 #include <QString>
+#include <QTimer>
 #include <QUrl>
 
 class QNetworkAccessManager;
@@ -26,6 +27,8 @@ public:
                     const QString &target, QObject *parent = nullptr);
     ~PackageDownload() override;
 
+    /// Gives up after so long without a byte. Before start(); 0 waits forever.
+    void setStallTimeout(int ms) { m_stall.setInterval(ms); }
     /// Ends in finished(), never before this returns.
     void start();
 
@@ -38,6 +41,7 @@ signals:
 private:
     void takeBytes();
     void onReplyFinished();
+    void restartStallClock();
     bool openTarget();
     /// An empty message means success.
     QString conclude();
@@ -49,6 +53,7 @@ private:
     QSaveFile m_file;
     QCryptographicHash m_hash{QCryptographicHash::Md5};
     QNetworkReply *m_reply = nullptr;
+    QTimer m_stall;
     qint64 m_received = 0;
     bool m_writeFailed = false;
 };

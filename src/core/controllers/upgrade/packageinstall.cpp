@@ -52,8 +52,8 @@ void logInstallRequest(const QJsonObject &params)
 {
     const QJsonObject environment = params.value(QLatin1String("launchEnv")).toObject();
     const auto isSet = [&environment](const char *name) {
-        return environment.value(QLatin1String(name)).toString().isEmpty() ? QStringLiteral("false")
-                                                                           : QStringLiteral("true");
+        return environment.contains(QLatin1String(name)) ? QStringLiteral("true")
+                                                         : QStringLiteral("false");
     };
     qInfo().noquote() << QStringLiteral(
                              "Upgrade install request: packagePath=%1 arch=%2 display=%3 "

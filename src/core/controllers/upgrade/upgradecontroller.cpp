@@ -11,6 +11,7 @@
 #include <QDebug>
 #include <QDesktopServices>
 #include <QFile>
+#include <QFileInfo>
 #include <QFutureWatcher>
 #include <QNetworkAccessManager>
 #include <QSysInfo>
@@ -32,6 +33,11 @@ QString word(bool value)
 QString upToDateText()
 {
     return QStringLiteral("当前已经是最新版本。");
+}
+
+QString inProgressText()
+{
+    return QStringLiteral("更新任务正在进行中，请稍候。");
 }
 
 QString machineArchitecture()
@@ -56,6 +62,7 @@ UpgradeController::UpgradeController(AppMode mode, QObject *parent,
                                                 : environment.cacheDir)
     , m_agentCandidates(environment.agentCandidates.isEmpty() ? upgradeAgentCandidates()
                                                               : environment.agentCandidates)
+    , m_stallTimeoutMs(environment.stallTimeoutMs)
     , m_openUrl(environment.openUrl ? environment.openUrl : &QDesktopServices::openUrl)
     , m_device(environment.deviceStrings ? environment.deviceStrings() : readDeviceStrings())
     , m_state(m_store.load())
@@ -248,7 +255,7 @@ void UpgradeController::startImmediateUpdate(const Callback &callback)
         return;
     }
     if (m_installing) {
-        answer(callback, false, QStringLiteral("更新任务正在进行中，请稍候。"));
+        answer(callback, false, inProgressText());
         return;
     }
     QString session;
@@ -292,67 +299,98 @@ void UpgradeController::beginInstall()
     emit stateChanged();
 }
 
+QString UpgradeController::packageTarget() const
+{
+    const QString name = packageFileName(m_state.latestVersion, machineArchitecture());
+    return name.isEmpty() ? QString() : m_cacheDir + QLatin1Char('/') + name;
+}
+
 void UpgradeController::installAfterVerifying(const QString &path, const Callback &callback)
 {
     beginInstall();
     emit updateStageChanged(QStringLiteral("正在校验更新包..."), true);
+    const DownloadedPackageState package{m_state.latestVersion, m_state.arch, path,
+                                         m_state.packageMd5};
     auto *watcher = new QFutureWatcher<bool>(this);
-    connect(watcher, &QFutureWatcher<bool>::finished, this, [this, watcher, path, callback] {
+    connect(watcher, &QFutureWatcher<bool>::finished, this, [this, watcher, package, callback] {
         watcher->deleteLater();
         if (watcher->result()) {
-            installDownloadedPackage(path, callback);
+            onPackageVerified(package, callback);
             return;
         }
-        qWarning().noquote() << "[UpgradeController] fetched package no longer matches:" << path;
-        QFile::remove(path);
+        qWarning().noquote() << "[UpgradeController] the package in the cache does not match:"
+                             << package.path;
+        QFile::remove(package.path);
         m_state.downloadedPackage = DownloadedPackageState();
-        m_installing = false;
-        downloadPackage(callback);
+        const QString refusal = refusalToDownload();
+        if (refusal.isEmpty())
+            fetchPackage(callback);
+        else
+            failInstall(refusal, callback);
     });
-    watcher->setFuture(QtConcurrent::run(fileHasMd5, path, m_state.packageMd5));
+    watcher->setFuture(QtConcurrent::run(fileHasMd5, path, package.md5));
+}
+
+QString UpgradeController::refusalToDownload() const
+{
+    const QString refusal = downloadRefusal(m_state, machineArchitecture());
+    if (!refusal.isEmpty() || !packageTarget().isEmpty())
+        return refusal;
+    return QStringLiteral("服务端未返回目标版本号。");
 }
 
 void UpgradeController::downloadPackage(const Callback &callback)
 {
-    const QString arch = machineArchitecture();
-    const QString refusal = downloadRefusal(m_state, arch);
+    if (m_installing) {
+        answer(callback, false, inProgressText());
+        return;
+    }
+    const QString refusal = refusalToDownload();
     if (!refusal.isEmpty()) {
         answer(callback, false, refusal);
         return;
     }
-    const QString name = packageFileName(m_state.latestVersion, arch);
-    if (name.isEmpty()) {
-        answer(callback, false, QStringLiteral("服务端未返回目标版本号。"));
-        return;
-    }
+    // A package lands there only when verified; the run may have ended before it could note so.
+    if (QFileInfo(packageTarget()).isFile())
+        installAfterVerifying(packageTarget(), callback);
+    else
+        fetchPackage(callback);
+}
+
+void UpgradeController::fetchPackage(const Callback &callback)
+{
+    const bool underWay = m_installing;
     m_installing = true;
     emit updateStageChanged(QStringLiteral("正在下载更新包..."), false);
     emit downloadProgressChanged(0, 0);
-    beginInstall();
-    const QString path = m_cacheDir + QLatin1Char('/') + name;
+    if (!underWay)
+        beginInstall();
+    // As it is now: a check during the download may bring another version.
+    const DownloadedPackageState package{m_state.latestVersion, m_state.arch, packageTarget(),
+                                         m_state.packageMd5};
     auto *download =
-        new PackageDownload(m_network, QUrl(m_state.packageUrl), m_state.packageMd5, path, this);
+        new PackageDownload(m_network, QUrl(m_state.packageUrl), package.md5, package.path, this);
+    download->setStallTimeout(m_stallTimeoutMs);
     connect(download, &PackageDownload::progress, this,
             &UpgradeController::downloadProgressChanged);
     connect(download, &PackageDownload::verifying, this,
             [this] { emit updateStageChanged(QStringLiteral("正在校验更新包..."), true); });
     connect(download, &PackageDownload::finished, this,
-            [this, path, callback](bool ok, const QString &message) {
-                onPackageFetched(ok, message, path, callback);
+            [this, package, callback](bool ok, const QString &message) {
+                if (ok)
+                    onPackageVerified(package, callback);
+                else
+                    failInstall(message, callback);
             });
     download->start();
 }
 
-void UpgradeController::onPackageFetched(bool ok, const QString &message, const QString &path,
-                                         const Callback &callback)
+void UpgradeController::onPackageVerified(const DownloadedPackageState &package,
+                                          const Callback &callback)
 {
-    if (!ok) {
-        failInstall(message, callback);
-        return;
-    }
-    m_state.downloadedPackage = {m_state.latestVersion, m_state.arch, path, m_state.packageMd5};
+    m_state.downloadedPackage = package;
     persist();
-    installDownloadedPackage(path, callback);
+    installDownloadedPackage(package.path, callback);
 }
 
 void UpgradeController::failInstall(const QString &message, const Callback &callback)

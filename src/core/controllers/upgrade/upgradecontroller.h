@@ -32,6 +32,7 @@ struct UpgradeEnvironment
     QUrl updateServer;
     QString vaultService = QStringLiteral("morvane-vault-v1");
     QStringList agentCandidates; ///< Empty: upgradeAgentCandidates().
+    int stallTimeoutMs = 60000;  ///< A download that brings nothing for so long has failed.
     std::function<DeviceStrings()> deviceStrings;
     std::function<bool(const QUrl &)> openUrl;
 };
@@ -79,6 +80,7 @@ public:
     /// On success the caller ends the program.
     void startImmediateUpdate(const Callback &callback = Callback());
     void startForcedUpdate(const Callback &callback = Callback());
+    /// Fetches nothing if the package lies in the cache already.
     void downloadPackage(const Callback &callback = Callback());
     /// `path` must hold a verified package.
     void installDownloadedPackage(const QString &path, const Callback &callback = Callback());
@@ -104,8 +106,11 @@ private:
     /// A package that lies there is hashed again, off this thread, since the disk may have changed
     /// below it; one that does not match is fetched anew.
     void installAfterVerifying(const QString &path, const Callback &callback);
-    void onPackageFetched(bool ok, const QString &message, const QString &path,
-                          const Callback &callback);
+    /// Where the package of the latest version belongs; empty if the version names no file.
+    QString packageTarget() const;
+    QString refusalToDownload() const;
+    void fetchPackage(const Callback &callback);
+    void onPackageVerified(const DownloadedPackageState &package, const Callback &callback);
     void failInstall(const QString &message, const Callback &callback);
     void beginInstall();
     void persist() const;
@@ -114,6 +119,7 @@ private:
     UpgradeStateStore m_store;
     QString m_cacheDir;
     QStringList m_agentCandidates;
+    int m_stallTimeoutMs;
     std::function<bool(const QUrl &)> m_openUrl;
     DeviceStrings m_device;
     UpgradeState m_state;
