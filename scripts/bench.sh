@@ -3,7 +3,7 @@
 # the same run; none of them fails for being slow.
 set -eu
 cd "$(dirname "$0")/.."
-scripts/deps.sh test
+scripts/deps.sh bench
 cmake --preset release
 cmake --build --preset release --target benchmarks
 for program in build/release/benchmarks/morvane_bench_*; do

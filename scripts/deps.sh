@@ -4,6 +4,7 @@
 #
 #   scripts/deps.sh          to build and run
 #   scripts/deps.sh test     to test as well
+#   scripts/deps.sh bench    to measure as well
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -13,11 +14,15 @@ extraction="poppler-utils catdoc antiword unrtf unzip"
 images="e2fsprogs"
 display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
 packages="$build $extraction $images $display"
-if [ "${1:-}" = test ]; then
+case ${1:-} in
+test | bench)
     packages="$packages clang-format python3 file desktop-file-utils appstream
               libsqlite3-dev openssl libreoffice-writer-nogui libreoffice-calc-nogui
-              libreoffice-impress-nogui"
-fi
+              libreoffice-impress-nogui curl chromium chromium-driver"
+    ;;
+esac
+# A server to measure the share server against.
+[ "${1:-}" != bench ] || packages="$packages nginx-light"
 
 missing=""
 for package in $packages; do
