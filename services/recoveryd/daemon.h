@@ -3,7 +3,7 @@
 #include "common/servicehost.h"
 #include "recoveryd/devices/devicecatalog.h"
 #include "recoveryd/forensics/forensicsservice.h"
-#include "recoveryd/recover/outputfile.h"
+#include "common/outputfile.h"
 #include "recoveryd/recover/recoveryservice.h"
 #include "recoveryd/scan/scanservice.h"
 #include "recoveryd/session/sessionservice.h"

@@ -1,24 +1,12 @@
+#include "common/exitwithparent.h"
 #include "recoveryd/daemon.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/prctl.h>
 #include <unistd.h>
-
-namespace {
-
-/// Ends this process when the one that started it does, however that comes about. False if it has
-/// gone already.
-bool followParent(pid_t parent)
-{
-    return ::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0 && ::getppid() == parent;
-}
-
-} // namespace
 
 int main(int argc, char *argv[])
 {
@@ -45,7 +33,7 @@ int main(int argc, char *argv[])
         QStringLiteral("End when the program that started this one ends."));
     parser.addOptions({image, state, socket, exitWithParent});
     parser.process(app);
-    if (parser.isSet(exitWithParent) && !followParent(parent))
+    if (parser.isSet(exitWithParent) && !services::exitWithParent(parent))
         return 1;
 
     services::recoveryd::Daemon::Options options;

@@ -1,12 +1,12 @@
-#include "recoveryd/recover/outputfile.h"
+#include "common/outputfile.h"
 #include "support/diskimages.h"
 #include "support/recoveryharness.h"
 
 #include <QTest>
 
 using namespace diskimages;
-using services::recoveryd::numberedName;
-using services::recoveryd::plainName;
+using services::numberedName;
+using services::plainName;
 using testsupport::RecoveryClient;
 using testsupport::RecoveryHarness;
 
@@ -279,7 +279,7 @@ void TestRecoverydRecovery::closesWhatWasInterrupted()
 void TestRecoverydRecovery::reservesAName()
 {
     const auto rename = [this](const char *from, const char *to) {
-        return services::recoveryd::renameByReservation(
+        return services::renameByReservation(
             QFile::encodeName(m_dir.filePath(QLatin1String(from))),
             QFile::encodeName(m_dir.filePath(QLatin1String(to))));
     };

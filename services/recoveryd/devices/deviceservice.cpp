@@ -1,6 +1,6 @@
 #include "recoveryd/devices/deviceservice.h"
 
-#include "recoveryd/params.h"
+#include "common/params.h"
 
 namespace services {
 namespace recoveryd {

@@ -2,7 +2,7 @@
 
 #include "recoveryd/forensics/filelayout.h"
 #include "recoveryd/forensics/snapshotrecovery.h"
-#include "recoveryd/params.h"
+#include "common/params.h"
 
 #include <QDir>
 

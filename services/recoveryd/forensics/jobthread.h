@@ -2,7 +2,7 @@
 
 #include "common/servicehost.h"
 #include "core/workerthread.h"
-#include "recoveryd/mailbox.h"
+#include "common/mailbox.h"
 
 namespace services {
 namespace recoveryd {

@@ -1,7 +1,7 @@
 #include "recoveryd/forensics/snapshot.h"
 
 #include "core/jsonnumber.h"
-#include "recoveryd/text.h"
+#include "common/text.h"
 
 #include <QJsonArray>
 

@@ -1,7 +1,7 @@
 #include "recoveryd/forensics/snapshotrecovery.h"
 
-#include "recoveryd/recover/outputfile.h"
-#include "recoveryd/text.h"
+#include "common/outputfile.h"
+#include "common/text.h"
 
 #include <QDir>
 #include <QFileInfo>

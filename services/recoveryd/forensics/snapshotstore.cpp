@@ -1,6 +1,6 @@
 #include "recoveryd/forensics/snapshotstore.h"
 
-#include "recoveryd/jsonfile.h"
+#include "common/jsonfile.h"
 
 #include <QDir>
 

@@ -1,6 +1,6 @@
 #include "recoveryd/recover/recoveryservice.h"
 
-#include "recoveryd/params.h"
+#include "common/params.h"
 
 #include <QDir>
 

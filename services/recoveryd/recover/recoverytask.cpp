@@ -1,7 +1,7 @@
 #include "recoveryd/recover/recoverytask.h"
 
-#include "recoveryd/recover/outputfile.h"
-#include "recoveryd/text.h"
+#include "common/outputfile.h"
+#include "common/text.h"
 
 #include <QCryptographicHash>
 #include <QDir>

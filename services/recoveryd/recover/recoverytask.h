@@ -1,7 +1,7 @@
 #pragma once
 
 #include "recoveryd/devices/image.h"
-#include "recoveryd/mailbox.h"
+#include "common/mailbox.h"
 #include "recoveryd/scan/foundfile.h"
 #include "recoveryd/workcontrol.h"
 

@@ -1,7 +1,7 @@
 #include "recoveryd/scan/foundfile.h"
 
 #include "core/jsonnumber.h"
-#include "recoveryd/text.h"
+#include "common/text.h"
 
 namespace services {
 namespace recoveryd {

@@ -1,6 +1,6 @@
 #include "recoveryd/scan/scanservice.h"
 
-#include "recoveryd/params.h"
+#include "common/params.h"
 
 #include <QDateTime>
 

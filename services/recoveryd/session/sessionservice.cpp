@@ -1,8 +1,6 @@
 #include "recoveryd/session/sessionservice.h"
 
-#include "recoveryd/params.h"
-
-#include <cmath>
+#include "common/params.h"
 
 namespace services {
 namespace recoveryd {
@@ -11,16 +9,6 @@ namespace {
 
 constexpr int kDefaultLimit = 50;
 constexpr int kMaxLimit = 1000;
-
-/// A whole number from 0 on; the fallback if it is missing, -1 if it is anything else.
-int countParam(const QJsonObject &params, const QString &key, int fallback)
-{
-    const QJsonValue value = params.value(key);
-    if (value.isUndefined())
-        return fallback;
-    const double number = value.toDouble(-1.0);
-    return number >= 0 && number <= 1e9 && std::floor(number) == number ? int(number) : -1;
-}
 
 QString scanTime(const Session &session)
 {

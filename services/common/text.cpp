@@ -1,11 +1,10 @@
-#include "recoveryd/text.h"
+#include "common/text.h"
 
 #include <QUuid>
 
 #include <algorithm>
 
 namespace services {
-namespace recoveryd {
 
 QString sizeText(qint64 bytes)
 {
@@ -39,5 +38,4 @@ bool isId(const QString &text)
            });
 }
 
-} // namespace recoveryd
 } // namespace services

@@ -4,7 +4,6 @@
 #include <QString>
 
 namespace services {
-namespace recoveryd {
 
 /// "512 B", "42.0 MB", "1.8 TB": units of 1024.
 QString sizeText(qint64 bytes);
@@ -15,5 +14,4 @@ QString newId();
 /// True for what newId() may have made, so that an id of a request can be used in a path.
 bool isId(const QString &text);
 
-} // namespace recoveryd
 } // namespace services

@@ -1,11 +1,10 @@
-#include "recoveryd/jsonfile.h"
+#include "common/jsonfile.h"
 
 #include <QFile>
 #include <QJsonDocument>
 #include <QSaveFile>
 
 namespace services {
-namespace recoveryd {
 
 bool readJson(const QString &path, QJsonObject *object, QString *error)
 {
@@ -38,5 +37,4 @@ bool writeJson(const QString &path, const QJsonObject &object, QString *error)
     return false;
 }
 
-} // namespace recoveryd
 } // namespace services

@@ -1,7 +1,6 @@
 #pragma once
 
 namespace services {
-namespace recoveryd {
 
 // The codes of the service's errors. The program tells only a stop apart; the others are for logs.
 constexpr int kBadParamsCode = 1001;
@@ -12,5 +11,4 @@ constexpr int kIoCode = 1005;
 constexpr int kNoSpaceCode = 1006;
 constexpr int kUnsupportedCode = 1007;
 
-} // namespace recoveryd
 } // namespace services

@@ -2,8 +2,9 @@
 
 #include <QString>
 
+#include <sys/stat.h>
+
 namespace services {
-namespace recoveryd {
 
 /// A file that comes into being whole: written under a temporary name beside its place, synced, and
 /// given its name only then, never over another file. A process that dies before leaves at most the
@@ -17,12 +18,19 @@ public:
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
-    /// Fails if the temporary name is taken.
-    [[nodiscard]] bool open(QString *error);
+    /// Fails if the temporary name is taken. `mode` as for open(2).
+    [[nodiscard]] bool open(QString *error, mode_t mode = 0644);
+    bool isOpen() const { return m_fd >= 0; }
+    /// In place of open(): a second name of a file that is there, with its content. False, with
+    /// nothing done, where that cannot be, such as on another file system.
+    [[nodiscard]] bool openLink(const QString &existing);
     [[nodiscard]] bool write(const char *bytes, qint64 length, QString *error);
     /// Places a hole or goes back; the file is extended by what is written next, or by setSize().
     [[nodiscard]] bool seek(qint64 offset, QString *error);
     [[nodiscard]] bool setSize(qint64 size, QString *error);
+    /// Gives the file the owner, permissions (without set-id bits) and times of another, as far as
+    /// the file system and the rights of this process go.
+    void setAttributes(const struct stat &info);
     /// To the medium.
     [[nodiscard]] bool sync(QString *error);
     /// SHA-256 of what the file holds, in hexadecimal, read back through a descriptor of its own
@@ -42,6 +50,12 @@ private:
     bool m_isPublished = false;
 };
 
+/// Flushes the names in a directory to the medium.
+bool syncDirectory(const QString &dir);
+
+/// Renames without ever replacing. 0, or the error: EEXIST if the name is taken.
+int renameToFree(const QByteArray &from, const QByteArray &to);
+
 /// Renames onto a name that it first takes with an empty file of its own, so that nothing of others
 /// is ever replaced; for file systems that know neither exclusive renames nor links. 0, or the
 /// error: EEXIST if the name is taken.
@@ -49,6 +63,10 @@ int renameByReservation(const QByteArray &from, const QByteArray &to);
 
 /// "name (2).ext": the name's `number`-th stand-in; the name itself for 0.
 QString numberedName(const QString &name, int number);
+
+/// Publishes under `name` or, while that is taken, its stand-ins; `name` becomes the one that it
+/// got. Taken only if thousands of stand-ins are.
+OutputFile::Publish publishUnderFreeName(OutputFile &output, QString *name, QString *error);
 
 /// A plain file name out of any text: no separators, no control characters, not hidden by a leading
 /// dot, at most 200 bytes with its suffix kept.
@@ -58,5 +76,4 @@ QString plainName(const QString &text);
 /// unknown.
 qint64 freeBytesAt(const QString &dir);
 
-} // namespace recoveryd
 } // namespace services

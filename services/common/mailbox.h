@@ -7,7 +7,6 @@
 #include <vector>
 
 namespace services {
-namespace recoveryd {
 
 /// Takes work from any thread and does it on its own, in order, from the event loop. Unlike a
 /// functor in a queued call, the hand-over is by a lock that race detectors see.
@@ -27,5 +26,4 @@ private:
     std::vector<std::function<void()>> m_waiting;
 };
 
-} // namespace recoveryd
 } // namespace services

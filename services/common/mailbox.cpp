@@ -1,7 +1,6 @@
-#include "recoveryd/mailbox.h"
+#include "common/mailbox.h"
 
 namespace services {
-namespace recoveryd {
 
 void Mailbox::post(const std::function<void()> &work)
 {
@@ -22,5 +21,4 @@ void Mailbox::drain()
         work();
 }
 
-} // namespace recoveryd
 } // namespace services

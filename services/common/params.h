@@ -1,11 +1,12 @@
 #pragma once
 
+#include "common/errorcodes.h"
 #include "common/servicehost.h"
-#include "recoveryd/errorcodes.h"
-#include "recoveryd/text.h"
+#include "common/text.h"
+
+#include <cmath>
 
 namespace services {
-namespace recoveryd {
 
 inline Reply badParam(const QString &key)
 {
@@ -25,5 +26,14 @@ inline QString idParam(const QJsonObject &params, const QString &key)
     return isId(id) ? id : QString();
 }
 
-} // namespace recoveryd
+/// A whole number from 0 to 10^9; the fallback if it is missing, -1 if it is anything else.
+inline int countParam(const QJsonObject &params, const QString &key, int fallback)
+{
+    const QJsonValue value = params.value(key);
+    if (value.isUndefined())
+        return fallback;
+    const double number = value.toDouble(-1.0);
+    return number >= 0 && number <= 1e9 && std::floor(number) == number ? int(number) : -1;
+}
+
 } // namespace services

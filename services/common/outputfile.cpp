@@ -1,4 +1,4 @@
-#include "recoveryd/recover/outputfile.h"
+#include "common/outputfile.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 namespace services {
-namespace recoveryd {
 
 namespace {
 
+constexpr int kMaxStandIns = 10000;
 constexpr int kMaxNameBytes = 200;
 constexpr qint64 kPiece = 1024 * 1024;
 
@@ -26,16 +26,18 @@ bool fail(QString *error, const QString &what, int code)
     return false;
 }
 
-void syncDirectory(const QString &dir)
+} // namespace
+
+bool syncDirectory(const QString &dir)
 {
     const int fd = ::open(QFile::encodeName(dir).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
-        return;
-    ::fsync(fd);
+        return false;
+    const bool isSynced = ::fsync(fd) == 0;
     ::close(fd);
+    return isSynced;
 }
 
-/// Renames without ever replacing. 0, or the error.
 int renameToFree(const QByteArray &from, const QByteArray &to)
 {
     if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
@@ -52,8 +54,6 @@ int renameToFree(const QByteArray &from, const QByteArray &to)
     const bool knowsNoLinks = code == EPERM || code == ENOSYS || code == EOPNOTSUPP;
     return knowsNoLinks ? renameByReservation(from, to) : code;
 }
-
-} // namespace
 
 int renameByReservation(const QByteArray &from, const QByteArray &to)
 {
@@ -83,11 +83,22 @@ OutputFile::~OutputFile()
         ::unlink(QFile::encodeName(path(m_temporaryName)).constData());
 }
 
-bool OutputFile::open(QString *error)
+bool OutputFile::open(QString *error, mode_t mode)
 {
     m_fd = ::open(QFile::encodeName(path(m_temporaryName)).constData(),
-                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
     return m_fd >= 0 || fail(error, QStringLiteral("无法创建文件"), errno);
+}
+
+bool OutputFile::openLink(const QString &existing)
+{
+    const QByteArray name = QFile::encodeName(path(m_temporaryName));
+    if (::link(QFile::encodeName(existing).constData(), name.constData()) != 0)
+        return false;
+    m_fd = ::open(name.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (m_fd < 0)
+        ::unlink(name.constData());
+    return m_fd >= 0;
 }
 
 bool OutputFile::write(const char *bytes, qint64 length, QString *error)
@@ -113,6 +124,16 @@ bool OutputFile::seek(qint64 offset, QString *error)
 bool OutputFile::setSize(qint64 size, QString *error)
 {
     return ::ftruncate(m_fd, off_t(size)) == 0 || fail(error, QStringLiteral("写入失败"), errno);
+}
+
+void OutputFile::setAttributes(const struct stat &info)
+{
+    // The owner first: a change of it takes permissions away. Those of a file that stays this
+    // user's are for this user only.
+    const bool isOwner = ::fchown(m_fd, info.st_uid, info.st_gid) == 0;
+    ::fchmod(m_fd, info.st_mode & (isOwner ? 0777 : 0700));
+    const struct timespec times[] = {info.st_atim, info.st_mtim};
+    ::futimens(m_fd, times);
 }
 
 bool OutputFile::sync(QString *error)
@@ -164,6 +185,19 @@ QString numberedName(const QString &name, int number)
     return QStringLiteral("%1 (%2)%3").arg(name.left(stem)).arg(number).arg(name.mid(stem));
 }
 
+OutputFile::Publish publishUnderFreeName(OutputFile &output, QString *name, QString *error)
+{
+    const QString wanted = *name;
+    auto published = OutputFile::Publish::Taken;
+    for (int i = 0; published == OutputFile::Publish::Taken && i < kMaxStandIns; ++i) {
+        *name = numberedName(wanted, i);
+        published = output.publish(*name, error);
+    }
+    if (published == OutputFile::Publish::Taken)
+        *error = QStringLiteral("同名文件过多");
+    return published;
+}
+
 QString plainName(const QString &text)
 {
     QString name;
@@ -192,5 +226,4 @@ qint64 freeBytesAt(const QString &dir)
     return storage.isValid() ? storage.bytesAvailable() : -1;
 }
 
-} // namespace recoveryd
 } // namespace services
