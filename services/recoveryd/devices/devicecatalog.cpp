@@ -1,7 +1,7 @@
 #include "recoveryd/devices/devicecatalog.h"
 
-#include "recoveryd/devices/partitiontable.h"
 #include "common/text.h"
+#include "recoveryd/devices/partitiontable.h"
 
 #include <QFileInfo>
 #include <QJsonObject>

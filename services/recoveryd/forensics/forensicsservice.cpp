@@ -1,8 +1,8 @@
 #include "recoveryd/forensics/forensicsservice.h"
 
+#include "common/params.h"
 #include "recoveryd/forensics/filelayout.h"
 #include "recoveryd/forensics/snapshotrecovery.h"
-#include "common/params.h"
 
 #include <QDir>
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "common/mailbox.h"
 #include "common/servicehost.h"
 #include "core/workerthread.h"
-#include "common/mailbox.h"
 
 namespace services {
 namespace recoveryd {

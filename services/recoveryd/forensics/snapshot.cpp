@@ -1,7 +1,7 @@
 #include "recoveryd/forensics/snapshot.h"
 
-#include "core/jsonnumber.h"
 #include "common/text.h"
+#include "core/jsonnumber.h"
 
 #include <QJsonArray>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "recoveryd/devices/image.h"
 #include "common/mailbox.h"
+#include "recoveryd/devices/image.h"
 #include "recoveryd/scan/foundfile.h"
 #include "recoveryd/workcontrol.h"
 
@@ -13,9 +13,10 @@
 class QCryptographicHash;
 
 namespace services {
-namespace recoveryd {
 
 class OutputFile;
+
+namespace recoveryd {
 
 /// What became of one file.
 struct FileResult

@@ -1,7 +1,7 @@
 #include "recoveryd/scan/foundfile.h"
 
-#include "core/jsonnumber.h"
 #include "common/text.h"
+#include "core/jsonnumber.h"
 
 namespace services {
 namespace recoveryd {

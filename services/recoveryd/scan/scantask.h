@@ -1,7 +1,7 @@
 #pragma once
 
-#include "recoveryd/devices/devicecatalog.h"
 #include "common/mailbox.h"
+#include "recoveryd/devices/devicecatalog.h"
 #include "recoveryd/scan/scanner.h"
 #include "recoveryd/scan/scanrequest.h"
 #include "recoveryd/workcontrol.h"

@@ -1,8 +1,8 @@
 #include "recoveryd/session/sessionstore.h"
 
-#include "core/jsonnumber.h"
 #include "common/jsonfile.h"
 #include "common/text.h"
+#include "core/jsonnumber.h"
 
 #include <QDir>
 
