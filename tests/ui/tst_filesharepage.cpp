@@ -36,7 +36,7 @@ struct PageBench : ShareBench
     SharePathList *pending() const { return child<SharePathList>(page.get(), "SharePendingList"); }
     SessionTable *table() const { return child<SessionTable>(page.get(), "ShareSessionTable"); }
     void click(const char *name) const { clickOn(page.get(), name); }
-    void act(int row, SessionTable::Action action) const
+    void act(int row, fileshare::SessionAction action) const
     {
         clickAction(table(), row, kActionColumn, action);
     }
@@ -264,20 +264,20 @@ void TestFileSharePage::actionsByMouse()
 {
     PageBench bench;
     const QString id = bench.share();
-    bench.act(0, SessionTable::ToggleAction);
+    bench.act(0, fileshare::ToggleAction);
     QTRY_COMPARE(bench.status(id), QStringLiteral("stopped"));
     QTRY_COMPARE(cellText(bench.table(), 0, 4), QStringLiteral("已停止"));
 
     QStringList shown;
     {
         ModalDriver started(presses("NoticeOkBtn", &shown));
-        bench.act(0, SessionTable::ToggleAction);
+        bench.act(0, fileshare::ToggleAction);
         QTRY_VERIFY(started.handled());
     }
     QCOMPARE(shown.first(), QStringLiteral("共享已启动"));
     QCOMPARE(bench.status(id), QStringLiteral("active"));
 
-    bench.act(0, SessionTable::DetailAction);
+    bench.act(0, fileshare::DetailAction);
     QTRY_VERIFY(bench.page->findChild<FileShareDetailDialog *>());
     const QPointer<FileShareDetailDialog> detail = bench.page->findChild<FileShareDetailDialog *>();
     QCOMPARE(detail->sessionId(), id);
@@ -287,14 +287,14 @@ void TestFileSharePage::actionsByMouse()
     shown.clear();
     {
         ModalDriver kept(presses("NoticeCancelBtn", &shown));
-        bench.act(0, SessionTable::DeleteAction);
+        bench.act(0, fileshare::DeleteAction);
         QTRY_VERIFY(kept.handled());
     }
     QCOMPARE(shown, (QStringList{QStringLiteral("确认删除"),
                                  QStringLiteral("确定要删除这条共享记录吗？")}));
     QCOMPARE(bench.controller->allSessions().size(), 1);
     ModalDriver removed(presses("NoticeOkBtn", &shown));
-    bench.act(0, SessionTable::DeleteAction);
+    bench.act(0, fileshare::DeleteAction);
     QTRY_VERIFY(removed.handled());
     QTRY_VERIFY(bench.controller->allSessions().isEmpty());
     QTRY_VERIFY(child<QWidget>(bench.page.get(), "ShareRecordsEmpty")->isVisible());
@@ -308,7 +308,7 @@ void TestFileSharePage::actionsByKeyboard()
     bench.table()->setFocus();
     bench.table()->selectRow(0);
     QTest::keyClick(bench.table(), Qt::Key_Left);
-    QCOMPARE(bench.table()->focusedAction(), int(SessionTable::DetailAction));
+    QCOMPARE(bench.table()->focusedAction(), int(fileshare::DetailAction));
     QTest::keyClick(bench.table(), Qt::Key_Right);
     QTest::keyClick(bench.table(), Qt::Key_Space);
     QCOMPARE(bench.status(id), QStringLiteral("stopped"));

@@ -305,9 +305,9 @@ void FileSharePage::onSessionAction(const QString &id, int action)
 {
     if (!canOperate())
         return;
-    if (action == SessionTable::DetailAction)
+    if (action == fileshare::DetailAction)
         onShowDetail(id);
-    else if (action == SessionTable::DeleteAction)
+    else if (action == fileshare::DeleteAction)
         onRemoveSession(id);
     else if (m_table->isActive(id))
         onStopSession(id);

@@ -16,8 +16,6 @@ class SessionTable : public QTableView
     Q_OBJECT
 
 public:
-    enum Action { DetailAction, ToggleAction, DeleteAction, ActionCount };
-
     explicit SessionTable(QWidget *parent = nullptr);
 
     /// Selection, current row and scroll position stay with the records they are at.
@@ -29,7 +27,7 @@ public:
     int focusedAction() const { return m_focusedAction; }
 
 signals:
-    void actionRequested(const QString &id, int action);
+    void actionRequested(const QString &id, int action); ///< A SessionAction.
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;

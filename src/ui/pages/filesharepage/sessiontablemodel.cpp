@@ -9,8 +9,6 @@ namespace fileshare {
 
 namespace {
 
-constexpr int kDeleteAction = 2; ///< Of sessionActions().
-
 QVariant alignment(int column)
 {
     const bool isNumber = column == SessionTableModel::DownloadsColumn;
@@ -117,7 +115,7 @@ QVariant SessionTableModel::data(const QModelIndex &index, int role) const
     if (role == ui::common::ActionsRole && column == ActionColumn)
         return sessionActions(isActive(row.state));
     if (role == ui::common::DangerActionRole && column == ActionColumn)
-        return kDeleteAction;
+        return int(DeleteAction);
     return QVariant();
 }
 

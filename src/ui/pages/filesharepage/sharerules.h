@@ -9,6 +9,9 @@
 
 namespace fileshare {
 
+/// The buttons of a record, in the order of sessionActions().
+enum SessionAction { DetailAction, ToggleAction, DeleteAction, ActionCount };
+
 /// What one record shows in the session table.
 struct SessionRow
 {
