@@ -17,6 +17,7 @@ Daemon::Daemon(const Options &options)
     , m_sessions(m_host, m_scans, m_store,
                  [this](const QString &id) { return m_recoveries.isInUse(id); })
     , m_forensics(m_host, m_catalog, options.stateDir)
+    , m_vaults(m_host, m_catalog, options.mountedDir, options.freeBytes)
 {
     registerDeviceMethods(m_host, m_catalog);
 }

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "common/outputfile.h"
 #include "common/servicehost.h"
 #include "recoveryd/devices/devicecatalog.h"
 #include "recoveryd/forensics/forensicsservice.h"
-#include "common/outputfile.h"
 #include "recoveryd/recover/recoveryservice.h"
 #include "recoveryd/scan/scanservice.h"
 #include "recoveryd/session/sessionservice.h"
 #include "recoveryd/session/sessionstore.h"
+#include "recoveryd/vault/vaultservice.h"
 
 namespace services {
 namespace recoveryd {
@@ -21,6 +22,7 @@ public:
         QStringList images;
         QString stateDir;
         QString socketName;
+        QString mountedDir; ///< Where the installed system is mounted, if it is.
         RecoveryService::FreeBytes freeBytes = freeBytesAt;
     };
 
@@ -38,6 +40,7 @@ private:
     RecoveryService m_recoveries;
     SessionService m_sessions;
     ForensicsService m_forensics;
+    VaultService m_vaults;
 };
 
 } // namespace recoveryd

@@ -28,10 +28,14 @@ int main(int argc, char *argv[])
     const QCommandLineOption socket(QStringLiteral("socket"),
                                     QStringLiteral("Name of the local socket."),
                                     QStringLiteral("name"), QStringLiteral("morvane-service-v1"));
+    const QCommandLineOption target(
+        QStringLiteral("target"),
+        QStringLiteral("Where the installed system may be mounted; its vaults are offered, too."),
+        QStringLiteral("folder"), QStringLiteral("/live_target"));
     const QCommandLineOption exitWithParent(
         QStringLiteral("exit-with-parent"),
         QStringLiteral("End when the program that started this one ends."));
-    parser.addOptions({image, state, socket, exitWithParent});
+    parser.addOptions({image, state, socket, target, exitWithParent});
     parser.process(app);
     if (parser.isSet(exitWithParent) && !services::exitWithParent(parent))
         return 1;
@@ -40,6 +44,7 @@ int main(int argc, char *argv[])
     options.images = parser.values(image);
     options.stateDir = parser.value(state);
     options.socketName = parser.value(socket);
+    options.mountedDir = QDir::cleanPath(parser.value(target));
     services::recoveryd::Daemon daemon(options);
     QString error;
     if (options.images.isEmpty())

@@ -29,7 +29,7 @@ ROOMS = {
     "ui/common/models": ["ui/common/utils"],
     "ui/common/utils": ["ui/common/models"],
     "ui/common": ["ui/common/models", "ui/common/utils"],
-    "services": ["core/ipc"],
+    "services": ["core/ipc", "vault"],
 }
 ENGINES = [room for room in ROOMS if room != "services"]
 ROOMS["ui/pages"] = ENGINES

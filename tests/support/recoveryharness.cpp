@@ -34,8 +34,10 @@ RecoveryClient::Event RecoveryClient::waitFor(const QString &id, const QStringLi
         [&] {
             while (m_lookedAt < m_events.size()) {
                 const Event &event = m_events.at(m_lookedAt++);
-                const bool isMine = event.data.value(QLatin1String("sessionId")).toString() == id ||
-                                    event.data.value(QLatin1String("recoveryId")).toString() == id;
+                const bool isMine =
+                    event.data.value(QLatin1String("sessionId")).toString() == id ||
+                    event.data.value(QLatin1String("recoveryId")).toString() == id ||
+                    event.data.value(QLatin1String("taskId")).toString() == id;
                 if (isMine && names.contains(event.name)) {
                     found = event;
                     return true;
@@ -92,6 +94,7 @@ bool RecoveryHarness::restart()
     options.images = m_images;
     options.stateDir = path(QStringLiteral("state"));
     options.socketName = path(QStringLiteral("s"));
+    options.mountedDir = mountedDir.isEmpty() ? path(QStringLiteral("unmounted")) : mountedDir;
     options.freeBytes = [this](const QString &) {
         return freeBytes;
     };

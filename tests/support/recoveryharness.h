@@ -32,7 +32,7 @@ public:
     /// Runs the event loop until the answer is there; without one within 20 s it is a failure with
     /// code 0.
     Answer request(const QString &method, const QJsonObject &params = QJsonObject());
-    /// Runs the event loop until an event of one of the names has come for the session or recovery;
+    /// Runs the event loop until an event of one of the names has come for the session or task;
     /// an event without a name after 60 s. Events are looked at once only.
     Event waitFor(const QString &id, const QStringList &names);
     const QVector<Event> &events() const { return m_events; }
@@ -57,6 +57,8 @@ class RecoveryHarness
 public:
     /// Free space as the service sees it; unlimited by default.
     qint64 freeBytes = -1;
+    /// Where an installed system may be mounted; nowhere by default. For the next start.
+    QString mountedDir;
 
     [[nodiscard]] bool start(const QStringList &images);
     [[nodiscard]] bool restart();

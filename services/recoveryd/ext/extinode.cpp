@@ -9,6 +9,7 @@ namespace {
 
 constexpr int kMapAt = 40; // 60 bytes: the root of the tree, or 15 block numbers
 constexpr int kMapSize = 60;
+constexpr quint32 kIsEncrypted = 0x800;
 constexpr quint32 kUsesExtents = 0x80000;
 constexpr quint32 kHasInlineData = 0x10000000;
 constexpr int kDirectBlocks = 12;
@@ -160,6 +161,11 @@ bool ExtInode::isRegular() const
 bool ExtInode::isDirectory() const
 {
     return (Fields(raw).le16(0) & 0xF000) == 0x4000;
+}
+
+bool ExtInode::isEncrypted() const
+{
+    return (Fields(raw).le32(32) & kIsEncrypted) != 0;
 }
 
 bool readBlockRuns(const ExtVolume &ext, const ExtInode &inode, qint64 maxBlocks,

@@ -16,6 +16,8 @@ struct BlockRun
     qint64 count = 0;
 };
 
+constexpr quint32 kRootInode = 2;
+
 struct ExtInode
 {
     quint32 number = 0;
@@ -26,6 +28,8 @@ struct ExtInode
                                    QString *error);
     bool isRegular() const;
     bool isDirectory() const;
+    /// Its data blocks hold what only the owner's key makes readable.
+    bool isEncrypted() const;
 };
 
 /// Where the file's data lie, by extent tree or block map, in the order of the file. Holes and

@@ -11,8 +11,6 @@ namespace recoveryd {
 
 namespace {
 
-constexpr int kMaxStandIns = 10000;
-
 bool writeRun(const Volume &volume, const FileLayout &layout, const BlockRun &run,
               OutputFile *output, SnapshotRecovery *result, QString *error)
 {
@@ -32,18 +30,6 @@ bool writeRun(const Volume &volume, const FileLayout &layout, const BlockRun &ru
         result->bytesWritten += length;
     }
     return true;
-}
-
-bool publish(const QString &wanted, OutputFile *output, QString *name, QString *error)
-{
-    for (int i = 0; i < kMaxStandIns; ++i) {
-        *name = numberedName(wanted, i);
-        const OutputFile::Publish done = output->publish(*name, error);
-        if (done != OutputFile::Publish::Taken)
-            return done == OutputFile::Publish::Done;
-    }
-    *error = QStringLiteral("同名文件过多");
-    return false;
 }
 
 } // namespace
@@ -67,9 +53,9 @@ bool recoverSnapshot(const Volume &volume, const Snapshot &snapshot, const QStri
     for (const BlockRun &run : layout.runs)
         if (!writeRun(volume, layout, run, &output, result, error))
             return false;
-    QString name;
+    QString name = plainName(QFileInfo(snapshot.filePath).fileName());
     if (!output.setSize(layout.fileSize, error) || !output.sync(error) ||
-        !publish(plainName(QFileInfo(snapshot.filePath).fileName()), &output, &name, error))
+        publishUnderFreeName(output, &name, error) != OutputFile::Publish::Done)
         return false;
     result->outputPath = QDir(outputDir).filePath(name);
     return true;

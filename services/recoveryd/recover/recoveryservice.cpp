@@ -76,15 +76,6 @@ void RecoveryService::registerMethods()
         const QString id = idParam(params, QStringLiteral("recoveryId"));
         return id.isEmpty() ? badParam(QStringLiteral("recoveryId")) : detail(id);
     });
-    // Vaults are found by mounting the installed system, which this service never does.
-    m_host.handle(QStringLiteral("recovery.listVaultLocations"), [](const QJsonObject &) {
-        return Reply::ok({{QStringLiteral("locations"), QJsonArray()},
-                          {QStringLiteral("targetMounted"), false}});
-    });
-    m_host.handle(QStringLiteral("recovery.restoreVaultFiles"), [](const QJsonObject &) {
-        return Reply::failure(kUnsupportedCode,
-                              QStringLiteral("目标系统未挂载，无法恢复受保护文件"));
-    });
 }
 
 bool RecoveryService::isInUse(const QString &sessionId) const

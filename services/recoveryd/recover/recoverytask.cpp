@@ -13,7 +13,6 @@ namespace {
 
 constexpr qint64 kPiece = 1024 * 1024;
 constexpr qint64 kSector = 512;
-constexpr int kMaxStandIns = 10000;
 
 } // namespace
 
@@ -187,17 +186,14 @@ void RecoveryTask::verifyAndPublish(const FoundFile &file, const QString &sha256
         return finish("failed", error);
     note(result, QStringLiteral("读回校验 SHA-256 %1").arg(onDisk));
 
-    auto published = OutputFile::Publish::Taken;
-    const QString wanted = result->name;
-    for (int i = 0; published == OutputFile::Publish::Taken && i < kMaxStandIns; ++i) {
-        result->name = numberedName(wanted, i);
-        published = output.publish(result->name, &error);
-        if (published == OutputFile::Publish::Taken &&
-            m_plan.conflict == RecoveryPlan::Conflict::Skip)
-            return finish("skipped", QString());
-    }
+    const bool maySkip = m_plan.conflict == RecoveryPlan::Conflict::Skip;
+    const OutputFile::Publish published = maySkip
+                                              ? output.publish(result->name, &error)
+                                              : publishUnderFreeName(output, &result->name, &error);
+    if (published == OutputFile::Publish::Taken && maySkip)
+        return finish("skipped", QString());
     if (published != OutputFile::Publish::Done)
-        return finish("failed", error.isEmpty() ? QStringLiteral("同名文件过多") : error);
+        return finish("failed", error);
     if (onDisk != sha256)
         return finish("partial", QStringLiteral("写出的内容与读取的不一致"));
     if (m_unreadBytes > 0)
