@@ -8,7 +8,6 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QComboBox>
-#include <QCryptographicHash>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -43,14 +42,9 @@ QString textOf(const QWidget *parent, const char *name)
 /// What the server says of version 9.0, and what it sends as its package.
 void offer(UpdateServer *server, bool mandatory, const UpdateServer::Answer &package)
 {
-    const QByteArray hash =
-        QCryptographicHash::hash(packageBytes(), QCryptographicHash::Md5).toHex();
-    server->answerCheck({{QStringLiteral("latestVersion"), QStringLiteral("9.0")},
-                         {QStringLiteral("updateAvailable"), true},
-                         {QStringLiteral("forceUpdate"), mandatory},
-                         {QStringLiteral("publishedAt"), QStringLiteral("2026-03-04T12:00:00Z")},
-                         {QStringLiteral("packageUrl"), server->url(packagePath()).toString()},
-                         {QStringLiteral("packageMd5"), QString::fromLatin1(hash)}});
+    server->offerUpdate(packagePath(), packageBytes(),
+                        {{QStringLiteral("forceUpdate"), mandatory},
+                         {QStringLiteral("publishedAt"), QStringLiteral("2026-03-04T12:00:00Z")}});
     server->answer(packagePath(), package);
 }
 

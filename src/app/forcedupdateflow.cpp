@@ -23,6 +23,9 @@ ForcedUpdateFlow::ForcedUpdateFlow(UpgradeController *controller, QWidget *windo
 {
     connect(m_controller, &UpgradeController::checkFinished, this,
             &ForcedUpdateFlow::onCheckFinished);
+    // Also the end of an update that was under way already, which answers to whoever started it.
+    connect(m_controller, &UpgradeController::installFinished, this,
+            &ForcedUpdateFlow::onUpdateEnded);
 }
 
 // A failed check forces nothing, whatever an earlier one said: without the server or the network
@@ -33,7 +36,8 @@ void ForcedUpdateFlow::onCheckFinished(bool ok)
         return;
     qInfo("[ForcedUpdateFlow] mandatory update starts");
     buildDialog();
-    m_dialog->open();
+    // Modal for the whole program; open() would leave its other windows usable.
+    m_dialog->show();
     // Not inside the check's own signal.
     QTimer::singleShot(0, this, &ForcedUpdateFlow::startUpdate);
 }
@@ -61,12 +65,13 @@ void ForcedUpdateFlow::startUpdate()
 
 void ForcedUpdateFlow::onUpdateEnded(bool ok, const QString &message)
 {
-    if (!m_dialog)
+    if (!m_dialog || m_ending)
         return;
     if (!ok) {
         m_dialog->showFailureState(message);
         return;
     }
+    m_ending = true;
     m_dialog->showPreparingExitState(QString());
     QTimer::singleShot(kExitDelayMs, this, [] { QCoreApplication::quit(); });
 }

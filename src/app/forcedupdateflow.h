@@ -33,4 +33,5 @@ private:
     core::controllers::upgrade::UpgradeController *m_controller;
     QWidget *m_window;
     QPointer<ForcedUpdateDialog> m_dialog;
+    bool m_ending = false; ///< Handed over; the program is about to end.
 };

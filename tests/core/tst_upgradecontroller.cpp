@@ -27,12 +27,6 @@ QByteArray packageBytes()
     return QByteArray(300000, 'p') + "end";
 }
 
-QString md5Of(const QByteArray &bytes)
-{
-    return QString::fromLatin1(
-        QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex().toUpper());
-}
-
 QString submittedText()
 {
     return QStringLiteral("更新安装任务已提交，应用将退出，请稍候完成系统安装。");
@@ -119,13 +113,7 @@ std::unique_ptr<UpgradeController> TestUpgradeController::newController(core::Ap
 
 void TestUpgradeController::offerUpdate(const QJsonObject &changes)
 {
-    QJsonObject payload{{QStringLiteral("latestVersion"), QStringLiteral("9.0")},
-                        {QStringLiteral("updateAvailable"), true},
-                        {QStringLiteral("packageUrl"), m_server->url(kPackage).toString()},
-                        {QStringLiteral("packageMd5"), md5Of(packageBytes())}};
-    for (auto it = changes.begin(); it != changes.end(); ++it)
-        payload.insert(it.key(), it.value());
-    m_server->answerCheck({{QStringLiteral("code"), 200}, {QStringLiteral("data"), payload}});
+    m_server->offerUpdate(kPackage, packageBytes(), changes);
     UpdateServer::Answer package;
     package.body = packageBytes();
     package.pieces = 4;
@@ -365,7 +353,8 @@ void TestUpgradeController::installsThePackageItBeganWith()
     QVERIFY(finished.isEmpty());
     QTRY_COMPARE(finished.size(), 1);
     QCOMPARE(controller->state().downloadedPackage.version, QStringLiteral("9.0"));
-    QCOMPARE(controller->state().downloadedPackage.md5, md5Of(packageBytes()).toLower());
+    QCOMPARE(controller->state().downloadedPackage.md5.toLatin1(),
+             QCryptographicHash::hash(packageBytes(), QCryptographicHash::Md5).toHex());
     QVERIFY(!controller->hasUsableDownloadedPackage());
 }
 

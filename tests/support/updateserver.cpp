@@ -1,5 +1,6 @@
 #include "support/updateserver.h"
 
+#include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QPointer>
 #include <QSslCertificate>
@@ -42,6 +43,20 @@ void UpdateServer::answerCheck(const QJsonObject &body, int status)
     answer.status = status;
     answer.body = QJsonDocument(body).toJson();
     m_answers.insert(QStringLiteral("/api/version/latest"), answer);
+}
+
+void UpdateServer::offerUpdate(const QString &packagePath, const QByteArray &package,
+                               const QJsonObject &changes)
+{
+    const QByteArray md5 = QCryptographicHash::hash(package, QCryptographicHash::Md5).toHex();
+    // In capitals, as some servers write it.
+    QJsonObject offer{{QStringLiteral("latestVersion"), QStringLiteral("9.0")},
+                      {QStringLiteral("updateAvailable"), true},
+                      {QStringLiteral("packageUrl"), url(packagePath).toString()},
+                      {QStringLiteral("packageMd5"), QString::fromLatin1(md5.toUpper())}};
+    for (auto it = changes.begin(); it != changes.end(); ++it)
+        offer.insert(it.key(), it.value());
+    answerCheck({{QStringLiteral("code"), 200}, {QStringLiteral("data"), offer}});
 }
 
 int UpdateServer::count(const QString &path) const

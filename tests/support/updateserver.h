@@ -40,6 +40,10 @@ public:
     void answer(const QString &path, const Answer &answer) { m_answers.insert(path, answer); }
     /// The version endpoint answers with this body.
     void answerCheck(const QJsonObject &body, int status = 200);
+    /// The version endpoint offers version 9.0, whose package with that content lies at the path;
+    /// `changes` replace fields of the offer. What the path answers is the caller's.
+    void offerUpdate(const QString &packagePath, const QByteArray &package,
+                     const QJsonObject &changes = QJsonObject());
 
     int count(const QString &path) const;
     /// Query of the last request for the path.

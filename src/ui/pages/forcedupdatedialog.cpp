@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QVariant>
 
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
@@ -25,6 +26,8 @@ ForcedUpdateDialog::ForcedUpdateDialog(QWidget *parent)
 {
     setObjectName(QStringLiteral("ForcedUpdateDialog"));
     setWindowTitle(tr("正在更新"));
+    // It would not close anything.
+    findChild<QWidget *>(QStringLiteral("WinCtlClose"))->hide();
     auto *line = new WrapLabel(tr("检测到重要更新，正在自动完成下载和安装，请勿关闭程序。"), this);
     line->setObjectName(QStringLiteral("ForcedUpdateLine"));
     m_stage->setObjectName(QStringLiteral("ForcedUpdateStage"));
