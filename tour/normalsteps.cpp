@@ -1,5 +1,6 @@
 #include "app/mainwindow.h"
 #include "searchsteps.h"
+#include "settingssteps.h"
 #include "tour.h"
 
 #include <QDialog>
@@ -167,15 +168,16 @@ bool openSidebar(Tour &tour, QString *found, QString *error)
 
 QList<TourStep> normalModeSteps()
 {
-    return {{"样例文档", makeSampleDocuments},
-            {"主窗口", openMainWindow},
-            {"构建索引", buildIndex},
-            {"文件名搜索", searchByName},
-            {"在结果中筛选", refineNames},
-            {"没有结果", noHits},
-            {"全文检索", searchByContent},
-            {"二次匹配", refineContents},
-            {"跟随变化", followChanges},
-            {"索引设置", openSettings},
-            {"侧边栏", openSidebar}};
+    return QList<TourStep>{{"样例文档", makeSampleDocuments},
+                           {"主窗口", openMainWindow},
+                           {"构建索引", buildIndex},
+                           {"文件名搜索", searchByName},
+                           {"在结果中筛选", refineNames},
+                           {"没有结果", noHits},
+                           {"全文检索", searchByContent},
+                           {"二次匹配", refineContents},
+                           {"跟随变化", followChanges},
+                           {"索引设置", openSettings},
+                           {"侧边栏", openSidebar}} +
+           settingsSteps();
 }
