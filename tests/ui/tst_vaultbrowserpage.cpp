@@ -235,7 +235,8 @@ void TestVaultBrowserPage::showsWhatTheServiceTells()
     QTest::keyClicks(search, QStringLiteral("5.DOCX"));
     QTRY_COMPARE(heading(), QStringLiteral("受保护文件列表（1 个文件）"));
     QTest::keyClicks(search, QStringLiteral("none"));
-    QTRY_COMPARE(textOf(tree(), "EmptyStateTitle"), QStringLiteral("没有匹配的文件"));
+    QTRY_COMPARE(tree()->topLevelItemCount(), 0);
+    QCOMPARE(textOf(tree(), "EmptyStateTitle"), QStringLiteral("没有匹配的文件"));
     clickOn(tree(), "EmptyStateButton");
     QTRY_COMPARE(tree()->topLevelItemCount(), 3);
 
@@ -257,6 +258,7 @@ void TestVaultBrowserPage::restoresAndIgnoresOthers()
 {
     show({location("/dev/image0p2:/home/li", files(4))});
     tree()->topLevelItem(0)->setCheckState(0, Qt::Checked); // files 0 and 3
+    QCOMPARE(textOf(m_page.get(), "VaultCheckedLabel"), QStringLiteral("已勾选 2 个"));
     m_service->hold(kRestore);
     clickOn(m_page.get(), "VaultRestoreSelectedButton");
     QCOMPARE(m_titles, QStringList{QStringLiteral("选择恢复目标目录")});

@@ -1,3 +1,4 @@
+#include "core/jsonnumber.h"
 #include "support/temptree.h"
 #include "vault/vaultlocations.h"
 #include "vault/vaultreader.h"
@@ -91,8 +92,7 @@ void TestVaultReader::records()
     const QJsonObject record = recordFrom(json, QStringLiteral("abc.json"));
     const auto number = [&record](const char *key) {
         const QJsonValue value = record.value(QLatin1String(key));
-        return value.isDouble() ? QString::number(value.toVariant().toLongLong())
-                                : QStringLiteral("-");
+        return value.isDouble() ? QString::number(core::toInt64(value)) : QStringLiteral("-");
     };
     const QStringList shown = {text(record, "id"), text(record, "fileName"),
                                text(record, "originalPath"), number("fileSize"),

@@ -41,7 +41,7 @@ namespace {
 constexpr int kSearchDelayMs = 200;
 constexpr int kSearchWidth = 240; ///< Base pixels.
 constexpr int kBarWidth = 160;
-constexpr int kIconSize = 16;
+constexpr int kIconSize = 14; ///< Base pixels.
 constexpr ushort kRefreshGlyph = 0xF021;
 
 QFrame *card(const char *name, QWidget *parent)
@@ -112,9 +112,10 @@ QFrame *VaultBrowserPage::buildHeader()
             &VaultBrowserPage::onPartitionChanged);
     m_refresh = new QPushButton(tr("刷新"), frame);
     m_refresh->setObjectName(QStringLiteral("VaultRefreshButton"));
+    const int iconSize = ThemeColors::current().fontPx(kIconSize);
     m_refresh->setIcon(QIcon(IconWidget::makeFontAwesomePixmap(
-        QString(QChar(kRefreshGlyph)), ThemeColors::current().textPrimary, kIconSize)));
-    m_refresh->setIconSize(QSize(kIconSize, kIconSize));
+        QString(QChar(kRefreshGlyph)), ThemeColors::current().textPrimary, iconSize)));
+    m_refresh->setIconSize(QSize(iconSize, iconSize));
     connect(m_refresh, &QPushButton::clicked, this, &VaultBrowserPage::refresh);
     m_status = new WrapLabel(tr("正在扫描分区..."), frame);
     m_status->setObjectName(QStringLiteral("VaultStatusLabel"));
@@ -142,6 +143,9 @@ QFrame *VaultBrowserPage::buildActions()
     m_restoreAll = new QPushButton(tr("恢复全部"), frame);
     m_restoreAll->setObjectName(QStringLiteral("VaultRestoreAllButton"));
     connect(m_restoreAll, &QPushButton::clicked, this, &VaultBrowserPage::restoreAll);
+    m_checked = new QLabel(frame);
+    m_checked->setObjectName(QStringLiteral("VaultCheckedLabel"));
+    m_checked->setProperty("textRole", QStringLiteral("subtle"));
     m_restoreLabel = new WrapLabel(frame);
     m_restoreLabel->setObjectName(QStringLiteral("VaultRestoreLabel"));
     m_restoreBar = new QProgressBar(frame);
@@ -154,6 +158,7 @@ QFrame *VaultBrowserPage::buildActions()
     setMargins(row);
     row->addWidget(m_restoreSelected);
     row->addWidget(m_restoreAll);
+    row->addWidget(m_checked);
     row->addWidget(m_restoreBar);
     row->addWidget(m_restoreLabel, 1);
     return frame;
@@ -177,6 +182,9 @@ QFrame *VaultBrowserPage::buildFileList()
     connect(m_searchTimer, &QTimer::timeout, this, &VaultBrowserPage::populateTree);
     m_tree = new ProtectedFileTree(tr("保护时间"), frame);
     m_tree->setObjectName(QStringLiteral("VaultFileTree"));
+    connect(m_tree, &ProtectedFileTree::checkedCountChanged, this, [this](int count) {
+        m_checked->setText(count > 0 ? tr("已勾选 %1 个").arg(count) : QString());
+    });
     connect(m_tree->emptyState(), &EmptyState::actionTriggered, this, [this] {
         if (m_files.isEmpty())
             refresh();

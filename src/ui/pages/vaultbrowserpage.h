@@ -115,6 +115,7 @@ private:
     ui::common::WrapLabel *m_status = nullptr;
     QPushButton *m_restoreSelected = nullptr;
     QPushButton *m_restoreAll = nullptr;
+    QLabel *m_checked = nullptr;
     ui::common::WrapLabel *m_restoreLabel = nullptr;
     QProgressBar *m_restoreBar = nullptr;
     QLabel *m_heading = nullptr;
