@@ -1,5 +1,6 @@
 #include "vault/vaultreader.h"
 
+#include "core/descriptor.h"
 #include "core/filename.h"
 #include "vault/vaultrecord.h"
 
@@ -17,38 +18,13 @@
 
 namespace vault {
 
+using core::Descriptor;
+
 namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 // Opening a pipe that nobody writes would wait for ever.
 constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    {}
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int fd() const { return m_fd; }
-    bool isOpen() const { return m_fd >= 0; }
-    int release()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return fd;
-    }
-
-private:
-    int m_fd;
-};
 
 /// The vault's directory and that of its records, each opened from the one before, so that nothing
 /// that is swapped in between leads elsewhere.
@@ -56,8 +32,8 @@ struct OpenVault
 {
     explicit OpenVault(const QString &parent)
         : parentDir(::open(QFile::encodeName(parent).constData(), kDirectoryFlags))
-        , dir(::openat(parentDir.fd(), kVaultDir, kDirectoryFlags))
-        , meta(::openat(dir.fd(), kMetaDir, kDirectoryFlags))
+        , dir(::openat(parentDir.get(), kVaultDir, kDirectoryFlags))
+        , meta(::openat(dir.get(), kMetaDir, kDirectoryFlags))
     {}
 
     // A relative path below -1 is refused, so the last one tells about all.
@@ -71,9 +47,11 @@ struct OpenVault
 std::vector<QByteArray> recordFiles(int metaFd)
 {
     std::vector<QByteArray> names;
-    DIR *const dir = ::fdopendir(::fcntl(metaFd, F_DUPFD_CLOEXEC, 0));
+    Descriptor fd(::fcntl(metaFd, F_DUPFD_CLOEXEC, 0));
+    DIR *const dir = ::fdopendir(fd.get());
     if (!dir)
         return names;
+    fd.release(); // closed with the directory
     while (const dirent *entry = ::readdir(dir)) {
         const bool mayBeFile = entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN;
         if (mayBeFile && isRecordFileName(entry->d_name))
@@ -93,14 +71,14 @@ bool readSmallFile(int dirFd, const QByteArray &name, QByteArray *bytes)
 {
     const Descriptor file(::openat(dirFd, name.constData(), kFileFlags));
     struct stat info = {};
-    if (!file.isOpen() || ::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode) ||
+    if (!file.isOpen() || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
         info.st_size > kMaxRecordBytes)
         return false;
     bytes->resize(int(info.st_size));
     int length = 0;
     while (length < bytes->size()) {
         const ssize_t got =
-            ::read(file.fd(), bytes->data() + length, size_t(bytes->size() - length));
+            ::read(file.get(), bytes->data() + length, size_t(bytes->size() - length));
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
@@ -140,15 +118,15 @@ QJsonArray loadVaultFiles(const QString &parent, const std::function<bool()> &is
         return files;
     QByteArray bytes;
     qint64 text = 0;
-    for (const QByteArray &name : recordFiles(vault.meta.fd())) {
+    for (const QByteArray &name : recordFiles(vault.meta.get())) {
         if (text > kMaxVaultText || (isStopped && isStopped()))
             break;
         const QString fileName = core::decodedFileName(name.constData());
-        if (fileName.isEmpty() || !readSmallFile(vault.meta.fd(), name, &bytes))
+        if (fileName.isEmpty() || !readSmallFile(vault.meta.get(), name, &bytes))
             continue;
         const QJsonObject record = recordFrom(bytes, fileName);
         if (record.isEmpty() ||
-            !hasContent(vault.dir.fd(), record.value(QLatin1String("id")).toString()))
+            !hasContent(vault.dir.get(), record.value(QLatin1String("id")).toString()))
             continue;
         text += textSize(record);
         files.append(record);
@@ -167,12 +145,12 @@ int openVaultContent(const QString &parent, const QString &id, QString *error)
     const OpenVault vault(parent);
     if (!vault.isThere())
         return fail(QStringLiteral("%1 中没有保护区").arg(parent));
-    Descriptor file(::openat(vault.dir.fd(), contentName(id).constData(), kFileFlags));
+    Descriptor file(::openat(vault.dir.get(), contentName(id).constData(), kFileFlags));
     if (!file.isOpen())
         return fail(QStringLiteral("无法读取受保护的内容：%1")
                         .arg(QString::fromLocal8Bit(std::strerror(errno))));
     struct stat info = {};
-    if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode))
+    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))
         return fail(QStringLiteral("受保护的内容不是普通文件"));
     return file.release();
 }

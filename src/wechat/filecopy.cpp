@@ -1,5 +1,7 @@
 #include "wechat/filecopy.h"
 
+#include "core/descriptor.h"
+
 #include <QFile>
 
 #include <cerrno>
@@ -8,31 +10,12 @@
 
 namespace wechat {
 
+using core::Descriptor;
+
 namespace {
 
 constexpr int kChunkBytes = 1024 * 1024;
 constexpr mode_t kPermissions = 0777; // A copy must not gain the set-id bits of another owner.
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    {}
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return m_fd; }
-    bool isOpen() const { return m_fd >= 0; }
-
-private:
-    int m_fd;
-};
 
 /// Up to a chunk, less only at the end of the file; -1 on failure.
 int readChunk(FileOperations &operations, int fd, QByteArray *buffer)

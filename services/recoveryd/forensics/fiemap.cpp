@@ -1,5 +1,6 @@
 #include "recoveryd/forensics/fiemap.h"
 
+#include "core/descriptor.h"
 #include "recoveryd/ext/extvolume.h"
 
 #include <QFile>
@@ -19,6 +20,8 @@
 
 namespace services {
 namespace recoveryd {
+
+using core::Descriptor;
 
 namespace {
 
@@ -40,25 +43,6 @@ bool failCode(QString *error, const QString &what)
     return fail(error,
                 QStringLiteral("%1：%2").arg(what, QString::fromLocal8Bit(std::strerror(errno))));
 }
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    {}
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 bool appendExtent(const fiemap_extent &extent, FileLayout *layout, QString *error)
 {

@@ -1,5 +1,6 @@
 #include "recoveryd/vault/mountedvault.h"
 
+#include "core/descriptor.h"
 #include "core/pathutil.h"
 #include "vault/vaultreader.h"
 
@@ -27,20 +28,16 @@ public:
         if (::fstat(fd, &info) == 0)
             m_size = info.st_size;
     }
-    ~FileContent() override { ::close(m_fd); }
-    FileContent(const FileContent &) = delete;
-    FileContent &operator=(const FileContent &) = delete;
-
     qint64 size() const override { return m_size; }
 
     Ranges dataRanges() const override
     {
         Ranges ranges;
         for (qint64 at = 0; at < m_size;) {
-            const qint64 start = ::lseek(m_fd, at, SEEK_DATA);
+            const qint64 start = ::lseek(m_fd.get(), at, SEEK_DATA);
             if (start < 0 && errno == ENXIO) // nothing but a hole
                 return ranges;
-            const qint64 end = start < 0 ? -1 : ::lseek(m_fd, start, SEEK_HOLE);
+            const qint64 end = start < 0 ? -1 : ::lseek(m_fd.get(), start, SEEK_HOLE);
             if (end <= start)
                 return {{0, m_size}}; // a file system that knows no holes
             ranges.append({start, qMin(end, m_size) - start});
@@ -52,7 +49,7 @@ public:
     bool read(qint64 offset, char *to, qint64 length, QString *error) const override
     {
         while (length > 0) {
-            const ssize_t got = ::pread(m_fd, to, size_t(length), off_t(offset));
+            const ssize_t got = ::pread(m_fd.get(), to, size_t(length), off_t(offset));
             if (got < 0 && errno == EINTR)
                 continue;
             if (got <= 0) {
@@ -68,7 +65,7 @@ public:
     }
 
 private:
-    int m_fd;
+    core::Descriptor m_fd;
     qint64 m_size = 0;
 };
 
