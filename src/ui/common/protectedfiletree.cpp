@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QKeyEvent>
 #include <QScrollBar>
+#include <QSharedPointer>
 #include <QSignalBlocker>
 
 using protectedfiles::DirectoryGroup;
@@ -91,24 +92,66 @@ int checkedFiles(const QTreeWidgetItem *group)
     return checked;
 }
 
-QTreeWidgetItem *newGroup(const DirectoryGroup &group, const QIcon &icon, const QFont &font)
+/// What all directories look alike in.
+struct GroupLook
 {
-    auto *item = new QTreeWidgetItem;
-    item->setFlags(kItemFlags);
-    item->setCheckState(ProtectedFileTree::NameColumn, Qt::Unchecked);
-    item->setIcon(ProtectedFileTree::NameColumn, icon);
-    item->setText(ProtectedFileTree::NameColumn, protectedfiles::groupText(group));
-    item->setText(ProtectedFileTree::SizeColumn, protectedfiles::byteText(group.totalSize));
-    item->setFont(ProtectedFileTree::NameColumn, font);
-    item->setData(ProtectedFileTree::NameColumn, Qt::UserRole,
-                  QString::fromLatin1(ProtectedFileTree::kDirectoryMark));
-    QList<QTreeWidgetItem *> files;
-    files.reserve(group.files.size());
-    for (const ProtectedFile &file : group.files)
-        files.append(new FileItem(file));
-    item->addChildren(files);
-    return item;
+    QIcon icon;
+    QFont font;
+};
+
+QSharedPointer<GroupLook> groupLook(const QFont &font)
+{
+    const auto look = QSharedPointer<GroupLook>::create();
+    look->icon =
+        QIcon::fromTheme(QStringLiteral("folder"), QIcon(QStringLiteral(":/icons/folder.png")));
+    look->font = font;
+    look->font.setBold(true);
+    look->font.setPixelSize(ThemeColors::current().fontPx(kGroupFontPx));
+    return look;
 }
+
+class GroupItem : public QTreeWidgetItem
+{
+public:
+    GroupItem(const DirectoryGroup &group, const QSharedPointer<const GroupLook> &look)
+        : m_text(protectedfiles::groupText(group))
+        , m_size(group.totalSize)
+        , m_look(look)
+    {
+        setFlags(kItemFlags);
+        setCheckState(ProtectedFileTree::NameColumn, Qt::Unchecked);
+        QList<QTreeWidgetItem *> files;
+        files.reserve(group.files.size());
+        for (const ProtectedFile &file : group.files)
+            files.append(new FileItem(file));
+        addChildren(files);
+    }
+
+    QVariant data(int column, int role) const override
+    {
+        if (column == ProtectedFileTree::SizeColumn && role == Qt::DisplayRole)
+            return protectedfiles::byteText(m_size);
+        if (column != ProtectedFileTree::NameColumn)
+            return QTreeWidgetItem::data(column, role);
+        switch (role) {
+        case Qt::DisplayRole:
+            return m_text;
+        case Qt::DecorationRole:
+            return m_look->icon;
+        case Qt::FontRole:
+            return m_look->font;
+        case Qt::UserRole:
+            return QString::fromLatin1(ProtectedFileTree::kDirectoryMark);
+        default:
+            return QTreeWidgetItem::data(column, role);
+        }
+    }
+
+private:
+    QString m_text;
+    qint64 m_size;
+    QSharedPointer<const GroupLook> m_look;
+};
 
 } // namespace
 
@@ -141,16 +184,12 @@ void ProtectedFileTree::populate(const QVector<ProtectedFile> &files)
     {
         const QSignalBlocker blocker(this);
         clear();
-        const QIcon icon =
-            QIcon::fromTheme(QStringLiteral("folder"), QIcon(QStringLiteral(":/icons/folder.png")));
-        QFont bold = font();
-        bold.setBold(true);
-        bold.setPixelSize(ThemeColors::current().fontPx(kGroupFontPx));
+        const QSharedPointer<GroupLook> look = groupLook(font());
         QList<QTreeWidgetItem *> items;
         const QVector<DirectoryGroup> groups = protectedfiles::groupByDirectory(files);
         items.reserve(groups.size());
         for (const DirectoryGroup &group : groups)
-            items.append(newGroup(group, icon, bold));
+            items.append(new GroupItem(group, look));
         addTopLevelItems(items);
         // One by one, each would lay out the rows below it again.
         expandAll();

@@ -39,7 +39,7 @@ constexpr int kNoteDelayMs = 300;
 /// Beside a tag: paddings of dialog and card, frames, and the scroll bar.
 constexpr int kBesideTag = 2 * (metrics::kDialogPadding + metrics::kCardPadding) + 32;
 
-QString dialogSheet()
+QString cardSheet()
 {
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QFrame#DirTag { background: @selectionBackground@; border: 1px solid @infoBorder@;
@@ -83,8 +83,9 @@ ShieldSettingsDialog::ShieldSettingsDialog(QWidget *parent)
 {
     setObjectName(QStringLiteral("ShieldSettingsDialog"));
     setWindowTitle(tr("保护设置"));
-    setStyleSheet(styleSheet() + dialogSheet());
+    // Not the dialog's own sheet: Qt keeps the first one that it has parsed for an unshown window.
     auto *page = new QWidget;
+    page->setStyleSheet(cardSheet());
     auto *column = new QVBoxLayout(page);
     column->setContentsMargins(0, 0, metrics::kFieldGap, 0);
     column->setSpacing(metrics::kCardGap);

@@ -51,7 +51,7 @@ void AuthDialog::buildContent()
     m_error->setSizePolicy(policy);
     m_error->hide();
     auto *column = new QVBoxLayout;
-    column->setSpacing(metrics::kFieldGap);
+    column->setSpacing(metrics::kFieldGap / 2);
     column->addWidget(line);
     column->addWidget(m_password);
     column->addWidget(m_error);
