@@ -152,6 +152,7 @@ void ShieldSettingsDialog::buildTypeCard(QBoxLayout *column)
         auto *button = new QPushButton(group.name, area);
         button->setObjectName(QStringLiteral("ShieldGroupButton"));
         button->setProperty("exts", group.extensions);
+        button->setProperty("compact", true);
         button->setCheckable(true);
         button->setAutoDefault(false);
         showMark(button, false);

@@ -22,7 +22,7 @@ namespace {
 
 constexpr int kSearchDelayMs = 400;
 constexpr int kSearchWidth = 240; ///< Base pixels.
-constexpr int kMinHeight = 300;   ///< Room for the lock's content; base pixels.
+constexpr int kMinHeight = 260;   ///< Room for the lock's content; base pixels.
 
 QPushButton *listButton(const QString &text, const char *name, const QString &role, QWidget *parent)
 {
