@@ -44,22 +44,34 @@ struct OpenVault
     Descriptor meta;
 };
 
-std::vector<QByteArray> recordFiles(int metaFd)
+/// Asks the disk only where the directory does not tell.
+bool isRegularFile(int dirFd, const dirent &entry)
+{
+    struct stat info = {};
+    if (entry.d_type != DT_UNKNOWN)
+        return entry.d_type == DT_REG;
+    return ::fstatat(dirFd, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode);
+}
+
+/// The names of the regular files in the directory that end like this, sorted. Hidden ones are left
+/// out.
+std::vector<QByteArray> filesIn(int dirFd, const char *suffix)
 {
     std::vector<QByteArray> names;
-    Descriptor fd(::fcntl(metaFd, F_DUPFD_CLOEXEC, 0));
+    Descriptor fd(::fcntl(dirFd, F_DUPFD_CLOEXEC, 0));
     DIR *const dir = ::fdopendir(fd.get());
     if (!dir)
         return names;
     fd.release(); // closed with the directory
     while (const dirent *entry = ::readdir(dir)) {
-        const bool mayBeFile = entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN;
-        if (mayBeFile && isRecordFileName(entry->d_name))
-            names.emplace_back(entry->d_name);
+        const QByteArray name(entry->d_name);
+        if (name.startsWith('.') || !name.endsWith(suffix) || !isRegularFile(dirFd, *entry))
+            continue;
         if (names.size() >= kMaxRecords) {
-            qWarning() << "[VaultReader] only the first" << kMaxRecords << "records are read";
+            qWarning() << "[VaultReader] only" << kMaxRecords << "files of a vault are looked at";
             break;
         }
+        names.push_back(name);
     }
     ::closedir(dir);
     std::sort(names.begin(), names.end());
@@ -96,13 +108,6 @@ QByteArray contentName(const QString &id)
     return QFile::encodeName(id) + kContentSuffix;
 }
 
-bool hasContent(int vaultFd, const QString &id)
-{
-    struct stat info = {};
-    return ::fstatat(vaultFd, contentName(id).constData(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISREG(info.st_mode);
-}
-
 } // namespace
 
 bool hasVault(const QString &parent)
@@ -118,15 +123,16 @@ QJsonArray loadVaultFiles(const QString &parent, const std::function<bool()> &is
         return files;
     QByteArray bytes;
     qint64 text = 0;
-    for (const QByteArray &name : recordFiles(vault.meta.get())) {
+    const std::vector<QByteArray> contents = filesIn(vault.dir.get(), kContentSuffix);
+    for (const QByteArray &name : filesIn(vault.meta.get(), kRecordSuffix)) {
         if (text > kMaxVaultText || (isStopped && isStopped()))
             break;
         const QString fileName = core::decodedFileName(name.constData());
         if (fileName.isEmpty() || !readSmallFile(vault.meta.get(), name, &bytes))
             continue;
         const QJsonObject record = recordFrom(bytes, fileName);
-        if (record.isEmpty() ||
-            !hasContent(vault.dir.get(), record.value(QLatin1String("id")).toString()))
+        const QByteArray content = contentName(record.value(QLatin1String("id")).toString());
+        if (record.isEmpty() || !std::binary_search(contents.begin(), contents.end(), content))
             continue;
         text += textSize(record);
         files.append(record);

@@ -332,12 +332,22 @@ void TestRecoverydVault::trustsNoRecord()
     m_tree->dir(vault.contentPath(QStringLiteral("dir")));
     vault.addRecord(QStringLiteral("link"), record(QStringLiteral("link"), QStringLiteral("l"), 6));
     m_tree->link(vault.contentPath(QStringLiteral("link")), QStringLiteral("../outside.dat"));
+    vault.protect(QStringLiteral("huge"), QStringLiteral("h"), "h");
+    vault.addRecord(QStringLiteral("huge"), R"({"fileName":"huge"})"); // tells no size
     QVERIFY(makeImage({}));
+    // Longer than its whole file system, with hardly a block to it.
+    QString error;
+    QVERIFY2(debugfs(m_image,
+                     QStringLiteral("set_inode_field /home/li/.morvane_vault/huge.dat size "
+                                    "0x3fffffffffff"),
+                     &error),
+             qPrintable(error));
     const QJsonObject end =
         restore({QStringLiteral("../outside"), QStringLiteral("short"), QStringLiteral("path"),
-                 QStringLiteral("hidden"), QStringLiteral("dir"), QStringLiteral("link")});
+                 QStringLiteral("hidden"), QStringLiteral("dir"), QStringLiteral("link"),
+                 QStringLiteral("huge")});
     QCOMPARE(number(end, "succeeded"), 2);
-    QCOMPARE(number(end, "failed"), 4);
+    QCOMPARE(number(end, "failed"), 5);
     QCOMPARE(restoredFiles().join(QLatin1Char(' ')), QStringLiteral("_._.._etc_passwd _bashrc"));
 }
 
