@@ -86,7 +86,7 @@ struct DiskAnalyzerWorker::Scan
     ByteArena names;
     LargestFiles largest;
     SizeBuckets buckets;
-    int largeFileCount = 0;
+    QVariantList largeFiles; // Here, since to free many takes longer than a stop should.
     int groupCount = 0;
 };
 
@@ -135,9 +135,9 @@ void DiskAnalyzerWorker::startScan(const QString &rootPath, qint64 largeFileThre
     emit progressChanged(100, tr("扫描完成"));
     emit scanFinished(true,
                       tr("扫描完成，共扫描到 %1 个大文件、%2 组重复文件")
-                          .arg(scan.largeFileCount)
+                          .arg(scan.largeFiles.size())
                           .arg(scan.groupCount),
-                      scan.largeFileCount, scan.groupCount);
+                      scan.largeFiles.size(), scan.groupCount);
 }
 
 bool DiskAnalyzerWorker::walk(Scan *scan)
@@ -173,11 +173,10 @@ bool DiskAnalyzerWorker::walk(Scan *scan)
 bool DiskAnalyzerWorker::sendLargeFiles(Scan *scan)
 {
     emit progressChanged(kWalkPercent, tr("正在分析数据..."));
-    const QVariantList files = scan->largest.takeSorted(scan->tree, stopFunction());
+    scan->largeFiles = scan->largest.takeSorted(scan->tree, stopFunction());
     if (m_stop)
         return false;
-    scan->largeFileCount = files.size();
-    emit largeFilesReady(files);
+    emit largeFilesReady(scan->largeFiles);
     return true;
 }
 

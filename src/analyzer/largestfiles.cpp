@@ -8,6 +8,23 @@ namespace {
 
 /// Entries between two looks at the stop.
 constexpr int kEntriesPerLook = 256;
+/// Entries sorted between two looks at it.
+constexpr std::ptrdiff_t kEntriesPerSort = 16384;
+
+/// std::sort() that a stop ends, with the range in no order then.
+template <typename Iterator, typename Less>
+void sortUntil(const std::function<bool()> &shouldStop, Iterator first, Iterator last, Less less)
+{
+    while (last - first > kEntriesPerSort) {
+        if (shouldStop())
+            return;
+        const Iterator middle = first + (last - first) / 2;
+        std::nth_element(first, middle, last, less);
+        sortUntil(shouldStop, first, middle, less);
+        first = middle;
+    }
+    std::sort(first, last, less);
+}
 
 } // namespace
 
@@ -41,7 +58,7 @@ QVariantList LargestFiles::takeSorted(const DirectoryTree &tree,
 {
     std::vector<LargeFileEntry> entries;
     entries.swap(m_entries);
-    std::sort(entries.begin(), entries.end(), ranksBefore);
+    sortUntil(shouldStop, entries.begin(), entries.end(), ranksBefore);
     QVariantList files;
     files.reserve(int(entries.size()));
     for (const LargeFileEntry &entry : entries) {
