@@ -198,6 +198,31 @@ void timed(Times *times, const std::function<void()> &what)
     times->processor.append(processorMs(RUSAGE_SELF) - before);
 }
 
+/// A program that finds duplicates, too.
+struct Finder
+{
+    QString program;
+    QStringList arguments;
+    QString target;
+    Times times;
+};
+
+QVector<Finder> installedFinders(const QString &root)
+{
+    QVector<Finder> finders{
+        {QStringLiteral("rdfind"),
+         {QStringLiteral("-dryrun"), QStringLiteral("true"), root},
+         QStringLiteral("at most 1.0"),
+         {}},
+        {QStringLiteral("jdupes"), {QStringLiteral("-r"), QStringLiteral("-q"), root}, {}, {}},
+        {QStringLiteral("hardlink"), {QStringLiteral("-n"), QStringLiteral("-c"), root}, {}, {}}};
+    const auto isMissing = [](const Finder &finder) {
+        return QStandardPaths::findExecutable(finder.program).isEmpty();
+    };
+    finders.erase(std::remove_if(finders.begin(), finders.end(), isMissing), finders.end());
+    return finders;
+}
+
 void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *rows)
 {
     const DuplicateCorpus corpus = makeDuplicates(root, total);
@@ -205,40 +230,26 @@ void measureDuplicates(const QString &root, qint64 total, QVector<ReportRow> *ro
     options.threads = 2;
     Times ours;
     Times plain;
+    QVector<Finder> finders = installedFinders(root);
     int groups = 0;
     hashPlainly(corpus.survivors); // fills the cache
+    // In turns, so that what else the machine does meets them all.
     for (int round = 0; round < kRounds; ++round) {
         timed(&plain, [&] { hashPlainly(corpus.survivors); });
         timed(&ours, [&] {
             groups =
                 DuplicateScanner::scan(corpus.sizeGroups, options, nullptr, nullptr).totalGroups;
         });
+        for (Finder &finder : finders)
+            outputOf(finder.program, finder.arguments, &finder.times);
     }
     QTextStream(stdout) << corpus.files << " files, " << (total >> 20) << " MiB, of which "
                         << (corpus.survivingBytes >> 20) << " survive in " << groups << " groups\n";
     addRows(QStringLiteral("duplicates against hashing"), ours, plain,
             QStringLiteral("at most 1.2"), rows);
-    const struct
-    {
-        QString program;
-        QStringList arguments;
-        QString target;
-    } others[] = {
-        {QStringLiteral("rdfind"),
-         {QStringLiteral("-dryrun"), QStringLiteral("true"), root},
-         QStringLiteral("at most 1.0")},
-        {QStringLiteral("jdupes"), {QStringLiteral("-r"), QStringLiteral("-q"), root}, QString()},
-        {QStringLiteral("hardlink"),
-         {QStringLiteral("-n"), QStringLiteral("-c"), root},
-         QString()}};
-    for (const auto &other : others) {
-        if (QStandardPaths::findExecutable(other.program).isEmpty())
-            continue;
-        Times theirs;
-        outputOf(other.program, other.arguments, &theirs);
-        addRows(QStringLiteral("duplicates against ") + other.program, ours, theirs, other.target,
-                rows);
-    }
+    for (const Finder &finder : finders)
+        addRows(QStringLiteral("duplicates against ") + finder.program, ours, finder.times,
+                finder.target, rows);
 }
 
 /// How long after a stop at this progress text, or `delayMs` later, the scan has ended.
