@@ -108,7 +108,7 @@ void DiskAnalyzerPage::arrange()
 
 QHBoxLayout *DiskAnalyzerPage::buildHeader()
 {
-    auto *title = new QLabel(tr("磁盘分析"), this);
+    auto *title = new QLabel(tr("空间分析"), this);
     title->setObjectName(QStringLiteral("PageTitle"));
     auto *refresh = new QPushButton(this);
     refresh->setObjectName(QStringLiteral("AnalyzerRefreshButton"));

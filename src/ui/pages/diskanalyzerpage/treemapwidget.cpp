@@ -132,10 +132,12 @@ void TreemapWidget::paintBlock(QPainter *painter, int index) const
                           QFontMetrics(font).elidedText(words, Qt::ElideRight, int(text.width())));
     };
     drawLine(item.name, true, text.top());
-    if (text.height() >= 2 * line)
-        drawLine(diskanalyzer::formatSize(item.size) + QStringLiteral(" · ") +
-                     diskanalyzer::percentText(item.percent),
-                 false, text.top() + line);
+    if (text.height() < 2 * line)
+        return;
+    const QString size = diskanalyzer::formatSize(item.size);
+    const QString both = size + QStringLiteral(" · ") + diskanalyzer::percentText(item.percent);
+    const bool bothFit = QFontMetrics(labelFont(false)).horizontalAdvance(both) <= text.width();
+    drawLine(bothFit ? both : size, false, text.top() + line);
 }
 
 bool TreemapWidget::event(QEvent *event)
