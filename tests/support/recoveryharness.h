@@ -1,41 +1,21 @@
 #pragma once
 
-#include "core/ipc/ipcclient.h"
 #include "recoveryd/daemon.h"
+#include "support/serviceclient.h"
 
-#include <QJsonArray>
 #include <QTemporaryDir>
-#include <QVector>
 
 namespace testsupport {
 
-/// A client of the recovery service that waits for answers and keeps all events.
-class RecoveryClient
+/// A client of the recovery service that also waits for events.
+class RecoveryClient : public ServiceClient
 {
 public:
-    struct Answer
-    {
-        bool success = false;
-        QJsonObject data;
-        int errorCode = 0;
-        QString errorMessage;
-    };
-    struct Event
-    {
-        QString name;
-        QJsonObject data;
-    };
+    using ServiceClient::ServiceClient;
 
-    explicit RecoveryClient(const QString &socketName);
-
-    [[nodiscard]] bool connectNow() { return m_client.ensureConnected(3000); }
-    /// Runs the event loop until the answer is there; without one within 20 s it is a failure with
-    /// code 0.
-    Answer request(const QString &method, const QJsonObject &params = QJsonObject());
     /// Runs the event loop until an event of one of the names has come for the session or task;
     /// an event without a name after 60 s. Events are looked at once only.
     Event waitFor(const QString &id, const QStringList &names);
-    const QVector<Event> &events() const { return m_events; }
     /// The found files of all scan.fileFound events of the session so far.
     QJsonArray filesFound(const QString &sessionId) const;
 
@@ -45,8 +25,6 @@ public:
     QString scan(const QJsonObject &params);
 
 private:
-    core::ipc::IpcClient m_client;
-    QVector<Event> m_events;
     int m_lookedAt = 0;
 };
 

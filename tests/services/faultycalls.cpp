@@ -1,0 +1,106 @@
+// System calls with a fault in front of them. The linker puts these in place of the real ones in
+// everything that is linked into a program statically (--wrap), so that a test can kill it between
+// any two steps or make two folders of it stand on different disks.
+//
+//   MORVANE_TEST_DIE_AT=N       the process kills itself before its Nth call that changes something
+//   MORVANE_TEST_OTHER_DEVICE=1 no file can be renamed or linked from one folder into another
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+void step()
+{
+    static const char *const text = std::getenv("MORVANE_TEST_DIE_AT");
+    static std::atomic<int> left{text ? std::atoi(text) : 0};
+    if (text && --left == 0)
+        ::kill(::getpid(), SIGKILL);
+}
+
+bool crossesDevices(const char *from, const char *to)
+{
+    const char *const a = std::strrchr(from, '/');
+    const char *const b = std::strrchr(to, '/');
+    return std::getenv("MORVANE_TEST_OTHER_DEVICE") &&
+           (!a || !b || a - from != b - to || std::strncmp(from, to, size_t(a - from)) != 0);
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_open(const char *path, int flags, mode_t mode);
+ssize_t __real_write(int fd, const void *bytes, size_t length);
+int __real_fsync(int fd);
+int __real_mkdir(const char *path, mode_t mode);
+int __real_unlink(const char *path);
+int __real_link(const char *from, const char *to);
+int __real_rename(const char *from, const char *to);
+int __real_renameat2(int fromFd, const char *from, int toFd, const char *to, unsigned flags);
+
+int __wrap_open(const char *path, int flags, ...)
+{
+    mode_t mode = 0;
+    if (flags & O_CREAT) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+        step();
+    }
+    return __real_open(path, flags, mode);
+}
+
+ssize_t __wrap_write(int fd, const void *bytes, size_t length)
+{
+    step();
+    return __real_write(fd, bytes, length);
+}
+
+int __wrap_fsync(int fd)
+{
+    step();
+    return __real_fsync(fd);
+}
+
+int __wrap_mkdir(const char *path, mode_t mode)
+{
+    step();
+    return __real_mkdir(path, mode);
+}
+
+int __wrap_unlink(const char *path)
+{
+    step();
+    return __real_unlink(path);
+}
+
+int __wrap_link(const char *from, const char *to)
+{
+    step();
+    errno = EXDEV;
+    return crossesDevices(from, to) ? -1 : __real_link(from, to);
+}
+
+int __wrap_rename(const char *from, const char *to)
+{
+    step();
+    errno = EXDEV;
+    return crossesDevices(from, to) ? -1 : __real_rename(from, to);
+}
+
+int __wrap_renameat2(int fromFd, const char *from, int toFd, const char *to, unsigned flags)
+{
+    step();
+    return __real_renameat2(fromFd, from, toFd, to, flags);
+}
+
+} // extern "C"
