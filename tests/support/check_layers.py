@@ -160,7 +160,8 @@ PLANTED = [  # file, include, may it be?
     ("services/vaultd/a.cpp", '"common/servicehost.h"', True),
     ("services/vaultd/a.cpp", '"vaultd/store.h"', True),
     ("services/vaultd/a.cpp", '"recoveryd/store.h"', False),
-    ("services/vaultd/a.cpp", '"vault/vaultcontroller.h"', False),
+    ("services/vaultd/a.cpp", '"vault/vaultrecord.h"', True),
+    ("services/vaultd/a.cpp", '"share/sharestore.h"', False),
     ("src/newroom/a.cpp", '"core/appmode.h"', False),
 ]
 
