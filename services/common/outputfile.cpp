@@ -6,7 +6,6 @@
 #include <QStorageInfo>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -36,37 +35,6 @@ bool syncDirectory(const QString &dir)
     const bool isSynced = ::fsync(fd) == 0;
     ::close(fd);
     return isSynced;
-}
-
-int renameToFree(const QByteArray &from, const QByteArray &to)
-{
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS)
-        return errno;
-    // File systems without that kind of rename: a second link is as strict.
-    if (::link(from.constData(), to.constData()) == 0) {
-        ::unlink(from.constData());
-        return 0;
-    }
-    // Those of USB sticks and of mounts in user space often know no links either.
-    const int code = errno;
-    const bool knowsNoLinks = code == EPERM || code == ENOSYS || code == EOPNOTSUPP;
-    return knowsNoLinks ? renameByReservation(from, to) : code;
-}
-
-int renameByReservation(const QByteArray &from, const QByteArray &to)
-{
-    const int fd =
-        ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return errno;
-    ::close(fd);
-    if (::rename(from.constData(), to.constData()) == 0)
-        return 0;
-    const int code = errno;
-    ::unlink(to.constData());
-    return code;
 }
 
 OutputFile::OutputFile(const QString &dir, const QString &temporaryName)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/saferename.h"
+
 #include <QString>
 
 #include <sys/stat.h>
@@ -53,13 +55,7 @@ private:
 /// Flushes the names in a directory to the medium.
 bool syncDirectory(const QString &dir);
 
-/// Renames without ever replacing. 0, or the error: EEXIST if the name is taken.
-int renameToFree(const QByteArray &from, const QByteArray &to);
-
-/// Renames onto a name that it first takes with an empty file of its own, so that nothing of others
-/// is ever replaced; for file systems that know neither exclusive renames nor links. 0, or the
-/// error: EEXIST if the name is taken.
-int renameByReservation(const QByteArray &from, const QByteArray &to);
+using core::renameToFree;
 
 /// "name (2).ext": the name's `number`-th stand-in; the name itself for 0.
 QString numberedName(const QString &name, int number);

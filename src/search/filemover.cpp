@@ -1,16 +1,15 @@
 #include "search/filemover.h"
 
+#include "core/saferename.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace filemover {
@@ -63,34 +62,11 @@ bool nameTaken(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
-/// For file systems that know no RENAME_NOREPLACE. A link never replaces either; where links are
-/// missing too, a check before the rename is the best there is.
-Step renameByLink(const QByteArray &from, const QByteArray &to)
+/// Unlike QFile::rename it never copies.
+Step renameToFree(const QByteArray &from, const QByteArray &to)
 {
-    if (::link(from.constData(), to.constData()) == 0) {
-        if (::unlink(from.constData()) == 0)
-            return {};
-        const int code = errno;
-        ::unlink(to.constData());
-        return failed(code);
-    }
-    if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS && errno != EMLINK)
-        return failed(errno);
-    struct stat info;
-    if (::lstat(to.constData(), &info) == 0)
-        return failed(EEXIST);
-    return std::rename(from.constData(), to.constData()) == 0 ? Step() : failed(errno);
-}
-
-/// Never replaces: a taken target gives EEXIST. Unlike QFile::rename it never copies.
-Step renameNoReplace(const QByteArray &from, const QByteArray &to)
-{
-    if (::syscall(SYS_renameat2, AT_FDCWD, from.constData(), AT_FDCWD, to.constData(),
-                  RENAME_NOREPLACE) == 0)
-        return {};
-    if (errno == ENOSYS || errno == EINVAL)
-        return renameByLink(from, to);
-    return failed(errno);
+    const int code = core::renameToFree(from, to);
+    return code == 0 ? Step() : failed(code);
 }
 
 Step writeAll(int fd, const char *data, ssize_t length)
@@ -195,7 +171,7 @@ Step copyFile(const QByteArray &source, const QByteArray &target)
     if (step.ok() && to.close() != 0)
         step = failed(errno);
     if (step.ok())
-        step = renameNoReplace(temporary, target);
+        step = renameToFree(temporary, target);
     if (!step.ok()) {
         ::unlink(temporary.constData());
         return step;
@@ -296,7 +272,7 @@ bool moveInto(const QString &source, const QString &directory, QString *newPath,
             return report(failed(EEXIST), error);
         const QByteArray from = QFile::encodeName(source);
         const QByteArray to = QFile::encodeName(target);
-        Step step = renameNoReplace(from, to);
+        Step step = renameToFree(from, to);
         if (!step.ok() && step.code != EEXIST && step.code != ENOENT)
             step = moveAcross(from, to);
         if (step.code == EEXIST)

@@ -1,5 +1,7 @@
 #include "wechat/fileoperations.h"
 
+#include "core/saferename.h"
+
 #include <QFile>
 
 #include <cerrno>
@@ -12,12 +14,6 @@
 namespace wechat {
 
 namespace {
-
-int renameWithFlags(const QByteArray &from, const QByteArray &to, unsigned flags)
-{
-    return static_cast<int>(
-        ::syscall(SYS_renameat2, AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), flags));
-}
 
 bool isUnsupported(int code)
 {
@@ -78,23 +74,14 @@ int FileOperations::rename(const QByteArray &from, const QByteArray &to)
 
 int FileOperations::renameNoReplace(const QByteArray &from, const QByteArray &to)
 {
-    if (renameWithFlags(from, to, RENAME_NOREPLACE) == 0)
-        return 0;
-    if (!isUnsupported(errno))
-        return -1;
-    if (link(from, to) != 0)
-        return -1;
-    if (unlink(from) == 0)
-        return 0;
-    const int code = errno;
-    unlink(to);
-    errno = code;
-    return -1;
+    errno = core::renameNoReplace(from, to);
+    return errno == 0 ? 0 : -1;
 }
 
 int FileOperations::exchange(const QByteArray &first, const QByteArray &second)
 {
-    return renameWithFlags(first, second, RENAME_EXCHANGE);
+    return static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, first.constData(), AT_FDCWD,
+                                      second.constData(), RENAME_EXCHANGE));
 }
 
 QByteArray FileOperations::fullHash(const QString &path,
@@ -168,6 +155,16 @@ bool syncDirectory(FileOperations &operations, const QString &directory)
         return false;
     // Some network file systems refuse to flush a directory and flush by themselves.
     const bool ok = operations.fsync(fd) == 0 || isUnsupported(errno);
+    ::close(fd);
+    return ok;
+}
+
+bool flushFileSystem(FileOperations &operations, const QString &file)
+{
+    const int fd = operations.open(QFile::encodeName(file), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    const bool ok = operations.syncfs(fd) == 0;
     ::close(fd);
     return ok;
 }

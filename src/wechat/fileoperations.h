@@ -27,7 +27,7 @@ public:
     virtual int link(const QByteArray &from, const QByteArray &to);
     virtual int unlink(const QByteArray &path);
     virtual int rename(const QByteArray &from, const QByteArray &to);
-    /// A taken target gives EEXIST. Without support by the file system, a link and an unlink.
+    /// As core::renameNoReplace().
     virtual int renameNoReplace(const QByteArray &from, const QByteArray &to);
     /// Swaps two names in one step. EINVAL or ENOSYS where that is not supported.
     virtual int exchange(const QByteArray &first, const QByteArray &second);
@@ -62,6 +62,9 @@ bool isExpectedLink(FileOperations &operations, const QString &keepPath, const Q
 [[nodiscard]] bool writeAll(FileOperations &operations, int fd, const QByteArray &data);
 /// Flushes the names in a directory to the disk.
 [[nodiscard]] bool syncDirectory(FileOperations &operations, const QString &directory);
+
+/// Flushes the whole file system of a file to the disk, its names included.
+[[nodiscard]] bool flushFileSystem(FileOperations &operations, const QString &file);
 
 enum class Placement {
     Refused,  ///< Nothing has changed.

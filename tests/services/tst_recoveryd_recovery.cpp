@@ -43,7 +43,6 @@ private slots:
     void tellsUnreadableParts();
     void findsItsImageAgain();
     void closesWhatWasInterrupted();
-    void reservesAName();
     void namesFilesPlainly_data();
     void namesFilesPlainly();
 
@@ -274,24 +273,6 @@ void TestRecoverydRecovery::closesWhatWasInterrupted()
     const QStringList left = allFiles(m_out);
     QCOMPARE(left.size(), 2);
     QVERIFY(left.contains(QStringLiteral(".morvane-other")));
-}
-
-void TestRecoverydRecovery::reservesAName()
-{
-    const auto rename = [this](const char *from, const char *to) {
-        return services::renameByReservation(
-            QFile::encodeName(m_dir.filePath(QLatin1String(from))),
-            QFile::encodeName(m_dir.filePath(QLatin1String(to))));
-    };
-    QVERIFY(write(m_dir.filePath(QStringLiteral("r-new")), "new"));
-    QVERIFY(write(m_dir.filePath(QStringLiteral("r-old")), "old"));
-    QCOMPARE(rename("r-new", "r-old"), EEXIST);
-    QCOMPARE(readAll(m_dir.filePath(QStringLiteral("r-old"))), QByteArray("old"));
-    // A name that was taken in vain is free again.
-    QCOMPARE(rename("r-none", "r-free"), ENOENT);
-    QCOMPARE(rename("r-new", "r-free"), 0);
-    QCOMPARE(readAll(m_dir.filePath(QStringLiteral("r-free"))), QByteArray("new"));
-    QVERIFY(!QFile::exists(m_dir.filePath(QStringLiteral("r-new"))));
 }
 
 void TestRecoverydRecovery::namesFilesPlainly_data()
