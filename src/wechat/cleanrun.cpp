@@ -91,15 +91,19 @@ void CleanRun::flushKeptFiles(const QList<CleanAction> &actions)
         const FileIdentity &kept = m_keptAtStart.at(index);
         if (!kept.regular || tried.contains(kept.device))
             continue;
-        const int fd = m_operations.open(QFile::encodeName(actions.at(index).keepPath),
-                                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-        if (fd < 0)
-            continue;
         tried.insert(kept.device);
-        if (m_operations.syncfs(fd) == 0)
+        if (flushFileSystem(m_operations, actions.at(index).keepPath))
             m_flushedDevices.insert(kept.device);
-        ::close(fd);
     }
+}
+
+/// The names must be on the disk before the journal goes that could put them right.
+bool CleanRun::flushNames()
+{
+    bool ok = true;
+    for (const QString &kept : qAsConst(m_keptOfTouched))
+        ok = flushFileSystem(m_operations, kept) && ok;
+    return ok;
 }
 
 bool CleanRun::isDurable(int index, const KeptFile &keep)
@@ -188,8 +192,8 @@ void CleanRun::cleanGroup(const KeptFile &keep, const QStringList &paths, Merged
         if (m_shouldStop())
             break;
         QString error;
-        const MergeResult result =
-            mergePath(m_operations, keep, m_record.sessionId, entry.first, entry.second, &error);
+        const MergeResult result = mergePath(m_operations, m_releaser, keep, m_record.sessionId,
+                                             entry.first, entry.second, &error);
         if (result == MergeResult::Merged) {
             merged->mergedPaths.append(entry.first);
             ++m_outcome.mergedCount;
@@ -198,6 +202,8 @@ void CleanRun::cleanGroup(const KeptFile &keep, const QStringList &paths, Merged
             m_outcome.errors.append(error);
             ++failed;
         }
+        if (result != MergeResult::AlreadyLinked)
+            m_keptOfTouched.insert(keep.identity.device, keep.path);
         m_leftover = m_leftover || result == MergeResult::LeftUnderBackup;
         advance(1);
     }
@@ -242,6 +248,7 @@ QByteArray CleanRun::contentHash(const QString &path, const FileIdentity &identi
 
 void CleanRun::finish()
 {
+    m_releaser.wait();
     bool recordLost = false;
     if (!m_record.actions.isEmpty()) {
         const bool whole = m_outcome.errors.isEmpty() && !m_shouldStop();
@@ -255,7 +262,7 @@ void CleanRun::finish()
                 recordWriteError(QFileInfo(m_folders.recordPath(m_record.sessionId)).fileName()));
     }
     // A journal that still has something to tell stays for the next start.
-    if (!m_leftover && !recordLost)
+    if (!m_leftover && !recordLost && flushNames())
         m_journal.clear();
 }
 

@@ -42,6 +42,7 @@ private:
 
     void mergeAll(const QList<CleanAction> &actions);
     void flushKeptFiles(const QList<CleanAction> &actions);
+    bool flushNames();
     JournalContent journalContent(const QList<CleanAction> &actions);
     void cleanAction(int index, const CleanAction &action);
     bool verifyKept(int index, const CleanAction &action, KeptFile *keep);
@@ -57,10 +58,12 @@ private:
     StopFunction m_shouldStop;
     ProgressFunction m_progress;
     MergeJournal m_journal;
+    SpaceReleaser m_releaser;
     CleanOutcome m_outcome;
     OperationRecord m_record;
     QList<FileIdentity> m_keptAtStart;
     QSet<dev_t> m_flushedDevices;
+    QHash<dev_t, QString> m_keptOfTouched; ///< A kept file of each file system that was written to.
     QHash<QString, quint64> m_inodesAtStart;
     QList<Verified> m_hashed; ///< Files of the group under way, each read once.
     bool m_leftover = false;

@@ -145,7 +145,7 @@ bool InterruptedWork::restore(const QString &backup, const QString &path, const 
     switch (putInPlaceOf(m_operations, backup, path, link)) {
     case Placement::Placed:
         m_outcome.restored.append(path);
-        return true;
+        return flushNames(path);
     case Placement::Leftover:
         m_outcome.restored.append(path);
         return false;
@@ -160,7 +160,13 @@ bool InterruptedWork::remove(const QString &leftover)
     if (m_operations.unlink(QFile::encodeName(leftover)) != 0)
         return leave(leftover);
     m_outcome.removed.append(leftover);
-    return true;
+    return flushNames(leftover);
+}
+
+/// Before the journal goes. Where that cannot be, it stays for one more start.
+bool InterruptedWork::flushNames(const QString &path)
+{
+    return syncDirectory(m_operations, QFileInfo(path).absolutePath());
 }
 
 bool InterruptedWork::leave(const QString &leftover)

@@ -38,6 +38,7 @@ private:
     bool sameContent(const QString &a, const QString &b);
     bool restore(const QString &backup, const QString &path, const FileIdentity &link);
     bool remove(const QString &leftover);
+    bool flushNames(const QString &path);
     bool leave(const QString &leftover);
     bool writeMissingRecord(const JournalContent &content);
     MergedAction mergedAction(const JournalAction &action, qint64 *reclaimed);

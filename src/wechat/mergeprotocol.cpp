@@ -2,11 +2,13 @@
 
 #include <QFile>
 
-#include <cerrno>
+#include <fcntl.h>
 
 namespace wechat {
 
 namespace {
+
+constexpr qint64 kWorthAThread = 256 * 1024;
 
 /// Only what also has another name may go from under the backup name.
 bool clearBackup(FileOperations &operations, const KeptFile &keep, const QString &backup)
@@ -28,6 +30,18 @@ bool linkStands(FileOperations &operations, const KeptFile &keep, const QString 
            identify(operations, backup).unchanged(verified);
 }
 
+/// Removes the old copy. While it is open its room stays taken, and freeing it can wait.
+bool removeBackup(FileOperations &operations, SpaceReleaser &releaser, const QByteArray &backup,
+                  qint64 size)
+{
+    const int fd =
+        size >= kWorthAThread ? operations.open(backup, O_RDONLY | O_NOFOLLOW | O_NONBLOCK) : -1;
+    const bool removed = operations.unlink(backup) == 0;
+    if (fd >= 0)
+        releaser.close(fd);
+    return removed;
+}
+
 MergeResult rollBack(FileOperations &operations, const KeptFile &keep, const QString &path,
                      const QString &backup, const QString &reason, QString *error)
 {
@@ -47,8 +61,9 @@ QString backupPath(const QString &path, const QString &sessionId)
     return path + QStringLiteral(".morvane_tmp_") + sessionId;
 }
 
-MergeResult mergePath(FileOperations &operations, const KeptFile &keep, const QString &sessionId,
-                      const QString &path, const FileIdentity &verified, QString *error)
+MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const KeptFile &keep,
+                      const QString &sessionId, const QString &path, const FileIdentity &verified,
+                      QString *error)
 {
     const QString changed = QStringLiteral("二次校验失败，已跳过：%1").arg(path);
     const FileIdentity now = identify(operations, path);
@@ -70,7 +85,8 @@ MergeResult mergePath(FileOperations &operations, const KeptFile &keep, const QS
     if (!identify(operations, backup).unchanged(verified))
         return rollBack(operations, keep, path, backup, changed, error);
     if (operations.link(QFile::encodeName(keep.path), name) == 0 &&
-        linkStands(operations, keep, path, backup, verified) && operations.unlink(backupName) == 0)
+        linkStands(operations, keep, path, backup, verified) &&
+        removeBackup(operations, releaser, backupName, keep.size))
         return MergeResult::Merged;
     return rollBack(operations, keep, path, backup, QStringLiteral("创建硬链接失败：%1").arg(path),
                     error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "wechat/fileoperations.h"
+#include "wechat/spacereleaser.h"
 
 #include <QString>
 
@@ -30,8 +31,9 @@ QString backupPath(const QString &path, const QString &sessionId);
 ///
 /// The old file is renamed to its backup name, the link is made and looked at, and only then does
 /// the backup go. So at any moment the content has one of the two names, whatever fails and
-/// whenever the program ends.
-MergeResult mergePath(FileOperations &operations, const KeptFile &keep, const QString &sessionId,
-                      const QString &path, const FileIdentity &verified, QString *error);
+/// whenever the program ends. The room of a large one becomes free by `releaser`, a little later.
+MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const KeptFile &keep,
+                      const QString &sessionId, const QString &path, const FileIdentity &verified,
+                      QString *error);
 
 } // namespace wechat

@@ -14,6 +14,11 @@
 
 #include <functional>
 
+inline QString operator""_u(const char *utf8, size_t length)
+{
+    return QString::fromUtf8(utf8, static_cast<int>(length));
+}
+
 /// The real calls with a word to say before each of them.
 class HookedOperations : public wechat::FileOperations
 {

@@ -19,14 +19,9 @@ namespace {
 
 const QByteArray kText = "the same text";
 
-QString word(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 QString status(const QJsonObject &record)
 {
-    return record.value(QStringLiteral("status")).toString();
+    return record.value("status"_u).toString();
 }
 
 QStringList strings(const QVariant &value)
@@ -86,17 +81,16 @@ void TestWechatClean::mergesAndUndoes()
 
     const QString id = cleaned.at(0).at(3).toString();
     const QJsonObject record = bench.record(id);
-    QCOMPARE(record.value(QStringLiteral("sessionId")).toString(), id);
+    QCOMPARE(record.value("sessionId"_u).toString(), id);
     QVERIFY(wechat::isGeneratedSessionId(id));
-    QCOMPARE(status(record), word("active"));
-    QCOMPARE(record.value(QStringLiteral("groupCount")).toInt(), 3);
-    QCOMPARE(record.value(QStringLiteral("reclaimedBytes")).toString(), QString::number(reclaimed));
-    const QJsonObject first = record.value(QStringLiteral("actions")).toArray().at(0).toObject();
-    QCOMPARE(first.value(QStringLiteral("keepPath")).toString(), bench.path("msg/keep"));
-    QCOMPARE(first.value(QStringLiteral("size")).toString(), word("10000"));
-    QCOMPARE(first.value(QStringLiteral("hash")),
-             QJsonValue(actions.at(0).toMap().value(QStringLiteral("hash")).toString()));
-    QCOMPARE(first.value(QStringLiteral("mergedPaths")).toArray().size(), 3);
+    QCOMPARE(status(record), "active"_u);
+    QCOMPARE(record.value("groupCount"_u).toInt(), 3);
+    QCOMPARE(record.value("reclaimedBytes"_u).toString(), QString::number(reclaimed));
+    const QJsonObject first = record.value("actions"_u).toArray().at(0).toObject();
+    QCOMPARE(first.value("keepPath"_u).toString(), bench.path("msg/keep"));
+    QCOMPARE(first.value("size"_u).toString(), "10000"_u);
+    QCOMPARE(first.value("hash"_u), QJsonValue(actions.at(0).toMap().value("hash"_u).toString()));
+    QCOMPARE(first.value("mergedPaths"_u).toArray().size(), 3);
     QCOMPARE(bench.journals(), QStringList());
 
     QSignalSpy undone(&worker, &WechatCleanWorker::undoFinished);
@@ -106,13 +100,13 @@ void TestWechatClean::mergesAndUndoes()
     QVERIFY(!linked(bench.path("msg/another name"), bench.path("other/two names")));
     QCOMPARE(QFile::permissions(bench.path("msg/copy")),
              QFile::permissions(bench.path("msg/keep")));
-    QCOMPARE(status(bench.record(id)), word("undone"));
+    QCOMPARE(status(bench.record(id)), "undone"_u);
 
     worker.undoCleanSession(id);
     QCOMPARE(undone.at(0).at(0).toBool(), false);
     QCOMPARE(strings(undone.at(0).at(3)).size(), 7);
-    QVERIFY(strings(undone.at(0).at(3)).at(0).startsWith(word("当前文件状态已变化，无法撤销：")));
-    QCOMPARE(status(bench.record(id)), word("invalid"));
+    QVERIFY(strings(undone.at(0).at(3)).at(0).startsWith("当前文件状态已变化，无法撤销："_u));
+    QCOMPARE(status(bench.record(id)), "invalid"_u);
     QCOMPARE(bench.snapshot(), before);
 }
 
@@ -124,56 +118,53 @@ void TestWechatClean::refusesWhatIsNotAsItWas_data()
 
     QTest::newRow("copy written to")
         << Change([](CleanBench &b) { b.file("copy", "the same tExt"); })
-        << word("二次校验失败，已跳过：copy");
+        << "二次校验失败，已跳过：copy"_u;
     QTest::newRow("copy gone") << Change([](CleanBench &b) { b.tree.remove("files/copy"); })
-                               << word("副本文件不存在：copy");
+                               << "副本文件不存在：copy"_u;
     QTest::newRow("copy is a directory") << Change([](CleanBench &b) {
         b.tree.remove("files/copy");
         b.tree.dir("files/copy");
-    }) << word("副本文件不存在：copy");
+    }) << "副本文件不存在：copy"_u;
     QTest::newRow("copy is a link") << Change([](CleanBench &b) {
         b.tree.remove("files/copy");
         b.tree.link("files/copy", b.path("keep"));
-    }) << word("副本已是软链接，已跳过：copy");
+    }) << "副本已是软链接，已跳过：copy"_u;
     QTest::newRow("copy cannot be read") << Change([](CleanBench &b) {
         b.operations.hook = [](const QString &call, const QString &path) {
-            return call == QLatin1String("hash") && path.endsWith(QLatin1String("copy")) ? EACCES
-                                                                                         : 0;
+            return call == "hash"_u && path.endsWith("copy"_u) ? EACCES : 0;
         };
-    }) << word("二次校验失败，已跳过：copy");
+    }) << "二次校验失败，已跳过：copy"_u;
     QTest::newRow("copy elsewhere")
-        << Change([](CleanBench &b) { b.operations.otherDevice = QStringLiteral("/copy"); })
-        << word("当前版本不支持跨分区合并：copy");
+        << Change([](CleanBench &b) { b.operations.otherDevice = "/copy"_u; })
+        << "当前版本不支持跨分区合并：copy"_u;
     QTest::newRow("copy replaced after the start") << Change([](CleanBench &b) {
         b.operations.hook = [&b](const QString &call, const QString &path) {
-            if (call == QLatin1String("hash") && path.endsWith(QLatin1String("keep"))) {
+            if (call == "hash"_u && path.endsWith("keep"_u)) {
                 b.file("new", kText);
                 b.tree.move("files/new", "files/copy");
             }
             return 0;
         };
-    }) << word("二次校验失败，已跳过：copy");
+    }) << "二次校验失败，已跳过：copy"_u;
     QTest::newRow("kept gone") << Change([](CleanBench &b) { b.tree.remove("files/keep"); })
-                               << word("保留文件不存在：keep");
+                               << "保留文件不存在：keep"_u;
     QTest::newRow("kept written to") << Change([](CleanBench &b) { b.file("keep", "another"); })
-                                     << word("保留文件内容已发生变化，已跳过：keep");
+                                     << "保留文件内容已发生变化，已跳过：keep"_u;
     QTest::newRow("kept is a link") << Change([](CleanBench &b) {
         b.tree.move("files/keep", "files/moved");
         b.tree.link("files/keep", b.path("moved"));
-    }) << word("保留文件内容已发生变化，已跳过：keep");
+    }) << "保留文件内容已发生变化，已跳过：keep"_u;
     QTest::newRow("kept cannot be read") << Change([](CleanBench &b) {
         b.operations.hook = [](const QString &call, const QString &) {
-            return call == QLatin1String("hash") ? EIO : 0;
+            return call == "hash"_u ? EIO : 0;
         };
-    }) << word("无法读取保留文件：keep");
+    }) << "无法读取保留文件：keep"_u;
     QTest::newRow("kept cannot be flushed") << Change([](CleanBench &b) {
         b.operations.hook = [n = 0](const QString &call, const QString &) mutable {
             // After those of the journal and its two folders.
-            return call == QLatin1String("syncfs") || (call == QLatin1String("fsync") && ++n > 3)
-                       ? EIO
-                       : 0;
+            return call == "syncfs"_u || (call == "fsync"_u && ++n > 3) ? EIO : 0;
         };
-    }) << word("无法读取保留文件：keep");
+    }) << "无法读取保留文件：keep"_u;
 }
 
 void TestWechatClean::refusesWhatIsNotAsItWas()
@@ -204,11 +195,11 @@ void TestWechatClean::leavesAGroupWithOneBadNameAlone()
     QVariantList actions = bench.fill();
     bench.tree.remove("files/other/two names");
     const wechat::CleanOutcome outcome = bench.clean(actions);
-    QCOMPARE(outcome.errors, QStringList(word("副本文件不存在：") + bench.path("other/two names")));
+    QCOMPARE(outcome.errors, QStringList("副本文件不存在："_u + bench.path("other/two names")));
     QVERIFY(!linked(bench.path("msg/keep"), bench.path("msg/another name")));
     QVERIFY(linked(bench.path("msg/keep"), bench.path("msg/copy")));
     QCOMPARE(outcome.mergedCount, 5);
-    QCOMPARE(status(bench.record(outcome.sessionId)), word("partial"));
+    QCOMPARE(status(bench.record(outcome.sessionId)), "partial"_u);
     QCOMPARE(bench.progress.last(), qMakePair(7, 7));
 }
 
@@ -233,17 +224,16 @@ void TestWechatClean::takesOddActions()
     // A size that is not the file's is found out when the link is looked at.
     const QString other = bench.file("dir/other", kText);
     QVariantMap wrong = action(keep, {});
-    wrong.insert(QStringLiteral("replacePaths"), QStringList(other));
-    wrong.insert(QStringLiteral("size"), 4);
+    wrong.insert("replacePaths"_u, QStringList(other));
+    wrong.insert("size"_u, 4);
     outcome = bench.clean({wrong});
-    QCOMPARE(outcome.errors, QStringList(word("创建硬链接失败：") + other));
+    QCOMPARE(outcome.errors, QStringList("创建硬链接失败："_u + other));
     QVERIFY(!linked(keep, other));
     QCOMPARE(bench.snapshot().size(), before.size() + 1);
 
     // The representative path is merged also if its aliases do not name it.
-    wrong.insert(QStringLiteral("size"), kText.size());
-    wrong.insert(QStringLiteral("replaceGroups"),
-                 QVariantList{QVariantMap{{QStringLiteral("path"), other}}});
+    wrong.insert("size"_u, kText.size());
+    wrong.insert("replaceGroups"_u, QVariantList{QVariantMap{{"path"_u, other}}});
     QCOMPARE(bench.clean({wrong}).mergedCount, 1);
 }
 
@@ -254,7 +244,7 @@ void TestWechatClean::refusesANameThatIsTooLong()
     const QString copy = bench.file(QString(255, QLatin1Char('n')), kText);
     const QMap<QString, QByteArray> before = bench.snapshot();
     const wechat::CleanOutcome outcome = bench.clean({action(keep, {{copy}})});
-    QCOMPARE(outcome.errors, QStringList(word("无法创建临时备份：") + copy));
+    QCOMPARE(outcome.errors, QStringList("无法创建临时备份："_u + copy));
     QCOMPARE(bench.snapshot(), before);
 }
 
@@ -278,7 +268,7 @@ void TestWechatClean::tellsWhatAStopLeftDone()
         return stopped;
     };
     bench.operations.hook = [&](const QString &call, const QString &) {
-        stopped = stopped || (call == QLatin1String("link") && ++links == 2);
+        stopped = stopped || (call == "link"_u && ++links == 2);
         return 0;
     };
     const QMap<QString, QByteArray> before = bench.snapshot();
@@ -286,7 +276,7 @@ void TestWechatClean::tellsWhatAStopLeftDone()
     QCOMPARE(outcome.errors, QStringList());
     QCOMPARE(outcome.mergedCount, 2);
     QCOMPARE(outcome.reclaimedBytes, qint64(10000)); // One name of two frees nothing.
-    QCOMPARE(status(bench.record(outcome.sessionId)), word("partial"));
+    QCOMPARE(status(bench.record(outcome.sessionId)), "partial"_u);
     QCOMPARE(bench.mergedPaths(),
              (QStringList{bench.path("msg/another name"), bench.path("msg/copy")}));
     QCOMPARE(bench.snapshot(), before);
@@ -299,14 +289,14 @@ void TestWechatClean::touchesNothingWithoutAJournal()
     bench.tree.file("home/.config/morvane/wechat_clean/journal", "in the way");
     wechat::CleanOutcome outcome = bench.clean(actions);
     QCOMPARE(outcome.errors.size(), 1);
-    QVERIFY(outcome.errors.at(0).startsWith(word("无法写入清理记录：")));
+    QVERIFY(outcome.errors.at(0).startsWith("无法写入清理记录："_u));
     QVERIFY(!linked(bench.path("msg/keep"), bench.path("msg/copy")));
 
     CleanBench unwritable;
     const QVariantList others = unwritable.fill();
     unwritable.tree.file("home/.config/morvane/wechat_clean", "in the way");
     outcome = unwritable.clean(others);
-    QCOMPARE(outcome.errors, QStringList(word("无法写入清理记录：") + unwritable.folders.top));
+    QCOMPARE(outcome.errors, QStringList("无法写入清理记录："_u + unwritable.folders.top));
     QVERIFY(!linked(unwritable.path("msg/keep"), unwritable.path("msg/copy")));
 }
 
@@ -336,28 +326,28 @@ void TestWechatClean::keepsWhatAppearsMeanwhile()
     const QVariantList actions{action(keep, {{copy}})};
     // The client saves a new file under the name just before the rename.
     bench.operations.hook = [&](const QString &call, const QString &path) {
-        if (call == QLatin1String("renameNoReplace") && path == copy) {
+        if (call == "renameNoReplace"_u && path == copy) {
             bench.tree.remove("files/copy");
             bench.file("copy", "newer words!!");
         }
         return 0;
     };
-    QCOMPARE(bench.clean(actions).errors, QStringList(word("二次校验失败，已跳过：") + copy));
-    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), QByteArray("newer words!!"));
+    QCOMPARE(bench.clean(actions).errors, QStringList("二次校验失败，已跳过："_u + copy));
+    QCOMPARE(bench.snapshot().value("copy"_u), QByteArray("newer words!!"));
     QCOMPARE(bench.snapshot().size(), 2);
 
     // And once more while the old one waits under its backup name.
     bench.file("copy", kText);
     bench.operations.hook = [&](const QString &call, const QString &path) {
-        if (call == QLatin1String("link") && path == copy)
+        if (call == "link"_u && path == copy)
             bench.file("copy", "newest words");
         return 0;
     };
     const QStringList errors = bench.clean(actions).errors;
     QCOMPARE(errors.size(), 1);
-    const QString lead = word("创建硬链接失败且自动回滚失败，请手动检查备份文件：");
-    QVERIFY(errors.at(0).startsWith(lead + copy + word(".morvane_tmp_")));
-    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), QByteArray("newest words"));
+    const QString lead = "创建硬链接失败且自动回滚失败，请手动检查备份文件："_u;
+    QVERIFY(errors.at(0).startsWith(lead + copy + ".morvane_tmp_"_u));
+    QCOMPARE(bench.snapshot().value("copy"_u), QByteArray("newest words"));
     const QString backup = QFileInfo(errors.at(0).mid(lead.size())).fileName();
     QCOMPARE(bench.snapshot().value(backup), kText);
     // The journal still knows; once the name is free, the file gets it back.
@@ -365,28 +355,28 @@ void TestWechatClean::keepsWhatAppearsMeanwhile()
     QCOMPARE(bench.recover().errors.size(), 1);
     bench.tree.remove("files/copy");
     QCOMPARE(bench.recover().restored, QStringList(copy));
-    QCOMPARE(bench.snapshot().value(QStringLiteral("copy")), kText);
+    QCOMPARE(bench.snapshot().value("copy"_u), kText);
     QCOMPARE(bench.journals(), QStringList());
 
     // During an undo.
     QString id = bench.clean(actions).sessionId;
     bench.operations.hook = [&](const QString &call, const QString &) {
-        if (call == QLatin1String("exchange") && linked(keep, copy)) {
+        if (call == "exchange"_u && linked(keep, copy)) {
             bench.tree.remove("files/copy");
             bench.file("copy", "undo words");
         }
         return 0;
     };
-    QCOMPARE(bench.undo(id).errors, QStringList(word("无法替换当前链接文件：") + copy));
-    QCOMPARE(bench.snapshot(), (QMap<QString, QByteArray>{{QStringLiteral("keep"), kText},
-                                                          {QStringLiteral("copy"), "undo words"}}));
+    QCOMPARE(bench.undo(id).errors, QStringList("无法替换当前链接文件："_u + copy));
+    QCOMPARE(bench.snapshot(),
+             (QMap<QString, QByteArray>{{"keep"_u, kText}, {"copy"_u, "undo words"}}));
 }
 
 void TestWechatClean::noticesWritesDuringTheMerge_data()
 {
     QTest::addColumn<QString>("written");
-    QTest::newRow("kept file") << QStringLiteral("keep");
-    QTest::newRow("copy under its backup name") << QStringLiteral("copy.morvane_tmp_*");
+    QTest::newRow("kept file") << "keep"_u;
+    QTest::newRow("copy under its backup name") << "copy.morvane_tmp_*"_u;
 }
 
 void TestWechatClean::noticesWritesDuringTheMerge()
@@ -396,18 +386,18 @@ void TestWechatClean::noticesWritesDuringTheMerge()
     const QString keep = bench.file("keep", kText);
     const QString copy = bench.file("copy", kText);
     bench.operations.hook = [&](const QString &call, const QString &) {
-        if (call == QLatin1String("link")) {
+        if (call == "link"_u) {
             const QStringList names = QDir(bench.tree.path("files")).entryList({written});
             bench.file(names.value(0), "the Same text");
         }
         return 0;
     };
     const wechat::CleanOutcome outcome = bench.clean({action(keep, {{copy}})});
-    QCOMPARE(outcome.errors, QStringList(word("创建硬链接失败：") + copy));
+    QCOMPARE(outcome.errors, QStringList("创建硬链接失败："_u + copy));
     const QMap<QString, QByteArray> after = bench.snapshot();
     QCOMPARE(after.size(), 2);
     QCOMPARE(after.values().count("the Same text"), 1);
-    QCOMPARE(after.value(QStringLiteral("keep")) == kText, written != QLatin1String("keep"));
+    QCOMPARE(after.value("keep"_u) == kText, written != "keep"_u);
     QVERIFY(!linked(keep, copy));
 }
 
@@ -417,27 +407,27 @@ void TestWechatClean::undoTouchesOnlyLinks_data()
     QTest::addColumn<QString>("error");
     QTest::newRow("file that is no link")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/outside"]}])")
-        << word("当前文件状态已变化，无法撤销：@/outside");
+        << "当前文件状态已变化，无法撤销：@/outside"_u;
     QTest::newRow("the kept file itself")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/keep"]}])")
-        << word("当前文件状态已变化，无法撤销：@/keep");
+        << "当前文件状态已变化，无法撤销：@/keep"_u;
     QTest::newRow("the kept file by another way")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/way/keep"]}])")
-        << word("当前文件状态已变化，无法撤销：@/way/keep");
+        << "当前文件状态已变化，无法撤销：@/way/keep"_u;
     QTest::newRow("symbolic link to the kept file")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/soft"]}])")
-        << word("当前文件状态已变化，无法撤销：@/soft");
+        << "当前文件状态已变化，无法撤销：@/soft"_u;
     QTest::newRow("the only name, with a link to it as the kept file")
         << QByteArray(R"([{"keepPath":"@/lone","mergedPaths":["@/outside"]}])")
-        << word("当前文件状态已变化，无法撤销：@/outside");
+        << "当前文件状态已变化，无法撤销：@/outside"_u;
     QTest::newRow("directory") << QByteArray(R"([{"keepPath":"@/dir","mergedPaths":["@/dir"]}])")
-                               << word("当前文件状态已变化，无法撤销：@/dir");
+                               << "当前文件状态已变化，无法撤销：@/dir"_u;
     QTest::newRow("nothing there")
         << QByteArray(R"([{"keepPath":"@/keep","mergedPaths":["@/none"]}])")
-        << word("目标路径不存在：@/none");
+        << "目标路径不存在：@/none"_u;
     QTest::newRow("kept file gone")
         << QByteArray(R"([{"keepPath":"@/none","mergedPaths":["@/keep"]}])")
-        << word("保留文件不存在，无法撤销：@/none");
+        << "保留文件不存在，无法撤销：@/none"_u;
     QTest::newRow("no strings") << QByteArray(
                                        R"([{"keepPath":"@/keep","mergedPaths":[7,null,{}]}])")
                                 << QString();
@@ -462,14 +452,14 @@ void TestWechatClean::undoTouchesOnlyLinks()
     bench.tree.file("home/.config/morvane/wechat_clean/operations/s1.json",
                     "{\"other\":1,\"actions\":" + record.replace("@", top.toUtf8()) + "}");
     const QMap<QString, QByteArray> before = bench.snapshot();
-    const wechat::UndoOutcome outcome = bench.undo(QStringLiteral("s1"));
+    const wechat::UndoOutcome outcome = bench.undo("s1"_u);
     QCOMPARE(outcome.restoredCount, 0);
     if (!error.isEmpty())
         QCOMPARE(outcome.errors, QStringList(error.replace(QLatin1Char('@'), top)));
     QCOMPARE(bench.snapshot(), before);
     QVERIFY(linked(bench.path("keep"), bench.path("second")));
-    QCOMPARE(status(bench.record(QStringLiteral("s1"))), word("invalid"));
-    QCOMPARE(bench.record(QStringLiteral("s1")).value(QStringLiteral("other")).toInt(), 1);
+    QCOMPARE(status(bench.record("s1"_u)), "invalid"_u);
+    QCOMPARE(bench.record("s1"_u).value("other"_u).toInt(), 1);
     QCOMPARE(bench.journals(), QStringList());
 }
 
@@ -477,22 +467,22 @@ void TestWechatClean::undoRefusesStrangeIds_data()
 {
     QTest::addColumn<QString>("id");
     for (const char *id : {"", "../secret", "/etc/passwd", "absent", "broken", "list", "folder"})
-        QTest::newRow(*id ? id : "empty") << word(id);
+        QTest::newRow(*id ? id : "empty") << QString::fromLatin1(id);
 }
 
 void TestWechatClean::undoRefusesStrangeIds()
 {
     QFETCH(QString, id);
     CleanBench bench;
-    const QString top = QStringLiteral("home/.config/morvane/wechat_clean/");
-    bench.tree.file(top + QStringLiteral("secret.json"), "{}");
-    bench.tree.file(top + QStringLiteral("operations/broken.json"), "{\"actions\":[");
-    bench.tree.file(top + QStringLiteral("operations/list.json"), "[]");
-    bench.tree.dir(top + QStringLiteral("operations/folder.json"));
+    const QString top = "home/.config/morvane/wechat_clean/"_u;
+    bench.tree.file(top + "secret.json"_u, "{}");
+    bench.tree.file(top + "operations/broken.json"_u, "{\"actions\":[");
+    bench.tree.file(top + "operations/list.json"_u, "[]");
+    bench.tree.dir(top + "operations/folder.json"_u);
     const QMap<QString, QByteArray> before = contents(bench.folders.top);
-    QCOMPARE(bench.undo(id).errors, QStringList(word("无法读取清理记录")));
+    QCOMPARE(bench.undo(id).errors, QStringList("无法读取清理记录"_u));
     QMap<QString, QByteArray> after = contents(bench.folders.top);
-    after.remove(QStringLiteral("lock"));
+    after.remove("lock"_u);
     QCOMPARE(after, before);
 }
 
@@ -507,11 +497,10 @@ void TestWechatClean::undoClearsOnlyItsOwnLeftover()
     bench.file("two.morvane_restore_tmp", "the user's own");
     QCOMPARE(bench.undo(id).restoredCount, 2);
     QVERIFY(!linked(one, keep) && !linked(two, keep));
-    const QMap<QString, QByteArray> expected{
-        {QStringLiteral("keep"), kText},
-        {QStringLiteral("one"), kText},
-        {QStringLiteral("two"), kText},
-        {QStringLiteral("two.morvane_restore_tmp.1"), "the user's own"}};
+    const QMap<QString, QByteArray> expected{{"keep"_u, kText},
+                                             {"one"_u, kText},
+                                             {"two"_u, kText},
+                                             {"two.morvane_restore_tmp.1"_u, "the user's own"}};
     QCOMPARE(bench.snapshot(), expected);
 }
 

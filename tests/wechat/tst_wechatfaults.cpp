@@ -17,11 +17,6 @@ namespace {
 const QByteArray kText = "the same text";
 constexpr int kMaxSteps = 500; // Far more than any run here takes.
 
-QString word(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 /// Runs `work` in a process of its own that is killed before its `step`th call. True if it was.
 bool killedAt(int step, CleanBench &bench, const std::function<void()> &work)
 {
@@ -44,8 +39,8 @@ bool killedAt(int step, CleanBench &bench, const std::function<void()> &work)
 /// The name of a file without what a clean or an undo may have put behind it.
 QString ownName(const QString &name)
 {
-    const int clean = name.indexOf(QLatin1String(".morvane_tmp_"));
-    const int undo = name.indexOf(QLatin1String(".morvane_restore_tmp"));
+    const int clean = name.indexOf(".morvane_tmp_"_u);
+    const int undo = name.indexOf(".morvane_restore_tmp"_u);
     return name.left(clean >= 0 ? clean : undo);
 }
 
@@ -62,11 +57,11 @@ QString lost(const QMap<QString, QByteArray> &before, const QMap<QString, QByteA
         for (auto now = after.begin(); now != after.end() && !found; ++now)
             found = ownName(now.key()) == it.key() && now.value() == it.value();
         if (!found)
-            return QStringLiteral("lost: ") + it.key();
+            return "lost: "_u + it.key();
     }
     for (auto now = after.begin(); now != after.end(); ++now) {
         if (!before.contains(ownName(now.key())))
-            return QStringLiteral("new: ") + now.key();
+            return "new: "_u + now.key();
     }
     return QString();
 }
@@ -77,10 +72,9 @@ QString mergedAmiss(const CleanBench &bench, const QVariantList &actions)
     const QStringList merged = bench.mergedPaths();
     for (const QVariant &value : actions) {
         const QVariantMap map = value.toMap();
-        const QStringList paths = map.value(QStringLiteral("replacePaths")).toStringList();
+        const QStringList paths = map.value("replacePaths"_u).toStringList();
         for (const QString &path : paths) {
-            if (linked(path, map.value(QStringLiteral("keepPath")).toString()) !=
-                merged.contains(path))
+            if (linked(path, map.value("keepPath"_u).toString()) != merged.contains(path))
                 return path;
         }
     }
@@ -100,6 +94,7 @@ private slots:
     void survivesAKillOfTheUndo();
     void rollsBack_data();
     void rollsBack();
+    void keepsTheJournalUntilTheNamesAreFlushed();
     void worksWithoutSwapOfNames();
     void failsToCopyBack_data();
     void failsToCopyBack();
@@ -112,7 +107,7 @@ private slots:
 void TestWechatFaults::initTestCase()
 {
     // Hundreds of records are flushed here; in memory that takes no minute.
-    if (QFileInfo(QStringLiteral("/dev/shm")).isWritable())
+    if (QFileInfo("/dev/shm"_u).isWritable())
         qputenv("TMPDIR", "/dev/shm");
 }
 
@@ -144,11 +139,11 @@ void TestWechatFaults::survivesAKillAnywhere()
             continue;
         const QString id = QFileInfo(records.at(0)).completeBaseName();
         QCOMPARE(bench.record(id)
-                     .value(QStringLiteral("actions"))
+                     .value("actions"_u)
                      .toArray()
                      .at(0)
                      .toObject()
-                     .value(QStringLiteral("hash"))
+                     .value("hash"_u)
                      .toString()
                      .size(),
                  32);
@@ -220,17 +215,16 @@ void TestWechatFaults::rollsBack_data()
     QTest::addColumn<QStringList>("calls"); // That fail for the copy, its backup and the link.
     QTest::addColumn<QString>("error");
     QTest::addColumn<bool>("leftover");
-    const QString linkError = word("创建硬链接失败：");
-    QTest::newRow("rename") << QStringList{QStringLiteral("renameNoReplace")}
-                            << word("无法创建临时备份：") << false;
-    QTest::newRow("link") << QStringList{QStringLiteral("link")} << linkError << false;
-    QTest::newRow("unlink") << QStringList{QStringLiteral("unlink")} << linkError << true;
+    const QString linkError = "创建硬链接失败："_u;
+    QTest::newRow("rename") << QStringList{"renameNoReplace"_u} << "无法创建临时备份："_u << false;
+    QTest::newRow("link") << QStringList{"link"_u} << linkError << false;
+    QTest::newRow("unlink") << QStringList{"unlink"_u} << linkError << true;
     QTest::newRow("link and rename back")
-        << QStringList{QStringLiteral("link"), QStringLiteral("back")}
-        << word("创建硬链接失败且自动回滚失败，请手动检查备份文件：") << true;
+        << QStringList{"link"_u, "back"_u} << "创建硬链接失败且自动回滚失败，请手动检查备份文件："_u
+        << true;
     QTest::newRow("unlink and swap back")
-        << QStringList{QStringLiteral("unlink"), QStringLiteral("exchange")}
-        << word("创建硬链接失败且自动回滚失败，请手动检查备份文件：") << true;
+        << QStringList{"unlink"_u, "exchange"_u}
+        << "创建硬链接失败且自动回滚失败，请手动检查备份文件："_u << true;
 }
 
 void TestWechatFaults::rollsBack()
@@ -244,8 +238,8 @@ void TestWechatFaults::rollsBack()
     const QString good = bench.file("good", kText);
     const QMap<QString, QByteArray> before = bench.snapshot();
     bench.operations.hook = [&](const QString &call, const QString &path) {
-        const bool back = call == QLatin1String("renameNoReplace") && path != bad;
-        const QString name = back ? QStringLiteral("back") : call;
+        const bool back = call == "renameNoReplace"_u && path != bad;
+        const QString name = back ? "back"_u : call;
         return path.startsWith(bad) && calls.contains(name) ? ENOSPC : 0;
     };
     const wechat::CleanOutcome outcome = bench.clean({action(keep, {{bad}, {good}})});
@@ -265,13 +259,32 @@ void TestWechatFaults::rollsBack()
     QCOMPARE(bench.mergedPaths(), QStringList(good));
 }
 
+void TestWechatFaults::keepsTheJournalUntilTheNamesAreFlushed()
+{
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    bench.operations.hook = [n = 0](const QString &call, const QString &) mutable {
+        // The first is for the kept files.
+        return call == "syncfs"_u && ++n > 1 ? EIO : 0;
+    };
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    QCOMPARE(outcome.errors, QStringList());
+    QCOMPARE(outcome.mergedCount, 7);
+    QCOMPARE(bench.journals().size(), 1);
+    // There is nothing to put right, and nothing to tell.
+    const wechat::RecoveryOutcome recovered = bench.recover();
+    QCOMPARE(recovered.errors + recovered.restored + recovered.removed, QStringList());
+    QCOMPARE(bench.journals(), QStringList());
+    QCOMPARE(bench.mergedPaths().size(), 7);
+}
+
 void TestWechatFaults::worksWithoutSwapOfNames()
 {
     CleanBench bench;
     const QVariantList actions = bench.fill();
     const QMap<QString, QByteArray> before = bench.snapshot();
     bench.operations.hook = [](const QString &call, const QString &) {
-        return call == QLatin1String("exchange") ? EINVAL : 0;
+        return call == "exchange"_u ? EINVAL : 0;
     };
     const wechat::UndoOutcome outcome = bench.undo(bench.clean(actions).sessionId);
     QCOMPARE(outcome.errors, QStringList());
@@ -282,23 +295,24 @@ void TestWechatFaults::worksWithoutSwapOfNames()
     // A file that appears under the name meanwhile stays here too.
     const QString copy = bench.path("msg/copy");
     bench.operations.hook = [&](const QString &call, const QString &path) {
-        if (call == QLatin1String("link") && path == copy)
+        if (call == "link"_u && path == copy)
             bench.file("msg/copy", "newer");
-        return call == QLatin1String("exchange") ? EINVAL : 0;
+        return call == "exchange"_u ? EINVAL : 0;
     };
     QCOMPARE(bench.clean(actions).errors.size(), 1);
-    QCOMPARE(bench.snapshot().value(QStringLiteral("msg/copy")), QByteArray("newer"));
+    QCOMPARE(bench.snapshot().value("msg/copy"_u), QByteArray("newer"));
 }
 
 void TestWechatFaults::failsToCopyBack_data()
 {
     QTest::addColumn<QString>("call");
     QTest::addColumn<QString>("error");
-    const QString copyError = word("恢复独立副本失败：");
-    QTest::newRow("open") << QStringLiteral("open") << copyError;
-    QTest::newRow("write") << QStringLiteral("write") << copyError;
-    QTest::newRow("fsync") << QStringLiteral("fsync") << copyError;
-    QTest::newRow("swap") << QStringLiteral("exchange") << word("无法替换当前链接文件：");
+    const QString copyError = "恢复独立副本失败："_u;
+    QTest::newRow("open") << "open"_u << copyError;
+    QTest::newRow("write") << "write"_u << copyError;
+    QTest::newRow("fsync") << "fsync"_u << copyError;
+    QTest::newRow("swap") << "exchange"_u
+                          << "无法替换当前链接文件："_u;
 }
 
 void TestWechatFaults::failsToCopyBack()
@@ -382,40 +396,37 @@ void TestWechatFaults::recoveryJudgesBackups()
     const QVariantList actions{action(keep, groups)};
     // The whole disk goes read-only, so to speak, after the first of three steps of every merge.
     bench.operations.hook = [](const QString &call, const QString &path) {
-        const bool back = call == QLatin1String("renameNoReplace") &&
-                          path.contains(QLatin1String(".morvane_tmp_"));
-        return back || call == QLatin1String("link") ? EROFS : 0;
+        const bool back = call == "renameNoReplace"_u && path.contains(".morvane_tmp_"_u);
+        return back || call == "link"_u ? EROFS : 0;
     };
     QCOMPARE(bench.clean(actions).errors.size(), 5);
     bench.operations.hook = nullptr;
     const QStringList journals = bench.journals();
     QCOMPARE(journals.size(), 1);
-    const QString suffix =
-        QStringLiteral(".morvane_tmp_") + QFileInfo(journals.at(0)).completeBaseName();
+    const QString suffix = ".morvane_tmp_"_u + QFileInfo(journals.at(0)).completeBaseName();
     for (const char *name : {"same", "differs"})
         QCOMPARE(
             bench.operations.link(QFile::encodeName(keep), QFile::encodeName(bench.path(name))), 0);
-    QFile backup(bench.path(QStringLiteral("differs") + suffix));
+    QFile backup(bench.path("differs"_u + suffix));
     QVERIFY(backup.open(QIODevice::Append) && backup.write(" and more") > 0);
     backup.close();
     bench.file("foreign", "newer");
-    bench.tree.remove(QStringLiteral("files/soft") + suffix);
-    bench.tree.link(QStringLiteral("files/soft") + suffix, keep);
+    bench.tree.remove("files/soft"_u + suffix);
+    bench.tree.link("files/soft"_u + suffix, keep);
 
     const wechat::RecoveryOutcome outcome = bench.recover();
     QCOMPARE(outcome.restored, (QStringList{bench.path("gone"), bench.path("differs")}));
-    QCOMPARE(outcome.removed, QStringList(bench.path(QStringLiteral("same") + suffix)));
-    const QString lead = word("请手动检查备份文件：");
-    QCOMPARE(outcome.errors, (QStringList{lead + bench.path(QStringLiteral("foreign") + suffix),
-                                          lead + bench.path(QStringLiteral("soft") + suffix)}));
-    const QMap<QString, QByteArray> expected{
-        {QStringLiteral("keep"), kText},
-        {QStringLiteral("gone"), kText},
-        {QStringLiteral("same"), kText},
-        {QStringLiteral("differs"), kText + " and more"},
-        {QStringLiteral("foreign"), "newer"},
-        {QStringLiteral("foreign") + suffix, kText},
-        {QStringLiteral("soft") + suffix, "-> " + keep.toUtf8()}};
+    QCOMPARE(outcome.removed, QStringList(bench.path("same"_u + suffix)));
+    const QString lead = "请手动检查备份文件："_u;
+    QCOMPARE(outcome.errors, (QStringList{lead + bench.path("foreign"_u + suffix),
+                                          lead + bench.path("soft"_u + suffix)}));
+    const QMap<QString, QByteArray> expected{{"keep"_u, kText},
+                                             {"gone"_u, kText},
+                                             {"same"_u, kText},
+                                             {"differs"_u, kText + " and more"},
+                                             {"foreign"_u, "newer"},
+                                             {"foreign"_u + suffix, kText},
+                                             {"soft"_u + suffix, "-> " + keep.toUtf8()}};
     QCOMPARE(bench.snapshot(), expected);
     QCOMPARE(bench.mergedPaths(), QStringList(bench.path("same")));
     QCOMPARE(bench.journals(), journals);
@@ -425,8 +436,7 @@ void TestWechatFaults::recoverySettlesUnfinishedCopies()
 {
     CleanBench bench;
     const QString keep = bench.file("keep", kText);
-    QStringList names{QStringLiteral("part"), QStringLiteral("whole"), QStringLiteral("other"),
-                      QStringLiteral("lonely")};
+    QStringList names{"part"_u, "whole"_u, "other"_u, "lonely"_u};
     const QByteArray left[] = {kText.left(4), kText, "not ours", kText};
     wechat::JournalAction action;
     action.keepPath = keep;
@@ -434,12 +444,12 @@ void TestWechatFaults::recoverySettlesUnfinishedCopies()
     for (int i = 0; i < names.size(); ++i) {
         action.groups[0].append({bench.path(names.at(i)), 0});
         bench.file(wechat::restorePath(names.at(i)), left[i]);
-        if (names.at(i) != QLatin1String("lonely"))
+        if (names.at(i) != "lonely"_u)
             bench.file(names.at(i), kText);
     }
     wechat::JournalContent content;
     content.kind = wechat::JournalContent::Kind::Undo;
-    content.id = QStringLiteral("20240101-000000-000");
+    content.id = "20240101-000000-000"_u;
     content.actions.append(action);
     {
         wechat::MergeJournal journal(bench.operations, bench.folders);

@@ -14,11 +14,6 @@
 
 namespace {
 
-QString word(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 QStringList sorted(QStringList list)
 {
     list.sort();
@@ -51,36 +46,26 @@ void TestWechatScan::detectsProfiles_data()
 {
     QTest::addColumn<QString>("file");        // The only file of the home.
     QTest::addColumn<QStringList>("profile"); // Path, type, id, confidence, markers; or nothing.
-    QTest::newRow("account") << QStringLiteral(".config/WeChat/wxid_ab/msg/file/x.pdf")
-                             << QStringList{QStringLiteral(".config/WeChat/wxid_ab"),
-                                            QStringLiteral("wechat"), QStringLiteral("wxid_ab"),
-                                            QStringLiteral("83"), QStringLiteral("file,msg/file")};
+    QTest::newRow("account") << ".config/WeChat/wxid_ab/msg/file/x.pdf"_u
+                             << QStringList{".config/WeChat/wxid_ab"_u, "wechat"_u, "wxid_ab"_u,
+                                            "83"_u, "file,msg/file"_u};
     QTest::newRow("account with months")
-        << QStringLiteral("Documents/xwechat_files/uid_1/msg/file/2024-03/x.pdf")
-        << QStringList{QStringLiteral("Documents/xwechat_files/uid_1"), QStringLiteral("wechat"),
-                       QStringLiteral("uid_1"), QStringLiteral("90"),
-                       QStringLiteral("file,msg/file")};
+        << "Documents/xwechat_files/uid_1/msg/file/2024-03/x.pdf"_u
+        << QStringList{"Documents/xwechat_files/uid_1"_u, "wechat"_u, "uid_1"_u, "90"_u,
+                       "file,msg/file"_u};
     QTest::newRow("account in the root itself")
-        << QStringLiteral(".local/share/WeChat/msg/file/x.pdf")
-        << QStringList{QStringLiteral(".local/share/WeChat"), QStringLiteral("wechat"), QString(),
-                       QStringLiteral("83"), QStringLiteral("file,msg/file")};
-    QTest::newRow("hidden account")
-        << QStringLiteral(".config/WeChat/.WXID_ab/msg/file/.x")
-        << QStringList{QStringLiteral(".config/WeChat/.WXID_ab"), QStringLiteral("wechat"),
-                       QString(), QStringLiteral("83"), QStringLiteral("file,msg/file")};
-    QTest::newRow("company") << QStringLiteral("Documents/WXWork/wx_1/Cache/File/2024-3/x")
-                             << QStringList{QStringLiteral("Documents/WXWork/wx_1"),
-                                            QStringLiteral("wxwork"), QString(),
-                                            QStringLiteral("90"),
-                                            QStringLiteral("Cache/File,File")};
-    QTest::newRow("content, no account")
-        << QStringLiteral(".config/WeChat/Files/msg/file/x") << QStringList();
-    QTest::newRow("other place") << QStringLiteral(".config/Weixin/wxid_ab/msg/file/x")
-                                 << QStringList();
-    QTest::newRow("other folder") << QStringLiteral(".config/WeChat/wxid_ab/msg/files/x")
-                                  << QStringList();
-    QTest::newRow("no folder") << QStringLiteral(".config/WeChat/wxid_ab/msg/file")
-                               << QStringList();
+        << ".local/share/WeChat/msg/file/x.pdf"_u
+        << QStringList{".local/share/WeChat"_u, "wechat"_u, QString(), "83"_u, "file,msg/file"_u};
+    QTest::newRow("hidden account") << ".config/WeChat/.WXID_ab/msg/file/.x"_u
+                                    << QStringList{".config/WeChat/.WXID_ab"_u, "wechat"_u,
+                                                   QString(), "83"_u, "file,msg/file"_u};
+    QTest::newRow("company") << "Documents/WXWork/wx_1/Cache/File/2024-3/x"_u
+                             << QStringList{"Documents/WXWork/wx_1"_u, "wxwork"_u, QString(),
+                                            "90"_u, "Cache/File,File"_u};
+    QTest::newRow("content, no account") << ".config/WeChat/Files/msg/file/x"_u << QStringList();
+    QTest::newRow("other place") << ".config/Weixin/wxid_ab/msg/file/x"_u << QStringList();
+    QTest::newRow("other folder") << ".config/WeChat/wxid_ab/msg/files/x"_u << QStringList();
+    QTest::newRow("no folder") << ".config/WeChat/wxid_ab/msg/file"_u << QStringList();
 }
 
 void TestWechatScan::detectsProfiles()
@@ -101,8 +86,7 @@ void TestWechatScan::detectsProfiles()
                             sorted(first.matchedMarkers).join(QLatin1Char(','))};
     profile[0] = home.path(profile.at(0));
     QCOMPARE(facts, profile);
-    const QString marker = first.type == QLatin1String("wechat") ? QStringLiteral("/msg/file")
-                                                                 : QStringLiteral("/Cache/File");
+    const QString marker = first.type == "wechat"_u ? "/msg/file"_u : "/Cache/File"_u;
     QCOMPARE(first.scanDirs, QStringList(first.profilePath + marker));
     QCOMPARE(first.estimatedBytes, qint64(-1));
 }
@@ -120,17 +104,15 @@ void TestWechatScan::ordersProfiles()
     QStringList order;
     const QVariantList profiles = detected.at(0).at(0).toList();
     for (const QVariant &value : profiles)
-        order.append(value.toMap().value(QStringLiteral("typeLabel")).toString() +
-                     value.toMap().value(QStringLiteral("profilePath")).toString().right(2));
-    QCOMPARE(order, (QStringList{word("企业微信/1"), word("原生微信_A"), word("原生微信_b")}));
-    QCOMPARE(progress.at(0), (QVariantList{10, word("正在检测微信目录...")}));
-    QCOMPARE(progress.at(1), (QVariantList{100, word("目录检测完成")}));
+        order.append(value.toMap().value("typeLabel"_u).toString() +
+                     value.toMap().value("profilePath"_u).toString().right(2));
+    QCOMPARE(order, (QStringList{"企业微信/1"_u, "原生微信_A"_u, "原生微信_b"_u}));
+    QCOMPARE(progress.at(0), (QVariantList{10, "正在检测微信目录..."_u}));
+    QCOMPARE(progress.at(1), (QVariantList{100, "目录检测完成"_u}));
     WechatProfile custom;
-    custom.type = QStringLiteral("custom");
-    QCOMPARE(WechatCleanWorker::profileToVariantMap(custom)
-                 .value(QStringLiteral("typeLabel"))
-                 .toString(),
-             word("手动目录"));
+    custom.type = "custom"_u;
+    QCOMPARE(WechatCleanWorker::profileToVariantMap(custom).value("typeLabel"_u).toString(),
+             "手动目录"_u);
 }
 
 void TestWechatScan::triesAFolderUnderEachRule()
@@ -144,8 +126,8 @@ void TestWechatScan::triesAFolderUnderEachRule()
     for (const WechatProfile &profile :
          detector.detectInRoot(tree.path("picked") + QLatin1Char('/')))
         found.append(profile.type + QLatin1Char(' ') + profile.profilePath);
-    QCOMPARE(found, (QStringList{QStringLiteral("wechat ") + tree.path("picked/wxid_1"),
-                                 QStringLiteral("wxwork ") + tree.path("picked/2")}));
+    QCOMPARE(found, (QStringList{"wechat "_u + tree.path("picked/wxid_1"),
+                                 "wxwork "_u + tree.path("picked/2")}));
     // The file folder itself may be picked.
     const QList<WechatProfile> direct = detector.detectInRoot(tree.path("picked/wxid_1/msg/file"));
     QCOMPARE(direct.size(), 1);
@@ -168,8 +150,7 @@ void TestWechatScan::namesMonths()
 {
     QFETCH(bool, month);
     TempTree home;
-    home.dir(QStringLiteral(".config/WeChat/a/msg/file/") +
-             QString::fromLatin1(QTest::currentDataTag()));
+    home.dir(".config/WeChat/a/msg/file/"_u + QString::fromLatin1(QTest::currentDataTag()));
     const QList<WechatProfile> found = NativeWechatDetector(home.path()).detect();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found.at(0).confidence, month ? 90 : 83);
@@ -188,7 +169,7 @@ void TestWechatScan::findsDuplicates()
     bench.tree.fifo("files/fifo");
     bench.tree.rawFile("files/many", QByteArrayLiteral("bad\xff name"));
     for (int i = 0; i < 200; ++i)
-        bench.file(QStringLiteral("plenty/%1").arg(i), QByteArray::number(1000 + i));
+        bench.file("plenty/%1"_u.arg(i), QByteArray::number(1000 + i));
 
     WechatCleanWorker worker(bench.tree.path("home"));
     QSignalSpy groups(&worker, &WechatCleanWorker::duplicateGroupsReady);
@@ -196,23 +177,22 @@ void TestWechatScan::findsDuplicates()
     QSignalSpy progress(&worker, &WechatCleanWorker::progressChanged);
     const QString top = bench.tree.path("files");
     // A directory twice and one within it add nothing.
-    worker.startScan({top, bench.path("msg"), top + QStringLiteral("/")}, 5, 0);
-    QCOMPARE(finished.at(0), (QVariantList{true, word("扫描完成，共发现 3 组重复文件"), 3}));
+    worker.startScan({top, bench.path("msg"), top + "/"_u}, 5, 0);
+    QCOMPARE(finished.at(0), (QVariantList{true, "扫描完成，共发现 3 组重复文件"_u, 3}));
     const QVariantList list = groups.at(0).at(0).toList();
     QCOMPARE(list.size(), 4);
     const qint64 reclaimable = 3 * 10000 + QByteArray("second 内容").size() + 3 * 5;
-    const QVariantMap summary{{QStringLiteral("totalGroups"), 3},
-                              {QStringLiteral("totalReclaimable"), reclaimable},
-                              {QStringLiteral("shownGroups"), 3}};
+    const QVariantMap summary{
+        {"totalGroups"_u, 3}, {"totalReclaimable"_u, reclaimable}, {"shownGroups"_u, 3}};
     for (auto it = summary.begin(); it != summary.end(); ++it)
         QCOMPARE(list.at(0).toMap().value(it.key()).toLongLong(), it.value().toLongLong());
     const QVariantMap largest = list.at(1).toMap();
-    QCOMPARE(largest.value(QStringLiteral("size")).toLongLong(), qint64(10000));
-    const QVariantList files = largest.value(QStringLiteral("files")).toList();
+    QCOMPARE(largest.value("size"_u).toLongLong(), qint64(10000));
+    const QVariantList files = largest.value("files"_u).toList();
     QCOMPARE(files.size(), 4);
     int aliases = 0;
     for (const QVariant &file : files)
-        aliases += file.toMap().value(QStringLiteral("aliasPaths")).toStringList().size();
+        aliases += file.toMap().value("aliasPaths"_u).toStringList().size();
     QCOMPARE(aliases, 1);
 
     QStringList texts;
@@ -223,9 +203,9 @@ void TestWechatScan::findsDuplicates()
         texts.append(step.at(1).toString());
     }
     QCOMPARE(last, 100);
-    QCOMPARE(texts.first(), word("正在扫描微信文件：已扫描 200 个文件"));
-    QVERIFY(texts.contains(word("正在分析重复文件...")));
-    QCOMPARE(texts.last(), word("扫描完成"));
+    QCOMPARE(texts.first(), "正在扫描微信文件：已扫描 200 个文件"_u);
+    QVERIFY(texts.contains("正在分析重复文件..."_u));
+    QCOMPARE(texts.last(), "扫描完成"_u);
 }
 
 void TestWechatScan::refusesNoDirectory()
@@ -235,10 +215,10 @@ void TestWechatScan::refusesNoDirectory()
     QSignalSpy finished(&worker, &WechatCleanWorker::scanFinished);
     worker.startScan({QString()}, 1, 0);
     QCOMPARE(groups.at(0).at(0).toList().size(), 0);
-    QCOMPARE(finished.at(0), (QVariantList{false, word("未选择可扫描的微信目录"), 0}));
+    QCOMPARE(finished.at(0), (QVariantList{false, "未选择可扫描的微信目录"_u, 0}));
     // One that is gone holds nothing.
-    worker.startScan({QStringLiteral("/nowhere/at/all")}, 1, 0);
-    QCOMPARE(finished.at(1), (QVariantList{true, word("扫描完成，共发现 0 组重复文件"), 0}));
+    worker.startScan({"/nowhere/at/all"_u}, 1, 0);
+    QCOMPARE(finished.at(1), (QVariantList{true, "扫描完成，共发现 0 组重复文件"_u, 0}));
 }
 
 void TestWechatScan::stops()
@@ -255,10 +235,10 @@ void TestWechatScan::stops()
                     worker.requestStop();
             });
     worker.startScan({bench.tree.path("files")}, 1, 0);
-    QCOMPARE(finished.at(0), (QVariantList{false, word("用户取消"), 0}));
+    QCOMPARE(finished.at(0), (QVariantList{false, "用户取消"_u, 0}));
     QCOMPARE(groups.size(), 0);
     worker.startScan({bench.tree.path("files")}, 1, 0);
-    QCOMPARE(finished.at(1), (QVariantList{false, word("用户取消"), 0}));
+    QCOMPARE(finished.at(1), (QVariantList{false, "用户取消"_u, 0}));
 }
 
 void TestWechatScan::tellsPercents()
@@ -280,9 +260,8 @@ void TestWechatScan::checksActions()
 {
     FakeTools tools;
     QString error;
-    QVERIFY2(
-        tools.add(QStringLiteral("ps"), FakeTools::prints("COMMAND COMMAND\nbash bash\n"), &error),
-        qPrintable(error));
+    QVERIFY2(tools.add("ps"_u, FakeTools::prints("COMMAND COMMAND\nbash bash\n"), &error),
+             qPrintable(error));
     const QByteArray path = tools.prependToPath();
     CleanBench bench;
     const QString keep = bench.file("keep", "text");
@@ -292,18 +271,18 @@ void TestWechatScan::checksActions()
     const QMap<QString, QByteArray> before = bench.snapshot();
     WechatCleanWorker worker(bench.tree.path("home"));
     QSignalSpy checked(&worker, &WechatCleanWorker::preflightFinished);
-    const QString onlyWarning = word("已跳过现有软链接：") + soft;
+    const QString onlyWarning = "已跳过现有软链接："_u + soft;
     worker.runPreflightCheck({action(keep, {{copy}, {soft}})});
     QCOMPARE(checked.at(0), (QVariantList{true, QStringList(onlyWarning), QStringList()}));
     worker.runPreflightCheck({action(keep, {{gone}}), action(gone, {{copy}})});
-    QCOMPARE(checked.at(1), (QVariantList{false, QStringList(),
-                                          QStringList{word("副本文件不存在：") + gone,
-                                                      word("保留文件不存在：") + gone}}));
+    QCOMPARE(checked.at(1),
+             (QVariantList{false, QStringList(),
+                           QStringList{"副本文件不存在："_u + gone, "保留文件不存在："_u + gone}}));
     // /proc is a file system of its own on any machine.
-    worker.runPreflightCheck({action(keep, {{QStringLiteral("/proc/version")}})});
-    QCOMPARE(checked.at(2).at(2).toStringList(),
-             QStringList(
-                 word("以下文件与保留文件不在同一分区，当前版本不支持跨分区合并：/proc/version")));
+    worker.runPreflightCheck({action(keep, {{"/proc/version"_u}})});
+    QCOMPARE(
+        checked.at(2).at(2).toStringList(),
+        QStringList("以下文件与保留文件不在同一分区，当前版本不支持跨分区合并：/proc/version"_u));
     QCOMPARE(bench.snapshot(), before);
     qputenv("PATH", path);
 }
@@ -314,11 +293,9 @@ void TestWechatScan::looksForTheClient_data()
     QTest::addColumn<QStringList>("processes");
     QTest::newRow("running") << FakeTools::prints("COMMAND COMMAND\n  WeChatAppEx /opt/x \n"
                                                   "bash bash\npython /usr/WXWork/run\n\n")
-                             << QStringList{QStringLiteral("WeChatAppEx /opt/x"),
-                                            QStringLiteral("python /usr/WXWork/run")};
+                             << QStringList{"WeChatAppEx /opt/x"_u, "python /usr/WXWork/run"_u};
     QTest::newRow("other names") << FakeTools::prints("weixin a\nb wecom\nwe chat\n")
-                                 << QStringList{QStringLiteral("weixin a"),
-                                                QStringLiteral("b wecom")};
+                                 << QStringList{"weixin a"_u, "b wecom"_u};
     QTest::newRow("failed") << FakeTools::prints("wechat wechat\n", 1) << QStringList();
     QTest::newRow("crashed") << QByteArray("echo wechat; kill -9 $$") << QStringList();
     QTest::newRow("hangs") << QByteArray("echo wechat; exec sleep 60") << QStringList();
@@ -330,7 +307,7 @@ void TestWechatScan::looksForTheClient()
     QFETCH(QStringList, processes);
     FakeTools tools;
     QString error;
-    QVERIFY2(tools.add(QStringLiteral("ps"), script, &error), qPrintable(error));
+    QVERIFY2(tools.add("ps"_u, script, &error), qPrintable(error));
     const QByteArray path = tools.prependToPath();
     WechatCleanWorker worker;
     QSignalSpy checked(&worker, &WechatCleanWorker::preflightFinished);
@@ -338,12 +315,10 @@ void TestWechatScan::looksForTheClient()
     qputenv("PATH", path);
     QStringList issues;
     if (!processes.isEmpty())
-        issues.append(word("检测到微信仍在运行，请先退出微信后再清理。\n") +
+        issues.append("检测到微信仍在运行，请先退出微信后再清理。\n"_u +
                       processes.join(QLatin1Char('\n')));
     QCOMPARE(checked.at(0), (QVariantList{processes.isEmpty(), QStringList(), issues}));
-    QCOMPARE(tools.calls(),
-             QList<QStringList>{(QStringList{QStringLiteral("ps"), QStringLiteral("-eo"),
-                                             QStringLiteral("comm,args")})});
+    QCOMPARE(tools.calls(), QList<QStringList>{(QStringList{"ps"_u, "-eo"_u, "comm,args"_u})});
 }
 
 QTEST_GUILESS_MAIN(TestWechatScan)
