@@ -115,7 +115,7 @@ void InotifyLoop::handleEvent(const inotify_event &event, const char *name)
         m_source.forgetWatch(event.wd);
     else if (event.mask & (IN_ISDIR | selfGone))
         handleDirectory(event.mask, path);
-    else if (!shouldSkip(path))
+    else if (!shouldSkipPath(path))
         handleFile(event.mask, path);
 }
 
@@ -154,12 +154,11 @@ void InotifyLoop::handleFile(uint32_t mask, const QString &path)
     if (!info.isFile())
         return;
     QString error;
-    if (!m_options.nameSuffixes.isEmpty() && !m_options.nameSuffixes.matches(info.fileName())) {
+    if (!shouldIndexFileName(info.fileName())) {
         if (!m_db.removeFile(path, &error))
             qWarning().noquote() << "[IndexWatcher] cannot remove" << path << ":" << error;
         m_reports.updated(path, QStringLiteral("remove-filtered"), true);
-    } else if (!m_options.ftsSuffixes.isEmpty() &&
-               !m_options.ftsSuffixes.matches(info.fileName())) {
+    } else if (!shouldIndexFts(info.fileName())) {
         if (!m_db.upsertFileInfoBatch({info}, &error))
             qWarning().noquote() << "[IndexWatcher] cannot store" << path << ":" << error;
         m_reports.updated(path, QStringLiteral("meta-only"), true);
@@ -206,7 +205,7 @@ void InotifyLoop::processPending()
 
 void InotifyLoop::addWatchTree(const QString &dir)
 {
-    if (shouldSkip(dir) || !QFileInfo(dir).isDir())
+    if (shouldSkipPath(dir) || !QFileInfo(dir).isDir())
         return;
     m_source.addWatch(dir);
     int seen = 0;
@@ -222,10 +221,20 @@ void InotifyLoop::addWatchTree(const QString &dir)
     FileWalker([this] { return !m_stop; }, enters).walk(dir);
 }
 
-bool InotifyLoop::shouldSkip(const QString &path) const
+bool InotifyLoop::shouldSkipPath(const QString &path) const
 {
     const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
     return PathExclusion::isLockFile(name) || m_options.exclusion.excludes(path);
+}
+
+bool InotifyLoop::shouldIndexFileName(const QString &fileName) const
+{
+    return m_options.nameSuffixes.isEmpty() || m_options.nameSuffixes.matches(fileName);
+}
+
+bool InotifyLoop::shouldIndexFts(const QString &fileName) const
+{
+    return m_options.ftsSuffixes.isEmpty() || m_options.ftsSuffixes.matches(fileName);
 }
 
 /// Whatever the index could not take in makes it wrong.

@@ -50,9 +50,10 @@ private:
     void handleDirectory(uint32_t mask, const QString &path);
     void handleFile(uint32_t mask, const QString &path);
     void processPending();
-    void store(const QFileInfo &info, const QString &text);
     void addWatchTree(const QString &dir);
-    bool shouldSkip(const QString &path) const;
+    bool shouldSkipPath(const QString &path) const;
+    bool shouldIndexFileName(const QString &fileName) const;
+    bool shouldIndexFts(const QString &fileName) const;
     void reportChange(const QString &path, const QString &action, bool success);
 
     const Options m_options;

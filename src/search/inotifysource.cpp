@@ -36,13 +36,13 @@ void InotifySource::addWatch(const QString &dir)
     if (descriptor < 0)
         return;
     forgetWatch(descriptor);
-    m_directories.insert(descriptor, dir);
+    m_watchPaths.insert(descriptor, dir);
     m_descriptors.insert(dir, descriptor);
 }
 
 void InotifySource::forgetWatch(int descriptor)
 {
-    const QString dir = m_directories.take(descriptor);
+    const QString dir = m_watchPaths.take(descriptor);
     // The name may belong to another directory by now.
     if (m_descriptors.value(dir, -1) == descriptor)
         m_descriptors.remove(dir);
@@ -51,14 +51,14 @@ void InotifySource::forgetWatch(int descriptor)
 void InotifySource::removeWatchesInside(const QString &dir)
 {
     const QString below = dir + QLatin1Char('/');
-    for (auto it = m_directories.begin(); it != m_directories.end();) {
+    for (auto it = m_watchPaths.begin(); it != m_watchPaths.end();) {
         if (it.value() != dir && !it.value().startsWith(below)) {
             ++it;
             continue;
         }
         inotify_rm_watch(m_fd, it.key());
         m_descriptors.remove(it.value());
-        it = m_directories.erase(it);
+        it = m_watchPaths.erase(it);
     }
 }
 

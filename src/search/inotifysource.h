@@ -29,7 +29,7 @@ public:
     /// failure, as at the system's limit of watches, is ignored.
     void addWatch(const QString &dir);
     /// Empty for a descriptor that is not, or no longer, watched.
-    QString watchedDirectory(int descriptor) const { return m_directories.value(descriptor); }
+    QString watchedDirectory(int descriptor) const { return m_watchPaths.value(descriptor); }
     /// Forgets a watch that the kernel has ended.
     void forgetWatch(int descriptor);
     /// Ends the watches of a directory and all below it: they follow a moved directory and would
@@ -59,6 +59,6 @@ private:
     bool m_failed = false;
     std::vector<char> m_buffer = std::vector<char>(65536);
     QByteArray m_events;
-    QHash<int, QString> m_directories;
+    QHash<int, QString> m_watchPaths;
     QHash<QString, int> m_descriptors;
 };
