@@ -4,7 +4,9 @@
 #include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLabel>
 #include <QProcess>
+#include <QPushButton>
 #include <QScreen>
 #include <QTest>
 #include <QTimer>
@@ -120,9 +122,10 @@ bool Tour::withDialog(const std::function<void()> &act,
     QTimer poll;
     QElapsedTimer sinceStart;
     sinceStart.start();
+    const QWidget *earlier = QApplication::activeModalWidget();
     QObject::connect(&poll, &QTimer::timeout, &poll, [&] {
         auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isVisible()) {
+        if (!dialog || !dialog->isVisible() || dialog == earlier) {
             if (sinceStart.elapsed() > 10000)
                 poll.stop();
             return;
@@ -140,4 +143,25 @@ bool Tour::withDialog(const std::function<void()> &act,
         return false;
     }
     return ok;
+}
+
+bool Tour::answerNotice(const std::function<void()> &act, const QString &title,
+                        const QString &pictureName, QString *message, QString *error) const
+{
+    const auto confirm = [&](QDialog *dialog, QString *why) {
+        auto *heading = dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"));
+        auto *text = dialog->findChild<QLabel *>(QStringLiteral("NoticeMessage"));
+        auto *button = dialog->findChild<QPushButton *>(QStringLiteral("NoticeOkBtn"));
+        if (!heading || !text || !button || heading->text() != title) {
+            *why = QStringLiteral("another dialog than “%1”: %2")
+                       .arg(title, heading ? heading->text() : dialog->windowTitle());
+            return false;
+        }
+        *message = text->text();
+        if (!pictureName.isEmpty() && !picture(pictureName, why))
+            return false;
+        QTest::mouseClick(button, Qt::LeftButton);
+        return true;
+    };
+    return withDialog(act, confirm, error);
 }

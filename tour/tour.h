@@ -42,6 +42,8 @@ public:
     QMap<QString, QString> expectedTexts;
     /// SHA-256 in hex of the files that are deleted from the disk image, by file name.
     QMap<QString, QByteArray> deletedHashes;
+    /// The same of the files that go into a vault.
+    QMap<QString, QByteArray> protectedHashes;
 
     /// Starts a program that runs until endService().
     bool startService(const QString &program, const QStringList &arguments, QString *error);
@@ -74,11 +76,16 @@ public:
     bool pictureOf(QWidget *window, const QString &name, QString *error) const;
     /// Gives a window the size of the tour and puts it in front.
     void fit(QWidget *window) const;
-    /// Calls `act`, which opens a modal dialog, and `inDialog` once that dialog stands; the dialog
-    /// is closed by `inDialog` or, failing that, rejected.
+    /// Calls `act`, which opens a modal dialog, at once or soon, and `inDialog` once that dialog
+    /// stands; the dialog is closed by `inDialog` or, failing that, rejected. A modal dialog that
+    /// is open already is none of its business.
     bool withDialog(const std::function<void()> &act,
                     const std::function<bool(QDialog *, QString *)> &inDialog,
                     QString *error) const;
+    /// Presses the main button of the notice that `act` brings up, which must have that title, and
+    /// takes note of what it says. Without a name, no picture.
+    bool answerNotice(const std::function<void()> &act, const QString &title,
+                      const QString &pictureName, QString *message, QString *error) const;
 
 private:
     TourOptions m_options;
