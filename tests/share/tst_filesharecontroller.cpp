@@ -1,6 +1,7 @@
 #include "share/filesharecontroller.h"
 #include "share/sharedefinition.h"
 #include "support/fakeservice.h"
+#include "support/freeport.h"
 #include "support/rawdatabase.h"
 #include "support/temptree.h"
 
@@ -25,12 +26,6 @@ QString operator""_s(const char *utf8, size_t size)
 }
 
 const QString kSync = "vault.syncShareFirewall"_s;
-
-int freePort()
-{
-    QTcpServer probe;
-    return probe.listen(QHostAddress::Any) ? probe.serverPort() : 0;
-}
 
 bool answers(int port)
 {

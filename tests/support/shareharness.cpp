@@ -107,6 +107,11 @@ void ShareHarness::add(const ShareSession &session, const QString &password)
     m_server->addActiveSession(session.id);
 }
 
+void ShareHarness::setStatus(const QString &sessionId, const QString &status)
+{
+    must(m_db.updateSessionStatus(sessionId, status), "no such session");
+}
+
 void ShareHarness::addRoot(const QString &sessionId, const QString &rootId,
                            const QString &localPath, const QString &displayName)
 {

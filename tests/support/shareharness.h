@@ -55,6 +55,7 @@ public:
     /// Fills in what a test does not care for: active, download, no password, no expiry.
     static ShareSession session(const QString &id);
     void add(const ShareSession &session, const QString &password = QString());
+    void setStatus(const QString &sessionId, const QString &status);
     void addRoot(const QString &sessionId, const QString &rootId, const QString &localPath,
                  const QString &displayName = QString());
 

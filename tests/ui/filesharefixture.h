@@ -5,22 +5,15 @@
 #include "share/filesharedb.h"
 #include "support/dialogsteps.h"
 #include "support/fakeservice.h"
+#include "support/freeport.h"
 #include "support/temptree.h"
 
 #include <QPushButton>
-#include <QTcpServer>
 #include <QTimer>
 
 #include <memory>
 
 namespace testsupport {
-
-/// A port that was free a moment ago.
-inline int freePort()
-{
-    QTcpServer probe;
-    return probe.listen(QHostAddress::Any) ? probe.serverPort() : 0;
-}
 
 /// The look of normal mode.
 inline void useLightTheme()
