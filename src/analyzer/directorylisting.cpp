@@ -1,30 +1,10 @@
 #include "analyzer/directorylisting.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <memory>
+#include "core/directorystream.h"
+
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
-
-struct CloseDirectory
-{
-    void operator()(DIR *dir) const { closedir(dir); }
-};
-
-/// A directory that was replaced by a link after it was listed must not lead out of the tree.
-DIR *openDirectory(const QByteArray &path, bool isRoot)
-{
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (isRoot ? 0 : O_NOFOLLOW);
-    const int fd = open(path.constData(), flags);
-    if (fd < 0)
-        return nullptr;
-    DIR *dir = fdopendir(fd);
-    if (!dir)
-        close(fd);
-    return dir;
-}
 
 bool isDots(const char *name)
 {
@@ -55,7 +35,7 @@ bool describe(int dirFd, const dirent &found, DirectoryEntry *entry)
 bool listDirectory(const QByteArray &path, bool isRoot, const std::function<bool()> &shouldStop,
                    const std::function<void(const DirectoryEntry &)> &onEntry)
 {
-    const std::unique_ptr<DIR, CloseDirectory> listing(openDirectory(path, isRoot));
+    const core::DirectoryStream listing = core::openDirectory(path.constData(), isRoot);
     if (!listing)
         return !shouldStop();
     const int fd = dirfd(listing.get());

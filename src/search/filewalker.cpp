@@ -1,36 +1,14 @@
 #include "search/filewalker.h"
 
+#include "core/directorystream.h"
+#include "core/filename.h"
+
 #include <QFile>
 
-#include <algorithm>
-#include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace {
-
-struct CloseDirectory
-{
-    void operator()(DIR *dir) const { closedir(dir); }
-};
-
-/// The root may be a link, what lies below may not: a directory that was replaced by a link after
-/// it was listed must not lead out of the tree.
-DIR *openDirectory(const QString &path, bool isRoot)
-{
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (isRoot ? 0 : O_NOFOLLOW);
-    const int fd = open(QFile::encodeName(path).constData(), flags);
-    if (fd < 0)
-        return nullptr;
-    DIR *dir = fdopendir(fd);
-    if (!dir)
-        close(fd);
-    return dir;
-}
 
 enum class Kind { directory, file, other };
 
@@ -64,18 +42,6 @@ FileWalker::FileWalker(std::function<bool()> running, DirectoryVisitor onDirecto
     , m_onFile(std::move(onFile))
 {}
 
-QString FileWalker::decodedName(const char *bytes)
-{
-    const int length = int(std::strlen(bytes));
-    const bool ascii =
-        std::none_of(bytes, bytes + length, [](char byte) { return (byte & 0x80) != 0; });
-    if (ascii)
-        return QString::fromLatin1(bytes, length);
-    const QByteArray raw = QByteArray::fromRawData(bytes, length);
-    const QString name = QFile::decodeName(raw);
-    return QFile::encodeName(name) == raw ? name : QString();
-}
-
 bool FileWalker::walk(const QString &root)
 {
     m_waiting = {Directory{root, 0}};
@@ -90,8 +56,8 @@ bool FileWalker::readDirectory(const Directory &directory)
 {
     if (!m_running())
         return false;
-    const std::unique_ptr<DIR, CloseDirectory> dir(
-        openDirectory(directory.path, directory.depth == 0));
+    const core::DirectoryStream dir =
+        core::openDirectory(QFile::encodeName(directory.path).constData(), directory.depth == 0);
     if (!dir)
         return true;
     const QString base = directory.path.endsWith(QLatin1Char('/'))
@@ -105,7 +71,7 @@ bool FileWalker::readDirectory(const Directory &directory)
         const Kind kind = kindOf(dirfd(dir.get()), *entry, bool(m_onFile));
         if (kind == Kind::other || (kind == Kind::file && !m_onFile))
             continue;
-        const QString name = decodedName(entry->d_name);
+        const QString name = core::decodedFileName(entry->d_name);
         if (name.isEmpty())
             continue;
         const QString path = base + name;

@@ -23,10 +23,6 @@ public:
     FileWalker(std::function<bool()> running, DirectoryVisitor onDirectory,
                FileVisitor onFile = nullptr);
 
-    /// The name of a directory entry, or empty if it does not survive the way to a QString and
-    /// back: such a file cannot be opened by its decoded name.
-    static QString decodedName(const char *bytes);
-
     /// `root` must be clean; the paths given to the visitors begin with it. False if the walk was
     /// ended early.
     bool walk(const QString &root);

@@ -1,5 +1,6 @@
 #include "search/inotifyloop.h"
 
+#include "core/filename.h"
 #include "search/contentextractor.h"
 #include "search/filewalker.h"
 
@@ -104,7 +105,7 @@ void InotifyLoop::handleEvent(const inotify_event &event, const char *name)
     if (path.isEmpty())
         return;
     if (name) {
-        const QString decoded = FileWalker::decodedName(name);
+        const QString decoded = core::decodedFileName(name);
         if (decoded.isEmpty())
             return;
         if (!path.endsWith(QLatin1Char('/')))

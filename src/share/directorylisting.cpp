@@ -1,10 +1,11 @@
 #include "share/directorylisting.h"
 
+#include "core/directorystream.h"
+#include "core/filename.h"
+
 #include <QFile>
 
 #include <algorithm>
-#include <dirent.h>
-#include <memory>
 #include <sys/stat.h>
 
 namespace share {
@@ -13,11 +14,6 @@ namespace {
 
 constexpr char kHiddenMark = '.';
 constexpr int kTimeTextSize = 32;
-
-struct DirCloser
-{
-    void operator()(DIR *dir) const { ::closedir(dir); }
-};
 
 void fill(const struct stat &status, ListedEntry *entry)
 {
@@ -47,7 +43,7 @@ ListedEntry entryAt(const QString &path)
 
 bool listDirectory(const QString &path, QVector<ListedEntry> *entries)
 {
-    const std::unique_ptr<DIR, DirCloser> dir(::opendir(QFile::encodeName(path).constData()));
+    const core::DirectoryStream dir(::opendir(QFile::encodeName(path).constData()));
     if (!dir)
         return false;
     const int descriptor = ::dirfd(dir.get());
@@ -56,8 +52,8 @@ bool listDirectory(const QString &path, QVector<ListedEntry> *entries)
         if (rawName[0] == kHiddenMark)
             continue;
         ListedEntry entry;
-        entry.name = QFile::decodeName(rawName);
-        if (QFile::encodeName(entry.name) != rawName)
+        entry.name = core::decodedFileName(rawName);
+        if (entry.name.isEmpty())
             continue;
         struct stat status;
         if (::fstatat(descriptor, rawName, &status, 0) != 0 ||
