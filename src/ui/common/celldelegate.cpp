@@ -2,6 +2,7 @@
 
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/pillpainter.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 
 #include <QAbstractItemView>
@@ -21,16 +22,9 @@ constexpr int kButtonGap = 4;
 constexpr int kButtonRadius = 8;
 constexpr int kBodyPx = 13;
 
-QFont bodyFont()
-{
-    QFont font = applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(kBodyPx));
-    return font;
-}
-
 int buttonWidth(const QString &text)
 {
-    return QFontMetrics(bodyFont()).horizontalAdvance(text) + 2 * kButtonPadding;
+    return QFontMetrics(textFont(kBodyPx)).horizontalAdvance(text) + 2 * kButtonPadding;
 }
 
 /// The texts start where those of other cells do.
@@ -60,7 +54,8 @@ CellDelegate::CellDelegate(QAbstractItemView *view)
 
 int CellDelegate::textColumnWidth(const QString &text)
 {
-    return QFontMetrics(bodyFont()).horizontalAdvance(text) + 2 * kCellPadding + kColumnSlack;
+    return QFontMetrics(textFont(kBodyPx)).horizontalAdvance(text) + 2 * kCellPadding +
+           kColumnSlack;
 }
 
 int CellDelegate::actionColumnWidth(const QStringList &actions)
@@ -112,7 +107,7 @@ void CellDelegate::paintText(QPainter *painter, const QStyleOptionViewItem &opti
     const QRect area = option.rect.adjusted(kCellPadding, 0, -kCellPadding, -1);
     const QVariant alignment = index.data(Qt::TextAlignmentRole);
     painter->save();
-    painter->setFont(bodyFont());
+    painter->setFont(textFont(kBodyPx));
     painter->setPen(index.data(InkRole).value<QColor>());
     painter->drawText(
         area, alignment.isValid() ? alignment.toInt() : int(Qt::AlignLeft | Qt::AlignVCenter),
@@ -129,7 +124,7 @@ void CellDelegate::paintActions(QPainter *painter, const QStyleOptionViewItem &o
     const QRect cell = option.rect.adjusted(0, 0, 0, -1);
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
-    painter->setFont(bodyFont());
+    painter->setFont(textFont(kBodyPx));
     for (int action = 0; action < actions.size(); ++action) {
         const bool isDanger = danger.isValid() && danger.toInt() == action;
         const Place here{index, action};

@@ -1,6 +1,6 @@
 #include "ui/common/layoutmetrics.h"
 
-#include "ui/common/theme.h"
+#include "ui/common/textfont.h"
 
 #include <QFontMetrics>
 
@@ -17,9 +17,7 @@ constexpr int kCaptionPx = 12;
 
 int lineHeight(int basePx)
 {
-    QFont font = applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(basePx));
-    return QFontMetrics(font).height();
+    return QFontMetrics(textFont(basePx)).height();
 }
 
 int controlHeight()

@@ -2,6 +2,7 @@
 
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 
 #include <QPainter>
@@ -40,18 +41,11 @@ PillColors colorsOf(StatusPill::Type type)
     return {colors.infoBackground, colors.infoBorder, colors.infoText};
 }
 
-QFont pillFont()
-{
-    QFont font = applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(kTextPx));
-    return font;
-}
-
 } // namespace
 
 QSize pillSize(const QString &text)
 {
-    const int textWidth = QFontMetrics(pillFont()).horizontalAdvance(text);
+    const int textWidth = QFontMetrics(textFont(kTextPx)).horizontalAdvance(text);
     return QSize(2 * kPaddingX + kDotSize + kDotGap + textWidth,
                  metrics::lineHeight(kTextPx) + 2 * kPaddingY);
 }
@@ -75,7 +69,7 @@ void paintPill(QPainter *painter, const QRect &area, const QString &text, Status
     painter->drawEllipse(dot);
     const QRect words(dot.right() + 1 + kDotGap, pill.top(),
                       pill.right() - kPaddingX - dot.right() - kDotGap, pill.height());
-    const QFont font = pillFont();
+    const QFont font = textFont(kTextPx);
     painter->setFont(font);
     painter->setPen(semanticInk(ThemeColors::current(), colors.text));
     painter->drawText(words, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,

@@ -5,8 +5,8 @@
 #include "ui/common/apptooltip.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
+#include "ui/common/titledcard.h"
 #include "ui/common/widgetstyle.h"
-#include "ui/common/wraplabel.h"
 #include "ui/pages/indexsettingsdialog/wrapcheckbox.h"
 
 #include <QComboBox>
@@ -20,10 +20,10 @@
 #include <QVBoxLayout>
 
 using core::AppMode;
+using ui::common::addTitledCard;
 using ui::common::AppNoticeDialog;
 using ui::common::AppToolTip;
 using ui::common::ThemeColors;
-using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace {
@@ -117,32 +117,11 @@ IndexSettingsDialog::IndexSettingsDialog(AppMode mode,
     setSettings(Settings());
 }
 
-QVBoxLayout *IndexSettingsDialog::addCard(QVBoxLayout *column, const QString &title,
-                                          const QString &hint)
-{
-    auto *card = new QFrame(this);
-    card->setProperty("card", true);
-    auto *layout = new QVBoxLayout(card);
-    layout->setContentsMargins(metrics::kCardPadding, metrics::kCardGap, metrics::kCardPadding,
-                               metrics::kCardGap);
-    layout->setSpacing(metrics::kFieldGap);
-    auto *heading = new QLabel(title, card);
-    heading->setObjectName(QStringLiteral("SectionTitle"));
-    layout->addWidget(heading);
-    if (!hint.isEmpty()) {
-        auto *text = new WrapLabel(hint, card);
-        text->setObjectName(QStringLiteral("SubtleText"));
-        layout->addWidget(text);
-    }
-    column->addWidget(card);
-    return layout;
-}
-
 QListWidget *IndexSettingsDialog::addDirectoryCard(QVBoxLayout *column, const QString &name,
                                                    const QString &title, const QString &hint,
                                                    const QString &dialogTitle)
 {
-    QVBoxLayout *card = addCard(column, title, hint);
+    QVBoxLayout *card = addTitledCard(column, title, hint);
     auto *list = new QListWidget(this);
     list->setObjectName(name + QStringLiteral("List"));
     list->setSelectionMode(QAbstractItemView::ExtendedSelection);
@@ -179,8 +158,8 @@ QListWidget *IndexSettingsDialog::addDirectoryCard(QVBoxLayout *column, const QS
 
 void IndexSettingsDialog::buildTypesCard(QVBoxLayout *column)
 {
-    QVBoxLayout *card = addCard(column, tr("全文检索类型"),
-                                tr("按类别选择需要提取文本内容建立全文索引的文件类型。"));
+    QVBoxLayout *card = addTitledCard(column, tr("全文检索类型"),
+                                      tr("按类别选择需要提取文本内容建立全文索引的文件类型。"));
     for (const TypeGroup &group : kTypeGroups) {
         auto *box = new WrapCheckBox(QString::fromUtf8(group.title).arg(patternsOf(group)), this);
         box->setObjectName(QString::fromLatin1(group.objectName));
@@ -191,7 +170,7 @@ void IndexSettingsDialog::buildTypesCard(QVBoxLayout *column)
 
 void IndexSettingsDialog::buildAdvancedCard(QVBoxLayout *column)
 {
-    QVBoxLayout *card = addCard(column, tr("高级设置"), QString());
+    QVBoxLayout *card = addTitledCard(column, tr("高级设置"));
     auto *grid = new QGridLayout;
     grid->setHorizontalSpacing(metrics::kFieldGap);
     grid->setVerticalSpacing(metrics::kFieldGap);

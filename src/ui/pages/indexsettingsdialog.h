@@ -37,8 +37,6 @@ public:
     void setSettings(const Settings &settings);
 
 private:
-    /// A card with a title and a hint; what else it holds goes into the layout.
-    QVBoxLayout *addCard(QVBoxLayout *column, const QString &title, const QString &hint);
     QListWidget *addDirectoryCard(QVBoxLayout *column, const QString &name, const QString &title,
                                   const QString &hint, const QString &dialogTitle);
     void buildTypesCard(QVBoxLayout *column);

@@ -7,8 +7,8 @@
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
+#include "ui/common/titledcard.h"
 #include "ui/common/widgetstyle.h"
-#include "ui/common/wraplabel.h"
 #include "ui/pages/shieldsettingsdialog/dirtagwidget.h"
 
 #include <QComboBox>
@@ -21,11 +21,11 @@
 
 using shieldsettings::LimitOption;
 using shieldsettings::TypeGroup;
+using ui::common::addTitledCard;
 using ui::common::AppToolTip;
 using ui::common::FlowLayout;
 using ui::common::IconWidget;
 using ui::common::ThemeColors;
-using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
 namespace {
@@ -106,31 +106,10 @@ ShieldSettingsDialog::ShieldSettingsDialog(QWidget *parent)
            shieldsettings::dialogHeight(screen ? screen->availableGeometry().height() : -1));
 }
 
-QBoxLayout *ShieldSettingsDialog::addCard(QBoxLayout *column, const QString &title,
-                                          const QString &line)
-{
-    auto *card = new QFrame(this);
-    card->setProperty("card", true);
-    auto *layout = new QVBoxLayout(card);
-    layout->setContentsMargins(metrics::kCardPadding, metrics::kCardGap, metrics::kCardPadding,
-                               metrics::kCardGap);
-    layout->setSpacing(metrics::kFieldGap);
-    auto *heading = new QLabel(title, card);
-    heading->setObjectName(QStringLiteral("SectionTitle"));
-    layout->addWidget(heading);
-    if (!line.isEmpty()) {
-        auto *text = new WrapLabel(line, card);
-        text->setObjectName(QStringLiteral("SubtleText"));
-        layout->addWidget(text);
-    }
-    column->addWidget(card);
-    return layout;
-}
-
 void ShieldSettingsDialog::buildDirectoryCard(QBoxLayout *column)
 {
-    QBoxLayout *card =
-        addCard(column, tr("保护目录"), tr("在以下目录中被删除的受保护类型文件将自动进入保护。"));
+    QBoxLayout *card = addTitledCard(column, tr("保护目录"),
+                                     tr("在以下目录中被删除的受保护类型文件将自动进入保护。"));
     m_tagArea = new QWidget(this);
     m_tags = new FlowLayout(m_tagArea, 0, metrics::kFieldGap, metrics::kFieldGap);
     card->addWidget(m_tagArea);
@@ -144,8 +123,8 @@ void ShieldSettingsDialog::buildDirectoryCard(QBoxLayout *column)
 
 void ShieldSettingsDialog::buildTypeCard(QBoxLayout *column)
 {
-    QBoxLayout *card =
-        addCard(column, tr("保护类型"), tr("选择需要保护的文件类型，鼠标悬停可查看包含的扩展名。"));
+    QBoxLayout *card = addTitledCard(column, tr("保护类型"),
+                                     tr("选择需要保护的文件类型，鼠标悬停可查看包含的扩展名。"));
     auto *area = new QWidget(this);
     auto *flow = new FlowLayout(area, 0, metrics::kFieldGap, metrics::kFieldGap);
     for (const TypeGroup &group : shieldsettings::typeGroups()) {
@@ -167,7 +146,7 @@ void ShieldSettingsDialog::buildTypeCard(QBoxLayout *column)
 
 void ShieldSettingsDialog::buildLimitCard(QBoxLayout *column)
 {
-    QBoxLayout *card = addCard(column, tr("保留策略"), QString());
+    QBoxLayout *card = addTitledCard(column, tr("保留策略"));
     auto *grid = new QGridLayout;
     grid->setHorizontalSpacing(metrics::kFieldGap);
     grid->setVerticalSpacing(metrics::kFieldGap);

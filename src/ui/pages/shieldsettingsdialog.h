@@ -49,7 +49,6 @@ private:
         QString body;
     };
 
-    QBoxLayout *addCard(QBoxLayout *column, const QString &title, const QString &line);
     void buildDirectoryCard(QBoxLayout *column);
     void buildTypeCard(QBoxLayout *column);
     void buildLimitCard(QBoxLayout *column);

@@ -1,5 +1,6 @@
 #include "ui/pages/diskanalyzerpage/bardelegate.h"
 
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 #include "ui/pages/diskanalyzerpage/directorymodel.h"
 
@@ -17,9 +18,8 @@ constexpr int kBodyPx = 13;
 
 int textWidth()
 {
-    QFont font = ui::common::applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(kBodyPx));
-    return QFontMetrics(font).horizontalAdvance(QStringLiteral("100.0%")) + 2;
+    return QFontMetrics(ui::common::textFont(kBodyPx)).horizontalAdvance(QStringLiteral("100.0%")) +
+           2;
 }
 
 } // namespace

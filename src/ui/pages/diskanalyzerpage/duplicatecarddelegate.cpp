@@ -1,6 +1,7 @@
 #include "ui/pages/diskanalyzerpage/duplicatecarddelegate.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/duplicatemodel.h"
@@ -9,6 +10,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
+using ui::common::textFont;
 using ui::common::ThemeColors;
 namespace metrics = ui::common::metrics;
 
@@ -31,18 +33,9 @@ constexpr int kBodyPx = 13;
 constexpr int kCaptionPx = 12;
 constexpr int kWidePage = 620; ///< Base pixels; below, the times of the files have no room.
 
-QFont fontOf(int basePx, bool semibold = false)
-{
-    QFont font = ui::common::applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(basePx));
-    if (semibold)
-        font.setWeight(QFont::DemiBold);
-    return font;
-}
-
 int textWidth(int basePx, const QString &text)
 {
-    return QFontMetrics(fontOf(basePx)).horizontalAdvance(text);
+    return QFontMetrics(textFont(basePx)).horizontalAdvance(text);
 }
 
 QString keepText(bool keep)
@@ -166,7 +159,7 @@ void DuplicateCardDelegate::paintHead(QPainter *painter, const QRect &item,
 {
     const ThemeColors &colors = ThemeColors::current();
     const DuplicateGroup &group = m_model->groupAt(index);
-    const QFont titleFont = fontOf(kTitlePx, true);
+    const QFont titleFont = textFont(kTitlePx, QFont::DemiBold);
     const QString title = duplicateGroupTitle(group);
     const QRect button = partRect(item, index, DuplicateListView::DeletePart);
     const int titleWidth = QFontMetrics(titleFont).horizontalAdvance(title);
@@ -178,7 +171,7 @@ void DuplicateCardDelegate::paintHead(QPainter *painter, const QRect &item,
                       QFontMetrics(titleFont).elidedText(title, Qt::ElideRight, area.width()));
     area.setLeft(area.left() + titleWidth + kGap);
     if (area.width() > 0) {
-        const QFont caption = fontOf(kCaptionPx);
+        const QFont caption = textFont(kCaptionPx);
         painter->setFont(caption);
         painter->setPen(colors.readable(colors.textMuted, colors.headerBackground));
         painter->drawText(area, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
@@ -202,7 +195,7 @@ void DuplicateCardDelegate::paintFile(QPainter *painter, const QStyleOptionViewI
     mark.state = QStyle::State_Enabled | (file.keep ? QStyle::State_On : QStyle::State_Off);
     QStyle *style = option.widget ? option.widget->style() : QApplication::style();
     style->drawPrimitive(QStyle::PE_IndicatorItemViewItemCheck, &mark, painter, option.widget);
-    painter->setFont(fontOf(kBodyPx));
+    painter->setFont(textFont(kBodyPx));
     painter->setPen(file.keep ? colors.textPrimary : colors.readable(colors.dangerText, ground));
     painter->drawText(keep, Qt::AlignRight | Qt::AlignVCenter, keepText(file.keep));
 
@@ -212,12 +205,12 @@ void DuplicateCardDelegate::paintFile(QPainter *painter, const QStyleOptionViewI
     const bool wide = row.width() >= ThemeColors::current().fontPx(kWidePage);
     const QString detail = detailText(file, wide);
     if (!detail.isEmpty()) {
-        painter->setFont(fontOf(kCaptionPx));
+        painter->setFont(textFont(kCaptionPx));
         painter->setPen(colors.readable(colors.textMuted, ground));
         painter->drawText(area, Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine, detail);
         area.setRight(area.right() - textWidth(kCaptionPx, detail) - kGap);
     }
-    const QFont body = fontOf(kBodyPx);
+    const QFont body = textFont(kBodyPx);
     painter->setFont(body);
     painter->setPen(colors.textPrimary);
     painter->drawText(area, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
@@ -240,7 +233,7 @@ void DuplicateCardDelegate::paintButton(QPainter *painter, const QRect &item,
         if (isDanger)
             ink = colors.surface;
     }
-    painter->setFont(fontOf(kBodyPx));
+    painter->setFont(textFont(kBodyPx));
     painter->setPen(ink);
     painter->drawText(rect, Qt::AlignCenter, buttonText(part));
 }

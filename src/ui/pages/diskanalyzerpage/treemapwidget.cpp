@@ -1,6 +1,7 @@
 #include "ui/pages/diskanalyzerpage/treemapwidget.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
@@ -27,11 +28,7 @@ const QSize kMinimum(160, 96);
 
 QFont labelFont(bool semibold)
 {
-    QFont font = ui::common::applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(kLabelPx));
-    if (semibold)
-        font.setWeight(QFont::DemiBold);
-    return font;
+    return ui::common::textFont(kLabelPx, semibold ? QFont::DemiBold : QFont::Normal);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "ui/pages/filesearchpage/resultcarddelegate.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 #include "ui/common/utils/formatutils.h"
 #include "ui/pages/filesearchpage/searchresultmodel.h"
@@ -14,6 +15,7 @@
 #include <QToolTip>
 #include <QtMath>
 
+using ui::common::textFont;
 using ui::common::ThemeColors;
 namespace metrics = ui::common::metrics;
 
@@ -35,20 +37,11 @@ constexpr int kTitlePx = 15;
 constexpr int kBodyPx = 13;
 constexpr int kCaptionPx = 12;
 
-QFont fontOf(int basePx, bool semibold = false)
-{
-    QFont font = ui::common::applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(basePx));
-    if (semibold)
-        font.setWeight(QFont::DemiBold);
-    return font;
-}
-
 void setUp(QTextDocument *document, const QString &snippet, int width)
 {
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    document->setDefaultFont(fontOf(kBodyPx));
+    document->setDefaultFont(textFont(kBodyPx));
     document->setDefaultTextOption(option);
     document->setDocumentMargin(0);
     document->setHtml(snippetToRichText(snippet, ThemeColors::current()));
@@ -120,7 +113,7 @@ void Card::paintHead(QPainter *painter, const QColor &ground, bool busy) const
     const QColor muted = colors.readable(colors.textMuted, ground);
     const int inner = m_width - 2 * kPaddingX;
 
-    const QFont caption = fontOf(kCaptionPx);
+    const QFont caption = textFont(kCaptionPx);
     const QFontMetrics captionMetrics(caption);
     const auto drawLine = [&](const QFont &font, const QColor &ink, int top, int height,
                               const QString &left, Qt::TextElideMode elide, const QString &right) {
@@ -140,8 +133,8 @@ void Card::paintHead(QPainter *painter, const QColor &ground, bool busy) const
         ui::common::utils::formatByteSize(m_result.value(QStringLiteral("size")).toLongLong());
     const QString time = ui::common::utils::formatTimestamp(
         m_result.value(QStringLiteral("modifiedMs")).toLongLong());
-    drawLine(fontOf(kTitlePx, true), colors.textPrimary, kPaddingY, metrics::lineHeight(kTitlePx),
-             value("name"), Qt::ElideRight,
+    drawLine(textFont(kTitlePx, QFont::DemiBold), colors.textPrimary, kPaddingY,
+             metrics::lineHeight(kTitlePx), value("name"), Qt::ElideRight,
              busy ? ResultCardDelegate::tr("正在处理...")
                   : scoreText(m_result.value(QStringLiteral("score")).toDouble()));
     drawLine(caption, muted, m_pathTop, metrics::lineHeight(kCaptionPx), value("path"),
@@ -157,7 +150,7 @@ void Card::paintRefinement(QPainter *painter) const
     painter->drawRoundedRect(box, kBoxRadius, kBoxRadius);
     const int labelHeight = metrics::lineHeight(kCaptionPx);
     const int top = m_boxTop + kBoxPadding - kLineGap / 2;
-    painter->setFont(fontOf(kCaptionPx, true));
+    painter->setFont(textFont(kCaptionPx, QFont::DemiBold));
     painter->setPen(colors.readable(colors.infoText, colors.headerBackground));
     painter->drawText(QRect(box.left() + kBoxPadding, top, box.width(), labelHeight),
                       Qt::AlignVCenter | Qt::AlignLeft, ResultCardDelegate::tr("二次匹配"));

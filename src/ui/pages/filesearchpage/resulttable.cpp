@@ -1,6 +1,7 @@
 #include "ui/pages/filesearchpage/resulttable.h"
 
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/textfont.h"
 #include "ui/common/theme.h"
 #include "ui/pages/filesearchpage/searchresultmodel.h"
 
@@ -34,9 +35,7 @@ QString buttonText(ResultTable::RowButton button)
 
 QFontMetrics bodyMetrics()
 {
-    QFont font = ui::common::applicationFont();
-    font.setPixelSize(ThemeColors::current().fontPx(kBodyPx));
-    return QFontMetrics(font);
+    return QFontMetrics(ui::common::textFont(kBodyPx));
 }
 
 } // namespace
