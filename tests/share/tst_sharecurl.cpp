@@ -42,7 +42,6 @@ private:
 namespace {
 
 constexpr int kSize = 1000000;
-constexpr int kRangeIgnored = 33;
 constexpr int kCutShort = 18;
 
 QByteArray contentOf(const QString &path)
@@ -151,7 +150,7 @@ void TestShareCurl::resumesABrokenDownload()
     QVERIFY(contentOf(path) == m_content);
     // There is nothing left: not an answer of 416, but neither a second copy.
     run = curl("/s/s/d/data.bin", resume);
-    QCOMPARE(run.code, kRangeIgnored);
+    QVERIFY2(run.head.startsWith("HTTP/1.1 200 "), run.head.constData());
     QVERIFY(contentOf(path) == m_content);
     // Each request counts.
     QTRY_COMPARE(m_share->log(QStringLiteral("s")).count(QStringLiteral("download data.bin")), 2);
