@@ -22,5 +22,5 @@ if [ "$tour" = no ]; then
     cmake --build --preset release --target morvane
     exec build/release/src/app/morvane "$@"
 fi
-cmake --build --preset release --target morvane morvane_recoveryd morvane_tour
+cmake --build --preset release --target morvane morvane_recoveryd morvane_vaultd morvane_tour
 exec scripts/tour.sh "$@"

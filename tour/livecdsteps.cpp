@@ -1,4 +1,5 @@
 #include "core/controllers/search/searchpathresolver.h"
+#include "protectionsteps.h"
 #include "recoverysteps.h"
 #include "searchsteps.h"
 #include "tour.h"
@@ -72,9 +73,10 @@ bool searchByContent(Tour &tour, QString *found, QString *error)
 
 QList<TourStep> livecdModeSteps()
 {
-    return recoverySteps() + QList<TourStep>{{"已安装系统", makeTargetSystem},
-                                             {"目标系统搜索", openSearchOverTarget},
-                                             {"构建索引", buildIndex},
-                                             {"文件名搜索", searchByName},
-                                             {"全文检索", searchByContent}};
+    return recoverySteps() + protectionsteps::livecdSteps() +
+           QList<TourStep>{{"已安装系统", makeTargetSystem},
+                           {"目标系统搜索", openSearchOverTarget},
+                           {"构建索引", buildIndex},
+                           {"文件名搜索", searchByName},
+                           {"全文检索", searchByContent}};
 }

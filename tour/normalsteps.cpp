@@ -1,7 +1,11 @@
 #include "app/mainwindow.h"
+#include "protectionsteps.h"
 #include "searchsteps.h"
 #include "settingssteps.h"
+#include "sharesteps.h"
+#include "spacesteps.h"
 #include "tour.h"
+#include "wechatsteps.h"
 
 #include <QDialog>
 #include <QFile>
@@ -179,5 +183,6 @@ QList<TourStep> normalModeSteps()
                            {"跟随变化", followChanges},
                            {"索引设置", openSettings},
                            {"侧边栏", openSidebar}} +
+           spaceSteps() + wechatSteps() + protectionsteps::normalSteps() + shareSteps() +
            settingsSteps();
 }

@@ -1,6 +1,7 @@
 #include "recoverysteps.h"
 
 #include "app/mainwindow.h"
+#include "protectionsteps.h"
 #include "support/diskimages.h"
 #include "support/sampledocuments.h"
 #include "ui/common/celldelegate.h"
@@ -112,6 +113,10 @@ bool makeImage(Tour &tour, QString *found, QString *error)
         }
         tour.deletedHashes.insert(name, sha256(path));
     }
+    const QString user = docs + QStringLiteral("/home/tour");
+    QDir().mkpath(user);
+    if (!protectionsteps::fillVault(tour, user, error))
+        return false;
     if (!diskimages::makeExt(imagePath(tour), docs, kImageKiB,
                              {QStringLiteral("-t"), QStringLiteral("ext4")}, error))
         return false;
@@ -125,7 +130,7 @@ bool startService(Tour &tour, QString *found, QString *error)
     if (!tour.startService(program,
                            {QStringLiteral("--image"), imagePath(tour), QStringLiteral("--state"),
                             tour.root() + QStringLiteral("/state"), QStringLiteral("--socket"),
-                            socketPath(tour)},
+                            socketPath(tour), QStringLiteral("--exit-with-parent")},
                            error))
         return false;
     *found = QFileInfo(program).fileName();
