@@ -1,5 +1,7 @@
 #include "common/mailbox.h"
 
+#include <QPointer>
+
 namespace services {
 
 void Mailbox::post(const std::function<void()> &work)
@@ -17,8 +19,12 @@ void Mailbox::drain()
         const std::lock_guard<std::mutex> lock(m_mutex);
         taken.swap(m_waiting);
     }
-    for (const std::function<void()> &work : taken)
+    const QPointer<Mailbox> self(this); // a piece of work may end the mailbox
+    for (const std::function<void()> &work : taken) {
+        if (!self)
+            return;
         work();
+    }
 }
 
 } // namespace services

@@ -1,3 +1,4 @@
+#include "common/mailbox.h"
 #include "common/servicehost.h"
 #include "core/ipc/ipcclient.h"
 
@@ -5,6 +6,8 @@
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <memory>
 
 using core::ipc::IpcClient;
 using services::Reply;
@@ -31,6 +34,7 @@ private slots:
     void dropsGarbageAndIgnoresNonRequests();
     void closesInsideAHandler();
     void takesOverOnlyALeftoverSocket();
+    void mailboxForgetsWorkAtItsEnd();
 };
 
 void TestServiceHost::answersRequests()
@@ -212,6 +216,20 @@ void TestServiceHost::takesOverOnlyALeftoverSocket()
     IpcClient client(kName);
     QVERIFY(client.ensureConnected(1000));
     QTRY_COMPARE(host.clientCount(), 1);
+}
+
+void TestServiceHost::mailboxForgetsWorkAtItsEnd()
+{
+    std::unique_ptr<services::Mailbox> mailbox(new services::Mailbox);
+    QStringList done;
+    mailbox->post([&] { done.append(QStringLiteral("first")); });
+    mailbox->post([&] {
+        done.append(QStringLiteral("last"));
+        mailbox.reset();
+    });
+    mailbox->post([&] { done.append(QStringLiteral("too late")); });
+    QTRY_VERIFY(!mailbox);
+    QCOMPARE(done, QStringList({QStringLiteral("first"), QStringLiteral("last")}));
 }
 
 QTEST_GUILESS_MAIN(TestServiceHost)
