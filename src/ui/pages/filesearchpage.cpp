@@ -359,11 +359,15 @@ void FileSearchPage::onIndexInvalidated()
 {
     if (m_building)
         return;
-    // After a failed build the watcher fails as well; rebuilding by itself would never end.
-    if (m_settings.autoRebuild && !m_lastBuildFailed)
+    const QString hint = tr("检测到文件系统变化，请重建索引以获得最新结果。");
+    // After a failed build the watcher fails as well: rebuilding by itself would never end, and why
+    // the build failed says more than the hint.
+    if (m_lastBuildFailed)
+        m_header->setNews(hint);
+    else if (m_settings.autoRebuild)
         startBuild();
     else
-        m_header->setStatus(tr("检测到文件系统变化，请重建索引以获得最新结果。"));
+        m_header->setStatus(hint);
 }
 
 void FileSearchPage::onIncrementalIndexUpdated(const QString &path, const QString &action,
