@@ -213,7 +213,9 @@ void SearchView::resetFilters()
             combo->setCurrentIndex(0);
     }
     m_refine->clearKeywords();
-    requestSearch();
+    // The combos work on the answer that is there; only other keywords need a new one.
+    if (refineString() != m_searchedRefine)
+        requestSearch();
 }
 
 void SearchView::showState(const QString &title, const QString &hint, const QString &action)
