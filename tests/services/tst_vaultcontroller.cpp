@@ -344,7 +344,8 @@ void TestVaultController::authenticates()
     QVERIFY(client.ensureConnected(3000));
     controller.authenticate(QStringLiteral("我"), QStringLiteral(" p\"w "));
     QTRY_COMPARE(seen.lines, QStringList(signalled));
-    QCOMPARE(service.lastParams(method), json(R"({"username":"我","password":" p\"w "})"));
+    const QByteArray sent(R"({"username":"我","password":" p\"w "})");
+    QCOMPARE(service.lastParams(method), json(sent));
 
     seen.lines.clear();
     VaultController bare(nullptr);
