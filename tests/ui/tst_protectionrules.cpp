@@ -81,34 +81,34 @@ private slots:
 void TestProtectionRules::status_data()
 {
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("health");
+    QTest::addColumn<QString>("dot");
     QTest::addColumn<QString>("toggle");
     QTest::addColumn<QString>("service");
-    const auto row = [](const char *flags, const QString &text, const char *health, bool isOn,
+    const auto row = [](const char *flags, const QString &text, const char *dot, bool isOn,
                         bool isRunning) {
-        QTest::newRow(flags) << text << QString::fromLatin1(health)
+        QTest::newRow(flags) << text << QString::fromLatin1(dot)
                              << (isOn ? "关闭保护"_u : "启用保护"_u)
                              << (isRunning ? "● 运行中"_u : "○ 未运行"_u);
     };
-    row("", "保护未启用"_u, "off", false, false);
-    row("r", "保护未启用"_u, "off", false, true);
-    row("rhfb", "保护未启用"_u, "off", false, true);
-    row("hf", "保护未启用"_u, "off", false, false);
-    row("e", "保护未启用"_u, "off", false, false);
-    row("ehf", "保护未启用"_u, "off", false, false);
-    row("erhf", "保护已启用"_u, "good", true, true);
-    row("erhfb", "待重启生效"_u, "waiting", true, true);
-    row("erh", "保护异常"_u, "broken", true, true);
-    row("erf", "保护异常"_u, "broken", true, true);
-    row("er", "保护异常"_u, "broken", true, true);
-    row("erhb", "保护异常"_u, "broken", true, true);
+    row("", "保护未启用"_u, "#666666", false, false);
+    row("r", "保护未启用"_u, "#666666", false, true);
+    row("rhfb", "保护未启用"_u, "#666666", false, true);
+    row("hf", "保护未启用"_u, "#666666", false, false);
+    row("e", "保护未启用"_u, "#666666", false, false);
+    row("ehf", "保护未启用"_u, "#666666", false, false);
+    row("erhf", "保护已启用"_u, "#22c55e", true, true);
+    row("erhfb", "待重启生效"_u, "#f59e0b", true, true);
+    row("erh", "保护异常"_u, "#ef4444", true, true);
+    row("erf", "保护异常"_u, "#ef4444", true, true);
+    row("er", "保护异常"_u, "#ef4444", true, true);
+    row("erhb", "保护异常"_u, "#ef4444", true, true);
 }
 
 void TestProtectionRules::status()
 {
     const StatusView view = viewOf(statusOf(QString::fromLatin1(QTest::currentDataTag())));
     QTEST(view.text, "text");
-    QTEST(styleName(view.health), "health");
+    QTEST(dotColor(view.health).name(), "dot");
     QTEST(view.toggleText, "toggle");
     QTEST(view.service, "service");
     QCOMPARE(view.fileCount, "7"_u);

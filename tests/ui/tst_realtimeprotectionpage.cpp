@@ -178,8 +178,10 @@ void TestRealtimeProtectionPage::followsTheLink()
 {
     Bench bench;
     QCOMPARE(bench.text("StatusText"), "守护进程未连接"_u);
-    QCOMPARE(child<QWidget>(bench.page.get(), "StatusDot")->property("health").toString(),
-             "broken"_u);
+    const auto dot = [&bench] {
+        return child<QWidget>(bench.page.get(), "StatusDot")->grab().toImage().pixelColor(6, 6);
+    };
+    QCOMPARE(dot().name(), "#ef4444"_u);
     QCOMPARE(textOf(bench.tree(), "EmptyStateTitle"), "守护进程未连接"_u);
     const char *const controls[] = {"ProtectionToggle",      "ShieldSettingsButton",
                                     "RestoreSelectedButton", "DeleteSelectedButton",
@@ -189,6 +191,7 @@ void TestRealtimeProtectionPage::followsTheLink()
     QVERIFY(bench.service.start());
     bench.controller.connectToVaultDaemon();
     QTRY_COMPARE(bench.text("StatusText"), "保护已启用"_u);
+    QCOMPARE(dot().name(), "#22c55e"_u);
     QCOMPARE(bench.service.methods().mid(0, 3), (QStringList{kStatus, kConfig, kList}));
     QCOMPARE(bench.service.lastParams(kList), (QJsonObject{{"limit"_u, 100}, {"offset"_u, 0}}));
     QTRY_COMPARE(bench.text("FileListHeading"), "受保护文件列表 (3 个文件)"_u);

@@ -1,5 +1,7 @@
 #include "ui/common/theme.h"
 
+#include "ui/common/statuscolors.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -222,6 +224,26 @@ QColor LegacyColors::blockSelected()
 QColor LegacyColors::blockHovered()
 {
     return QColor(255, 255, 255, 80);
+}
+
+QColor StatusColors::off()
+{
+    return QColor(0x66, 0x66, 0x66);
+}
+
+QColor StatusColors::good()
+{
+    return QColor(0x22, 0xc5, 0x5e);
+}
+
+QColor StatusColors::waiting()
+{
+    return QColor(0xf5, 0x9e, 0x0b);
+}
+
+QColor StatusColors::broken()
+{
+    return QColor(0xef, 0x44, 0x44);
 }
 
 } // namespace common

@@ -36,10 +36,7 @@ constexpr int kProtectedPaceMs = 500;
 QString pageSheet()
 {
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
-QLabel#StatusDot { border-radius: 6px; background: @textMuted@; }
-QLabel#StatusDot[health="good"] { background: @successText@; }
-QLabel#StatusDot[health="waiting"] { background: @warningText@; }
-QLabel#StatusDot[health="broken"] { background: @dangerText@; }
+QLabel#StatusDot { border-radius: 6px; }
 QFrame#StatCard { background: @headerBackground@; border: 1px solid @border@; border-radius: 8px; }
 QFrame#StatCard QLabel#LargeValue { font-size: @20px@; }
 )qss"));

@@ -86,7 +86,7 @@ QBoxLayout *StatusCard::buildStats()
 
 void StatusCard::showHealth(Health health, const QString &text)
 {
-    ui::common::setStyleProperty(m_dot, "health", styleName(health));
+    m_dot->setStyleSheet(QStringLiteral("background: %1;").arg(dotColor(health).name()));
     m_text->setText(text);
 }
 

@@ -1,7 +1,10 @@
 #include "ui/pages/realtimeprotectionpage/statusrules.h"
 
 #include "core/jsonnumber.h"
+#include "ui/common/statuscolors.h"
 #include "ui/common/utils/protectedfiles.h"
+
+using ui::common::StatusColors;
 
 namespace realtimeprotection {
 
@@ -81,19 +84,19 @@ StatusView viewOf(const ServiceStatus &status)
     return view;
 }
 
-QString styleName(Health health)
+QColor dotColor(Health health)
 {
     switch (health) {
     case Health::Good:
-        return QStringLiteral("good");
+        return StatusColors::good();
     case Health::Waiting:
-        return QStringLiteral("waiting");
+        return StatusColors::waiting();
     case Health::Broken:
-        return QStringLiteral("broken");
+        return StatusColors::broken();
     case Health::Off:
         break;
     }
-    return QStringLiteral("off");
+    return StatusColors::off();
 }
 
 QString BreakageWatch::warningFor(const ServiceStatus &status)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QJsonObject>
 #include <QString>
 
@@ -40,8 +41,7 @@ struct StatusView
 
 StatusView viewOf(const ServiceStatus &status);
 
-/// Value of the property by which the style sheet colours the dot.
-QString styleName(Health health);
+QColor dotColor(Health health);
 
 /// Sees to it that a broken protection is warned of once a spell. A short stop of the service does
 /// not end the spell; any other state does.
