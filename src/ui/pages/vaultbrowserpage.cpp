@@ -347,7 +347,8 @@ void VaultBrowserPage::onPartitionChanged()
 
 void VaultBrowserPage::onFilesLoaded(const QString &vaultParentDir, const QJsonArray &files)
 {
-    if (vaultParentDir != m_chosenDir)
+    // Another one is chosen by now, or none is left.
+    if (!m_isLoading || vaultParentDir != m_chosenDir)
         return;
     m_isLoading = false;
     setFiles(files);

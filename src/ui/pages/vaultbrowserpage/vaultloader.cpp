@@ -11,16 +11,21 @@ namespace vaultbrowser {
 
 VaultLoader::~VaultLoader()
 {
-    if (m_stop)
-        *m_stop = true;
+    end(m_find);
+    end(m_load);
 }
 
-VaultLoader::Stop VaultLoader::beginRequest()
+void VaultLoader::end(const Stop &request)
 {
-    if (m_stop)
-        *m_stop = true;
-    m_stop = std::make_shared<std::atomic<bool>>(false);
-    return m_stop;
+    if (request)
+        *request = true;
+}
+
+VaultLoader::Stop VaultLoader::begin(Stop *current)
+{
+    end(*current);
+    *current = std::make_shared<std::atomic<bool>>(false);
+    return *current;
 }
 
 template <typename Work, typename Done>
@@ -39,13 +44,13 @@ void VaultLoader::run(const Stop &stop, Work work, Done done)
 void VaultLoader::find(const QString &mountsFile)
 {
     run(
-        beginRequest(), [mountsFile] { return vault::findVaultLocations(mountsFile); },
+        begin(&m_find), [mountsFile] { return vault::findVaultLocations(mountsFile); },
         [this](const QVector<vault::VaultLocation> &locations) { emit found(locations); });
 }
 
 void VaultLoader::load(const QString &vaultParentDir)
 {
-    const Stop stop = beginRequest();
+    const Stop stop = begin(&m_load);
     const auto work = [vaultParentDir, stop] {
         return vault::loadVaultFiles(vaultParentDir, [stop] { return stop->load(); });
     };
