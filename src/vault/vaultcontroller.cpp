@@ -131,8 +131,10 @@ void VaultController::requestFileChange(const QString &operation, const QJsonObj
     request(
         operation, params,
         [this, completed](const QJsonObject &result) {
+            const QPointer<VaultController> self(this);
             emit(this->*completed)(succeeded(result));
-            refreshFileList(kFirstListLimit, 0, QString());
+            if (self)
+                refreshFileList(kFirstListLimit, 0, QString());
         },
         [this, completed] { emit(this->*completed)(false); });
 }
