@@ -1,0 +1,113 @@
+#include "vaultdprocess.h"
+
+#include <QDirIterator>
+#include <QTest>
+
+namespace {
+
+const QByteArray kContent = QByteArray("content of the one file ").repeated(5000);
+constexpr int kMaxSteps = 60; // Far more than any run here takes.
+
+} // namespace
+
+/// Kills the program between any two of its steps.
+class TestVaultdKills : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void losesNothing_data();
+    void losesNothing();
+
+private:
+    static QString amissIn(VaultdProcess &vaultd, const QByteArray &operation);
+};
+
+/// Where a file that was to be moved by the operation is now: once and whole, with nothing half
+/// done beside it. What speaks against that, or nothing.
+QString TestVaultdKills::amissIn(VaultdProcess &vaultd, const QByteArray &operation)
+{
+    QStringList holders;
+    QDirIterator it(vaultd.tree.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (contentOf(path) == kContent)
+            holders.append(path);
+        else if (path.endsWith(QLatin1String(".part")) || path.endsWith(QLatin1String(".tmp")) ||
+                 path.contains(QLatin1String(".morvane_restore_")) ||
+                 path.endsWith(QLatin1String("restoring.json")))
+            return QStringLiteral("left behind: ") + path;
+    }
+    const QJsonArray files = vaultd.list();
+    const QString source = vaultd.tree.path("home/a.txt");
+    if (contentOf(vaultd.tree.path("out/a.txt")) != "another")
+        return QStringLiteral("overwritten");
+    if (operation == "deleteFiles" && holders.isEmpty())
+        return files.isEmpty() ? QString() : QStringLiteral("listed without content");
+    if (holders.size() != 1)
+        return QStringLiteral("held by: ") + holders.join(QLatin1Char(' '));
+    const QString outside = operation == "protect" ? source : vaultd.tree.path("out/a (1).txt");
+    if (holders.at(0) == outside)
+        return files.isEmpty() ? QString() : QStringLiteral("listed, though it is outside");
+    const QJsonObject file = files.at(0).toObject();
+    const QString content = vaultd.tree.path(QStringLiteral("home/.morvane_vault/%1.dat")
+                                                 .arg(file.value(QLatin1String("id")).toString()));
+    return files.size() == 1 && holders.at(0) == content &&
+                   file.value(QLatin1String("originalPath")).toString() == source
+               ? QString()
+               : QStringLiteral("not to be found: ") + holders.at(0);
+}
+
+void TestVaultdKills::losesNothing_data()
+{
+    QTest::addColumn<QByteArray>("operation");
+    QTest::addColumn<bool>("isOtherDevice");
+    QTest::addColumn<int>("stepCount"); // At least.
+    const QByteArray protect("protect");
+    const QByteArray restore("restoreFiles");
+    QTest::newRow("protect") << protect << false << 9;
+    QTest::newRow("protect from another disk") << protect << true << 14;
+    QTest::newRow("restore") << restore << false << 12;
+    QTest::newRow("restore to another disk") << restore << true << 14;
+    QTest::newRow("delete") << QByteArray("deleteFiles") << false << 8;
+}
+
+void TestVaultdKills::losesNothing()
+{
+    QFETCH(QByteArray, operation);
+    QFETCH(bool, isOtherDevice);
+    QFETCH(int, stepCount);
+    const bool isProtect = operation == "protect";
+    const QString dieAt = QStringLiteral("MORVANE_TEST_DIE_AT");
+    bool wasKilled = true;
+    int step = 0;
+    while (wasKilled) {
+        QVERIFY(++step < kMaxSteps);
+        VaultdProcess vaultd;
+        const QString source = vaultd.tree.file("home/a.txt", kContent);
+        vaultd.tree.file("out/a.txt", "another");
+        VaultdProcess::Faults faults{{dieAt, QString::number(step)}};
+        if (isOtherDevice)
+            faults.insert(QStringLiteral("MORVANE_TEST_OTHER_DEVICE"), QStringLiteral("1"));
+        if (isProtect) {
+            wasKilled = vaultd.protect({source}, faults).isEmpty();
+        } else {
+            const QStringList ids = vaultd.protect({source});
+            QCOMPARE(ids.size(), 1);
+            const QJsonObject params{{QStringLiteral("fileIds"), QJsonArray::fromStringList(ids)},
+                                     {QStringLiteral("targetDir"), vaultd.tree.path("out")}};
+            wasKilled = !vaultd.start(faults) || !vaultd.ask(operation.constData(), params).success;
+        }
+        // The repair may be killed too, sooner or later in it.
+        vaultd.start({{dieAt, QString::number(3 + step % 7)}});
+        QVERIFY(vaultd.start());
+        const QString amiss = amissIn(vaultd, operation);
+        QVERIFY2(amiss.isEmpty(), qPrintable(QStringLiteral("step %1: %2").arg(step).arg(amiss)));
+        // In the end it is done.
+        QVERIFY(wasKilled || vaultd.list().size() == (isProtect ? 1 : 0));
+    }
+    QVERIFY2(step > stepCount, qPrintable(QString::number(step)));
+}
+
+QTEST_GUILESS_MAIN(TestVaultdKills)
+#include "tst_vaultd_kills.moc"
