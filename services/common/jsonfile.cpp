@@ -30,7 +30,8 @@ bool writeJson(const QString &path, const QJsonObject &object, QString *error)
 {
     QSaveFile file(path);
     const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Compact);
-    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
+        file.commit())
         return true;
     if (error)
         *error = QStringLiteral("无法写入 %1：%2").arg(path, file.errorString());

@@ -91,7 +91,7 @@ bool Passwords::set(const QString &user, const QString &password, QString *error
     QSaveFile file(m_path);
     const bool isWritten = file.open(QIODevice::WriteOnly) &&
                            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
-                           file.write(text) == text.size() && file.commit();
+                           file.write(text) == text.size() && file.flush() && file.commit();
     return isWritten ||
            fail(error, QStringLiteral("无法写入 %1：%2").arg(m_path, file.errorString()));
 }

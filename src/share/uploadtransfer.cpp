@@ -88,7 +88,8 @@ TransferResult receiveFile(const ShareExchange &exchange, const QString &path,
         file.cancelWriting();
         return copied;
     }
-    if (!file.commit())
+    // A full disk takes a part of the last bytes, which flush() tells but commit() lets pass.
+    if (!file.flush() || !file.commit())
         return serverFailure(QStringLiteral("保存上传文件失败。"));
     if (target.kind == UploadTarget::Kind::File)
         ::chmod(QFile::encodeName(path).constData(), target.accessMode);

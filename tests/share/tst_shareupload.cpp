@@ -49,6 +49,7 @@ private slots:
     void breaksAtAnyByte();
     void givesUpOnSilence();
     void stopsWithTheServer();
+    void survivesAFullDisk_data();
     void survivesAFullDisk();
     void answersWhoStillSends();
     void oneOfTwoWins();
@@ -275,9 +276,17 @@ void TestShareUpload::stopsWithTheServer()
     QCOMPARE(contentOf(target("old.txt")), QByteArray("old"));
 }
 
+void TestShareUpload::survivesAFullDisk_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("early") << (8 << 20);
+    QTest::newRow("in the last bytes") << (4 << 20) + 1;
+}
+
 /// A limit on the size of files stands for the disk.
 void TestShareUpload::survivesAFullDisk()
 {
+    QFETCH(int, size);
     const QStringList before = filesOfTarget();
     rlimit old{};
     QCOMPARE(::getrlimit(RLIMIT_FSIZE, &old), 0);
@@ -285,11 +294,11 @@ void TestShareUpload::survivesAFullDisk()
     small.rlim_cur = 4 << 20;
     const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
     QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    const HttpReply reply = m_share->request(putFile("old.txt", QByteArray(8 << 20, 'n'), true));
+    const HttpReply reply = m_share->request(putFile("old.txt", QByteArray(size, 'n'), true));
     ::setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, oldHandler);
     QCOMPARE(reply.status, 500);
-    QCOMPARE(messageOf(reply), QStringLiteral("写入临时文件失败。"));
+    QVERIFY(!messageOf(reply).isEmpty());
     QTRY_COMPARE(m_share->server().activeConnectionCount(), 0);
     QCOMPARE(filesOfTarget(), before);
     QCOMPARE(contentOf(target("old.txt")), QByteArray("old"));

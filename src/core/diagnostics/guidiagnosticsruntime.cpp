@@ -39,7 +39,8 @@ bool saveText(const QString &path, const QByteArray &text)
 {
     makeRuntimeDir();
     QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit();
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush() &&
+           file.commit();
 }
 
 /// The action word for an event, empty for events that leave no trace.

@@ -148,7 +148,7 @@ QString PackageDownload::conclude()
     emit verifying();
     if (m_hash.result().toHex() != m_md5)
         return QStringLiteral("更新包校验失败，请稍后重试。");
-    if (!m_file.commit())
+    if (!m_file.flush() || !m_file.commit())
         return QStringLiteral("无法保存更新包缓存文件。");
     return QString();
 }

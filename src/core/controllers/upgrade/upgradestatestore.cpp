@@ -41,8 +41,8 @@ bool UpgradeStateStore::save(const UpgradeState &state) const
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     const QByteArray json = QJsonDocument(state.toJson()).toJson(QJsonDocument::Indented);
-    // A full disk takes a part without an error, which commit() would let pass.
-    return file.write(json) == json.size() && file.commit();
+    // A full disk takes a part of it, which flush() tells but commit() lets pass.
+    return file.write(json) == json.size() && file.flush() && file.commit();
 }
 
 QString UpgradeStateStore::defaultPath()

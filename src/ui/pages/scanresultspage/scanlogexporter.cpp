@@ -16,7 +16,8 @@ QString writeLog(const QString &path, const utils::ScanLog &log)
 {
     QSaveFile file(path);
     const QByteArray text = utils::scanLogText(log).toUtf8();
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.flush() ||
+        !file.commit())
         return file.errorString();
     return QString();
 }
