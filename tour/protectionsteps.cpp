@@ -215,7 +215,8 @@ bool unlock(Tour &tour, QString *found, QString *error)
     return tour.picture(QStringLiteral("protection-list"), error);
 }
 
-/// The stand-in has no hook for the deletions of other programs, and the page has to say so.
+/// The stand-in has no hook for the deletions of other programs, and both the page and the window
+/// have to say so.
 bool enable(Tour &tour, QString *found, QString *error)
 {
     auto *page = tour.find<RealtimeProtectionPage>("RealtimeProtectionPage", error);
