@@ -70,6 +70,10 @@ QHash<qint64, QStringList> filesBySize(const QStringList &directories, qint64 mi
                 progress(seen);
         }
     }
+    // The first of equal files is the one that stays at first, so a directory's order must not
+    // decide which one that is.
+    for (QStringList &paths : buckets)
+        paths.sort();
     return buckets;
 }
 

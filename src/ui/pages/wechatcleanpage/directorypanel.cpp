@@ -99,7 +99,7 @@ void DirectoryPanel::setProfiles(const QVariantList &profiles, const QSet<QStrin
 {
     auto *page = new QWidget;
     auto *column = new QVBoxLayout(page);
-    column->setContentsMargins(0, 0, metrics::kFieldGap, 0);
+    column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(metrics::kFieldGap);
     for (const QVariant &profile : profiles)
         column->addWidget(makeCard(profile.toMap(), !deselected.contains(profilePath(profile))));

@@ -128,7 +128,9 @@ void ResultList::placeCards()
         m_cards.insert(index, makeCard(index));
         changed = true;
     }
-    const int width = viewport()->width() - kScrollBarGap;
+    // Without a scroll bar the cards end where the card above them does.
+    const int width =
+        viewport()->width() - (verticalScrollBar()->maximum() > 0 ? kScrollBarGap : 0);
     for (auto card = m_cards.constBegin(); card != m_cards.constEnd(); ++card) {
         const int index = card.key();
         card.value()->setGeometry(0, m_tops.at(index) - top, width,
