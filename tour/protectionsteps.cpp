@@ -221,10 +221,14 @@ bool enable(Tour &tour, QString *found, QString *error)
 {
     auto *page = tour.find<RealtimeProtectionPage>("RealtimeProtectionPage", error);
     QString warning;
+    QString startWarning;
     QString clickError;
-    if (!page || !tour.answerNotice([&] { tour.click("ProtectionToggle", &clickError); },
-                                    QStringLiteral("保护状态异常"),
-                                    QStringLiteral("protection-degraded"), &warning, error)) {
+    if (!page ||
+        !tour.answerNotice([&] { tour.click("ProtectionToggle", &clickError); },
+                           QStringLiteral("保护状态异常"), QStringLiteral("protection-degraded"),
+                           &warning, error) ||
+        !tour.answerNotice([] {}, QStringLiteral("文件保护状态异常"), QString(), &startWarning,
+                           error)) {
         *error += clickError;
         return false;
     }
