@@ -98,7 +98,6 @@ private slots:
     void expires_data();
     void expires();
     void asksClockAndDisk();
-    void knowsWhetherTheHookIsThere_data();
     void knowsWhetherTheHookIsThere();
     void comparesInConstantTime();
 };
@@ -218,23 +217,18 @@ void TestVaultdStore::distrustsRecords_data()
     row("numbers out of range", R"({"fileName":"a","fileSize":-1e300,"deletedAt":1e300})", true);
     row("nothing", "");
     row("noise", "\xff\xfe{");
-    row("cut off", R"({"id":"x","fileNa)");
-    row("no object", R"(["x"])");
     row("empty object", "{}");
     row("no name", R"({"id":"x"})");
     row("another id", R"({"id":"y","fileName":"a"})");
     row("id that leads outside", R"({"id":"../../outside","fileName":"a"})");
     row("id that is a number", R"({"id":1,"fileName":"a"})");
-    row("name that is a list", R"({"fileName":["a"]})");
     row("name that leads outside", R"({"fileName":"../outside"})");
     row("name that is a step", R"({"fileName":".."})");
     row("name with a null", R"({"fileName":"a\u0000b"})");
     row("name of 300 bytes", "{\"fileName\":\"" + QByteArray(300, 'a') + "\"}");
     row("path that steps up", R"({"fileName":"a","originalPath":"/h/../../outside"})");
     row("relative path", R"({"fileName":"a","originalPath":"h/a"})");
-    row("path without a name", R"({"originalPath":"/"})");
     row("size as text", R"({"fileName":"a","fileSize":"1"})");
-    row("time as text", R"({"fileName":"a","deletedAt":"now"})");
     row("state of the original", R"({"fileName":"a","originalState":{}})");
     row("huge", R"({"fileName":"a"})" + QByteArray(2 * 1024 * 1024, ' '));
 }
@@ -522,33 +516,25 @@ void TestVaultdStore::asksClockAndDisk()
     QVERIFY(!QFile::exists(bench.layout.content(old)));
 }
 
-void TestVaultdStore::knowsWhetherTheHookIsThere_data()
-{
-    QTest::addColumn<QByteArray>("preloads"); // "@": the library.
-    QTest::addColumn<bool>("isActive");
-    QTest::newRow("no list") << QByteArray() << false;
-    QTest::newRow("alone") << QByteArray("@\n") << true;
-    QTest::newRow("among others") << QByteArray("/lib/a.so:@ /lib/b.so") << true;
-    QTest::newRow("another") << QByteArray("@.old\n") << false;
-    QTest::newRow("in a comment") << QByteArray("/lib/a.so # @\n") << false;
-}
-
 void TestVaultdStore::knowsWhetherTheHookIsThere()
 {
-    QFETCH(QByteArray, preloads);
-    QFETCH(bool, isActive);
     TempTree tree;
-    const QString library = tree.path("hook.so");
-    if (!preloads.isEmpty())
+    const QString library = tree.file("hook.so");
+    const auto isActive = [&](QByteArray preloads) {
         tree.file("preload", preloads.replace("@", library.toUtf8()));
-    QCOMPARE(hookState(library, tree.path("preload")).preloadActive, false);
-    tree.file("hook.so");
-    const HookState state = hookState(library, tree.path("preload"));
+        return hookState(library, tree.path("preload")).preloadActive;
+    };
+    QVERIFY(!hookState(library, tree.path("preload")).preloadActive); // no list
+    QVERIFY(isActive("@\n") && isActive("/lib/a.so:@ /lib/b.so"));
+    QVERIFY(!isActive("@.old\n") && !isActive("/lib/a.so # @\n"));
+    HookState state = hookState(library, tree.path("preload"));
     QVERIFY(state.soFileExists);
-    QCOMPARE(state.preloadActive, isActive);
-    QCOMPARE(state.deployMode(true),
-             isActive ? QStringLiteral("global") : QStringLiteral("degraded"));
+    QCOMPARE(state.deployMode(true), QStringLiteral("degraded"));
     QCOMPARE(state.deployMode(false), QString());
+    isActive("@");
+    QCOMPARE(hookState(library, tree.path("preload")).deployMode(true), QStringLiteral("global"));
+    tree.remove("hook.so");
+    QVERIFY(!hookState(library, tree.path("preload")).preloadActive);
 }
 
 void TestVaultdStore::comparesInConstantTime()

