@@ -38,7 +38,7 @@ constexpr int kFileSize = 3000000;
 
 QString password()
 {
-    return QStringLiteral("墨川-2026");
+    return QStringLiteral("Moyun+2026&x");
 }
 
 QString sharedFolder(const Tour &tour)
