@@ -30,9 +30,13 @@ bool copyIn(const VaultLayout &layout, const VaultFile &file, QString *error)
         return fail(error, changed);
     if (output.publish(VaultLayout::contentName(file.id), error) != OutputFile::Publish::Done)
         return false;
+    // As short as can be between the last look at the original and its end.
+    const bool isSynced = syncDirectory(layout.root());
     struct stat now;
     const bool isThere = look(file.originalPath, &now);
-    if (isThere && stateText(now) != file.originalState)
+    if (!isSynced)
+        fail(error, QStringLiteral("保护区未能写入磁盘"));
+    else if (isThere && stateText(now) != file.originalState)
         fail(error, changed);
     else if (!isThere || ::unlink(QFile::encodeName(file.originalPath).constData()) == 0)
         return true;

@@ -68,6 +68,11 @@ bool Restorer::restore(const VaultFile &file, const QString &targetDir, QString 
         return false;
     }
     *placed = inside(targetDir, name);
+    // Until the name is on the medium, the vault's is the one that a power failure leaves.
+    if (!syncDirectory(targetDir))
+        return fail(
+            error,
+            QStringLiteral("已恢复到 %1，但未能写入磁盘，保护区中的文件仍保留").arg(*placed));
     // The content first: a record alone is dropped at the next start, a content alone comes back.
     if (!removeFile(m_layout.content(file.id)))
         return fail(error, QStringLiteral("已恢复到 %1，但无法移出保护区").arg(*placed), errno);
