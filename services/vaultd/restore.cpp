@@ -149,7 +149,7 @@ void Restorer::finishInterrupted() const
         if (!removeFile(temporary))
             qWarning() << "[Restorer] cannot remove" << temporary;
         syncDirectory(dir);
-    } else if (haveSameContent(inside(dir, name), m_layout.content(id))) {
+    } else if (haveSameContent(inside(dir, name), m_layout.content(id)) && syncDirectory(dir)) {
         qInfo() << "[Restorer] completed the restore of" << inside(dir, name);
         removeFile(m_layout.content(id));
         syncDirectory(m_layout.root());

@@ -4,6 +4,7 @@
 //
 //   MORVANE_TEST_DIE_AT=N       the process kills itself before its Nth call that changes something
 //   MORVANE_TEST_OTHER_DEVICE=1 no file can be renamed or linked from one folder into another
+//   MORVANE_TEST_NAMES_UNSYNCED=1 no folder can be flushed to the medium
 
 #include <atomic>
 #include <cerrno>
@@ -68,6 +69,12 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t length)
 int __wrap_fsync(int fd)
 {
     step();
+    struct stat info;
+    if (std::getenv("MORVANE_TEST_NAMES_UNSYNCED") && ::fstat(fd, &info) == 0 &&
+        S_ISDIR(info.st_mode)) {
+        errno = EIO;
+        return -1;
+    }
     return __real_fsync(fd);
 }
 

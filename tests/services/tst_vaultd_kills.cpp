@@ -18,6 +18,7 @@ class TestVaultdKills : public QObject
 private slots:
     void losesNothing_data();
     void losesNothing();
+    void keepsWhatMayBeTheOnlyOne();
 
 private:
     static QString amissIn(VaultdProcess &vaultd, const QByteArray &operation);
@@ -107,6 +108,32 @@ void TestVaultdKills::losesNothing()
         QVERIFY(wasKilled || vaultd.list().size() == (isProtect ? 1 : 0));
     }
     QVERIFY2(step > stepCount, qPrintable(QString::number(step)));
+}
+
+/// A name that may not be on the medium yet is not relied upon.
+void TestVaultdKills::keepsWhatMayBeTheOnlyOne()
+{
+    const QString one = QStringLiteral("1");
+    const VaultdProcess::Faults faults{{QStringLiteral("MORVANE_TEST_NAMES_UNSYNCED"), one},
+                                       {QStringLiteral("MORVANE_TEST_OTHER_DEVICE"), one}};
+    VaultdProcess vaultd;
+    const QString source = vaultd.tree.file("home/a.txt", kContent);
+    QVERIFY(vaultd.protect({source}, faults).isEmpty());
+    QCOMPARE(contentOf(source), kContent);
+
+    const QStringList ids = vaultd.protect({source});
+    QCOMPARE(ids.size(), 1);
+    QVERIFY(vaultd.start(faults));
+    const QJsonObject params{{QStringLiteral("fileIds"), QJsonArray::fromStringList(ids)},
+                             {QStringLiteral("targetDir"), vaultd.tree.dir("out")}};
+    const QJsonObject data = vaultd.ask("restoreFiles", params).data;
+    QVERIFY(!data.value(QLatin1String("success")).toBool(true));
+    QCOMPARE(vaultd.list().size(), 1);
+    QCOMPARE(contentOf(vaultd.tree.path("out/a.txt")), kContent);
+    // The next start completes it.
+    QVERIFY(vaultd.start());
+    QCOMPARE(vaultd.list().size(), 0);
+    QCOMPARE(contentOf(vaultd.tree.path("out/a.txt")), kContent);
 }
 
 QTEST_GUILESS_MAIN(TestVaultdKills)
