@@ -244,7 +244,11 @@ bool compareHashes(Tour &tour, QString *found, QString *error)
 bool recentScans(Tour &tour, QString *found, QString *error)
 {
     auto *table = tour.find<QAbstractItemView>("RecentScansTable", error);
-    if (!table || !tour.click("Nav_recent_scans", error) ||
+    auto *refresh = tour.find<QWidget>("RecentScansRefresh", error);
+    // The page lists the sessions as it shows.
+    if (!table || !refresh || !tour.click("Nav_recent_scans", error) ||
+        !tour.waitFor([refresh] { return refresh->isEnabled(); }, kAnswerMs,
+                      QStringLiteral("the list of the sessions"), error) ||
         !tour.click("RecentScansRefresh", error) ||
         !tour.waitFor([table] { return table->model()->rowCount() == 1; }, kAnswerMs,
                       QStringLiteral("the session"), error))
