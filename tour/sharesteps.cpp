@@ -247,8 +247,8 @@ private:
 bool logIn(Visitor *visitor, const QString &home, QString *error)
 {
     const auto shows = [&](const char *form, const char *expected) {
-        const QByteArray page = visitor->ask("POST", home + QStringLiteral("auth"), form).body +
-                                visitor->get(home).body;
+        QByteArray page = visitor->ask("POST", home + QStringLiteral("auth"), form).body;
+        page += visitor->get(home).body; // a login that succeeds has no page of its own
         if (page.contains(expected))
             return true;
         *error = QStringLiteral("no “%1” after a login").arg(QString::fromUtf8(expected));
