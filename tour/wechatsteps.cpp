@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QMap>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QScrollBar>
 #include <QSpinBox>
 #include <QTest>
@@ -191,6 +192,22 @@ bool scan(Tour &tour, QString *found, QString *error)
     return tour.picture(QStringLiteral("wechat-results"), error);
 }
 
+/// Which of the copies comes first depends on the file system.
+bool chooseKept(Tour &tour, QString *found, QString *error)
+{
+    const QString kept = pathOf(tour, kFiles[0].path);
+    for (auto *radio :
+         tour.window()->findChildren<QRadioButton *>(QStringLiteral("WechatFileRadio"))) {
+        if (radio->property("filePath") != kept)
+            continue;
+        radio->click();
+        *found = kept;
+        return tour.picture(QStringLiteral("wechat-chosen"), error);
+    }
+    *error = QStringLiteral("no row for ") + kept;
+    return false;
+}
+
 bool refuseWhileRunning(Tour &tour, QString *found, QString *error)
 {
     QString clickError;
@@ -306,8 +323,13 @@ bool mergeMany(Tour &tour, QString *found, QString *error)
 
 QList<TourStep> wechatSteps()
 {
-    return {{"微信清理", openPage},     {"微信账号目录", makeAccount},
-            {"扫描微信文件", scan},     {"微信运行中", refuseWhileRunning},
-            {"合并重复文件", merge},    {"撤销清理", undo},
-            {"微信清理设置", settings}, {"大量重复文件", mergeMany}};
+    return {{"微信清理", openPage},
+            {"微信账号目录", makeAccount},
+            {"扫描微信文件", scan},
+            {"选择保留文件", chooseKept},
+            {"微信运行中", refuseWhileRunning},
+            {"合并重复文件", merge},
+            {"撤销清理", undo},
+            {"微信清理设置", settings},
+            {"大量重复文件", mergeMany}};
 }
