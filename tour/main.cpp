@@ -92,6 +92,7 @@ int main(int argc, char *argv[])
     QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
+    QCoreApplication::setApplicationVersion(QStringLiteral(MORVANE_VERSION));
     const bool livecd = tour.mode() == core::AppMode::livecd;
     const ui::common::ThemeType theme =
         livecd ? ui::common::ThemeType::dark : ui::common::ThemeType::light;

@@ -56,9 +56,12 @@ bool startServer(UpdateServer *server, QString *error)
     return false;
 }
 
-/// A window whose update server, and installer if any, are those; they go with it.
+/// A window whose update server, and installer if any, are those; they go with it. It checks as it
+/// starts, since the checks of earlier windows are forgotten.
 void showWindow(Tour &tour, UpdateServer *server, FakeService *installer)
 {
+    tour.closeWindow();
+    QFile::remove(tour.home() + QStringLiteral("/.config/morvane/upgrade/update_state.json"));
     MainWindowOptions options;
     options.updateServer = server->url();
     options.vaultService = installer ? installer->name() : QStringLiteral("tour-no-vault");
