@@ -14,6 +14,7 @@
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QTextBrowser>
+#include <QTextDocument>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -53,6 +54,8 @@ QWidget *HelpGuidePage::buildGuide()
 {
     auto *guide = new QWidget(this);
     m_text = new QTextBrowser(guide);
+    // Room between the lines of the lists, as in the paragraphs.
+    m_text->document()->setDefaultStyleSheet(QStringLiteral("li { line-height: 150%; }"));
     m_text->setObjectName(QStringLiteral("HelpGuideText"));
     m_text->setOpenExternalLinks(true);
     auto *layout = new QHBoxLayout(guide);
