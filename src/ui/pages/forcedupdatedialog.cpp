@@ -35,6 +35,13 @@ ForcedUpdateDialog::ForcedUpdateDialog(QWidget *parent)
     m_bar->setTextVisible(false);
     m_barText->setObjectName(QStringLiteral("ForcedUpdatePercent"));
     m_barText->setProperty("textRole", QStringLiteral("subtle"));
+    // Its place stays, so that the dialog keeps its size while the figures come and go.
+    QSizePolicy kept = m_barText->sizePolicy();
+    kept.setRetainSizeWhenHidden(true);
+    m_barText->setSizePolicy(kept);
+    m_barText->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    m_barText->setText(QStringLiteral("100%"));
+    m_barText->setMinimumSize(m_barText->sizeHint());
     auto *progress = new QHBoxLayout;
     progress->setSpacing(metrics::kFieldGap);
     progress->addWidget(m_bar, 1);
@@ -105,6 +112,8 @@ void ForcedUpdateDialog::setBar(bool busy, const QString &format)
     m_bar->setValue(0);
     m_barText->setText(busy || format.isEmpty() ? QString() : format);
     m_barText->setVisible(!m_barText->text().isEmpty());
+    if (isVisible())
+        fitToContent();
 }
 
 void ForcedUpdateDialog::setButtonsVisible(bool visible)
