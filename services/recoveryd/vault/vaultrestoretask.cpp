@@ -55,8 +55,9 @@ VaultRestoreResult VaultRestoreTask::restore(const VaultRestoreItem &item)
     const std::unique_ptr<VaultContent> content = m_plan.vault->open(item.fileId, &result.error);
     if (!content)
         return result;
-    if (item.size >= 0 && item.size != content->size()) {
-        result.error = QStringLiteral("内容为 %1 字节，与记录的 %2 字节不符")
+    // Longer is what was still written to while it came under protection; shorter has lost bytes.
+    if (content->size() < item.size) {
+        result.error = QStringLiteral("内容只有 %1 字节，少于记录的 %2 字节")
                            .arg(content->size())
                            .arg(item.size);
         return result;

@@ -401,6 +401,13 @@ void RealtimeProtectionPage::openSettings()
 {
     if (!m_controller)
         return;
+    // Saving what was never read would wipe the service's directories and types.
+    if (m_config.isEmpty()) {
+        m_controller->refreshConfig();
+        m_notices->add(AppNoticeDialog::Warning, tr("保护设置"),
+                       tr("尚未读到当前的保护设置，请稍后再试。"));
+        return;
+    }
     ShieldSettingsDialog::Settings current = shieldsettings::fromConfig(m_config);
     current.protectedDirs = m_protectedDirs;
     const QPointer<ShieldSettingsDialog> dialog = new ShieldSettingsDialog(this);
