@@ -163,6 +163,7 @@ ProtectedFileTree::ProtectedFileTree(const QString &timeHeading, QWidget *parent
     setUpTree(this);
     setUpColumns();
     auto *delegate = new RowDelegate(this);
+    delegate->setElideMode(NameColumn, Qt::ElideMiddle); // keeps the number of files of a directory
     delegate->setElideMode(PathColumn, Qt::ElideMiddle);
     setItemDelegate(delegate);
     connect(this, &QTreeWidget::itemChanged, this, &ProtectedFileTree::onTreeItemChanged);
