@@ -2,6 +2,7 @@
 
 #include <QCryptographicHash>
 #include <QObject>
+#include <QPointer>
 #include <QSaveFile>
 #include <QString>
 #include <QTimer>
@@ -52,7 +53,7 @@ private:
     QByteArray m_md5;
     QSaveFile m_file;
     QCryptographicHash m_hash{QCryptographicHash::Md5};
-    QNetworkReply *m_reply = nullptr;
+    QPointer<QNetworkReply> m_reply; ///< May go before, with its manager.
     QTimer m_stall;
     qint64 m_received = 0;
     bool m_writeFailed = false;
