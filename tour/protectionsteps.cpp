@@ -7,7 +7,6 @@
 #include "ui/pages/vaultbrowserpage.h"
 
 #include <QComboBox>
-#include <QCryptographicHash>
 #include <QDialog>
 #include <QDir>
 #include <QLabel>
@@ -67,11 +66,6 @@ QByteArray contentOf(const QString &name)
                                                 : (name + QLatin1Char('\n')).repeated(400).toUtf8();
 }
 
-QByteArray sha256(const QString &path)
-{
-    return QCryptographicHash::hash(diskimages::readAll(path), QCryptographicHash::Sha256).toHex();
-}
-
 bool runVaultProgram(const QStringList &arguments, const QByteArray &input, QString *error)
 {
     QProcess process;
@@ -97,7 +91,7 @@ bool protect(Tour &tour, const QString &home, const QStringList &names, QString 
             *error = QStringLiteral("cannot write %1").arg(path);
             return false;
         }
-        tour.protectedHashes.insert(QFileInfo(path).fileName(), sha256(path));
+        tour.protectedHashes.insert(QFileInfo(path).fileName(), sha256OfFile(path));
         arguments << path;
     }
     return runVaultProgram(arguments, QByteArray(), error);
@@ -126,7 +120,7 @@ bool tick(ProtectedFileTree *tree, const QString &name, QString *error)
 bool hasSameContent(const Tour &tour, const QString &name, QString *error)
 {
     const QString path = QDir(restoredDir(tour)).filePath(name);
-    if (sha256(path) == tour.protectedHashes.value(name) && QFileInfo::exists(path))
+    if (sha256OfFile(path) == tour.protectedHashes.value(name) && QFileInfo::exists(path))
         return true;
     *error = QStringLiteral("%1 has not come back as it was").arg(name);
     return false;

@@ -9,7 +9,6 @@
 
 #include <QAbstractItemView>
 #include <QApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QLineEdit>
@@ -42,11 +41,6 @@ QStringList doomedFiles()
     return {QStringLiteral("安装手册.pdf"), QStringLiteral("样例-docx.docx"),
             QStringLiteral("样例-xlsx.xlsx"), QStringLiteral("样例-pptx.pptx"),
             QStringLiteral("照片.png")};
-}
-
-QByteArray sha256(const QString &path)
-{
-    return QCryptographicHash::hash(diskimages::readAll(path), QCryptographicHash::Sha256).toHex();
 }
 
 template <typename T>
@@ -111,7 +105,7 @@ bool makeImage(Tour &tour, QString *found, QString *error)
             *error = QStringLiteral("no sample %1").arg(name);
             return false;
         }
-        tour.deletedHashes.insert(name, sha256(path));
+        tour.deletedHashes.insert(name, sha256OfFile(path));
     }
     const QString user = docs + QStringLiteral("/home/tour");
     QDir().mkpath(user);
@@ -225,7 +219,7 @@ bool compareHashes(Tour &tour, QString *found, QString *error)
     QDirIterator files(outputRoot(tour), QDir::Files, QDirIterator::Subdirectories);
     while (files.hasNext()) {
         const QString path = files.next();
-        recovered.insert(sha256(path), QFileInfo(path).fileName());
+        recovered.insert(sha256OfFile(path), QFileInfo(path).fileName());
     }
     QStringList lines;
     for (auto it = tour.deletedHashes.cbegin(); it != tour.deletedHashes.cend(); ++it) {

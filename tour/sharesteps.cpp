@@ -7,7 +7,6 @@
 #include "ui/pages/filesharepage/sessiontable.h"
 
 #include <QComboBox>
-#include <QCryptographicHash>
 #include <QDialog>
 #include <QDir>
 #include <QEventLoop>
@@ -44,11 +43,6 @@ QString password()
 QString sharedFolder(const Tour &tour)
 {
     return tour.root() + QStringLiteral("/共享资料");
-}
-
-QByteArray sha256(const QByteArray &bytes)
-{
-    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
 
 QByteArray contentOf(const QString &path)

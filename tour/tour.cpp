@@ -1,6 +1,9 @@
 #include "tour.h"
 
+#include "support/diskimages.h"
+
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
@@ -164,4 +167,14 @@ bool Tour::answerNotice(const std::function<void()> &act, const QString &title,
         return true;
     };
     return withDialog(act, confirm, error);
+}
+
+QByteArray sha256(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+QByteArray sha256OfFile(const QString &path)
+{
+    return sha256(diskimages::readAll(path));
 }

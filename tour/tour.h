@@ -94,6 +94,11 @@ private:
     std::unique_ptr<QProcess> m_service;
 };
 
+/// In hex.
+QByteArray sha256(const QByteArray &bytes);
+/// The same of what a file holds; that of nothing where it cannot be read.
+QByteArray sha256OfFile(const QString &path);
+
 /// One step: what it does, and doing it. `found` receives what the step saw, for the report.
 struct TourStep
 {

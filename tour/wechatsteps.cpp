@@ -4,7 +4,6 @@
 
 #include <QAbstractScrollArea>
 #include <QComboBox>
-#include <QCryptographicHash>
 #include <QDialog>
 #include <QDir>
 #include <QFile>
@@ -48,11 +47,6 @@ QString filesDir(const Tour &tour)
 QString pathOf(const Tour &tour, const char *name)
 {
     return filesDir(tour) + QString::fromUtf8(name);
-}
-
-QByteArray sha256(const QByteArray &bytes)
-{
-    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
 }
 
 /// Every name still stands for its content, and for a file with as many names as `links` says; one
