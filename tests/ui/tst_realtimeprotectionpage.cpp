@@ -27,6 +27,7 @@ private slots:
     void protectedFilesComeInBursts();
     void errorsComeOnce();
     void settings();
+    void settingsThatWereNotRead();
     void setController();
 };
 
@@ -303,6 +304,17 @@ void TestRealtimeProtectionPage::settings()
                           {"retentionDays"_u, 7},
                           {"maxSpaceBytes"_u, 5368709120.0},
                           {"emergencyThresholdBytes"_u, 524288000}}));
+}
+
+/// Saving them would wipe what the service holds.
+void TestRealtimeProtectionPage::settingsThatWereNotRead()
+{
+    Bench bench;
+    bench.connectService();
+    bench.noticeAfter([&bench] { bench.click("ShieldSettingsButton"); });
+    QCOMPARE(bench.told.first(), "保护设置"_u);
+    QVERIFY(bench.service.waitForRequest(kConfig));
+    QCOMPARE(bench.service.methods(), QStringList{kConfig});
 }
 
 void TestRealtimeProtectionPage::setController()
