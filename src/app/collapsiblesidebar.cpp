@@ -1,6 +1,7 @@
 #include "app/collapsiblesidebar.h"
 
 #include "app/sidebarnavbutton.h"
+#include "ui/common/keptroom.h"
 #include "ui/common/theme.h"
 
 #include <QBoxLayout>
@@ -45,11 +46,11 @@ int wordmarkPx(QFont font, int room)
     return px;
 }
 
-void keepRoomWhenHidden(QWidget *widget)
+void keepHeightWhenHidden(QWidget *widget)
 {
+    ui::common::keepRoomWhenHidden(widget);
     QSizePolicy policy = widget->sizePolicy();
     policy.setHorizontalPolicy(QSizePolicy::Ignored);
-    policy.setRetainSizeWhenHidden(true);
     widget->setSizePolicy(policy);
 }
 
@@ -104,7 +105,7 @@ void CollapsibleSidebar::buildHeader()
         QStringLiteral("color: %1; font-size: %2px; font-weight: 600; background: transparent;")
             .arg(colors.textPrimary.name())
             .arg(wordmarkPx(m_wordmark->font(), expandedWidth - collapsedWidth)));
-    keepRoomWhenHidden(m_wordmark);
+    keepHeightWhenHidden(m_wordmark);
     row->addWidget(m_wordmark, 1);
     m_layout->addLayout(row);
 }
@@ -119,7 +120,7 @@ void CollapsibleSidebar::addSectionHeader(const QString &title, bool emphasized)
                               .arg(colors.fontPx(12)));
     header->setContentsMargins(headerMargin, 12, 0, 4);
     // The entries below keep their place when the words go, so nothing moves under the mouse.
-    keepRoomWhenHidden(header);
+    keepHeightWhenHidden(header);
     m_headers.append(header);
     m_layout->addWidget(header);
     syncChildStates();

@@ -1,5 +1,6 @@
 #include "ui/common/busynote.h"
 
+#include "ui/common/keptroom.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/sharewidgets.h"
 
@@ -29,9 +30,7 @@ BusyNote::BusyNote(QWidget *parent)
     row->setSpacing(ui::common::metrics::kFieldGap);
     row->addWidget(m_text);
     row->addWidget(bar);
-    QSizePolicy policy = sizePolicy();
-    policy.setRetainSizeWhenHidden(true);
-    setSizePolicy(policy);
+    ui::common::keepRoomWhenHidden(this);
     hide();
 }
 

@@ -1,6 +1,7 @@
 #include "ui/common/windowtitlebar.h"
 
 #include "ui/common/elidedlabel.h"
+#include "ui/common/keptroom.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/resources.h"
 
@@ -70,9 +71,7 @@ void WindowTitleBar::setTitle(const QString &title)
 void WindowTitleBar::setTitleVisible(bool visible)
 {
     // The label keeps its room, which pushes the buttons to the right.
-    QSizePolicy policy = m_title->sizePolicy();
-    policy.setRetainSizeWhenHidden(true);
-    m_title->setSizePolicy(policy);
+    keepRoomWhenHidden(m_title);
     m_title->setVisible(visible);
 }
 

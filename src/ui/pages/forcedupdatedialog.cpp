@@ -1,5 +1,6 @@
 #include "ui/pages/forcedupdatedialog.h"
 
+#include "ui/common/keptroom.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/wraplabel.h"
 
@@ -35,10 +36,7 @@ ForcedUpdateDialog::ForcedUpdateDialog(QWidget *parent)
     m_bar->setTextVisible(false);
     m_barText->setObjectName(QStringLiteral("ForcedUpdatePercent"));
     m_barText->setProperty("textRole", QStringLiteral("subtle"));
-    // Its place stays, so that the dialog keeps its size while the figures come and go.
-    QSizePolicy kept = m_barText->sizePolicy();
-    kept.setRetainSizeWhenHidden(true);
-    m_barText->setSizePolicy(kept);
+    ui::common::keepRoomWhenHidden(m_barText);
     m_barText->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     m_barText->setText(QStringLiteral("100%"));
     m_barText->setMinimumSize(m_barText->sizeHint());

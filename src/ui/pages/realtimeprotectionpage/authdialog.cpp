@@ -1,5 +1,6 @@
 #include "ui/pages/realtimeprotectionpage/authdialog.h"
 
+#include "ui/common/keptroom.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "vault/vaultcontroller.h"
@@ -46,9 +47,7 @@ void AuthDialog::buildContent()
     m_error = new QLabel(this);
     m_error->setObjectName(QStringLiteral("AuthError"));
     m_error->setProperty("tone", QStringLiteral("error"));
-    QSizePolicy policy = m_error->sizePolicy();
-    policy.setRetainSizeWhenHidden(true);
-    m_error->setSizePolicy(policy);
+    ui::common::keepRoomWhenHidden(m_error);
     m_error->hide();
     auto *column = new QVBoxLayout;
     column->setSpacing(metrics::kFieldGap / 2);
