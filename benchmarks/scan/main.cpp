@@ -28,10 +28,10 @@ class Counter : public ScanObserver
 public:
     bool mayGoOn() override { return true; }
     void advanced(qint64) override {}
-    bool found(const FoundFile &file) override
+    bool found(Finding &&finding) override
     {
         ++files;
-        bytes += file.size;
+        bytes += finding.content.size;
         return true;
     }
 

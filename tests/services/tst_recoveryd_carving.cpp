@@ -1,5 +1,6 @@
 #include "recoveryd/carve/carver.h"
 #include "recoveryd/scan/carvingscanner.h"
+#include "recoveryd/scan/foundfile.h"
 #include "support/diskimages.h"
 #include "support/samplecontainers.h"
 
@@ -22,9 +23,9 @@ public:
         isMonotonic = isMonotonic && done >= lastDone;
         lastDone = done;
     }
-    bool found(const FoundFile &file) override
+    bool found(Finding &&finding) override
     {
-        files.append(file);
+        files.append(describe(finding, files.size() + 1));
         m_isFull = files.size() >= limit;
         return !m_isFull;
     }

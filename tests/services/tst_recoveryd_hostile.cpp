@@ -22,9 +22,10 @@ public:
     Counter() { m_clock.start(); }
     bool mayGoOn() override { return !isLate(); }
     void advanced(qint64) override {}
-    bool found(const FoundFile &file) override
+    bool found(Finding &&finding) override
     {
-        isSane = isSane && file.size > 0 && totalLength(file.ranges) == file.size;
+        const FileContent &content = finding.content;
+        isSane = isSane && content.size > 0 && totalLength(content.storedRanges()) == content.size;
         return ++files < 100000 && !isLate();
     }
     bool isLate() const { return m_clock.elapsed() > 20000; }

@@ -82,8 +82,16 @@ bool CarvingScanner::carveAt(WindowReader &reader, qint64 at, CarvedFile *file)
 
 bool CarvingScanner::report(const CarvedFile &file, qint64 start, ScanObserver &observer)
 {
-    return !m_plan.request.wants(file.type) ||
-           observer.found(describeCarved(file, start, ++m_found));
+    if (!m_plan.request.wants(file.type))
+        return true;
+    Finding finding;
+    finding.source = FindingSource::Carving;
+    finding.type = file.type;
+    finding.extension = file.extension;
+    finding.evidence = file.evidence;
+    finding.content.size = file.length;
+    finding.content.append(0, start, file.length);
+    return observer.found(std::move(finding));
 }
 
 bool CarvingScanner::scanRange(WindowReader &reader, const Range &range, ScanObserver &observer)

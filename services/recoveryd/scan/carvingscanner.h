@@ -40,7 +40,6 @@ private:
     std::array<bool, 256> m_isFirstByte = {};
     qint64 m_done = 0;        ///< Bytes of the ranges before the current one.
     qint64 m_wastedBytes = 0; ///< Examined for files whose end was not found.
-    int m_found = 0;
 };
 
 } // namespace recoveryd

@@ -113,20 +113,22 @@ bool FoundFile::fromStored(const QJsonObject &object, FoundFile *file)
     return !file->fileId.isEmpty() && file->size > 0 && totalLength(file->ranges) == file->size;
 }
 
-FoundFile describeCarved(const CarvedFile &carved, qint64 start, int number)
+FoundFile describe(const Finding &finding, int number)
 {
     const bool isVerified =
-        carved.evidence == Evidence::End || carved.evidence == Evidence::Container;
-    const Chance chance = chanceOf(carved.evidence);
+        finding.evidence == Evidence::End || finding.evidence == Evidence::Container;
+    const Chance chance = chanceOf(finding.evidence);
+    const Ranges ranges = finding.content.storedRanges();
+    const qint64 start = ranges.isEmpty() ? 0 : ranges.first().start;
     FoundFile file;
     file.fileId = QStringLiteral("c%1").arg(number, 6, 10, QLatin1Char('0'));
     // The name is lost with the directory entry; the sector makes a new one that never repeats.
     file.name = QStringLiteral("f%1.%2")
                     .arg(start / kSector, 9, 10, QLatin1Char('0'))
-                    .arg(carved.extension);
-    file.type = carved.type;
-    file.path = QStringLiteral("/特征扫描/%1/%2").arg(carved.type, file.name);
-    file.size = carved.length;
+                    .arg(finding.extension);
+    file.type = finding.type;
+    file.path = QStringLiteral("/特征扫描/%1/%2").arg(finding.type, file.name);
+    file.size = finding.content.size;
     file.probability = QString::fromUtf8(chance.word);
     file.probabilityKey = QLatin1String(chance.key);
     file.probScore = chance.score;
@@ -135,10 +137,10 @@ FoundFile describeCarved(const CarvedFile &carved, qint64 start, int number)
     file.contiguity = isVerified ? 1.0 : 0.5;
     file.source = QStringLiteral("carving");
     file.boundaryVerified = isVerified;
-    if (carved.evidence == Evidence::Container)
+    if (finding.evidence == Evidence::Container)
         file.integrityLabel = QStringLiteral("容器已验证");
-    file.integrityReason = reasonOf(carved.evidence);
-    file.ranges = {{start, carved.length}};
+    file.integrityReason = reasonOf(finding.evidence);
+    file.ranges = ranges;
     return file;
 }
 

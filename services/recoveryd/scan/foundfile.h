@@ -1,7 +1,7 @@
 #pragma once
 
-#include "recoveryd/carve/carver.h"
 #include "recoveryd/devices/range.h"
+#include "recoveryd/scan/finding.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -36,8 +36,8 @@ struct FoundFile
     [[nodiscard]] static bool fromStored(const QJsonObject &object, FoundFile *file);
 };
 
-/// Describes a file that was carved at byte `start` of the volume.
-FoundFile describeCarved(const CarvedFile &carved, qint64 start, int number);
+/// Describes the `number`-th file of a session.
+FoundFile describe(const Finding &finding, int number);
 
 } // namespace recoveryd
 } // namespace services

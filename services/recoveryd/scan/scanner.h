@@ -1,10 +1,8 @@
 #pragma once
 
-#include "recoveryd/carve/carver.h"
-#include "recoveryd/scan/foundfile.h"
+#include "recoveryd/scan/finding.h"
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 /// What a scanner tells while it works. Called on the scanner's thread.
 class ScanObserver
@@ -17,7 +15,7 @@ public:
     /// `done` of Scanner::totalWork() bytes.
     virtual void advanced(qint64 done) = 0;
     /// False once no further file can be taken: end now.
-    virtual bool found(const FoundFile &file) = 0;
+    virtual bool found(Finding &&finding) = 0;
 };
 
 /// One way of finding deleted files: by their contents, or by what the file system still says about
@@ -35,5 +33,4 @@ public:
     [[nodiscard]] virtual bool scan(ScanObserver &observer, QString *error) = 0;
 };
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

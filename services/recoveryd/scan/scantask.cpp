@@ -74,10 +74,9 @@ void ScanTask::advanced(qint64 done)
     }
 }
 
-bool ScanTask::found(const FoundFile &file)
+bool ScanTask::found(Finding &&finding)
 {
-    m_batch.append(file);
-    ++m_filesFound;
+    m_batch.append(describe(finding, ++m_filesFound));
     if (m_batch.size() >= kMaxBatch)
         flush();
     return m_filesFound < kMaxFiles;

@@ -2,6 +2,7 @@
 
 #include "common/mailbox.h"
 #include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/scan/foundfile.h"
 #include "recoveryd/scan/scanner.h"
 #include "recoveryd/scan/scanrequest.h"
 #include "recoveryd/workcontrol.h"
@@ -61,7 +62,7 @@ public slots:
 private:
     bool mayGoOn() override;
     void advanced(qint64 done) override;
-    bool found(const FoundFile &file) override;
+    bool found(Finding &&finding) override;
 
     qint64 elapsed() const { return m_elapsedBefore + m_clock.elapsed(); }
     void flush();

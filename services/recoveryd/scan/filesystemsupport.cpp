@@ -1,0 +1,19 @@
+#include "recoveryd/scan/filesystemsupport.h"
+
+namespace services::recoveryd {
+
+const QVector<FileSystemSupport> &supportedFileSystems()
+{
+    static const QVector<FileSystemSupport> families = {};
+    return families;
+}
+
+const FileSystemSupport *supportOf(const FileSystem &fileSystem)
+{
+    for (const FileSystemSupport &family : supportedFileSystems())
+        if (family.handles(fileSystem))
+            return &family;
+    return nullptr;
+}
+
+} // namespace services::recoveryd
