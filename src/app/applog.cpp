@@ -1,6 +1,7 @@
 #include "app/applog.h"
 
 #include "core/diagnostics/guidiagnosticsruntime.h"
+#include "core/privatefile.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -71,8 +72,11 @@ void appMessageHandler(QtMsgType type, const QMessageLogContext &, const QString
 bool openAppLog(QObject *owner)
 {
     const QString path = appLogFilePath();
-    QDir().mkpath(QFileInfo(path).path());
     auto *file = new QFile(path, owner);
+    // The log names files of the user and what was searched for.
+    if (core::makePrivateDirectory(QFileInfo(morvaneConfigPath()).path()) &&
+        core::makePrivateDirectory(QFileInfo(path).path()))
+        core::makePrivateFile(path);
     const bool opened = file->open(QIODevice::Append | QIODevice::Text);
     {
         const QMutexLocker lock(&g_logMutex);

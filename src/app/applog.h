@@ -21,9 +21,9 @@ QString appLogFilePath();
 /// is open, to the log file. Any thread. Does not abort on a fatal message by itself.
 void appMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
 
-/// Opens the log for appending, with all directories above it, and installs appMessageHandler().
-/// `owner` becomes the file's parent. If the file does not open, no handler is installed and the
-/// toolkit's own output stays; the result says which.
+/// Opens the log for appending, with all directories above it, readable by its owner only, and
+/// installs appMessageHandler(). `owner` becomes the file's parent. If the file does not open, no
+/// handler is installed and the toolkit's own output stays; the result says which.
 bool openAppLog(QObject *owner);
 /// Takes the handler out again and lets go of the file, so that a message from a thread that
 /// outlives the owner finds no dangling pointer. Safe to call without an open log.

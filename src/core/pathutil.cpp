@@ -27,4 +27,9 @@ bool holdsInstalledSystem(const QString &dir)
            (isDirectory("/home") || isDirectory("/data/home"));
 }
 
+QString cleanedPath(const QString &path)
+{
+    return QDir::cleanPath(path.startsWith(QLatin1Char('/')) ? path : path.trimmed());
+}
+
 } // namespace core

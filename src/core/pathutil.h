@@ -13,4 +13,8 @@ bool isInside(const QString &path, const QString &dir);
 /// release file and a place for homes are there. Asks the disk.
 bool holdsInstalledSystem(const QString &dir);
 
+/// A path as a person or a setting gives it, cleaned. An absolute one is taken to the letter, since
+/// blanks and line feeds at its end belong to the name; any other is trimmed first.
+QString cleanedPath(const QString &path);
+
 } // namespace core

@@ -6,6 +6,7 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#include <sys/stat.h>
 #include <thread>
 
 namespace {
@@ -90,6 +91,38 @@ private slots:
         QVERIFY(lines.at(1).endsWith(
             QStringLiteral("[INFO] GUI log file: \"%1\"").arg(appLogFilePath())));
         QVERIFY(lines.at(2).endsWith(QStringLiteral("[WARN] run 2")));
+    }
+
+    // What is opened and searched for stands in the log.
+    void onlyTheOwnerReads()
+    {
+        const auto modes = [this] {
+            QStringList found;
+            for (const char *below : {"", "/logs", "/logs/morvane_gui.log"}) {
+                struct stat info = {};
+                const QString path =
+                    m_home->path(QStringLiteral(".config/morvane") + QString::fromLatin1(below));
+                ::stat(QFile::encodeName(path).constData(), &info);
+                found.append(QString::number(info.st_mode & 07777, 8));
+            }
+            return found.join(QLatin1Char(' '));
+        };
+        const mode_t mask = ::umask(0);
+        QObject owner;
+        const bool opened = openAppLog(&owner);
+        ::umask(mask);
+        QVERIFY(opened);
+        QCOMPARE(modes(), QStringLiteral("700 700 600"));
+
+        // Those of an earlier version.
+        closeAppLog();
+        for (const char *below : {"", "/logs", "/logs/morvane_gui.log"}) {
+            const QString path =
+                m_home->path(QStringLiteral(".config/morvane") + QString::fromLatin1(below));
+            QCOMPARE(::chmod(QFile::encodeName(path).constData(), 0755), 0);
+        }
+        QVERIFY(openAppLog(&owner));
+        QCOMPARE(modes(), QStringLiteral("700 700 600"));
     }
 
     void threadsDoNotMixLines()

@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <sys/stat.h>
 #include <thread>
 
 using core::diagnostics::GuiDiagnosticsRuntime;
@@ -59,6 +60,7 @@ private slots:
     void gradesSlowOperations_data();
     void gradesSlowOperations();
     void keepsLinesOfThreadsApart();
+    void onlyTheOwnerReads();
 };
 
 void TestGuiDiagnosticsRuntime::writesHeartbeats()
@@ -248,6 +250,27 @@ void TestGuiDiagnosticsRuntime::keepsLinesOfThreadsApart()
     QCOMPARE(lines.size(), 400);
     for (const QByteArray &line : lines)
         QVERIFY(line.startsWith('[') && line.count("SlowOp") == 1);
+}
+
+/// The environment of a session holds paths and addresses of its user.
+void TestGuiDiagnosticsRuntime::onlyTheOwnerReads()
+{
+    const mode_t mask = ::umask(0);
+    GuiDiagnosticsRuntime().start();
+    GuiDiagnosticsRuntime::writeEnvironmentSnapshot(QStringLiteral("normal"), QString(), 1,
+                                                    QString());
+    GuiDiagnosticsRuntime::appendSlowOperation(QStringLiteral("scan"), 1);
+    ::umask(mask);
+    const auto modeOf = [](const QString &path) {
+        struct stat info = {};
+        ::stat(QFile::encodeName(path).constData(), &info);
+        return int(info.st_mode & 07777);
+    };
+    QCOMPARE(modeOf(GuiDiagnosticsRuntime::runtimeDirPath()), 0700);
+    for (const QString &path : {GuiDiagnosticsRuntime::heartbeatFilePath(),
+                                GuiDiagnosticsRuntime::environmentSnapshotPath(),
+                                GuiDiagnosticsRuntime::slowOpsLogPath()})
+        QCOMPARE(modeOf(path), 0600);
 }
 
 QTEST_MAIN(TestGuiDiagnosticsRuntime)

@@ -9,6 +9,8 @@ class TestPathUtil : public QObject
 private slots:
     void isInside_data();
     void isInside();
+    void cleanedPath_data();
+    void cleanedPath();
 };
 
 void TestPathUtil::isInside_data()
@@ -57,6 +59,30 @@ void TestPathUtil::isInside()
     QFETCH(QString, path);
     QFETCH(QString, dir);
     QTEST(core::isInside(path, dir), "expected");
+}
+
+void TestPathUtil::cleanedPath_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("blank at the end of a name") << "/a//b "
+                                                << "/a/b ";
+    QTest::newRow("line feed at the end of a name") << "/a/b\n"
+                                                    << "/a/b\n";
+    QTest::newRow("blank folder") << "/a/ /b/"
+                                  << "/a/ /b";
+    QTest::newRow("typed") << " /a/./b/ "
+                           << "/a/b";
+    QTest::newRow("relative") << "a/.. "
+                              << ".";
+    QTest::newRow("blanks only") << " \t"
+                                 << "";
+}
+
+void TestPathUtil::cleanedPath()
+{
+    QFETCH(QString, path);
+    QTEST(core::cleanedPath(path), "expected");
 }
 
 QTEST_GUILESS_MAIN(TestPathUtil)

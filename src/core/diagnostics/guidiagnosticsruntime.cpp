@@ -1,5 +1,7 @@
 #include "core/diagnostics/guidiagnosticsruntime.h"
 
+#include "core/privatefile.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QEvent>
@@ -23,9 +25,10 @@ QString utcText(const QDateTime &time)
     return time.toUTC().toString(Qt::ISODate);
 }
 
-void makeRuntimeDir()
+/// False if it is not there. Who used the program, and how, is nobody else's business.
+bool makeRuntimeDir()
 {
-    QDir().mkpath(GuiDiagnosticsRuntime::runtimeDirPath());
+    return core::makePrivateDirectory(GuiDiagnosticsRuntime::runtimeDirPath());
 }
 
 QByteArray compactJson(const QJsonObject &object)
@@ -37,10 +40,10 @@ QByteArray compactJson(const QJsonObject &object)
 /// the traces must never get in the way of the program.
 bool saveText(const QString &path, const QByteArray &text)
 {
-    makeRuntimeDir();
     QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush() &&
-           file.commit();
+    return makeRuntimeDir() && file.open(QIODevice::WriteOnly) &&
+           file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
+           file.write(text) == text.size() && file.flush() && file.commit();
 }
 
 /// The action word for an event, empty for events that leave no trace.
@@ -105,7 +108,7 @@ QString GuiDiagnosticsRuntime::diagnosticsRootPath()
 
 void GuiDiagnosticsRuntime::start()
 {
-    makeRuntimeDir();
+    (void)makeRuntimeDir(); // Each write tries again.
     QCoreApplication::instance()->installEventFilter(this);
     writeHeartbeat();
     m_timer->start();
@@ -165,8 +168,10 @@ void GuiDiagnosticsRuntime::writeEnvironmentSnapshot(const QString &mode, const 
 
 void GuiDiagnosticsRuntime::appendSlowOperation(const QString &name, qint64 elapsedMs)
 {
-    makeRuntimeDir();
     QFile log(slowOpsLogPath());
+    if (!makeRuntimeDir())
+        return;
+    core::makePrivateFile(log.fileName());
     if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
         return;
     const QString level =
