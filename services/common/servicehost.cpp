@@ -1,26 +1,19 @@
 #include "common/servicehost.h"
 
+#include "common/servicemanager.h"
+
 #include <QDebug>
 #include <QJsonDocument>
 #include <QPointer>
+
+#include <algorithm>
+#include <unistd.h>
 
 namespace services {
 
 using core::ipc::FrameDecoder;
 
 namespace {
-
-// A live service accepts at once, or keeps a caller waiting when it is busy; only a leftover socket
-// file refuses.
-constexpr int kProbeTimeoutMs = 500;
-
-bool isLeftover(const QString &serviceName)
-{
-    QLocalSocket probe;
-    probe.connectToServer(serviceName);
-    return !probe.waitForConnected(kProbeTimeoutMs) &&
-           probe.error() == QLocalSocket::ConnectionRefusedError;
-}
 
 QJsonObject responseObject(const QString &requestId, const Reply &reply)
 {
@@ -33,12 +26,6 @@ QJsonObject responseObject(const QString &requestId, const Reply &reply)
                         QJsonObject{{QStringLiteral("code"), reply.errorCode},
                                     {QStringLiteral("message"), reply.errorMessage}});
     return response;
-}
-
-void send(QLocalSocket *socket, const QByteArray &frame)
-{
-    socket->write(frame);
-    socket->flush();
 }
 
 } // namespace
@@ -59,10 +46,26 @@ Reply Reply::failure(int code, const QString &message)
     return reply;
 }
 
+struct ServiceHost::Client
+{
+    Peer peer;
+    QString refusal; ///< Empty if the client is admitted.
+    FrameDecoder decoder;
+    int pendingRequests = 0;
+    qint64 largestUnsent = 0; ///< Largest frame since everything was sent, in bytes.
+
+    Client(const Peer &who, const QString &why)
+        : peer(who)
+        , refusal(why)
+        , decoder(why.isEmpty() ? kMaxRequestBytes : kMaxRefusedRequestBytes)
+    {}
+    bool isAdmitted() const { return refusal.isEmpty(); }
+};
+
 ServiceHost::ServiceHost(QObject *parent)
     : QObject(parent)
 {
-    connect(&m_server, &QLocalServer::newConnection, this, &ServiceHost::acceptClients);
+    connect(&m_server, &ListeningSocket::accepted, this, &ServiceHost::accept);
 }
 
 ServiceHost::~ServiceHost()
@@ -70,22 +73,22 @@ ServiceHost::~ServiceHost()
     close();
 }
 
+void ServiceHost::setAccess(SocketAccess access, gid_t group)
+{
+    m_access = access;
+    m_group = group;
+}
+
 bool ServiceHost::listen(const QString &serviceName, QString *error)
 {
     if (m_server.isListening()) {
         if (error)
-            *error = QStringLiteral("已在监听 %1").arg(m_server.serverName());
+            *error = QStringLiteral("已在监听 %1").arg(m_server.path());
         return false;
     }
-    bool listening = m_server.listen(serviceName);
-    if (!listening && m_server.serverError() == QAbstractSocket::AddressInUseError &&
-        isLeftover(serviceName)) {
-        QLocalServer::removeServer(serviceName);
-        listening = m_server.listen(serviceName);
-    }
-    if (!listening && error)
-        *error = m_server.errorString();
-    return listening;
+    const int activated = takeActivationSocket();
+    return activated >= 0 ? m_server.adopt(activated, error)
+                          : m_server.listen(serviceName, m_access, m_group, error);
 }
 
 void ServiceHost::dropClients()
@@ -104,38 +107,85 @@ void ServiceHost::close()
     dropClients();
 }
 
-void ServiceHost::handle(const QString &method, const Handler &handler)
+void ServiceHost::handle(const QString &method, const RequestHandler &handler)
 {
     m_handlers.insert(method, handler);
 }
 
 void ServiceHost::handle(const QString &method,
-                         const std::function<Reply(const QJsonObject &)> &handler)
+                         const std::function<Reply(const Request &)> &handler)
 {
-    handle(method, Handler([handler](const QJsonObject &params, const Respond &respond) {
-               respond(handler(params));
+    handle(method, RequestHandler([handler](const Request &request, const Respond &respond) {
+               respond(handler(request));
            }));
 }
 
-void ServiceHost::broadcast(const QString &event, const QJsonObject &data)
+void ServiceHost::handle(const QString &method, const Handler &handler)
+{
+    handle(method, RequestHandler([handler](const Request &request, const Respond &respond) {
+               handler(request.params, respond);
+           }));
+}
+
+void ServiceHost::handle(const QString &method,
+                         const std::function<Reply(const QJsonObject &)> &handler)
+{
+    handle(method, RequestHandler([handler](const Request &request, const Respond &respond) {
+               respond(handler(request.params));
+           }));
+}
+
+void ServiceHost::broadcast(const QString &event, const QJsonObject &data,
+                            const PeerFilter &isMeant)
 {
     const QByteArray frame =
         core::ipc::encodeJsonFrame({{QStringLiteral("type"), QStringLiteral("event")},
                                     {QStringLiteral("event"), event},
                                     {QStringLiteral("data"), data}});
     const QList<QLocalSocket *> sockets = clientSockets();
-    for (QLocalSocket *socket : sockets)
-        send(socket, frame);
+    for (QLocalSocket *socket : sockets) {
+        // Sending to one client may end another.
+        const ClientPtr client = m_clients.value(socket);
+        if (client && client->isAdmitted() && (!isMeant || isMeant(client->peer)))
+            send(socket, frame);
+    }
 }
 
-void ServiceHost::acceptClients()
+void ServiceHost::accept(int descriptor)
 {
-    while (QLocalSocket *const socket = m_server.nextPendingConnection()) {
-        m_clients.insert(socket, std::make_shared<FrameDecoder>());
-        connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readFrom(socket); });
-        connect(socket, &QLocalSocket::disconnected, this, [this, socket] { forget(socket); });
-        emit clientConnected();
+    Peer peer;
+    QString refusal;
+    if (!core::ipc::readPeer(descriptor, &peer, &refusal)) {
+        qWarning() << "[ServiceHost] client refused:" << refusal;
+        ::close(descriptor);
+        return;
     }
+    const auto ofSameUser = [&peer](const ClientPtr &client) {
+        return client->peer.uid == peer.uid;
+    };
+    if (std::count_if(m_clients.cbegin(), m_clients.cend(), ofSameUser) >= kMaxClientsPerUser) {
+        qWarning() << "[ServiceHost] client refused: too many connections of user" << peer.uid;
+        ::close(descriptor);
+        return;
+    }
+    if (m_admission && !m_admission(peer, &refusal)) {
+        qWarning() << "[ServiceHost] not admitted: user" << peer.uid << "process" << peer.pid;
+        if (refusal.isEmpty())
+            refusal = QStringLiteral("没有使用此服务的权限");
+    } else {
+        refusal.clear();
+    }
+
+    auto *const socket = new QLocalSocket(this);
+    m_clients.insert(socket, std::make_shared<Client>(peer, refusal));
+    connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readFrom(socket); });
+    connect(socket, &QLocalSocket::disconnected, this, [this, socket] { forget(socket); });
+    if (!socket->setSocketDescriptor(descriptor)) {
+        ::close(descriptor);
+        forget(socket);
+        return;
+    }
+    emit clientConnected();
 }
 
 /// Takes the client off the list; the socket, which may be inside a signal, is freed later.
@@ -148,26 +198,65 @@ void ServiceHost::forget(QLocalSocket *socket)
     emit clientDisconnected();
 }
 
+void ServiceHost::drop(QLocalSocket *socket, const char *why)
+{
+    qWarning() << "[ServiceHost] client dropped:" << why;
+    forget(socket);
+    socket->abort();
+}
+
+void ServiceHost::send(QLocalSocket *socket, const QByteArray &frame)
+{
+    const ClientPtr client = m_clients.value(socket);
+    if (!client)
+        return;
+    const qint64 unsent = socket->bytesToWrite();
+    if (unsent == 0)
+        client->largestUnsent = 0;
+    if (unsent > kMaxUnsentBytes + client->largestUnsent) {
+        drop(socket, "does not read");
+        return;
+    }
+    client->largestUnsent = std::max(client->largestUnsent, qint64(frame.size()));
+    socket->write(frame);
+    socket->flush();
+}
+
 void ServiceHost::readFrom(QLocalSocket *socket)
 {
     // A handler may drop this client; the decoder lives on until the loop ends.
-    const DecoderPtr decoder = m_clients.value(socket);
+    const ClientPtr client = m_clients.value(socket);
     QByteArray body;
     do {
-        decoder->append(socket->readAll());
+        client->decoder.append(socket->readAll());
         FrameDecoder::Result result;
-        while ((result = decoder->next(&body)) == FrameDecoder::Result::Frame) {
+        while ((result = client->decoder.next(&body)) == FrameDecoder::Result::Frame) {
             processFrame(socket, body);
             if (!m_clients.contains(socket))
                 return;
         }
         if (result != FrameDecoder::Result::NeedMore) {
-            qWarning() << "[ServiceHost] client dropped: not a stream of frames";
-            forget(socket);
-            socket->abort();
+            drop(socket, result == FrameDecoder::Result::TooLarge ? "request too large"
+                                                                  : "not a stream of frames");
             return;
         }
     } while (socket->bytesAvailable() > 0);
+}
+
+ServiceHost::Respond ServiceHost::responder(QLocalSocket *socket, const QString &requestId)
+{
+    const ClientPtr client = m_clients.value(socket);
+    ++client->pendingRequests;
+    const QPointer<ServiceHost> host(this);
+    const auto answered = std::make_shared<bool>(false);
+    return [host, socket, client, requestId, answered](const Reply &reply) {
+        // Another client may have got the address of one that has gone.
+        if (*answered || !host || host->m_clients.value(socket) != client)
+            return;
+        *answered = true;
+        --client->pendingRequests;
+        host->send(socket, core::ipc::encodeJsonFrame(responseObject(requestId, reply)));
+    };
 }
 
 void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
@@ -180,23 +269,26 @@ void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
         return;
     }
 
-    const QString method = frame.value(QLatin1String("method")).toString();
-    const QJsonObject params = frame.value(QLatin1String("params")).toObject();
-    const auto answered = std::make_shared<bool>(false);
-    const QPointer<QLocalSocket> client(socket);
-    const Respond respond = [client, requestId, answered](const Reply &reply) {
-        if (*answered || !client || client->state() != QLocalSocket::ConnectedState)
-            return;
-        *answered = true;
-        send(client, core::ipc::encodeJsonFrame(responseObject(requestId, reply)));
-    };
+    const ClientPtr client = m_clients.value(socket);
+    const Respond respond = responder(socket, requestId);
+    if (!client->isAdmitted()) {
+        respond(Reply::failure(kRefusedCode, client->refusal));
+        return;
+    }
+    if (client->pendingRequests > kMaxPendingRequests) {
+        respond(Reply::failure(kTooManyRequestsCode, QStringLiteral("未完成的请求过多")));
+        return;
+    }
 
-    emit requestReceived(method, params, requestId);
-    const Handler handler = m_handlers.value(method);
+    const Request request{frame.value(QLatin1String("method")).toString(),
+                          frame.value(QLatin1String("params")).toObject(), client->peer};
+    emit requestReceived(request.method, request.params, requestId);
+    const RequestHandler handler = m_handlers.value(request.method);
     if (handler)
-        handler(params, respond);
+        handler(request, respond);
     else
-        respond(Reply::failure(kUnknownMethodCode, QStringLiteral("未知方法：%1").arg(method)));
+        respond(
+            Reply::failure(kUnknownMethodCode, QStringLiteral("未知方法：%1").arg(request.method)));
 }
 
 } // namespace services

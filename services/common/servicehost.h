@@ -1,10 +1,11 @@
 #pragma once
 
+#include "common/listeningsocket.h"
 #include "core/ipc/framecodec.h"
+#include "core/ipc/peer.h"
 
 #include <QHash>
 #include <QJsonObject>
-#include <QLocalServer>
 #include <QLocalSocket>
 #include <QObject>
 #include <QString>
@@ -13,6 +14,8 @@
 #include <memory>
 
 namespace services {
+
+using core::ipc::Peer;
 
 /// What a method handler gives back.
 struct Reply
@@ -26,10 +29,20 @@ struct Reply
     static Reply failure(int code, const QString &message);
 };
 
+/// A request together with who sent it. What a client may do depends on its user, never on what it
+/// says about itself.
+struct Request
+{
+    QString method;
+    QJsonObject params;
+    Peer peer;
+};
+
 /// The service side of the protocol: accepts clients on a local socket, decodes their requests,
-/// calls the method's handler and sends its reply; events go to every client. A client whose stream
-/// is not one of frames is dropped. One thread, event-driven; handlers and slots may close() the
-/// host but not delete it. A service is a host and its handlers:
+/// calls the method's handler and sends its reply; events go to every client that they are meant
+/// for. A client whose stream is not one of frames, or that does not read what it is sent, is
+/// dropped. One thread, event-driven; handlers and slots may close() the host but not delete it.
+/// A service is a host and its handlers:
 ///
 ///     services::ServiceHost host;
 ///     host.handle(QStringLiteral("disk.enumerate"), [](const QJsonObject &) {
@@ -42,17 +55,40 @@ class ServiceHost : public QObject
 
 public:
     static constexpr int kUnknownMethodCode = 404;
+    static constexpr int kRefusedCode = 403; ///< The client's user may not use the service.
+    static constexpr int kTooManyRequestsCode = 429;
 
-    /// `respond` may be called now or later; the first call counts. It does nothing when the client
-    /// or the host has gone.
+    // Limits of one client. A single answer may be of any size, so the bytes that wait for a client
+    // are limited beyond the largest frame among them.
+    static constexpr int kMaxRequestBytes = 64 * 1024 * 1024;
+    static constexpr int kMaxRefusedRequestBytes = 64 * 1024;
+    static constexpr int kMaxPendingRequests = 1024;
+    static constexpr qint64 kMaxUnsentBytes = 64 * 1024 * 1024;
+    static constexpr int kMaxClientsPerUser = 32;
+
+    /// `respond` may be called now or later, on the host's thread: work that blocks belongs on
+    /// another thread, whose result comes back through a Mailbox. The first call counts. It does
+    /// nothing when the client or the host has gone.
     using Respond = std::function<void(const Reply &)>;
     using Handler = std::function<void(const QJsonObject &params, const Respond &respond)>;
+    using RequestHandler = std::function<void(const Request &request, const Respond &respond)>;
+    /// Whether the user may use the service; sets `reason`, a text for the user, if not.
+    using Admission = std::function<bool(const Peer &peer, QString *reason)>;
+    using PeerFilter = std::function<bool(const Peer &peer)>;
 
     explicit ServiceHost(QObject *parent = nullptr);
     ~ServiceHost() override;
 
-    /// Listens under `serviceName`, taking over a leftover socket file. Fails if another process
-    /// answers under that name, or if this host listens already.
+    /// Who may connect, from the next listen() on; SocketAccess::Owner at first. `group` counts
+    /// only with SocketAccess::Group.
+    void setAccess(SocketAccess access, gid_t group = gid_t(-1));
+    /// Judges each client once, when it connects. One that is not admitted gets no events, and
+    /// kRefusedCode with the reason for each request. Without a judge, everyone is admitted.
+    void setAdmission(const Admission &admission) { m_admission = admission; }
+
+    /// Listens under `serviceName`, a plain name or an absolute path, taking over a leftover socket
+    /// file; or on the socket that the service manager has opened for this process. Fails if
+    /// another process answers under that name, or if this host listens already.
     [[nodiscard]] bool listen(const QString &serviceName, QString *error = nullptr);
     bool isListening() const { return m_server.isListening(); }
     /// Drops all clients and goes on listening.
@@ -65,9 +101,13 @@ public:
     void handle(const QString &method, const Handler &handler);
     /// Shorthand for a handler that answers at once.
     void handle(const QString &method, const std::function<Reply(const QJsonObject &)> &handler);
+    // The same for handlers that need to know who asks.
+    void handle(const QString &method, const RequestHandler &handler);
+    void handle(const QString &method, const std::function<Reply(const Request &)> &handler);
 
-    /// Sends an event to every connected client.
-    void broadcast(const QString &event, const QJsonObject &data);
+    /// Sends an event to every admitted client, or to those whose user passes the filter.
+    void broadcast(const QString &event, const QJsonObject &data,
+                   const PeerFilter &isMeant = PeerFilter());
     int clientCount() const { return m_clients.size(); }
 
 signals:
@@ -81,16 +121,23 @@ protected:
     QList<QLocalSocket *> clientSockets() const { return m_clients.keys(); }
 
 private:
-    using DecoderPtr = std::shared_ptr<core::ipc::FrameDecoder>;
+    struct Client;
+    using ClientPtr = std::shared_ptr<Client>;
 
-    void acceptClients();
+    void accept(int descriptor);
     void forget(QLocalSocket *socket);
+    void drop(QLocalSocket *socket, const char *why);
+    void send(QLocalSocket *socket, const QByteArray &frame);
     void readFrom(QLocalSocket *socket);
     void processFrame(QLocalSocket *socket, const QByteArray &body);
+    Respond responder(QLocalSocket *socket, const QString &requestId);
 
-    QLocalServer m_server;
-    QHash<QLocalSocket *, DecoderPtr> m_clients;
-    QHash<QString, Handler> m_handlers;
+    ListeningSocket m_server;
+    SocketAccess m_access = SocketAccess::Owner;
+    gid_t m_group = gid_t(-1);
+    Admission m_admission;
+    QHash<QLocalSocket *, ClientPtr> m_clients;
+    QHash<QString, RequestHandler> m_handlers;
 };
 
 } // namespace services

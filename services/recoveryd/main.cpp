@@ -1,4 +1,6 @@
 #include "common/exitwithparent.h"
+#include "common/servicemanager.h"
+#include "common/terminationsignals.h"
 #include "recoveryd/daemon.h"
 
 #include <QCommandLineParser>
@@ -49,8 +51,10 @@ int main(int argc, char *argv[])
     QString error;
     if (options.images.isEmpty())
         error = QStringLiteral("没有给出磁盘镜像（--image）");
-    else if (daemon.start(&error))
+    else if (services::quitOnTerminationSignals(&error) && daemon.start(&error)) {
+        services::reportReady(&app);
         return QCoreApplication::exec();
+    }
     std::fprintf(stderr, "morvane-recoveryd: %s\n", qUtf8Printable(error));
     return 1;
 }

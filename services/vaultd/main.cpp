@@ -1,4 +1,6 @@
 #include "common/exitwithparent.h"
+#include "common/servicemanager.h"
+#include "common/terminationsignals.h"
 #include "vaultd/daemon.h"
 #include "vaultd/passwords.h"
 #include "vaultd/protect.h"
@@ -114,8 +116,10 @@ int main(int argc, char *argv[])
     options.socketName = parser.value(socket);
     Daemon daemon(options);
     QString error;
-    if (daemon.start(&error))
+    if (services::quitOnTerminationSignals(&error) && daemon.start(&error)) {
+        services::reportReady(&app);
         return QCoreApplication::exec();
+    }
     complain(error);
     return 1;
 }

@@ -32,6 +32,11 @@ private slots:
     void ensureConnectedTellsTheOutcome();
     void ensureConnectedGivesUpInTime();
     void keepsHalfAFrameForTheNextConnection();
+    void trustsOnlyRootAndTheOwnUser_data();
+    void trustsOnlyRootAndTheOwnUser();
+    void sendsNothingToAServiceThatIsNotTrusted();
+    void prefersTheSystemSocket_data();
+    void prefersTheSystemSocket();
 };
 
 void TestIpcConnection::answersPendingRequestsOnceOnDisconnection_data()
@@ -269,6 +274,125 @@ void TestIpcConnection::keepsHalfAFrameForTheNextConnection()
     QVERIFY(link.open());
     link.service.writeRaw(frame.mid(11) + eventFrame(6));
     QTRY_COMPARE(link.events, (QVector<int>{5, 6}));
+}
+
+void TestIpcConnection::trustsOnlyRootAndTheOwnUser_data()
+{
+    QTest::addColumn<uint>("serviceUid");
+    QTest::addColumn<uint>("ownUid");
+    QTest::addColumn<bool>("isTrusted");
+    QTest::newRow("root's service for a user") << 0u << 1000u << true;
+    QTest::newRow("own service") << 1000u << 1000u << true;
+    QTest::newRow("another user's service") << 1001u << 1000u << false;
+    QTest::newRow("a user's service for root") << 1000u << 0u << false;
+    QTest::newRow("unknown user") << uint(-1) << 1000u << false;
+}
+
+void TestIpcConnection::trustsOnlyRootAndTheOwnUser()
+{
+    QFETCH(uint, serviceUid);
+    QFETCH(uint, ownUid);
+    core::ipc::Peer service;
+    service.uid = serviceUid;
+    QTEST(core::ipc::isTrustedService(service, ownUid), "isTrusted");
+}
+
+void TestIpcConnection::sendsNothingToAServiceThatIsNotTrusted()
+{
+    testsupport::FakeService service;
+    service.reply(QStringLiteral("vault.authenticate"), QJsonObject());
+    QVERIFY(service.start());
+    bool isTrusted = false;
+    core::ipc::ServicePolicy policy;
+    QVector<core::ipc::Peer> judged;
+    policy.isTrusted = [&](const core::ipc::Peer &peer) {
+        judged.append(peer);
+        return isTrusted;
+    };
+    IpcClient client(service.name(), nullptr, policy);
+    QSignalSpy connected(&client, &IpcClient::connected);
+    QSignalSpy disconnected(&client, &IpcClient::disconnected);
+    QSignalSpy errors(&client, &IpcClient::connectionError);
+    QVector<bool> successes;
+    QString message;
+    const auto authenticate = [&] {
+        client.sendRequest(QStringLiteral("vault.authenticate"),
+                           {{QStringLiteral("password"), QStringLiteral("secret")}},
+                           [&](bool success, const QJsonObject &, const QJsonObject &error) {
+                               successes.append(success);
+                               message = error.value(QLatin1String("message")).toString();
+                           });
+    };
+
+    QVERIFY(!client.ensureConnected(1000));
+    QCOMPARE(judged.size(), 1);
+    QCOMPARE(judged.at(0).pid, ::getpid());
+    QCOMPARE(errors.size(), 1);
+    const QString reason = errors.at(0).at(0).toString();
+    QVERIFY(reason.contains(QStringLiteral("UID %1").arg(::geteuid())));
+    authenticate();
+    QCOMPARE(successes, QVector<bool>{false});
+    QVERIFY(message.contains(service.name()) && message.contains(reason));
+
+    isTrusted = true;
+    QVERIFY(client.ensureConnected(1000));
+    authenticate();
+    QTRY_COMPARE(successes, (QVector<bool>{false, true}));
+    QCOMPARE(service.count(QStringLiteral("vault.authenticate")), 1);
+    QTRY_COMPARE(service.clientCount(), 1);
+    QCOMPARE(connected.size(), 1);
+    QCOMPARE(disconnected.size(), 0);
+    QCOMPARE(errors.size(), 1);
+}
+
+void TestIpcConnection::prefersTheSystemSocket_data()
+{
+    QTest::addColumn<bool>("hasSystem");
+    QTest::addColumn<bool>("hasLeftover"); // a socket file there whose service has died
+    QTest::addColumn<bool>("hasPlain");
+    QTest::addColumn<QString>("used");
+    const QString none;
+    const QString system = QStringLiteral("system");
+    const QString plain = QStringLiteral("plain");
+    QTest::newRow("both") << true << false << true << system;
+    QTest::newRow("system only") << true << false << false << system;
+    QTest::newRow("plain only") << false << false << true << plain;
+    QTest::newRow("plain beside a leftover") << false << true << true << plain;
+    QTest::newRow("leftover only") << false << true << false << none;
+    QTest::newRow("none") << false << false << false << none;
+}
+
+void TestIpcConnection::prefersTheSystemSocket()
+{
+    QFETCH(bool, hasSystem);
+    QFETCH(bool, hasLeftover);
+    QFETCH(bool, hasPlain);
+    QFETCH(QString, used);
+
+    QTemporaryDir dir;
+    testsupport::FakeService plain;
+    services::ServiceHost system;
+    const QString path = dir.filePath(plain.name());
+    if (hasSystem)
+        QVERIFY(system.listen(path));
+    if (hasLeftover) {
+        // Renamed while its owner ends, the file stays behind.
+        services::ServiceHost dead;
+        QVERIFY(dead.listen(path));
+        QVERIFY(QFile::rename(path, path + QStringLiteral(".kept")));
+        dead.close();
+        QVERIFY(QFile::rename(path + QStringLiteral(".kept"), path));
+    }
+    if (hasPlain)
+        QVERIFY(plain.start());
+    core::ipc::ServicePolicy policy;
+    policy.systemDir = dir.path();
+    IpcClient client(plain.name(), nullptr, policy);
+    QSignalSpy errors(&client, &IpcClient::connectionError);
+    QCOMPARE(client.ensureConnected(1000), !used.isEmpty());
+    QCOMPARE(errors.size(), used.isEmpty() ? 1 : 0);
+    QTRY_COMPARE(system.clientCount(), used == QLatin1String("system") ? 1 : 0);
+    QTRY_COMPARE(plain.clientCount(), used == QLatin1String("plain") ? 1 : 0);
 }
 
 QTEST_GUILESS_MAIN(TestIpcConnection)

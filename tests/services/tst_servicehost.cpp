@@ -2,16 +2,27 @@
 #include "common/servicehost.h"
 #include "core/ipc/ipcclient.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QLocalServer>
 #include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
 
 using core::ipc::IpcClient;
 using services::Reply;
+using services::Request;
 using services::ServiceHost;
+using services::SocketAccess;
+
+Q_DECLARE_METATYPE(services::SocketAccess)
 
 namespace {
 
@@ -19,6 +30,39 @@ const QString kName = QStringLiteral("host");
 
 const QByteArray kRequest =
     core::ipc::encodeFrame(QByteArrayLiteral(R"({"type":"request","requestId":"r","method":"m"})"));
+
+QString socketPath()
+{
+    return QDir::tempPath() + QLatin1Char('/') + kName;
+}
+
+/// A connection that nobody reads from, unlike a QLocalSocket, which reads on its own.
+class SilentClient
+{
+public:
+    SilentClient()
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, QFile::encodeName(socketPath()).constData(),
+                 sizeof address.sun_path);
+        m_isConnected = ::connect(m_descriptor, reinterpret_cast<const sockaddr *>(&address),
+                                  sizeof address) == 0;
+    }
+    ~SilentClient() { ::close(m_descriptor); }
+    SilentClient(const SilentClient &) = delete;
+    SilentClient &operator=(const SilentClient &) = delete;
+
+    bool isConnected() const { return m_isConnected; }
+    bool write(const QByteArray &bytes)
+    {
+        return ::write(m_descriptor, bytes.constData(), size_t(bytes.size())) == bytes.size();
+    }
+
+private:
+    int m_descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool m_isConnected = false;
+};
 
 } // namespace
 
@@ -34,6 +78,13 @@ private slots:
     void dropsGarbageAndIgnoresNonRequests();
     void closesInsideAHandler();
     void takesOverOnlyALeftoverSocket();
+    void letsOnlyTheChosenUsersConnect_data();
+    void letsOnlyTheChosenUsersConnect();
+    void removesOnlyItsOwnSocketFile();
+    void tellsHandlersWhoAsks();
+    void answersAClientThatIsNotAdmittedWithTheReason();
+    void dropsAClientThatDoesNotRead();
+    void limitsOneClient();
     void mailboxForgetsWorkAtItsEnd();
 };
 
@@ -216,6 +267,210 @@ void TestServiceHost::takesOverOnlyALeftoverSocket()
     IpcClient client(kName);
     QVERIFY(client.ensureConnected(1000));
     QTRY_COMPARE(host.clientCount(), 1);
+}
+
+void TestServiceHost::letsOnlyTheChosenUsersConnect_data()
+{
+    QTest::addColumn<SocketAccess>("access");
+    QTest::addColumn<int>("mode");
+    QTest::newRow("owner") << SocketAccess::Owner << 0600;
+    QTest::newRow("group") << SocketAccess::Group << 0660;
+    QTest::newRow("everyone") << SocketAccess::Everyone << 0666;
+}
+
+void TestServiceHost::letsOnlyTheChosenUsersConnect()
+{
+    QFETCH(SocketAccess, access);
+    QFETCH(int, mode);
+
+    const QVector<gid_t> groups = {::getegid()};
+    for (const mode_t mask : {mode_t(0), mode_t(077)}) {
+        const mode_t before = ::umask(mask);
+        ServiceHost host;
+        host.setAccess(access, groups.constFirst());
+        const bool isListening = host.listen(kName);
+        ::umask(before);
+        QVERIFY(isListening);
+        struct stat status
+        {};
+        QCOMPARE(::lstat(QFile::encodeName(socketPath()).constData(), &status), 0);
+        QCOMPARE(int(status.st_mode & 07777), mode);
+        QCOMPARE(status.st_gid, groups.constFirst());
+    }
+}
+
+void TestServiceHost::removesOnlyItsOwnSocketFile()
+{
+    const QString moved = socketPath() + QStringLiteral(".moved");
+    {
+        ServiceHost host;
+        QVERIFY(host.listen(kName));
+        QVERIFY(QFile::rename(socketPath(), moved));
+        QFile other(socketPath());
+        QVERIFY(other.open(QIODevice::WriteOnly));
+    }
+    QVERIFY(QFile::exists(socketPath()));
+    // A file that is no socket is in nobody's way but its owner's.
+    ServiceHost host;
+    QString error;
+    QVERIFY(!host.listen(kName, &error));
+    QVERIFY(error.contains(socketPath()));
+    QVERIFY(QFile::remove(socketPath()) && QFile::remove(moved));
+    QVERIFY2(host.listen(socketPath(), &error), qPrintable(error)); // A path does as well.
+    host.close();
+    QVERIFY(!QFile::exists(socketPath()));
+}
+
+void TestServiceHost::tellsHandlersWhoAsks()
+{
+    ServiceHost host;
+    QVector<services::Peer> peers;
+    host.handle(QStringLiteral("now"), [&](const Request &request) {
+        peers.append(request.peer);
+        return Reply::ok(request.params);
+    });
+    host.handle(QStringLiteral("later"),
+                [&](const Request &request, const ServiceHost::Respond &respond) {
+                    peers.append(request.peer);
+                    respond(Reply::ok({{QStringLiteral("method"), request.method}}));
+                });
+    QVERIFY(host.listen(kName));
+    IpcClient client(kName);
+    QVERIFY(client.ensureConnected(1000));
+    QVector<QJsonObject> answers;
+    for (const char *method : {"now", "later"})
+        client.sendRequest(
+            QLatin1String(method), {{QStringLiteral("k"), 1}},
+            [&](bool, const QJsonObject &data, const QJsonObject &) { answers.append(data); });
+    QTRY_COMPARE(answers.size(), 2);
+    QCOMPARE(answers.at(0), (QJsonObject{{QStringLiteral("k"), 1}}));
+    QCOMPARE(answers.at(1), (QJsonObject{{QStringLiteral("method"), QStringLiteral("later")}}));
+    for (const services::Peer &peer : qAsConst(peers)) {
+        QCOMPARE(peer.uid, ::geteuid());
+        QCOMPARE(peer.pid, ::getpid());
+        QVERIFY(peer.isInGroup(::getegid()));
+        QVERIFY(!peer.isInGroup(gid_t(-2)));
+    }
+
+    QSignalSpy events(&client, &IpcClient::eventReceived);
+    host.broadcast(QStringLiteral("others"), QJsonObject(),
+                   [](const services::Peer &peer) { return peer.uid != ::geteuid(); });
+    host.broadcast(QStringLiteral("own"), QJsonObject(),
+                   [](const services::Peer &peer) { return peer.uid == ::geteuid(); });
+    QTRY_COMPARE(events.size(), 1);
+    QCOMPARE(events.at(0).at(0).toString(), QStringLiteral("own"));
+}
+
+void TestServiceHost::answersAClientThatIsNotAdmittedWithTheReason()
+{
+    ServiceHost host;
+    bool isAdmitted = false;
+    host.setAdmission([&](const services::Peer &peer, QString *reason) {
+        *reason = QStringLiteral("用户 %1 不能使用").arg(peer.uid);
+        return isAdmitted;
+    });
+    int calls = 0;
+    host.handle(QStringLiteral("m"), [&](const QJsonObject &) {
+        ++calls;
+        return Reply::ok();
+    });
+    QVERIFY(host.listen(kName));
+    IpcClient refused(kName);
+    QVERIFY(refused.ensureConnected(1000));
+    QTRY_COMPARE(host.clientCount(), 1);
+    isAdmitted = true;
+    IpcClient admitted(kName);
+    QVERIFY(admitted.ensureConnected(1000));
+    QTRY_COMPARE(host.clientCount(), 2);
+
+    QSignalSpy events(&refused, &IpcClient::eventReceived);
+    QSignalSpy seen(&admitted, &IpcClient::eventReceived);
+    host.broadcast(QStringLiteral("e"), QJsonObject());
+    QTRY_COMPARE(seen.size(), 1);
+    QJsonObject answer;
+    refused.sendRequest(
+        QStringLiteral("m"), QJsonObject(),
+        [&](bool, const QJsonObject &, const QJsonObject &error) { answer = error; });
+    QTRY_COMPARE(answer.value(QLatin1String("code")).toInt(), ServiceHost::kRefusedCode);
+    QCOMPARE(answer.value(QLatin1String("message")).toString(),
+             QStringLiteral("用户 %1 不能使用").arg(::geteuid()));
+    QCOMPARE(calls, 0);
+    QCOMPARE(events.size(), 0);
+    // It may not make the service hold much, either.
+    refused.sendRequest(QStringLiteral("m"), {{QStringLiteral("t"), QString(100000, QChar(0x61))}});
+    QTRY_COMPARE(host.clientCount(), 1);
+}
+
+void TestServiceHost::dropsAClientThatDoesNotRead()
+{
+    ServiceHost host;
+    const QJsonObject large{{QStringLiteral("t"), QString(70 * 1024 * 1024, QChar(0x61))}};
+    int answered = 0;
+    host.handle(QStringLiteral("m"), [&](const QJsonObject &) {
+        ++answered;
+        return Reply::ok(large);
+    });
+    QVERIFY(host.listen(kName));
+    SilentClient silent;
+    QVERIFY(silent.isConnected());
+    IpcClient reader(kName);
+    QVERIFY(reader.ensureConnected(1000));
+    QTRY_COMPARE(host.clientCount(), 2);
+
+    // One answer may exceed the limit, and what follows it is not held against its reader.
+    QVERIFY(silent.write(kRequest));
+    QTRY_COMPARE(answered, 1);
+    QSignalSpy events(&reader, &IpcClient::eventReceived);
+    host.broadcast(QStringLiteral("e"), QJsonObject());
+    QTRY_COMPARE(events.size(), 1);
+    QCOMPARE(host.clientCount(), 2);
+
+    const QJsonObject megabyte{{QStringLiteral("t"), QString(1024 * 1024, QChar(0x61))}};
+    const int limit =
+        2 * 70 + 2 + int(ServiceHost::kMaxUnsentBytes / (1024 * 1024)); // in megabytes
+    int sent = 0;
+    while (host.clientCount() == 2 && sent < limit) {
+        host.broadcast(QStringLiteral("e"), megabyte);
+        ++sent;
+        QTRY_COMPARE(events.size(), 1 + sent);
+    }
+    QCOMPARE(host.clientCount(), 1);
+    QVERIFY(reader.isConnected());
+}
+
+void TestServiceHost::limitsOneClient()
+{
+    ServiceHost host;
+    QVector<ServiceHost::Respond> held;
+    host.handle(QStringLiteral("m"), [&](const QJsonObject &, const ServiceHost::Respond &respond) {
+        held.append(respond);
+    });
+    QVERIFY(host.listen(kName));
+    IpcClient client(kName);
+    QVERIFY(client.ensureConnected(1000));
+    QVector<int> codes;
+    const auto send = [&] {
+        client.sendRequest(QStringLiteral("m"), QJsonObject(),
+                           [&](bool, const QJsonObject &, const QJsonObject &error) {
+                               codes.append(error.value(QLatin1String("code")).toInt());
+                           });
+    };
+    for (int i = 0; i <= ServiceHost::kMaxPendingRequests; ++i)
+        send();
+    QTRY_COMPARE(codes, QVector<int>{ServiceHost::kTooManyRequestsCode});
+    QCOMPARE(held.size(), ServiceHost::kMaxPendingRequests);
+    held.constFirst()(Reply::ok());
+    QTRY_COMPARE(codes.size(), 2);
+    send(); // There is room for one again.
+    QTRY_COMPARE(held.size(), ServiceHost::kMaxPendingRequests + 1);
+
+    std::vector<std::unique_ptr<SilentClient>> others;
+    for (int i = 0; i < ServiceHost::kMaxClientsPerUser + 5; ++i)
+        others.push_back(std::make_unique<SilentClient>());
+    QTRY_COMPARE(host.clientCount(), ServiceHost::kMaxClientsPerUser);
+    others.clear();
+    QTRY_COMPARE(host.clientCount(), 1);
+    QVERIFY(client.isConnected());
 }
 
 void TestServiceHost::mailboxForgetsWorkAtItsEnd()

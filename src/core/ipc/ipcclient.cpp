@@ -1,13 +1,16 @@
 #include "core/ipc/ipcclient.h"
 
 #include <QDebug>
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QPointer>
-#include <QScopedValueRollback>
+#include <QSignalBlocker>
 #include <QUuid>
 
-namespace core {
-namespace ipc {
+#include <unistd.h>
+
+namespace core::ipc {
 
 namespace {
 
@@ -19,6 +22,10 @@ QJsonObject makeError(ClientErrorCode code, const QString &message)
 }
 
 } // namespace
+
+ServicePolicy::ServicePolicy()
+    : isTrusted([](const Peer &service) { return isTrustedService(service, ::geteuid()); })
+{}
 
 /// Marks that the socket is inside one of its signals, for the destructor. The client may be gone
 /// when the scope ends.
@@ -44,9 +51,10 @@ private:
     QPointer<IpcClient> m_client;
 };
 
-IpcClient::IpcClient(const QString &serviceName, QObject *parent)
+IpcClient::IpcClient(const QString &serviceName, QObject *parent, const ServicePolicy &policy)
     : QObject(parent)
     , m_serviceName(serviceName)
+    , m_policy(policy)
     , m_socket(new QLocalSocket(this))
 {
     connect(m_socket, &QLocalSocket::connected, this, &IpcClient::onConnected);
@@ -103,10 +111,12 @@ void IpcClient::sendRequest(const QString &method, const QJsonObject &params,
                             ResponseCallback callback)
 {
     if (!isConnected()) {
-        if (callback)
-            callback(
-                false, QJsonObject(),
-                makeError(NotConnected, QStringLiteral("未连接到服务 (%1)").arg(m_serviceName)));
+        if (!callback)
+            return;
+        QString message = QStringLiteral("未连接到服务 (%1)").arg(m_serviceName);
+        if (!m_refusal.isEmpty())
+            message += QStringLiteral("：") + m_refusal;
+        callback(false, QJsonObject(), makeError(NotConnected, message));
         return;
     }
 
@@ -129,7 +139,31 @@ void IpcClient::startConnecting()
         return;
 
     qInfo() << "[IPC] connecting to service:" << m_serviceName;
+    m_refusal.clear();
+    const QString systemSocket = m_policy.systemDir + QLatin1Char('/') + m_serviceName;
+    if (!QDir::isAbsolutePath(m_serviceName) && QFileInfo::exists(systemSocket)) {
+        // A local socket connects, or fails, inside the call; only a busy service takes longer.
+        m_triesSystemSocket = true;
+        m_socket->connectToServer(systemSocket, QIODevice::ReadWrite);
+        if (!self)
+            return;
+        const bool hasFailed = m_triesSystemSocket;
+        m_triesSystemSocket = false;
+        if (!hasFailed || m_socket->state() != QLocalSocket::UnconnectedState)
+            return;
+    }
     m_socket->connectToServer(m_serviceName, QIODevice::ReadWrite);
+}
+
+bool IpcClient::isServiceTrusted()
+{
+    Peer service;
+    if (!readPeer(m_socket->socketDescriptor(), &service, &m_refusal))
+        return false;
+    if (!m_policy.isTrusted(service))
+        m_refusal = QStringLiteral("提供该服务的进程属于其他用户（UID %1），不可信任，已拒绝连接")
+                        .arg(service.uid);
+    return m_refusal.isEmpty();
 }
 
 void IpcClient::sendJsonFrame(const QJsonObject &object)
@@ -143,6 +177,17 @@ void IpcClient::sendJsonFrame(const QJsonObject &object)
 void IpcClient::onConnected()
 {
     const SocketSignalScope scope(this);
+    m_triesSystemSocket = false;
+    if (!isServiceTrusted()) {
+        qWarning() << "[IPC] service refused:" << m_serviceName << m_refusal;
+        {
+            // The owner has not heard of the connection, so it hears nothing of its end.
+            const QSignalBlocker blocker(m_socket);
+            m_socket->abort();
+        }
+        emit connectionError(m_refusal);
+        return;
+    }
     qInfo() << "[IPC] connected";
     emit connected();
 }
@@ -151,6 +196,8 @@ void IpcClient::onError(QLocalSocket::LocalSocketError code)
 {
     const SocketSignalScope scope(this);
     qWarning() << "[IPC] error:" << code << m_socket->errorString();
+    if (m_triesSystemSocket)
+        return;
     emit connectionError(m_socket->errorString());
 }
 
@@ -242,5 +289,4 @@ void IpcClient::processFrame(const QByteArray &body)
     callback(success, data, error);
 }
 
-} // namespace ipc
-} // namespace core
+} // namespace core::ipc

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ipc/framecodec.h"
+#include "core/ipc/peer.h"
 
 #include <QJsonObject>
 #include <QLocalSocket>
@@ -9,13 +10,24 @@
 
 #include <functional>
 
-namespace core {
-namespace ipc {
+namespace core::ipc {
 
 /// Receives the answer to one request. `error` holds `code` and `message` when `success` is false:
 /// the service's own, or -1 (not connected) or -2 (connection lost) made by the client.
 using ResponseCallback =
     std::function<void(bool success, const QJsonObject &data, const QJsonObject &error)>;
+
+/// Which service a client talks to when several processes offer the same name.
+struct ServicePolicy
+{
+    /// Tried first: only root can make a socket here.
+    QString systemDir = QStringLiteral("/run/morvane");
+    /// The process that has accepted the connection must pass; nothing is sent to another.
+    std::function<bool(const Peer &service)> isTrusted;
+
+    /// Trusts root and the own user.
+    ServicePolicy();
+};
 
 /// Client of one local service: requests, responses and events as JSON in frames. It knows no
 /// method. It never reconnects by itself and has no time-out for a request; its owners have.
@@ -25,7 +37,10 @@ class IpcClient : public QObject
     Q_OBJECT
 
 public:
-    explicit IpcClient(const QString &serviceName, QObject *parent = nullptr);
+    /// `serviceName` is the name of a socket in the policy's folder or, failing that, in the
+    /// temporary folder; or an absolute path.
+    explicit IpcClient(const QString &serviceName, QObject *parent = nullptr,
+                       const ServicePolicy &policy = ServicePolicy());
     /// May run inside a callback or slot of this client. Pending callbacks are not called.
     ~IpcClient() override;
 
@@ -46,8 +61,9 @@ public:
 signals:
     void connected();
     void disconnected();
-    /// The socket's own error text, or why the stream was given up: a wrong magic, or a frame
-    /// above kMaxBodySize. After the latter two the connection is closed.
+    /// The socket's own error text, or why the service was refused or its stream given up: not a
+    /// trusted process, a wrong magic, or a frame above kMaxBodySize. After the latter three the
+    /// connection is closed; a refused service has never been reported by connected().
     void connectionError(const QString &reason);
     void eventReceived(const QString &eventName, const QJsonObject &data);
 
@@ -61,6 +77,8 @@ private:
     class SocketSignalScope;
 
     void startConnecting();
+    /// False, with the reason in m_refusal, if the service must not be talked to.
+    bool isServiceTrusted();
     void sendJsonFrame(const QJsonObject &object);
     /// False once the stream is given up or the client is gone.
     bool processFrames(const SocketSignalScope &scope);
@@ -68,11 +86,13 @@ private:
     void processFrame(const QByteArray &body);
 
     QString m_serviceName;
+    ServicePolicy m_policy;
+    QString m_refusal;                ///< Why the last connection was refused; else empty.
+    bool m_triesSystemSocket = false; ///< Its failure is no error: the plain name comes next.
     QLocalSocket *m_socket;
     QMap<QString, ResponseCallback> m_pending;
     FrameDecoder m_readBuffer;
     int m_socketSignalDepth = 0; ///< Above 0 while the socket is inside one of its signals.
 };
 
-} // namespace ipc
-} // namespace core
+} // namespace core::ipc
