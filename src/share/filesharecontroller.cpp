@@ -117,6 +117,7 @@ void FileShareController::removeSession(const QString &id)
     QString error;
     if (!m_db.removeSession(id, &error))
         warn("[FileShareController] removeSession failed:", error);
+    m_db.purgeDeleted();
     m_accessLog->forgetUpdated(id);
     stopServerIfNoActiveSessions();
     emit sessionListChanged();
@@ -204,8 +205,11 @@ bool FileShareController::store(const ShareSession &session, const ShareDefiniti
     m_accessLog->writeAll(); // in a transaction of its own
     QString error;
     const char *failure = storeShare(&m_db, session, definition, replacesOld, &error);
-    if (!failure)
+    if (!failure) {
+        if (replacesOld)
+            m_db.purgeDeleted();
         return true;
+    }
     warn(failure, error);
     stopServerIfNoActiveSessions();
     return false;

@@ -146,8 +146,8 @@ bool FileShareDb::open(QString *error)
         QSqlDatabase::removeDatabase(m_connectionName);
         return false;
     }
-    for (const char *pragma :
-         {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL", "PRAGMA foreign_keys=ON"})
+    for (const char *pragma : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL",
+                               "PRAGMA foreign_keys=ON", "PRAGMA secure_delete=ON"})
         QSqlQuery(connection()).exec(QLatin1String(pragma));
     if (initSchema(error))
         return true;
@@ -270,6 +270,12 @@ bool FileShareDb::commitTransaction(QString *error)
 bool FileShareDb::rollback(QString *error)
 {
     return runOn(connection(), &QSqlDatabase::rollback, error);
+}
+
+void FileShareDb::purgeDeleted()
+{
+    QSqlQuery query(connection());
+    (void)run(&query, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"), {}, nullptr);
 }
 
 ShareSession FileShareDb::session(const QString &id, QString *error) const

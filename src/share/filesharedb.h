@@ -47,6 +47,10 @@ public:
     [[nodiscard]] bool beginTransaction(QString *error = nullptr);
     [[nodiscard]] bool commitTransaction(QString *error = nullptr);
     bool rollback(QString *error = nullptr);
+    /// Takes the text of deleted records out of the write-ahead log too; the database file itself
+    /// is overwritten as they are deleted. Call it outside of a transaction. What a reader still
+    /// holds goes with the next call, or when the database is closed.
+    void purgeDeleted();
 
     ShareSession session(const QString &id, QString *error = nullptr) const;
     ShareRoot rootById(const QString &id, QString *error = nullptr) const;

@@ -1,16 +1,11 @@
 #include "share/shareschema.h"
 
+#include "core/privatefile.h"
 #include "share/sqlstatement.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QSqlQuery>
 #include <QStringList>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -75,22 +70,10 @@ bool initShareSchema(const QSqlDatabase &database, QString *error)
 
 void prepareShareDbFile(const QString &path)
 {
-    const QString folder = QFileInfo(path).absolutePath();
-    if (!QFileInfo::exists(folder) && QDir().mkpath(folder))
-        ::chmod(QFile::encodeName(folder).constData(), S_IRWXU);
-
-    // Never opened if it exists: closing any handle of a file drops the locks that the process
-    // holds on it. SQLite gives the files beside it the rights of the file itself.
-    const int made = ::open(QFile::encodeName(path).constData(),
-                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (made >= 0) {
-        ::close(made);
+    if (!core::makePrivateDirectory(QFileInfo(path).absolutePath()))
         return;
-    }
-    for (const char *suffix : {"", "-wal", "-shm"}) {
-        const QByteArray name = QFile::encodeName(path) + suffix;
-        struct stat info;
-        if (::stat(name.constData(), &info) == 0 && (info.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-            ::chmod(name.constData(), info.st_mode & S_IRWXU);
-    }
+    core::makePrivateFile(path);
+    // SQLite makes the files beside it with the rights of the file itself.
+    for (const char *suffix : {"-wal", "-shm"})
+        core::restrictFile(path + QLatin1String(suffix));
 }

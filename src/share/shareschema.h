@@ -7,7 +7,7 @@
 /// first failure with the database's text in `error`, which may be null.
 [[nodiscard]] bool initShareSchema(const QSqlDatabase &database, QString *error);
 
-/// Sees to it that nobody but the user can read the file, which holds hashes of passwords: makes it
-/// and its folder if they are missing, and takes the rights of others away from an older file. What
-/// does not work shows when the database is opened.
+/// Makes the file and its folder readable by the user only: it holds hashes of passwords, paths and
+/// addresses of visitors. Creates what is missing, and takes the rights of others away from what an
+/// earlier release left. A failure shows when the database is opened.
 void prepareShareDbFile(const QString &path);

@@ -4,10 +4,12 @@
 #include "support/temptree.h"
 
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTest>
 #include <QTextStream>
 
 #include <atomic>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -71,7 +73,9 @@ private slots:
     void oldFilesAreMigrated();
     void logIsFiltered();
     void defaultsAreOverlaid();
+    void othersCannotRead_data();
     void othersCannotRead();
+    void deletedTextsLeaveTheFile();
     void unusableFilesAreToldOf_data();
     void unusableFilesAreToldOf();
     void threadsReadWhileOneWrites();
@@ -204,23 +208,65 @@ void TestFileShareDb::defaultsAreOverlaid()
     QCOMPARE(defaults.value("access_mode"_s).toString(), "download"_s);
 }
 
+void TestFileShareDb::othersCannotRead_data()
+{
+    QTest::addColumn<int>("mask");
+    QTest::newRow("usual umask") << 022;
+    QTest::newRow("no umask") << 0;
+}
+
 void TestFileShareDb::othersCannotRead()
 {
+    QFETCH(int, mask);
+    const mode_t oldMask = ::umask(mode_t(mask));
+    const auto restoreMask = qScopeGuard([oldMask] { ::umask(oldMask); });
     const QString path = newPath();
-    const auto ownersOnly =
-        QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser;
+    const QString folder = QFileInfo(path).path();
+    const auto modeOf = [](const QString &file) {
+        struct stat info = {};
+        return ::stat(QFile::encodeName(file).constData(), &info) == 0 ? int(info.st_mode & 07777)
+                                                                       : -1;
+    };
     for (int time = 0; time < 2; ++time) {
         FileShareDb db(path);
         QVERIFY(db.open());
-        QCOMPARE(QFileInfo(QFileInfo(path).path()).permissions() &
-                     ~(ownersOnly | QFile::ExeOwner | QFile::ExeUser),
-                 QFile::Permissions());
+        QCOMPARE(modeOf(folder), 0700);
         for (const char *suffix : {"", "-wal", "-shm"})
-            QCOMPARE(QFile::permissions(path + QLatin1String(suffix)), ownersOnly);
+            QCOMPARE(modeOf(path + QLatin1String(suffix)), 0600);
         db.close();
-        // as an earlier release left it
-        QVERIFY(QFile::setPermissions(path, ownersOnly | QFile::ReadGroup | QFile::ReadOther));
+        // As an earlier release left them.
+        QCOMPARE(::chmod(QFile::encodeName(path).constData(), 0644), 0);
+        QCOMPARE(::chmod(QFile::encodeName(folder).constData(), 0755), 0);
     }
+}
+
+void TestFileShareDb::deletedTextsLeaveTheFile()
+{
+    const QString path = newPath();
+    const auto filesHold = [&path](const QByteArray &marker) {
+        for (const char *suffix : {"", "-wal"}) {
+            QFile file(path + QLatin1String(suffix));
+            if (file.open(QIODevice::ReadOnly) && file.readAll().contains(marker))
+                return true;
+        }
+        return false;
+    };
+    FileShareDb db(path);
+    QVERIFY(db.open());
+    for (const char *id : {"gone", "kept"}) {
+        QVERIFY(db.createSession(sampleSession(id), QString()));
+        QVERIFY(db.addRoot({QLatin1String(id), QLatin1String(id),
+                            "/home/me/path-of-"_s + QLatin1String(id), "name"_s}));
+        for (int i = 0; i < 500; ++i)
+            QVERIFY(db.addAccessLog({0, QLatin1String(id), "10.0.0.1"_s, "download"_s,
+                                     "file-of-"_s + QLatin1String(id), i}));
+    }
+    QVERIFY(filesHold("path-of-gone") && filesHold("file-of-gone"));
+    QVERIFY(db.removeSession("gone"_s));
+    db.purgeDeleted();
+    QVERIFY(!filesHold("path-of-gone"));
+    QVERIFY(!filesHold("file-of-gone"));
+    QVERIFY(filesHold("path-of-kept") && filesHold("file-of-kept"));
 }
 
 void TestFileShareDb::unusableFilesAreToldOf_data()
