@@ -11,9 +11,21 @@ namespace {
 /// One more part is the protocol's version, which changes nothing here.
 constexpr int kRequestLineParts = 2;
 
+// QString's own conversions of a byte array end at its first NUL, so that "a.txt\0.png" would be
+// read as "a.txt".
+QString utf8Text(const QByteArray &bytes)
+{
+    return QString::fromUtf8(bytes.constData(), bytes.size());
+}
+
+QString latin1Text(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.constData(), bytes.size());
+}
+
 void readRequestLine(const QByteArray &line, HttpRequest *request)
 {
-    QStringList parts = QString::fromUtf8(line.trimmed()).split(QLatin1Char(' '));
+    QStringList parts = utf8Text(line.trimmed()).split(QLatin1Char(' '));
     parts.removeAll(QString());
     if (parts.size() < kRequestLineParts)
         return;
@@ -31,8 +43,8 @@ void readHeaderLine(const QByteArray &line, HttpRequest *request)
     const int colon = text.indexOf(':');
     if (colon <= 0)
         return;
-    const QString key = QString::fromLatin1(text.left(colon)).trimmed().toLower();
-    request->headers.insert(key, QString::fromUtf8(text.mid(colon + 1)).trimmed());
+    const QString key = latin1Text(text.left(colon)).trimmed().toLower();
+    request->headers.insert(key, utf8Text(text.mid(colon + 1)).trimmed());
 }
 
 void readQuery(HttpRequest *request)

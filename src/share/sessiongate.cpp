@@ -147,7 +147,10 @@ void handleAuthPost(const ShareExchange &exchange)
 {
     const QString prefix = QStringLiteral("password=");
     QString password;
-    const QStringList parts = QString::fromUtf8(exchange.request->body).split(QLatin1Char('&'));
+    const QByteArray &body = exchange.request->body;
+    // With its size: without it the form would end at the first NUL.
+    const QStringList parts =
+        QString::fromUtf8(body.constData(), body.size()).split(QLatin1Char('&'));
     for (const QString &part : parts) {
         if (part.startsWith(prefix)) {
             password = percentDecode(part.mid(prefix.size()));

@@ -36,6 +36,7 @@ private slots:
     void downloads_data();
     void downloads();
     void logsIn();
+    void keepsNulBytes();
     void limitsTheHeader();
     void countsOpenRequests();
     void silentClientsHoldNobodyUp();
@@ -289,6 +290,7 @@ void TestFileShareServer::logsIn()
     QCOMPARE(reply.status, 200);
     QVERIFY(reply.says("<p class='err'>密码错误，请重试</p>"));
     QCOMPARE(m_share->request(loginRequest("s", right)).status, 200); // no password, no login
+    QCOMPARE(m_share->request(loginRequest("pw", right + '\0')).status, 200);
 
     // A form in pieces.
     ShareClient client(m_share->port());
@@ -311,6 +313,7 @@ void TestFileShareServer::logsIn()
     QVERIFY(!isOpen("sess="));
     QVERIFY(!isOpen("sess=; " + first)); // the first one counts
     QVERIFY(!isOpen(first + "0"));
+    QVERIFY(!isOpen(first + '\0'));
     const QByteArray second = cookieOf(m_share->request(loginRequest("pw", right)));
     QVERIFY(first != second);
     QVERIFY(!isOpen(first));
@@ -318,8 +321,17 @@ void TestFileShareServer::logsIn()
     m_share->server().invalidateSessionAuth(QStringLiteral("pw"));
     QVERIFY(!isOpen(second));
     QTRY_COMPARE(m_share->log(QStringLiteral("pw")).filter(QStringLiteral("auth")),
-                 (QStringList{QStringLiteral("auth_fail "), QStringLiteral("auth_ok "),
-                              QStringLiteral("auth_ok ")}));
+                 (QStringList{QStringLiteral("auth_fail "), QStringLiteral("auth_fail "),
+                              QStringLiteral("auth_ok "), QStringLiteral("auth_ok ")}));
+}
+
+void TestFileShareServer::keepsNulBytes()
+{
+    const QByteArray nul(1, '\0');
+    QCOMPARE(m_share->get("/s/s/d/a.txt" + nul + ".png").status, 403);
+    QCOMPARE(m_share->get("/s/s/d" + nul + "/a.txt").status, 404);
+    QCOMPARE(m_share->get("/s/s" + nul + "/").status, 404);
+    QCOMPARE(m_share->get(nul + "/s/s/").status, 404);
 }
 
 void TestFileShareServer::limitsTheHeader()

@@ -9,6 +9,7 @@ class TestRequestParser : public QObject
 private slots:
     void parses_data();
     void parses();
+    void keepsNulBytes();
     void takesWhateverComes();
 };
 
@@ -68,6 +69,26 @@ void TestRequestParser::parses()
     else
         QTEST(request.headers.value(key), "value");
     QTEST(request.contentLength, "length");
+}
+
+/// A text that ended at its first NUL would be another name, or another token, than was sent.
+void TestRequestParser::keepsNulBytes()
+{
+    const char bytes[] = "GE\0T /s/a.txt\0.png?name=a\0b HTTP/1.1\r\n"
+                         "Cookie: sess=T\0\r\nX-File-Name: nul\0name.txt\r\n"
+                         "Content-Length: 5\0\r\nHost\0s: h\r\n\r\n";
+    const HttpRequest request = share::parseRequest(QByteArray(bytes, sizeof bytes - 1));
+    const auto text = [](const char *marked) {
+        return QString::fromLatin1(marked).replace(QLatin1Char('|'), QChar(QChar::Null));
+    };
+    QCOMPARE(request.method, text("GE|T"));
+    QCOMPARE(request.path, text("/s/a.txt|.png"));
+    QCOMPARE(request.queryParams.value(QStringLiteral("name")), text("a|b"));
+    QCOMPARE(request.headers.value(QStringLiteral("cookie")), text("sess=T|"));
+    QCOMPARE(request.headers.value(QStringLiteral("x-file-name")), text("nul|name.txt"));
+    QCOMPARE(request.headers.value(text("host|s")), QStringLiteral("h"));
+    QVERIFY(!request.headers.contains(QStringLiteral("host")));
+    QCOMPARE(request.contentLength, qint64(-1));
 }
 
 /// Every prefix of a request, and every byte value at every place of it.

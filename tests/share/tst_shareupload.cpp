@@ -149,6 +149,10 @@ void TestShareUpload::refuses_data()
         "upload_fail invalid_file_name");
     row("name with nul", putFile("a%00", "1"), 400, "文件名无效。",
         "upload_fail invalid_file_name");
+    row("name with raw nul", putFile(QByteArray("nul\0name.txt", 12), "1"), 400, "文件名无效。",
+        "upload_fail invalid_file_name");
+    row("check, raw nul", check(QByteArray("d?name=nul\0name.txt", 19)), 400, "文件名无效。");
+    row("check, nul", check("d?name=nul%00name.txt"), 400, "文件名无效。");
     row("directory", putFile("sub", "1", true), 409, "当前目录中已有同名文件夹，无法覆盖。",
         "upload_conflict sub");
     row("taken", putFile("old.txt", "1"), 409, "当前目录已存在同名文件，请确认是否覆盖。",
