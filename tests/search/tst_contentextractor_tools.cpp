@@ -79,6 +79,9 @@ private slots:
     void chains_data();
     void chains();
     void slidesCostOneListing();
+    void manyPartsAreBounded_data();
+    void manyPartsAreBounded();
+    void manySlowPartsAreBounded();
     void hangingToolsDie_data();
     void hangingToolsDie();
     void cancelStopsTheChain();
@@ -324,6 +327,61 @@ void TestExtractionTools::slidesCostOneListing()
     tight.unzip.maxBytes = 100;
     addTool(QStringLiteral("unzip"), real);
     QCOMPARE(reads(slides, tight, 1 + 200), text);
+}
+
+void TestExtractionTools::manyPartsAreBounded_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("pattern");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<int>("maxCalls");
+    const QByteArray noText = "<a> </a>";
+    const QByteArray word = "<a>word</a>";
+    const QString pages = QStringLiteral("Doc_0/Pages/Page_%1/Content.xml");
+    const QString slides = QStringLiteral("ppt/slides/slide%1.xml");
+    QTest::newRow("ofd, empty parts cost nothing")
+        << "a.ofd" << pages << QByteArray() << QString() << 1;
+    QTest::newRow("dps, empty parts cost nothing")
+        << "a.dps" << slides << QByteArray() << QString() << 6;
+    QTest::newRow("ofd, parts without text") << "a.ofd" << pages << noText << QString() << 40;
+    QTest::newRow("dps, parts without text") << "a.dps" << slides << noText << QString() << 40;
+    QTest::newRow("ofd, what was read in time stays")
+        << "a.ofd" << pages << word << QStringLiteral("word\n").repeated(39) << 40;
+}
+
+/// Thousands of parts, as a hostile or broken document has them.
+void TestExtractionTools::manyPartsAreBounded()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, pattern);
+    QFETCH(QByteArray, content);
+    QFETCH(int, maxCalls);
+    samples::ZipEntries entries;
+    for (int i = 1; i <= 3000; ++i)
+        entries.append({pattern.arg(i), content});
+    const QString path = write(name, samples::zipArchive(entries));
+    const QString unzip = QStandardPaths::findExecutable(QStringLiteral("unzip"));
+    addTool(QStringLiteral("unzip"), "exec '" + QFile::encodeName(unzip) + "' \"$@\"");
+    ToolLimits limits = longLimits();
+    limits.zipRuns = 40;
+    ToolRunner tools = runner(limits);
+    QTEST(DocumentReader(tools, path, nullptr).read(1), "expected");
+    QVERIFY2(m_tools->calls().size() <= maxCalls,
+             qPrintable(QString::number(m_tools->calls().size())));
+}
+
+/// Each part is in time by itself.
+void TestExtractionTools::manySlowPartsAreBounded()
+{
+    addTool(QStringLiteral("unzip"), "[ \"$1\" = -l ] && exit 3\nsleep 0.1");
+    ToolLimits limits = longLimits();
+    limits.zipMs = runMs;
+    ToolRunner tools = runner(limits);
+    QElapsedTimer clock;
+    clock.start();
+    QCOMPARE(DocumentReader(tools, write(QStringLiteral("slow.dps")), nullptr).read(1), QString());
+    QVERIFY2(clock.elapsed() < runMs + 5000, qPrintable(QString::number(clock.elapsed())));
 }
 
 void TestExtractionTools::hangingToolsDie_data()

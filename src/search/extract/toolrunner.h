@@ -25,6 +25,9 @@ struct ToolLimits
     int killWaitMs = 2000;
     RunLimits document{15000, 16384};
     RunLimits unzip{10000, 524288};
+    /// For all runs over one zip document: more than any chain of entries with text needs.
+    int zipRuns = 256;
+    int zipMs = 30000;
 };
 
 /// How a run ended and the first bytes that the tool printed.

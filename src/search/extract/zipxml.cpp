@@ -112,14 +112,19 @@ QString ZipDocument::extractZipXml(const QStringList &entries)
     for (const QString &entry : entries) {
         if (isCancelled(m_cancel))
             return QString();
-        if (!mayExist(entry))
+        if (!mayHoldText(entry))
             continue;
-        const QString xml = m_tools.extractViaTool(
-            QStringLiteral("unzip"), {QStringLiteral("-p"), m_archive, unzipEntryArgument(entry)},
-            m_tools.limits().unzip, m_cancel);
-        const QString part = xml.isEmpty() ? QString() : textOfXml(xml);
-        if (part.isEmpty())
+        if (isExhausted())
+            break;
+        const ToolOutput output =
+            unzip({QStringLiteral("-p"), m_archive, unzipEntryArgument(entry)});
+        const QString part = output.ended && output.exitCode == 0
+                                 ? textOfXml(decodeToolText(output.bytes, output.cut))
+                                 : QString();
+        if (part.isEmpty()) {
+            m_withoutText.insert(entry);
             continue;
+        }
         text += part + QLatin1Char('\n');
         if (text.size() > maxTextChars)
             break;
@@ -143,9 +148,7 @@ void ZipDocument::readListing()
 {
     if (m_listing != Listing::Unread)
         return;
-    const ToolOutput output =
-        m_tools.run(QStringLiteral("unzip"), {QStringLiteral("-l"), m_archive},
-                    m_tools.limits().unzip, m_cancel);
+    const ToolOutput output = unzip({QStringLiteral("-l"), m_archive});
     m_listing = Listing::Unknown;
     if (output.ended && output.exitCode == unzipNoArchive)
         m_listing = Listing::NoArchive;
@@ -154,18 +157,28 @@ void ZipDocument::readListing()
     if (!output.cut)
         m_listing = Listing::Complete;
     const QStringList lines = decodeToolText(output.bytes, output.cut).split(QLatin1Char('\n'));
-    for (const QString &line : lines) {
-        const QString row = line.trimmed();
-        const QString name = row.mid(row.lastIndexOf(QLatin1Char(' ')) + 1).trimmed();
-        if (name.isEmpty())
-            continue;
-        m_names.append(name);
-        m_nameSet.insert(name);
-    }
+    for (const QString &line : lines)
+        readListingLine(line);
 }
 
-bool ZipDocument::mayExist(const QString &entry) const
+/// Length, date, time and name. A name with a blank is found by its last part only.
+void ZipDocument::readListingLine(const QString &line)
 {
+    const QString row = line.trimmed();
+    const QString name = row.mid(row.lastIndexOf(QLatin1Char(' ')) + 1).trimmed();
+    if (name.isEmpty())
+        return;
+    m_names.append(name);
+    m_nameSet.insert(name);
+    const QStringList columns = row.simplified().split(QLatin1Char(' '));
+    if (columns.size() == 4 && columns.first() == QLatin1String("0"))
+        m_withoutText.insert(name);
+}
+
+bool ZipDocument::mayHoldText(const QString &entry) const
+{
+    if (m_withoutText.contains(entry))
+        return false;
     switch (m_listing) {
     case Listing::Complete:
         return m_nameSet.contains(entry);
@@ -176,6 +189,23 @@ bool ZipDocument::mayExist(const QString &entry) const
         break;
     }
     return true;
+}
+
+ToolOutput ZipDocument::unzip(const QStringList &arguments)
+{
+    if (!m_clock.isValid())
+        m_clock.start();
+    ++m_runs;
+    const ToolLimits &limits = m_tools.limits();
+    RunLimits run = limits.unzip;
+    run.runMs = static_cast<int>(qBound<qint64>(0, limits.zipMs - m_clock.elapsed(), run.runMs));
+    return m_tools.run(QStringLiteral("unzip"), arguments, run, m_cancel);
+}
+
+bool ZipDocument::isExhausted() const
+{
+    const ToolLimits &limits = m_tools.limits();
+    return m_runs >= limits.zipRuns || (m_clock.isValid() && m_clock.hasExpired(limits.zipMs));
 }
 
 } // namespace search

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -20,7 +21,10 @@ QString unzipArchiveArgument(const QString &path);
 /// An entry name as the unzip command takes it literally, neither as a pattern nor as an option.
 QString unzipEntryArgument(const QString &entry);
 
-/// One zip-based document, read through the unzip command. Used by one thread.
+struct ToolOutput;
+
+/// One zip-based document, read through the unzip command. Used by one thread. The number of
+/// commands and their time are bounded by the limits of the tools; what lies beyond is not read.
 class ZipDocument
 {
 public:
@@ -37,7 +41,10 @@ private:
     enum class Listing { Unread, Complete, Unknown, NoArchive };
 
     void readListing();
-    bool mayExist(const QString &entry) const;
+    void readListingLine(const QString &line);
+    bool mayHoldText(const QString &entry) const;
+    ToolOutput unzip(const QStringList &arguments);
+    bool isExhausted() const;
 
     ToolRunner &m_tools;
     const QString m_archive;
@@ -45,6 +52,9 @@ private:
     Listing m_listing = Listing::Unread;
     QStringList m_names;
     QSet<QString> m_nameSet;
+    QSet<QString> m_withoutText; ///< Entries that were read, or are empty by the listing.
+    QElapsedTimer m_clock;       ///< From the first run on.
+    int m_runs = 0;
 };
 
 } // namespace search
