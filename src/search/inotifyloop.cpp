@@ -3,9 +3,9 @@
 #include "core/filename.h"
 #include "search/contentextractor.h"
 #include "search/filewalker.h"
+#include "search/indexroots.h"
 
 #include <QDebug>
-#include <QDir>
 
 #include <cstring>
 #include <iterator>
@@ -49,8 +49,9 @@ void InotifyLoop::run()
         m_reports.invalidated();
         return;
     }
+    m_db.deferErasing();
     for (const QString &root : m_options.roots) {
-        const QString path = QDir::cleanPath(root.trimmed());
+        const QString path = search::cleanRoot(root);
         if (!path.isEmpty())
             addWatchTree(path);
     }
@@ -68,10 +69,12 @@ bool InotifyLoop::takeEvents()
         handleEvents(events);
         if (!m_pending.isEmpty())
             processPending();
+        (void)m_db.eraseRemovedText();
         return true;
     }
     if (m_source.failed())
         return false;
+    (void)m_db.eraseRemovedText(); // What a search was reading the last time.
     // A rebuild or the user may remove the index underneath.
     if (!m_stop && !QFileInfo::exists(m_db.databasePath())) {
         m_reports.invalidated();

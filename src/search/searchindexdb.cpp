@@ -1,5 +1,8 @@
 #include "search/searchindexdb.h"
 
+#include "core/pathutil.h"
+#include "core/privatefile.h"
+#include "search/indexwrites.h"
 #include "search/searchcategory.h"
 #include "search/searchquery.h"
 #include "search/searchschema.h"
@@ -33,58 +36,11 @@ bool prepareQuery(QSqlQuery *query, const QString &sql, QString *error)
     return query->prepare(sql) || fail(error, query->lastError().text());
 }
 
-// One write transaction. What was not committed is rolled back at the latest by the destructor.
-class Transaction
-{
-public:
-    explicit Transaction(const QSqlDatabase &database)
-        : m_query(database)
-    {}
-    ~Transaction() { rollback(); }
-
-    Transaction(const Transaction &) = delete;
-    Transaction &operator=(const Transaction &) = delete;
-
-    bool begin(QString *error)
-    {
-        m_active = m_query.exec(QStringLiteral("BEGIN"));
-        return m_active || fail(error, m_query.lastError().text());
-    }
-
-    bool commit(QString *error)
-    {
-        if (!m_query.exec(QStringLiteral("COMMIT")))
-            return fail(error, QStringLiteral("commit failed"));
-        m_active = false;
-        return true;
-    }
-
-    // SQLite ends the whole transaction by itself after some failures, a full disk among them. The
-    // statements that follow would then be committed one by one.
-    bool isLost()
-    {
-        if (!m_query.exec(QStringLiteral("BEGIN")))
-            return false;
-        rollback();
-        return true;
-    }
-
-private:
-    void rollback()
-    {
-        if (m_active)
-            m_query.exec(QStringLiteral("ROLLBACK"));
-        m_active = false;
-    }
-
-    QSqlQuery m_query;
-    bool m_active = false;
-};
-
 QString pathToStore(const QFileInfo &file, const QStringList &storedPaths, int i)
 {
-    const QString stored = i < storedPaths.size() ? storedPaths.at(i).trimmed() : QString();
-    return stored.isEmpty() ? file.absoluteFilePath() : QDir::cleanPath(stored);
+    const QString stored =
+        i < storedPaths.size() ? core::cleanedPath(storedPaths.at(i)) : QString();
+    return stored.isEmpty() ? file.absoluteFilePath() : stored;
 }
 
 // QFileInfo makes local time of what the file system tells, which is turned back here: four looks
@@ -97,82 +53,10 @@ qint64 modifiedMs(const QFileInfo &file)
     return qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
 }
 
-// The prepared statements that change the text of a row and its full text entry together.
-class ContentUpdate
-{
-public:
-    explicit ContentUpdate(const QSqlDatabase &database)
-        : m_select(database)
-        , m_update(database)
-        , m_deleteTokens(database)
-        , m_insertTokens(database)
-    {
-        m_select.setForwardOnly(true);
-    }
-
-    bool prepare(QString *error)
-    {
-        // Without a full text index the texts are kept all the same.
-        m_deleteTokens.prepare(QStringLiteral(
-            "INSERT INTO content_fts(content_fts, rowid, content) VALUES('delete', ?, ?)"));
-        m_insertTokens.prepare(
-            QStringLiteral("INSERT INTO content_fts(rowid, content) VALUES(?, ?)"));
-        return prepareQuery(&m_select,
-                            QStringLiteral("SELECT id, content FROM file_index WHERE path = ?"),
-                            error) &&
-               prepareQuery(&m_update,
-                            QStringLiteral("UPDATE file_index SET content = ? WHERE path = ?"),
-                            error);
-    }
-
-    bool run(const QString &path, const QString &content, Transaction *transaction, QString *error)
-    {
-        m_select.bindValue(0, path);
-        if (!m_select.exec())
-            return fail(error, m_select.lastError().text());
-        qint64 id = -1;
-        QString oldContent;
-        if (m_select.next()) {
-            id = m_select.value(0).toLongLong();
-            oldContent = m_select.value(1).toString();
-        }
-        m_select.finish(); // no read cursor on the row while it changes
-
-        m_update.bindValue(0, content);
-        m_update.bindValue(1, path);
-        if (!m_update.exec())
-            return fail(error, m_update.lastError().text());
-        if (id < 0)
-            return true;
-        // The delete command must get exactly the text that was indexed.
-        return (oldContent.isEmpty() ||
-                keepTokens(&m_deleteTokens, id, oldContent, transaction, error)) &&
-               (content.isEmpty() || keepTokens(&m_insertTokens, id, content, transaction, error));
-    }
-
-private:
-    // A failure here costs the row its full text entry only, unless it took the transaction along.
-    static bool keepTokens(QSqlQuery *query, qint64 id, const QString &content,
-                           Transaction *transaction, QString *error)
-    {
-        query->bindValue(0, id);
-        query->bindValue(1, content);
-        if (query->exec())
-            return true;
-        const QString text = query->lastError().text();
-        return !transaction->isLost() || fail(error, text);
-    }
-
-    QSqlQuery m_select;
-    QSqlQuery m_update;
-    QSqlQuery m_deleteTokens;
-    QSqlQuery m_insertTokens;
-};
-
 QString defaultDatabasePath()
 {
     const QString directory = QDir::homePath() + QLatin1String("/.config/morvane");
-    QDir().mkpath(directory);
+    (void)core::makePrivateDirectory(directory); // The driver reports what is missing.
     return directory + QLatin1String("/search_index.db");
 }
 
@@ -192,21 +76,9 @@ bool SearchIndexDB::open(QString *error)
 {
     if (QSqlDatabase::contains(m_connectionName))
         return true;
-    QString openError;
-    {
-        QSqlDatabase database =
-            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connectionName);
-        database.setDatabaseName(m_dbFilePath);
-        if (database.open()) {
-            search::setConnectionPragmas(database);
-        } else {
-            openError = database.lastError().text();
-        }
-    }
-    if (!openError.isEmpty()) {
-        QSqlDatabase::removeDatabase(m_connectionName);
-        return fail(error, openError);
-    }
+    m_textIsRemoved = false;
+    if (!search::openIndexConnection(m_dbFilePath, m_connectionName, &m_access, error))
+        return false;
     if (initSchema(error))
         return true;
     // A file whose schema is not ready must not pass for open at the next call.
@@ -218,7 +90,8 @@ bool SearchIndexDB::initSchema(QString *error)
 {
     if (!QSqlDatabase::contains(m_connectionName))
         return fail(error, QStringLiteral("database not open"));
-    return search::createSchema(connection(), error);
+    return m_access == search::IndexAccess::ReadOnly ? search::checkSchema(connection(), error)
+                                                     : search::createSchema(connection(), error);
 }
 
 QSqlDatabase SearchIndexDB::connection() const
@@ -230,6 +103,7 @@ void SearchIndexDB::close()
 {
     if (!QSqlDatabase::contains(m_connectionName))
         return;
+    (void)eraseRemovedText();
     {
         QSqlDatabase database = connection();
         if (database.isOpen())
@@ -246,7 +120,7 @@ bool SearchIndexDB::upsertFileInfoBatch(const QList<QFileInfo> &files,
     if (!open(error))
         return false;
     const QSqlDatabase database = connection();
-    Transaction transaction(database);
+    search::Transaction transaction(database);
     if (!transaction.begin(error))
         return false;
     // A conflict leaves `content` alone: a metadata refresh never loses the text of a file.
@@ -274,7 +148,7 @@ bool SearchIndexDB::upsertFileInfoBatch(const QList<QFileInfo> &files,
             return fail(error, query.lastError().text());
     }
     query.finish();
-    return transaction.commit(error);
+    return commit(&transaction, error);
 }
 
 bool SearchIndexDB::upsertFileInfoBatch(const QList<QFileInfo> &files, QString *error)
@@ -290,17 +164,21 @@ bool SearchIndexDB::updateFileContentBatch(const QMap<QString, QString> &content
     if (!open(error))
         return false;
     const QSqlDatabase database = connection();
-    Transaction transaction(database);
+    search::Transaction transaction(database);
     if (!transaction.begin(error))
         return false;
-    ContentUpdate update(database);
+    search::ContentUpdate update(database);
     if (!update.prepare(error))
         return false;
     for (auto it = contentByPath.cbegin(); it != contentByPath.cend(); ++it) {
         if (!update.run(it.key(), it.value(), &transaction, error))
             return false;
     }
-    return transaction.commit(error);
+    if (!commit(&transaction, error))
+        return false;
+    if (update.hasReplacedText())
+        noteRemovedText();
+    return true;
 }
 
 bool SearchIndexDB::upsertFile(const QFileInfo &file, const QString &content, QString *error)
@@ -318,7 +196,11 @@ bool SearchIndexDB::removeFile(const QString &path, QString *error)
     if (!prepareQuery(&query, QStringLiteral("DELETE FROM file_index WHERE path = ?"), error))
         return false;
     query.addBindValue(path);
-    return query.exec() || fail(error, query.lastError().text());
+    if (!query.exec())
+        return fail(error, query.lastError().text());
+    if (query.numRowsAffected() > 0)
+        noteRemovedText();
+    return true;
 }
 
 bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
@@ -329,7 +211,7 @@ bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
     if (!open(error))
         return false;
     const QSqlDatabase database = connection();
-    Transaction transaction(database);
+    search::Transaction transaction(database);
     if (!transaction.begin(error))
         return false;
     QSqlQuery query(database);
@@ -340,19 +222,38 @@ bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
     query.addBindValue(QString(cleaned + QLatin1String("/%")));
     if (!query.exec())
         return fail(error, query.lastError().text());
+    const bool removed = query.numRowsAffected() > 0;
     query.finish();
-    return transaction.commit(error);
+    if (!commit(&transaction, error))
+        return false;
+    if (removed)
+        noteRemovedText();
+    return true;
 }
 
 bool SearchIndexDB::vacuum(QString *error)
 {
-    if (!open(error))
-        return false;
-    QSqlQuery query(connection());
-    // A checkpoint that readers hold up is no reason not to compact.
-    if (!query.exec(QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)")))
-        setError(error, query.lastError().text());
-    return query.exec(QStringLiteral("VACUUM")) || fail(error, query.lastError().text());
+    return open(error) && search::compactIndex(connection(), error);
+}
+
+bool SearchIndexDB::eraseRemovedText()
+{
+    if (m_textIsRemoved && search::eraseRemovedText(connection()))
+        m_textIsRemoved = false;
+    return !m_textIsRemoved;
+}
+
+bool SearchIndexDB::commit(search::Transaction *transaction, QString *error)
+{
+    m_commitError.clear();
+    return transaction->commit(&m_commitError) || fail(error, commitFailed());
+}
+
+void SearchIndexDB::noteRemovedText()
+{
+    m_textIsRemoved = true;
+    if (m_erasesAtOnce)
+        (void)eraseRemovedText(); // What is still being read goes with the next change.
 }
 
 QVariantMap SearchIndexDB::indexStats(QString *error)

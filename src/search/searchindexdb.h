@@ -1,5 +1,7 @@
 #pragma once
 
+#include "search/indexconnection.h"
+
 #include <QFileInfo>
 #include <QList>
 #include <QMap>
@@ -10,13 +12,21 @@
 
 class QSqlDatabase;
 
+namespace search {
+class Transaction;
+} // namespace search
+
 /// The one class that touches the index file: a row per indexed file, its text, and an
 /// external-content FTS5 table over that text.
 ///
 /// An instance belongs to one thread: make it there, use it, destroy it. Several instances may have
 /// the same file open. Every operation but the constructor, close() and databasePath() opens the
 /// connection on demand. A failure leaves the index as it was before the call and puts the
-/// driver's text into `error`.
+/// driver's text into `error`, or commitFailed().
+///
+/// The file is readable by its owner only. Texts that are removed or replaced leave no bytes in it
+/// or in its log. On a medium that is mounted read-only the index can be searched, as far as it was
+/// written back from its log.
 ///
 /// A result of a query is a map with "path" (stored path), "name", "size" (bytes), "modifiedMs"
 /// (since the epoch), "category", "snippet" (`<b>` marks), "score" (double) and, for a content
@@ -36,6 +46,18 @@ public:
     /// Closes and removes the connection; safe when not open.
     void close();
     QString databasePath() const { return m_dbFilePath; }
+
+    /// The error of a call whose changes could not be committed; commitError() has the driver's
+    /// text for the last of them.
+    static QString commitFailed() { return QStringLiteral("commit failed"); }
+    QString commitError() const { return m_commitError; }
+
+    /// Erases removed text only in eraseRemovedText(), vacuum() and close(): each erasing waits for
+    /// the disk, which many single changes should share.
+    void deferErasing() { m_erasesAtOnce = false; }
+    /// False while something is left to erase because another connection reads it. Never waits for
+    /// a lock.
+    bool eraseRemovedText();
 
     /// Writes the rows of `files` in one transaction and leaves their text alone. `storedPaths[i]`,
     /// where present and not empty, is the path to store for `files[i]`.
@@ -73,7 +95,13 @@ public:
 private:
     bool initSchema(QString *error);
     QSqlDatabase connection() const;
+    bool commit(search::Transaction *transaction, QString *error);
+    void noteRemovedText();
 
     QString m_dbFilePath;
     QString m_connectionName;
+    QString m_commitError;
+    search::IndexAccess m_access = search::IndexAccess::ReadWrite;
+    bool m_erasesAtOnce = true;
+    bool m_textIsRemoved = false;
 };

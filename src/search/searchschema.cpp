@@ -2,6 +2,8 @@
 
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QVariant>
+#include <QVersionNumber>
 
 namespace search {
 namespace {
@@ -10,6 +12,7 @@ constexpr const char *connectionPragmas[] = {
     "PRAGMA journal_mode=WAL",
     "PRAGMA synchronous=NORMAL",
     "PRAGMA page_size=4096",
+    "PRAGMA secure_delete=ON",
 };
 
 // The text of a document is stored once, in file_index; content_fts reads it from there. There is
@@ -38,6 +41,14 @@ constexpr const char *schemaStatements[] = {
     "CREATE TABLE IF NOT EXISTS index_meta(key TEXT PRIMARY KEY, value TEXT)",
 };
 
+/// The setting came with SQLite 3.42; only the library that runs decides.
+bool knowsSecureDelete(const QSqlDatabase &database)
+{
+    QSqlQuery query(database);
+    return query.exec(QStringLiteral("SELECT sqlite_version()")) && query.next() &&
+           QVersionNumber::fromString(query.value(0).toString()) >= QVersionNumber(3, 42);
+}
+
 } // namespace
 
 void setConnectionPragmas(const QSqlDatabase &database)
@@ -56,7 +67,28 @@ bool createSchema(const QSqlDatabase &database, QString *error)
             *error = query.lastError().text();
         return false;
     }
+    if (!erasesTokensAtOnce(database) && knowsSecureDelete(database))
+        QSqlQuery(database).exec(QStringLiteral(
+            "INSERT INTO content_fts(content_fts, rank) VALUES('secure-delete', 1)"));
     return true;
+}
+
+bool checkSchema(const QSqlDatabase &database, QString *error)
+{
+    QSqlQuery query(database);
+    if (query.exec(QStringLiteral("SELECT 1 FROM file_index LIMIT 1")))
+        return true;
+    if (error)
+        *error = query.lastError().text();
+    return false;
+}
+
+bool erasesTokensAtOnce(const QSqlDatabase &database)
+{
+    QSqlQuery query(database);
+    return query.exec(QStringLiteral(
+               "SELECT 1 FROM content_fts_config WHERE k = 'secure-delete' AND v = 1")) &&
+           query.next();
 }
 
 } // namespace search

@@ -1,5 +1,7 @@
 #include "search/searchsettings.h"
 
+#include "core/privatefile.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
@@ -111,6 +113,8 @@ bool save(const Paths &paths, const SearchSettings &settings, QString *error)
             *error = QStringLiteral("没有可用的配置文件。");
         return false;
     }
+    // The driver of the settings reports what cannot be made.
+    (void)core::makePrivateDirectory(QFileInfo(path).absolutePath());
     QSettings file(path, QSettings::IniFormat);
     file.setValue(kRoots, settings.roots);
     file.setValue(kExcludeDirs, settings.excludeDirs);
@@ -119,6 +123,7 @@ bool save(const Paths &paths, const SearchSettings &settings, QString *error)
     file.setValue(kInotifyMaxDepth, settings.inotifyMaxDepth);
     file.setValue(kIncrementalIntervalHours, settings.incrementalIntervalHours);
     file.sync();
+    core::restrictFile(path); // It has been replaced by a new one.
     if (file.status() == QSettings::NoError)
         return true;
     if (error)

@@ -1,3 +1,4 @@
+#include "search/indexfailure.h"
 #include "search/searchindexdb.h"
 #include "support/rawdatabase.h"
 
@@ -178,6 +179,10 @@ void TestSearchIndexDbFailures::failedWritesLeaveEverything()
         QString error;
         QVERIFY(!call(&error));
         QVERIFY2(error.contains(QRegularExpression(message)), qPrintable(error));
+        if (error == SearchIndexDB::commitFailed())
+            error = index.commitError();
+        if (message.startsWith(s("full")))
+            QCOMPARE(search::indexFailure(error), search::IndexFailure::DiskFull);
         QCOMPARE(contents(&raw), before);
     }
     if (message == s("locked"))

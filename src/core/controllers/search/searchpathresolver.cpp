@@ -13,11 +13,6 @@ namespace {
 
 const QLatin1String homeParents[] = {QLatin1String("/home"), QLatin1String("/data/home")};
 
-QString cleaned(const QString &path)
-{
-    return QDir::cleanPath(path.trimmed());
-}
-
 QString configPathOf(const QString &home)
 {
     return QDir::cleanPath(home + QStringLiteral("/.config/morvane/morvane.conf"));
@@ -135,7 +130,7 @@ bool SearchPathResolver::isAvailable(const SearchRuntimePaths &paths)
 
 QString SearchPathResolver::toRuntimePath(const SearchRuntimePaths &paths, const QString &path)
 {
-    const QString clean = cleaned(path);
+    const QString clean = cleanedPath(path);
     if (clean.isEmpty() || paths.mode == core::AppMode::normal ||
         core::isInside(clean, paths.targetRoot) || !clean.startsWith(QLatin1Char('/')))
         return clean;
@@ -144,13 +139,13 @@ QString SearchPathResolver::toRuntimePath(const SearchRuntimePaths &paths, const
 
 QString SearchPathResolver::toStoredPath(const SearchRuntimePaths &paths, const QString &path)
 {
-    return paths.mode == core::AppMode::normal ? cleaned(path)
+    return paths.mode == core::AppMode::normal ? cleanedPath(path)
                                                : pathBelowRoot(path, paths.targetRoot);
 }
 
 QString SearchPathResolver::pathBelowRoot(const QString &path, const QString &root)
 {
-    const QString clean = cleaned(path);
+    const QString clean = cleanedPath(path);
     if (!core::isInside(clean, root))
         return clean;
     if (clean == root)

@@ -38,8 +38,8 @@ public:
     static QString toRuntimePath(const SearchRuntimePaths &paths, const QString &path);
     static QString toStoredPath(const SearchRuntimePaths &paths, const QString &path);
 
-    /// `path`, trimmed and cleaned, as seen from `root`: "/" for the root itself, the rest for a
-    /// path below it, unchanged elsewhere or when `root` is empty. `root` must be clean.
+    /// `path`, cleaned as by cleanedPath(), as seen from `root`: "/" for the root itself, the rest
+    /// for a path below it, unchanged elsewhere or when `root` is empty. `root` must be clean.
     static QString pathBelowRoot(const QString &path, const QString &root);
 };
 

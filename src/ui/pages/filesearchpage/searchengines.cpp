@@ -1,10 +1,10 @@
 #include "ui/pages/filesearchpage/searchengines.h"
 
+#include "core/privatefile.h"
 #include "search/indexbuilder.h"
 #include "search/indexwatcher.h"
 #include "search/searchworker.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace filesearch {
@@ -14,9 +14,11 @@ namespace {
 /// Longest text of one file that the index takes, in bytes of a plain file.
 constexpr int kMaxContentBytes = 16384;
 
-QString databaseFolder(const searchsettings::Paths &paths)
+/// What cannot be made shows when the database is opened.
+void makeDatabaseFolder(const searchsettings::Paths &paths)
 {
-    return QFileInfo(searchsettings::activeDbPath(paths)).absolutePath();
+    if (!paths.databasePath.isEmpty())
+        (void)core::makePrivateDirectory(QFileInfo(paths.databasePath).absolutePath());
 }
 
 void invokeSearch(QObject *worker, const QString &keyword, int limit, const QString &refine)
@@ -38,7 +40,7 @@ SearchEngines::SearchEngines(const searchsettings::Paths &paths, QObject *parent
     if (paths.mode == core::AppMode::livecd)
         m_builder->setStoredPathPrefix(paths.targetRoot);
     else // The watcher opens the database before any build; a missing folder would alarm it.
-        QDir().mkpath(databaseFolder(paths));
+        makeDatabaseFolder(paths);
     m_builderThread.start(m_builder, QStringLiteral("IndexBuilder"));
     m_nameThread.start(m_nameWorker, QStringLiteral("FileNameSearch"));
     m_contentThread.start(m_contentWorker, QStringLiteral("FullTextSearch"));
@@ -61,9 +63,8 @@ void SearchEngines::startBuild(const SearchSettings &settings, bool fromScratch)
     // All three run on the builder's thread in this order, so that the page waits for no disk.
     if (fromScratch)
         QMetaObject::invokeMethod(m_builder, "removeDatabase", Qt::QueuedConnection);
-    const QString folder = databaseFolder(m_paths);
     QMetaObject::invokeMethod(
-        m_builder, [folder] { QDir().mkpath(folder); }, Qt::QueuedConnection);
+        m_builder, [paths = m_paths] { makeDatabaseFolder(paths); }, Qt::QueuedConnection);
     QMetaObject::invokeMethod(
         m_builder, "startBuild", Qt::QueuedConnection,
         Q_ARG(QStringList, searchsettings::runtimePaths(m_paths, settings.roots)),
