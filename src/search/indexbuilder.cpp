@@ -1,10 +1,11 @@
 #include "search/indexbuilder.h"
 
 #include "core/controllers/search/searchpathresolver.h"
-#include "core/pathutil.h"
 #include "search/contentextractor.h"
 #include "search/extractiontask.h"
 #include "search/filewalker.h"
+#include "search/indexfailure.h"
+#include "search/indexroots.h"
 #include "search/pathexclusion.h"
 #include "search/searchindexdb.h"
 
@@ -16,7 +17,6 @@
 #include <QThread>
 #include <QThreadPool>
 
-#include <algorithm>
 #include <utility>
 
 namespace {
@@ -55,36 +55,10 @@ QStringList missingToolLines()
     return lines;
 }
 
-/// Clean paths of existing directories, none of which lies in another one, so that no file is
-/// walked twice.
-QStringList normalizedRoots(const QStringList &roots)
-{
-    QStringList existing;
-    for (const QString &root : roots) {
-        const QString clean = QDir::cleanPath(root.trimmed());
-        if (!clean.isEmpty() && QFileInfo(clean).isDir() && !existing.contains(clean))
-            existing.append(clean);
-    }
-    QStringList outermost;
-    for (const QString &root : qAsConst(existing)) {
-        const auto holdsRoot = [&](const QString &other) {
-            return other != root && core::isInside(root, other);
-        };
-        if (std::none_of(existing.cbegin(), existing.cend(), holdsRoot))
-            outermost.append(root);
-    }
-    return outermost;
-}
-
 /// More than six external programs at once would only make the machine slow.
 int defaultExtractionThreads()
 {
     return qMin(qMax(QThread::idealThreadCount(), 2), 6);
-}
-
-QString cancelledMessage()
-{
-    return QStringLiteral("索引构建已取消");
 }
 
 /// One build: its database connection, its rules and what it has counted so far.
@@ -118,6 +92,7 @@ private:
     bool extractTexts(QString *message);
     bool writeTexts(const QList<ExtractResult> &results, QString *message);
     bool cancelled(QString *message) const;
+    bool fail(const QString &what, const QString &error, QString *message);
     void report(const QString &text) { emit m_builder.progressChanged(m_indexed, text); }
 
     IndexBuilder &m_builder;
@@ -133,11 +108,10 @@ private:
 bool IndexBuild::run(const QStringList &roots, QString *message)
 {
     QString error;
-    if (!m_db.open(&error)) {
-        *message = QStringLiteral("打开索引数据库失败：%1").arg(error);
-        return false;
-    }
-    if (!scan(normalizedRoots(roots), message))
+    if (!m_db.open(&error))
+        return fail(QStringLiteral("打开索引数据库失败：%1"), error, message);
+    m_db.deferErasing();
+    if (!scan(search::outermostRoots(roots), message))
         return false;
     if (m_extraction.fileCount() > 0 && !extractTexts(message))
         return false;
@@ -148,11 +122,28 @@ bool IndexBuild::run(const QStringList &roots, QString *message)
     return true;
 }
 
+/// Always false. Changes that cannot be committed for no other reason are a sign of damage too: the
+/// full text index is read and merged only then.
+bool IndexBuild::fail(const QString &what, const QString &error, QString *message)
+{
+    using search::IndexFailure;
+    const bool commit = error == SearchIndexDB::commitFailed();
+    const QString cause = commit ? m_db.commitError() : error;
+    const IndexFailure failure = search::indexFailure(cause);
+    QString text = search::indexFailureText(cause);
+    if (commit && failure == IndexFailure::Other)
+        text = QStringLiteral("更改无法保存，索引文件可能已损坏（%1）").arg(text);
+    *message = what.arg(text);
+    if (failure == IndexFailure::Damaged || (commit && failure == IndexFailure::Other))
+        emit m_builder.indexDamaged();
+    return false;
+}
+
 bool IndexBuild::cancelled(QString *message) const
 {
     if (!m_stop)
         return false;
-    *message = cancelledMessage();
+    *message = IndexBuilder::cancelledMessage();
     return true;
 }
 
@@ -199,10 +190,8 @@ bool IndexBuild::takeFile(const QString &name, const QString &path, QString *mes
 bool IndexBuild::writeBatch(const QString &lastPath, QString *message)
 {
     QString error;
-    if (!m_db.upsertFileInfoBatch(m_batch, m_batchPaths, &error)) {
-        *message = QStringLiteral("写入索引失败：%1").arg(error);
-        return false;
-    }
+    if (!m_db.upsertFileInfoBatch(m_batch, m_batchPaths, &error))
+        return fail(QStringLiteral("写入索引失败：%1"), error, message);
     m_indexed += m_batch.size();
     report(lastPath);
     m_batch.clear();
@@ -266,8 +255,7 @@ bool IndexBuild::writeTexts(const QList<ExtractResult> &results, QString *messag
     QString error;
     if (contentByPath.isEmpty() || m_db.updateFileContentBatch(contentByPath, &error))
         return true;
-    *message = QStringLiteral("写入全文索引失败：%1").arg(error);
-    return false;
+    return fail(QStringLiteral("写入全文索引失败：%1"), error, message);
 }
 
 } // namespace
@@ -280,6 +268,11 @@ IndexBuilder::IndexBuilder(const QString &dbPath, QObject *parent)
 void IndexBuilder::setStoredPathPrefix(const QString &prefix)
 {
     m_storedPathPrefix = QDir::cleanPath(prefix.trimmed());
+}
+
+QString IndexBuilder::cancelledMessage()
+{
+    return QStringLiteral("索引构建已取消");
 }
 
 QString IndexBuilder::storedPathForRuntimePath(const QString &path) const

@@ -18,6 +18,8 @@ public:
     /// Prefix that is cut from runtime paths before they are stored ("/live_target").
     void setStoredPathPrefix(const QString &prefix);
     QString storedPathForRuntimePath(const QString &path) const;
+    /// The message of finished() for a build that was told to stop.
+    static QString cancelledMessage();
     /// Threads that extract text; 0 chooses by the machine, 2 to 6. Set before a build.
     void setExtractionThreads(int count) { m_extractionThreads = count; }
 
@@ -37,6 +39,9 @@ signals:
     void progressChanged(int indexedFiles, const QString &currentPath);
     void toolsMissing(const QStringList &details);
     void finished(bool success, const QString &message);
+    /// The build fails because the index file is damaged; finished() follows. A refresh cannot
+    /// repair that.
+    void indexDamaged();
 
 private:
     QString m_dbPath;

@@ -33,6 +33,8 @@ public:
                          });
         QObject::connect(builder.data(), &IndexBuilder::toolsMissing, builder.data(),
                          [this](const QStringList &lines) { toolLines.append(lines); });
+        QObject::connect(builder.data(), &IndexBuilder::indexDamaged, builder.data(),
+                         [this] { ++damages; });
         QObject::connect(builder.data(), &IndexBuilder::finished, builder.data(),
                          [this](bool ok, const QString &text) {
                              ++ends;
@@ -45,6 +47,7 @@ public:
                const QStringList &ftsExtensions = {})
     {
         progress.clear();
+        damages = 0;
         ends = 0;
         builder->startBuild(roots, excludeDirs, {}, ftsExtensions, maxContentBytes);
     }
@@ -61,6 +64,7 @@ public:
     std::function<void(int, const QString &)> onProgress;
     QList<Progress> progress;
     QStringList toolLines;
+    int damages = 0;
     int ends = 0;
     bool success = false;
     QString message;
@@ -96,6 +100,8 @@ private slots:
     void reportsFailures_data();
     void reportsFailures();
     void reportsAnUnusableDatabase();
+    void tellsDamageFromOtherFailures_data();
+    void tellsDamageFromOtherFailures();
     void extractionWaitsForTheWriter();
 
 private:
@@ -432,6 +438,49 @@ void TestIndexBuilder::reportsAnUnusableDatabase()
     BuildRun damaged(m_dbPath);
     damaged.build({m_tree->path()});
     QVERIFY(damaged.message.startsWith(QStringLiteral("打开索引数据库失败：")));
+}
+
+void TestIndexBuilder::tellsDamageFromOtherFailures_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("damages");
+    const auto trigger = [](const char *text) {
+        return QStringLiteral("CREATE TRIGGER t BEFORE UPDATE ON file_index BEGIN SELECT "
+                              "RAISE(ABORT, '%1'); END")
+            .arg(QLatin1String(text));
+    };
+    // Its parts are read and merged only when the changes are committed.
+    QTest::newRow("damaged full text index")
+        << "UPDATE content_fts_data SET block = x'00' WHERE id > 1"
+        << "写入全文索引失败：更改无法保存" << 1;
+    QTest::newRow("full text index without its parts") << "DROP TABLE content_fts_idx"
+                                                       << "写入全文索引失败：更改无法保存" << 1;
+    QTest::newRow("damaged table")
+        << trigger("database disk image is malformed") << "写入索引失败：索引文件已损坏" << 1;
+    QTest::newRow("full disk") << trigger("database or disk is full")
+                               << "写入索引失败：磁盘空间不足" << 0;
+    QTest::newRow("another program")
+        << trigger("database is locked") << "写入索引失败：索引文件正被其他程序使用" << 0;
+    QTest::newRow("another failure") << trigger("constraint") << "写入索引失败：constraint" << 0;
+}
+
+void TestIndexBuilder::tellsDamageFromOtherFailures()
+{
+    QFETCH(QString, statement);
+    QFETCH(QString, message);
+    m_tree->file("r/a.txt", "first text");
+    BuildRun run(m_dbPath);
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QVERIFY(run.success);
+    QCOMPARE(run.damages, 0);
+    executeOn(m_dbPath, {statement});
+    m_tree->file("r/a.txt", "second text");
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QVERIFY(!run.success);
+    QVERIFY2(run.message.startsWith(message) && !run.message.contains(QLatin1String("commit")),
+             qPrintable(run.message));
+    QTEST(run.damages, "damages");
 }
 
 void TestIndexBuilder::extractionWaitsForTheWriter()

@@ -1,17 +1,26 @@
+#include "search/indexbuilder.h"
 #include "search/indexwatcher.h"
+#include "search/searchsettings.h"
 #include "support/dialogsteps.h"
 #include "support/indexsnapshot.h"
+#include "ui/pages/filesearchpage/searchengines.h"
 #include "ui/searchpagefixture.h"
 
 #include <QAbstractItemView>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using support::ModalDriver;
 
@@ -41,6 +50,11 @@ private slots:
     void answersAnInvalidIndex_data();
     void answersAnInvalidIndex();
     void doesNotRebuildForeverWhenBuildsFail();
+    void stillRebuildsAfterOtherFailures_data();
+    void stillRebuildsAfterOtherFailures();
+    void rebuildsOnceWhatARefreshFindsDamaged_data();
+    void rebuildsOnceWhatARefreshFindsDamaged();
+    void recoveryLeavesTheIndexToTheUser();
     void followsChangesOnlyWhenTold_data();
     void followsChangesOnlyWhenTold();
     void savesSettings();
@@ -48,8 +62,28 @@ private slots:
     void endsQuicklyDuringABuild();
 
 private:
+    void refreshOnlyByTimer();
+    QTimer *refreshTimer() const;
+
     QScopedPointer<SearchPageFixture> m_f;
 };
+
+void TestFileSearchIndex::refreshOnlyByTimer()
+{
+    m_f->setSetting(QStringLiteral("search/inotifyMaxDepth"), -1);
+    m_f->setSetting(QStringLiteral("search/incrementalIntervalHours"), 2);
+}
+
+/// Null while no refresh is due.
+QTimer *TestFileSearchIndex::refreshTimer() const
+{
+    const auto timers = m_f->page()->findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+    for (QTimer *candidate : timers) {
+        if (candidate->isActive() && candidate->interval() == 2 * 3600000)
+            return candidate;
+    }
+    return nullptr;
+}
 
 void TestFileSearchIndex::buildsOnceAtATimeAndStops()
 {
@@ -91,20 +125,14 @@ void TestFileSearchIndex::searchesAgainAfterABuild()
 
 void TestFileSearchIndex::refreshesWithoutDeleting()
 {
-    m_f->setSetting(QStringLiteral("search/inotifyMaxDepth"), -1);
-    m_f->setSetting(QStringLiteral("search/incrementalIntervalHours"), 2);
+    refreshOnlyByTimer();
     const QString gone = m_f->file(QStringLiteral("gone.txt"));
     m_f->open();
     QVERIFY(m_f->build());
     QVERIFY(QFile::remove(gone));
     m_f->file(QStringLiteral("new.txt"));
 
-    QTimer *timer = nullptr;
-    const auto timers = m_f->page()->findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
-    for (QTimer *candidate : timers) {
-        if (candidate->isActive() && candidate->interval() == 2 * 3600000)
-            timer = candidate;
-    }
+    QTimer *timer = refreshTimer();
     QVERIFY(timer);
     timer->setInterval(1);
     // The end of the refresh starts the timer anew.
@@ -165,6 +193,130 @@ void TestFileSearchIndex::doesNotRebuildForeverWhenBuildsFail()
         QVERIFY2(m_f->status().startsWith(failure), qPrintable(m_f->status()));
         QVERIFY(m_f->statusIsError());
     }
+}
+
+void TestFileSearchIndex::stillRebuildsAfterOtherFailures_data()
+{
+    QTest::addColumn<bool>("stopped");
+    QTest::newRow("a build that the user stopped") << true;
+    QTest::newRow("a refresh on a full disk") << false;
+}
+
+void TestFileSearchIndex::stillRebuildsAfterOtherFailures()
+{
+    QFETCH(bool, stopped);
+    refreshOnlyByTimer();
+    m_f->file(QStringLiteral("a.txt"));
+    m_f->open();
+    if (stopped) {
+        SearchPageFixture::setTool("pdftotext", "exec sleep 20");
+        m_f->file(QStringLiteral("slow.pdf"));
+        m_f->click("BuildIndexButton");
+        QTRY_VERIFY(m_f->child<QWidget>("BuildProgressCard")->isVisible());
+        m_f->click("BuildStopButton");
+        QTRY_COMPARE(m_f->status(), QStringLiteral("索引构建已取消"));
+        SearchPageFixture::setTool("pdftotext", "exit 0");
+        QVERIFY(QFile::remove(m_f->home(QStringLiteral("slow.pdf"))));
+    } else {
+        QVERIFY(m_f->build());
+        executeOn(m_f->databasePath(),
+                  {QStringLiteral("CREATE TRIGGER t BEFORE UPDATE ON file_index BEGIN SELECT "
+                                  "RAISE(ABORT, 'database or disk is full'); END")});
+        refreshTimer()->setInterval(1);
+        QTRY_VERIFY2(m_f->status().startsWith(QStringLiteral("写入索引失败：磁盘空间不足")),
+                     qPrintable(m_f->status()));
+        // The old index is kept.
+        QCOMPARE(readIndex(m_f->databasePath()).size(), 1);
+    }
+    QVERIFY(m_f->statusIsError());
+    m_f->page()->onIndexInvalidated();
+    QTRY_COMPARE(m_f->status(), QStringLiteral("索引构建完成，共 1 个文件"));
+}
+
+void TestFileSearchIndex::rebuildsOnceWhatARefreshFindsDamaged_data()
+{
+    QTest::addColumn<bool>("autoRebuild");
+    QTest::addColumn<bool>("repairable");
+    QTest::addColumn<int>("builds");
+    QTest::addColumn<QString>("status"); ///< its beginning
+    QTest::newRow("repaired") << true << true << 2 << "索引构建完成，共 2 个文件";
+    QTest::newRow("not repairable") << true << false << 2 << "打开索引数据库失败：无法访问索引文件";
+    QTest::newRow("not wanted") << false << true << 1 << "写入全文索引失败：更改无法保存";
+}
+
+void TestFileSearchIndex::rebuildsOnceWhatARefreshFindsDamaged()
+{
+    QFETCH(bool, autoRebuild);
+    QFETCH(bool, repairable);
+    QFETCH(int, builds);
+    QFETCH(QString, status);
+    refreshOnlyByTimer();
+    m_f->setSetting(QStringLiteral("search/autoRebuild"), autoRebuild);
+    m_f->file(QStringLiteral("a.txt"), "first");
+    const QString folder = m_f->home(QStringLiteral("state"));
+    m_f->paths().databasePath = folder + QStringLiteral("/index.db");
+    m_f->open();
+    QVERIFY(m_f->build());
+    executeOn(m_f->databasePath(),
+              {QStringLiteral("UPDATE content_fts_data SET block = x'00' WHERE id > 1")});
+    m_f->file(QStringLiteral("a.txt"), "second");
+    m_f->file(QStringLiteral("b.txt"), "new");
+    auto *builder = m_f->page()->findChild<filesearch::SearchEngines *>()->builder();
+    QSignalSpy finished(builder, &IndexBuilder::finished);
+    if (!repairable) {
+        // On the builder's thread, before the page hears of it.
+        connect(builder, &IndexBuilder::indexDamaged, builder, [folder] {
+            QDir(folder).removeRecursively();
+            QFile obstacle(folder);
+            if (!obstacle.open(QIODevice::WriteOnly))
+                qFatal("cannot make the obstacle");
+        });
+    }
+    refreshTimer()->setInterval(1);
+    QTRY_VERIFY2(m_f->status().startsWith(status), qPrintable(m_f->status()));
+    QCOMPARE(m_f->statusIsError(), builds == 1 || !repairable);
+    QTRY_VERIFY(refreshTimer());
+    m_f->page()->onIncrementalIndexUpdated(QStringLiteral("/a"), QString(), true);
+    if (!repairable)
+        m_f->page()->onIndexInvalidated(); // as by the watcher, which fails as well
+    QCOMPARE(finished.size(), builds);
+    QVERIFY2(m_f->status().startsWith(status), qPrintable(m_f->status()));
+}
+
+/// Root builds it on a recovery medium; the user goes on with it, and nobody else reads it.
+void TestFileSearchIndex::recoveryLeavesTheIndexToTheUser()
+{
+    constexpr uint user = 4711;
+    constexpr uint group = 4712;
+    if (::geteuid() != 0)
+        QSKIP("only root makes files for others");
+    m_f->file(QStringLiteral("a.txt"));
+    QCOMPARE(::chown(QFile::encodeName(m_f->home()).constData(), user, group), 0);
+    m_f->useMode(core::AppMode::livecd);
+    QString error;
+    QVERIFY2(searchsettings::save(m_f->paths(), searchsettings::defaults(m_f->paths()), &error),
+             qPrintable(error));
+    const mode_t mask = ::umask(0);
+    m_f->open();
+    const bool built = m_f->build();
+    ::umask(mask);
+    QVERIFY(built);
+
+    QStringList made;
+    QDirIterator it(m_f->home(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QFileInfo info(it.next());
+        if (!info.filePath().startsWith(m_f->home(QStringLiteral(".config"))))
+            continue;
+        made.append(info.fileName());
+        struct stat status = {};
+        QCOMPARE(::lstat(QFile::encodeName(info.filePath()).constData(), &status), 0);
+        QVERIFY2(status.st_uid == user && status.st_gid == group, qPrintable(info.filePath()));
+        QVERIFY2((status.st_mode & 077) == 0, qPrintable(info.filePath()));
+    }
+    for (const char *name : {".config", "morvane", "search_index.db", "morvane_livecd.conf"})
+        QVERIFY2(made.contains(QLatin1String(name)), name);
 }
 
 void TestFileSearchIndex::followsChangesOnlyWhenTold_data()

@@ -185,6 +185,8 @@ void FileSearchPage::wireEngines()
             &FileSearchPage::onBuildProgress);
     connect(m_engines->builder(), &IndexBuilder::toolsMissing, this,
             &FileSearchPage::onToolsMissing);
+    connect(m_engines->builder(), &IndexBuilder::indexDamaged, this,
+            [this] { m_buildFoundDamage = true; });
     connect(m_engines->builder(), &IndexBuilder::finished, this, &FileSearchPage::onBuildFinished);
     connect(m_engines->nameWorker(), &FileNameSearchWorker::searchCompleted, this,
             &FileSearchPage::onNameSearchCompleted);
@@ -284,7 +286,9 @@ void FileSearchPage::startBuildInternal(const QString &text, bool rebuild)
     m_header->setStatus(text);
     setFirstUseVisible(false);
     m_progressCard->reset();
-    m_engines->startBuild(m_settings, rebuild && !text.contains(kIncrementalWord));
+    m_fromScratch = rebuild && !text.contains(kIncrementalWord);
+    m_buildFoundDamage = false;
+    m_engines->startBuild(m_settings, m_fromScratch);
 }
 
 void FileSearchPage::onBuildProgress(int indexedFiles, const QString &currentPath)
@@ -312,10 +316,19 @@ void FileSearchPage::onBuildFinished(bool success, const QString &message)
 {
     m_building = false;
     m_hasBuilt = m_hasBuilt || success;
-    m_lastBuildFailed = !success;
+    m_failureStands = !success;
+    if (success)
+        m_lastBuildFailed = false;
+    else if (m_fromScratch && message != IndexBuilder::cancelledMessage())
+        m_lastBuildFailed = true;
     m_progressTimer->stop();
     m_progressCard->hide();
     m_header->setOutcome(message, !success);
+    if (m_buildFoundDamage && !m_fromScratch && m_settings.autoRebuild) {
+        // Once: a rebuild that fails too is not repeated.
+        startBuildInternal(tr("索引文件已损坏，正在重新构建索引..."), true);
+        return;
+    }
     m_engines->queryStats();
     restartFollowing();
     if (!m_nameView->searchText().isEmpty())
@@ -360,8 +373,8 @@ void FileSearchPage::onIndexInvalidated()
     if (m_building)
         return;
     const QString hint = tr("检测到文件系统变化，请重建索引以获得最新结果。");
-    // After a failed build the watcher fails as well: rebuilding by itself would never end, and why
-    // the build failed says more than the hint.
+    // After a failed build from scratch the watcher fails as well: rebuilding by itself would never
+    // end, and why the build failed says more than the hint.
     if (m_lastBuildFailed)
         m_header->setNews(hint);
     else if (m_settings.autoRebuild)
@@ -395,7 +408,7 @@ void FileSearchPage::onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 last
     // Asking creates an empty database, which must not pass for an index at the next start.
     if (fileCount > 0 || m_building || m_hasBuilt || m_hintDismissed)
         return;
-    if (m_lastBuildFailed) // Why it failed still stands in the status line.
+    if (m_failureStands) // Why it failed still stands in the status line.
         setFirstUseVisible(m_mode == AppMode::normal);
     else
         showMissingIndex();

@@ -90,7 +90,10 @@ private:
     bool m_building = false;
     bool m_hasBuilt = false; ///< In this run.
     bool m_hintDismissed = false;
-    bool m_lastBuildFailed = false;
+    bool m_fromScratch = true;       ///< The build that runs, or the last one.
+    bool m_buildFoundDamage = false; ///< Likewise.
+    bool m_lastBuildFailed = false;  ///< From scratch, and the user did not stop it.
+    bool m_failureStands = false;    ///< The last build's, in the status line.
     int m_lastIndexedCount = 0;
     QString m_lastProgressPath;
     QStringList m_pendingMissingTools;
