@@ -21,6 +21,13 @@ public:
 
     int get() const { return m_fd; }
     bool isOpen() const { return m_fd >= 0; }
+    /// Closes what it holds and takes `fd` over.
+    void reset(int fd)
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = fd;
+    }
     /// Leaves the closing to the caller.
     int release()
     {

@@ -15,6 +15,9 @@ int renameNoReplace(const QByteArray &from, const QByteArray &to);
 /// program that is killed between the two leaves that file. Not for directories there.
 int renameToFree(const QByteArray &from, const QByteArray &to);
 
+/// renameToFree() between names relative to open directories, as renameat(2) takes them.
+int renameToFreeAt(int fromDir, const QByteArray &from, int toDir, const QByteArray &to);
+
 /// The last resort of renameToFree().
 int renameByReservation(const QByteArray &from, const QByteArray &to);
 
