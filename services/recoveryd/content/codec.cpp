@@ -1,5 +1,7 @@
 #include "recoveryd/content/codec.h"
 
+#include "recoveryd/content/lznt1.h"
+
 #include <zlib.h>
 
 namespace services::recoveryd {
@@ -30,8 +32,9 @@ bool decompress(Codec codec, const QByteArray &stored, qint64 length, QByteArray
         return inflateAll(stored, length, plain);
     case Codec::Lzo:
     case Codec::Zstd:
-    case Codec::Lznt1:
         break;
+    case Codec::Lznt1:
+        return decompressLznt1(stored, length, plain);
     }
     return false;
 }

@@ -1,10 +1,12 @@
 #include "recoveryd/scan/filesystemsupport.h"
 
+#include "recoveryd/ntfs/ntfssupport.h"
+
 namespace services::recoveryd {
 
 const QVector<FileSystemSupport> &supportedFileSystems()
 {
-    static const QVector<FileSystemSupport> families = {};
+    static const QVector<FileSystemSupport> families = {ntfsSupport()};
     return families;
 }
 
