@@ -132,8 +132,9 @@ bool IndexBuild::fail(const QString &what, const QString &error, QString *messag
     const IndexFailure failure = search::indexFailure(cause);
     QString text = search::indexFailureText(cause);
     if (commit && failure == IndexFailure::Other)
-        text = QStringLiteral("更改无法保存，索引文件可能已损坏（%1）").arg(text);
+        text = QStringLiteral("更改无法保存，索引文件可能已损坏，请重新构建（%1）").arg(text);
     *message = what.arg(text);
+    qWarning().noquote() << "[IndexBuilder] failed:" << error << cause;
     if (failure == IndexFailure::Damaged || (commit && failure == IndexFailure::Other))
         emit m_builder.indexDamaged();
     return false;

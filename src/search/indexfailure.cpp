@@ -43,21 +43,29 @@ QString reason(IndexFailure failure)
     return QString();
 }
 
+const Row *rowOf(const QString &driverText)
+{
+    for (const Row &row : rows) {
+        if (driverText.contains(QLatin1String(row.sqliteText)))
+            return &row;
+    }
+    return nullptr;
+}
+
 } // namespace
 
 IndexFailure indexFailure(const QString &driverText)
 {
-    for (const Row &row : rows) {
-        if (driverText.contains(QLatin1String(row.sqliteText)))
-            return row.failure;
-    }
-    return IndexFailure::Other;
+    const Row *row = rowOf(driverText);
+    return row ? row->failure : IndexFailure::Other;
 }
 
 QString indexFailureText(const QString &driverText)
 {
-    const QString text = reason(indexFailure(driverText));
-    return text.isEmpty() ? driverText : QStringLiteral("%1（%2）").arg(text, driverText.trimmed());
+    const Row *row = rowOf(driverText);
+    return row ? QStringLiteral("%1（%2）")
+                     .arg(reason(row->failure), QLatin1String(row->sqliteText))
+               : driverText;
 }
 
 } // namespace search

@@ -10,7 +10,8 @@ enum class IndexFailure { DiskFull, ReadOnly, Damaged, NoAccess, Locked, Device,
 /// Judges by the driver's text of an error.
 IndexFailure indexFailure(const QString &driverText);
 
-/// The reason for the user, followed by the driver's text.
+/// The reason for the user, followed by SQLite's own words for it; the driver's text if it is not
+/// known.
 QString indexFailureText(const QString &driverText);
 
 } // namespace search

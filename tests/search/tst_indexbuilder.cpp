@@ -455,7 +455,7 @@ void TestIndexBuilder::tellsDamageFromOtherFailures_data()
         << "UPDATE content_fts_data SET block = x'00' WHERE id > 1"
         << "写入全文索引失败：更改无法保存" << 1;
     QTest::newRow("full text index without its parts") << "DROP TABLE content_fts_idx"
-                                                       << "写入全文索引失败：更改无法保存" << 1;
+                                                       << "写入全文索引失败：" << 1;
     QTest::newRow("damaged table")
         << trigger("database disk image is malformed") << "写入索引失败：索引文件已损坏" << 1;
     QTest::newRow("full disk") << trigger("database or disk is full")
