@@ -1,6 +1,7 @@
 #include "app/recoveryflow.h"
 
 #include "core/controllers/recoverycontroller.h"
+#include "core/controllers/workstatus.h"
 #include "core/ipc/ipcclient.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/pages/recoveryworkflowwindow.h"
@@ -17,9 +18,23 @@ using core::controllers::RecoveryTargetFacts;
 using core::ipc::IpcClient;
 using ui::common::AppNoticeDialog;
 
+namespace {
+
+/// The end of a recovery as its event would have told it.
+QJsonObject summaryOf(const QJsonObject &detail)
+{
+    QJsonObject summary = detail;
+    summary.insert(QStringLiteral("totalBytesWritten"),
+                   detail.value(QLatin1String("writtenBytes")));
+    return summary;
+}
+
+} // namespace
+
 RecoveryFlow::RecoveryFlow(IpcClient *client, RecoveryController *recoveries,
                            RecoveryWorkflowWindow *window, QObject *parent)
     : QObject(parent)
+    , m_client(client)
     , m_recoveries(recoveries)
     , m_window(window)
     , m_scanPage(window->scanPage())
@@ -31,9 +46,9 @@ RecoveryFlow::RecoveryFlow(IpcClient *client, RecoveryController *recoveries,
             &RecoveryController::stopRecovery);
     connect(m_page, &RecoveryProgressPage::requestBackToScanResults, m_window,
             &RecoveryWorkflowWindow::openScanPage);
-    connect(client, &IpcClient::disconnected, m_page, &RecoveryProgressPage::onConnectionLost);
     wireTask();
     wireEnd();
+    wireLink();
 }
 
 bool RecoveryFlow::isShown(const QString &recoveryId) const
@@ -74,8 +89,10 @@ void RecoveryFlow::wireEnd()
             });
     connect(m_recoveries, &RecoveryController::recoveryTaskDetailReceived, this,
             [this](const QString &id, const QJsonObject &detail) {
-                if (isShown(id))
-                    m_page->setRecoveryTaskDetail(detail);
+                if (!isShown(id))
+                    return;
+                m_page->setRecoveryTaskDetail(detail);
+                resume(id, detail);
             });
     connect(m_recoveries, &RecoveryController::queryFailed, this,
             [this](const QString &method, const QString &id, const QString &message) {
@@ -94,6 +111,52 @@ void RecoveryFlow::wireEnd()
                 if (id.isEmpty() || isShown(id))
                     m_page->onRecoveryError(message);
             });
+}
+
+void RecoveryFlow::wireLink()
+{
+    using State = RecoveryProgressPage::State;
+    connect(m_client, &IpcClient::disconnected, m_page, &RecoveryProgressPage::onConnectionLost);
+    connect(m_client, &IpcClient::connected, this, [this] {
+        if (m_page->state() == State::ConnectionLost && !m_page->recoveryId().isEmpty())
+            m_recoveries->fetchRecoveryTaskDetail(m_page->recoveryId());
+    });
+    connect(m_recoveries, &RecoveryController::queryFailed, this,
+            [this](const QString &method, const QString &id, const QString &message) {
+                // Without a link the next connection asks again.
+                if (method == QLatin1String("recovery.getDetail") && isShown(id) &&
+                    m_page->state() == State::ConnectionLost && m_client->isConnected())
+                    m_page->onRecoveryError(
+                        tr("恢复服务中已没有这次恢复的记录（%1）。已写出的文件保留在目标路径中。")
+                            .arg(message));
+            });
+}
+
+void RecoveryFlow::resume(const QString &recoveryId, const QJsonObject &detail)
+{
+    using core::controllers::WorkStatus;
+    if (m_page->state() != RecoveryProgressPage::State::ConnectionLost || !isShown(recoveryId))
+        return;
+    m_page->applyFileStatuses(detail);
+    switch (core::controllers::workStatusOf(detail)) {
+    case WorkStatus::Running:
+    case WorkStatus::Paused:
+        m_page->onConnectionRestored();
+        break;
+    case WorkStatus::Completed:
+        m_page->onRecoveryCompleted(summaryOf(detail));
+        break;
+    case WorkStatus::Stopped:
+        m_page->onRecoveryStopped();
+        break;
+    case WorkStatus::Failed:
+    case WorkStatus::Interrupted: {
+        const QString words = detail.value(QLatin1String("error")).toString();
+        m_page->onRecoveryError(words.isEmpty() ? tr("恢复没有完成。已写出的文件保留在目标路径中。")
+                                                : words);
+        break;
+    }
+    }
 }
 
 QVector<RecoveryProgressPage::File> RecoveryFlow::filesFor(const QStringList &fileIds) const

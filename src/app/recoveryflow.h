@@ -51,6 +51,9 @@ private:
 
     void wireTask();
     void wireEnd();
+    void wireLink();
+    /// Shows how the recovery stands that was shown when the link broke.
+    void resume(const QString &recoveryId, const QJsonObject &detail);
     void check(const QString &sessionId, const QStringList &fileIds, const QString &outputPath,
                const QString &conflictPolicy);
     void onChecked(const Demand &demand, const core::controllers::RecoveryTargetFacts &facts);
@@ -58,6 +61,7 @@ private:
     QVector<RecoveryProgressPage::File> filesFor(const QStringList &fileIds) const;
     bool isShown(const QString &recoveryId) const;
 
+    core::ipc::IpcClient *m_client;
     core::controllers::RecoveryController *m_recoveries;
     RecoveryWorkflowWindow *m_window;
     ScanResultsPage *m_scanPage;

@@ -4,7 +4,9 @@
 #include "core/controllers/recoverycontroller.h"
 #include "core/controllers/scancontroller.h"
 #include "core/controllers/scanparams.h"
+#include "core/controllers/workstatus.h"
 #include "core/ipc/ipcclient.h"
+#include "core/jsonnumber.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/partitionselectpage/partitioncardwidget.h"
@@ -16,6 +18,7 @@
 
 using core::controllers::RecoveryController;
 using core::controllers::ScanController;
+using core::controllers::WorkStatus;
 using core::ipc::IpcClient;
 using ui::common::AppNoticeDialog;
 
@@ -45,6 +48,7 @@ ScanFlow::ScanFlow(const Parts &parts, QObject *parent)
                 start(m_parts.window, device, fileSystem);
             });
     connect(m_parts.client, &IpcClient::disconnected, m_page, &ScanResultsPage::onConnectionLost);
+    connect(m_parts.client, &IpcClient::connected, this, &ScanFlow::askAfterLostScan);
     wireScan();
     wireRequests();
     wireFullList();
@@ -125,18 +129,71 @@ void ScanFlow::wireFullList()
 {
     RecoveryController *recoveries = m_parts.recoveries;
     connect(recoveries, &RecoveryController::sessionFilesReceived, this, &ScanFlow::onFullList);
-    connect(recoveries, &RecoveryController::queryFailed, this,
-            [this](const QString &method, const QString &id, const QString &message) {
-                if (method != QLatin1String("session.getFiles") || m_awaitedList.isEmpty() ||
-                    id != m_awaitedList)
-                    return;
-                m_awaitedList.clear();
-                if (isShown(id) && m_page->wantsFullList())
-                    LaterNotice::warn(m_parts.window, tr("文件列表可能不完整"),
-                                      tr("扫描已结束，但未能取回完整的文件列表。请在“最近扫描”中"
-                                         "重新打开该会话。"),
-                                      message);
-            });
+    connect(recoveries, &RecoveryController::sessionDetailReceived, this, &ScanFlow::resume);
+    connect(recoveries, &RecoveryController::queryFailed, this, &ScanFlow::onQueryFailed);
+}
+
+void ScanFlow::askAfterLostScan()
+{
+    if (m_page->state() != ScanResultsPage::State::ConnectionLost)
+        return;
+    if (m_page->sessionId().isEmpty())
+        m_page->onScanInterrupted(tr("连接断开时扫描尚未开始，可以重新扫描。"));
+    else
+        m_parts.recoveries->fetchSessionDetail(m_page->sessionId());
+}
+
+void ScanFlow::resume(const QString &sessionId, const QJsonObject &detail)
+{
+    // The same answer goes to the pages that show a session's history.
+    if (!isShown(sessionId) || m_page->state() != ScanResultsPage::State::ConnectionLost)
+        return;
+    const WorkStatus status = core::controllers::workStatusOf(detail);
+    switch (status) {
+    case WorkStatus::Running:
+    case WorkStatus::Paused:
+        // A service need not tell a paused scan apart; it does not go on by itself, either.
+        m_page->onConnectionRestored(status == WorkStatus::Paused || m_page->wasPaused(),
+                                     core::toInt64(detail.value(QLatin1String("elapsedMs"))));
+        return;
+    case WorkStatus::Completed:
+        m_page->onScanCompleted(detail.value(QLatin1String("scanSummary")).toObject());
+        break;
+    case WorkStatus::Stopped:
+        m_page->onScanStopped();
+        break;
+    case WorkStatus::Failed: {
+        const QString words = detail.value(QLatin1String("error")).toString();
+        m_page->onScanError(words.isEmpty() ? tr("扫描异常") : words);
+        break;
+    }
+    case WorkStatus::Interrupted:
+        m_page->onScanInterrupted(
+            tr("恢复服务曾经退出，扫描没有完成；已发现的文件仍可恢复，也可以重新扫描。"));
+        break;
+    }
+    fetchFullList(sessionId);
+}
+
+void ScanFlow::onQueryFailed(const QString &method, const QString &sessionId,
+                             const QString &message)
+{
+    if (method == QLatin1String("session.getDetail")) {
+        // Without a link the next connection asks again.
+        if (isShown(sessionId) && m_parts.client->isConnected())
+            m_page->onScanInterrupted(
+                tr("恢复服务中已没有这次扫描（%1），可以重新扫描。").arg(message));
+        return;
+    }
+    if (method != QLatin1String("session.getFiles") || m_awaitedList.isEmpty() ||
+        sessionId != m_awaitedList)
+        return;
+    m_awaitedList.clear();
+    if (isShown(sessionId) && m_page->wantsFullList())
+        LaterNotice::warn(m_parts.window, tr("文件列表可能不完整"),
+                          tr("扫描已结束，但未能取回完整的文件列表。请在“最近扫描”中"
+                             "重新打开该会话。"),
+                          message);
 }
 
 void ScanFlow::startFromPartitionPage()
@@ -202,9 +259,7 @@ void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileS
 
 bool ScanFlow::mayReplaceShownWork(QWidget *asker) const
 {
-    using Scan = ScanResultsPage::State;
-    const Scan scan = m_page->state();
-    const bool isScanning = scan == Scan::Running || scan == Scan::Paused;
+    const bool isScanning = m_page->isScanUnderWay();
     const bool isRecovering =
         m_parts.window->recoveryPage()->state() == RecoveryProgressPage::State::Running;
     if (!isScanning && !isRecovering)

@@ -52,6 +52,10 @@ private:
     void onCompleted(const QString &sessionId, const QJsonObject &summary);
     /// Asks for the session's full list, which brings back what was dropped in a pause.
     void fetchFullList(const QString &sessionId);
+    /// On a new connection: takes up the scan that the page showed when the last one broke.
+    void askAfterLostScan();
+    void resume(const QString &sessionId, const QJsonObject &detail);
+    void onQueryFailed(const QString &method, const QString &sessionId, const QString &message);
     void onFullList(const QString &sessionId, const QJsonArray &files);
     bool isShown(const QString &sessionId) const;
 

@@ -152,6 +152,7 @@ void TestRecoveryEndToEnd::serviceKilledMidScan()
     // The same files are found again once the service is back.
     QVERIFY(startService());
     QTRY_VERIFY_WITH_TIMEOUT(!m_window->showsSamples(), 10000);
+    QTRY_COMPARE(RecoveryWindow::scan()->state(), Scan::Interrupted);
     RecoveryWindow::press("StopButton");
     QTRY_COMPARE_WITH_TIMEOUT(RecoveryWindow::scan()->state(), Scan::Completed, 90000);
     QVERIFY(RecoveryWindow::scan()->sessionId() != first);

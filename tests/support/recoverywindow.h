@@ -47,6 +47,10 @@ public:
     }
     void pressStart() { click(child<QWidget>(partitions(), "PrimaryActionButton")); }
     static void press(const char *button) { click(child<QWidget>(workflow(), button)); }
+    static bool isEnabled(const char *button)
+    {
+        return child<QWidget>(workflow(), button)->isEnabled();
+    }
     static QString text(const char *label)
     {
         return child<QWidget>(workflow(), label)->property("text").toString();

@@ -168,9 +168,10 @@ void TestScanResultsPage::endings_data()
     };
     row("completed", State::Completed, "扫描完成 /dev/sda1", "扫描已完成", "100%", true);
     row("stopped", State::Stopped, "扫描停止 /dev/sda1", "扫描已停止", "100%", true);
-    row("failed", State::Failed, "扫描出错", "错误: 读取失败", "42%", false);
+    row("failed", State::Failed, "扫描出错", "错误: 读取失败", "42%", true);
     row("connection lost", State::ConnectionLost, "与恢复服务的连接已断开",
-        "扫描已中断，已发现的文件仍可查看；服务恢复后请重新扫描。", "42%", true);
+        "扫描可能仍在服务中继续；重新连接后会取回它的状态。", "42%", false);
+    row("interrupted", State::Interrupted, "扫描已中断 /dev/sda1", "服务已重启", "42%", true);
 }
 
 void TestScanResultsPage::endings()
@@ -198,6 +199,8 @@ void TestScanResultsPage::endings()
             break;
         default:
             f.page()->onConnectionLost();
+            if (static_cast<State>(state) == State::Interrupted)
+                f.page()->onScanInterrupted(text("服务已重启"));
         }
         QCOMPARE(int(f.page()->state()), state);
         QTEST(f.label("ScanTitle"), "title");
@@ -253,6 +256,8 @@ void TestScanResultsPage::lateEventsChangeNothing()
     f.page()->onScanCompleted(QJsonObject());
     f.page()->updateProgress(98.0, 0, 0, text("迟到"));
     f.page()->onConnectionLost();
+    f.page()->onConnectionRestored(false, 0);
+    f.page()->onScanInterrupted(text("迟到"));
     f.page()->onPauseRequestFailed(QString());
     QCOMPARE(f.label("ScanPercentLabel"), QStringLiteral("100%"));
     QCOMPARE(f.label("ScanPhaseLabel"), text("扫描已完成"));
@@ -429,13 +434,18 @@ void TestScanResultsPage::emptyStates()
     f.startScan();
     f.page()->onConnectionLost();
     QCOMPARE(title(), text("与恢复服务的连接已断开"));
+    QVERIFY(!f.child<QPushButton>("EmptyStateButton")->isVisible());
+    f.page()->onScanInterrupted(text("服务已重启"));
+    QCOMPARE(title(), text("扫描已中断"));
+    QCOMPARE(f.label("EmptyStateHint"), text("服务已重启"));
     QSignalSpy rescan(f.page(), &ScanResultsPage::requestRescan);
     f.press("EmptyStateButton");
     QCOMPARE(rescan.count(), 1);
     f.startScan();
     f.page()->onScanError(text("读取失败"));
     QCOMPARE(f.label("EmptyStateHint"), text("读取失败"));
-    QVERIFY(!f.child<QPushButton>("EmptyStateButton")->isVisible());
+    f.press("EmptyStateButton");
+    QCOMPARE(rescan.count(), 2);
 }
 
 void TestScanResultsPage::narrowPage()

@@ -309,9 +309,7 @@ void RecentScansPage::requestViewSession(const QString &sessionId)
 
 bool RecentScansPage::mayReplaceShownWork()
 {
-    const ScanResultsPage::State scan = m_window->scanPage()->state();
-    const bool isScanning =
-        scan == ScanResultsPage::State::Running || scan == ScanResultsPage::State::Paused;
+    const bool isScanning = m_window->scanPage()->isScanUnderWay();
     const bool isRecovering =
         m_window->recoveryPage()->state() == RecoveryProgressPage::State::Running;
     if (!isScanning && !isRecovering)

@@ -210,8 +210,27 @@ void RecoveryProgressPage::onConnectionLost()
     if (m_state != State::Running)
         return;
     finish(State::ConnectionLost, tr("与恢复服务的连接已断开"), QStringLiteral("error"));
-    m_progress->setHint(
-        tr("恢复可能仍在服务中继续。重新连接后，可在“最近扫描”的恢复记录中查看结果。"));
+    m_progress->setHint(tr("恢复可能仍在服务中继续；重新连接后会取回它的状态。"));
+}
+
+void RecoveryProgressPage::onConnectionRestored()
+{
+    if (m_state != State::ConnectionLost)
+        return;
+    m_state = State::Running;
+    m_progress->setState(tr("正在恢复"), QString());
+    m_progress->setHint(QString());
+    m_files->model()->setRunning(true);
+    showStopButton();
+}
+
+void RecoveryProgressPage::applyFileStatuses(const QJsonObject &detail)
+{
+    const QJsonArray statuses = detail.value(QLatin1String("fileStatuses")).toArray();
+    for (const QJsonValue &value : statuses) {
+        const FileResult kept = FileResult::fromJson(value.toObject());
+        updateFileStatus(kept.fileId, kept.status, kept.detail, kept.timeline);
+    }
 }
 
 void RecoveryProgressPage::setRecoveryTaskDetail(const QJsonObject &detail)

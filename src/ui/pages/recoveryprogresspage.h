@@ -63,8 +63,12 @@ public slots:
     /// The link to the service broke. Does nothing unless a recovery runs; what the service still
     /// tells about its end afterwards is shown.
     void onConnectionLost();
+    /// The link is back, and the recovery still runs. Does nothing unless the link was lost.
+    void onConnectionRestored();
     /// The task as the service keeps it: tells of files what no event has told.
     void setRecoveryTaskDetail(const QJsonObject &detail);
+    /// Shows the results that the service's record of the task holds, where events were missed.
+    void applyFileStatuses(const QJsonObject &detail);
     void onTaskDetailFailed(const QString &message);
 
 signals:

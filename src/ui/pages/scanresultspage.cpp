@@ -224,10 +224,40 @@ void ScanResultsPage::onConnectionLost()
 {
     if (m_state != State::Running && m_state != State::Paused)
         return;
+    m_wasPaused = m_state == State::Paused;
     stopTiming();
     m_header->setTitle(tr("与恢复服务的连接已断开"));
-    m_header->setPhase(tr("扫描已中断，已发现的文件仍可查看；服务恢复后请重新扫描。"), true);
+    m_header->setPhase(tr("扫描可能仍在服务中继续；重新连接后会取回它的状态。"), true);
     setState(State::ConnectionLost);
+}
+
+void ScanResultsPage::onConnectionRestored(bool isPaused, qint64 elapsedMs)
+{
+    if (m_state != State::ConnectionLost)
+        return;
+    m_missesFiles = true;
+    m_accumulatedMs = qMax(m_accumulatedMs, elapsedMs);
+    m_header->setPhase(tr("已重新连接，扫描结束后会补全文件列表。"));
+    if (isPaused)
+        showPaused();
+    else
+        showRunning();
+}
+
+void ScanResultsPage::onScanInterrupted(const QString &reason)
+{
+    if (m_state != State::ConnectionLost)
+        return;
+    m_failure = reason;
+    m_header->setTitle(tr("扫描已中断 %1").arg(m_devicePath));
+    m_header->setPhase(reason, true);
+    setState(State::Interrupted);
+}
+
+bool ScanResultsPage::isScanUnderWay() const
+{
+    return m_state == State::Running || m_state == State::Paused ||
+           m_state == State::ConnectionLost;
 }
 
 void ScanResultsPage::setState(State state)
@@ -244,11 +274,12 @@ void ScanResultsPage::setState(State state)
         break;
     case State::Completed:
     case State::Stopped:
-    case State::ConnectionLost:
+    case State::Failed:
+    case State::Interrupted:
         m_header->setButtons(Pause::Disabled, Stop::Rescan);
         break;
     case State::Idle:
-    case State::Failed:
+    case State::ConnectionLost:
         m_header->setButtons(Pause::Disabled, Stop::Disabled);
         break;
     }
@@ -278,11 +309,14 @@ void ScanResultsPage::showEmptyState()
                                 tr("可以换用深度扫描或选择其他分区再试。"), tr("重新扫描"));
         break;
     case State::Failed:
-        m_results->setEmptyText(Tone::Error, tr("扫描出错"), m_failure);
+        m_results->setEmptyText(Tone::Error, tr("扫描出错"), m_failure, tr("重新扫描"));
         break;
     case State::ConnectionLost:
         m_results->setEmptyText(Tone::Error, tr("与恢复服务的连接已断开"),
-                                tr("服务恢复后请重新扫描。"), tr("重新扫描"));
+                                tr("重新连接后会取回扫描的状态。"));
+        break;
+    case State::Interrupted:
+        m_results->setEmptyText(Tone::Error, tr("扫描已中断"), m_failure, tr("重新扫描"));
         break;
     }
 }

@@ -29,7 +29,16 @@ class ScanResultsPage : public QWidget
     Q_OBJECT
 
 public:
-    enum class State { Idle, Running, Paused, Completed, Stopped, Failed, ConnectionLost };
+    enum class State {
+        Idle,
+        Running,
+        Paused,
+        Completed,
+        Stopped,
+        Failed,
+        ConnectionLost, ///< How the scan stands is not known until the service answers again.
+        Interrupted     ///< The service does not have the scan any more.
+    };
 
     /// Asks for a directory; empty when the user cancels.
     using DirectoryChooser =
@@ -39,6 +48,8 @@ public:
     ~ScanResultsPage() override;
 
     State state() const { return m_state; }
+    /// Whether a scan of this page is or may be under way in the service.
+    bool isScanUnderWay() const;
     /// Empty until the service has named the session.
     QString sessionId() const { return m_sessionId; }
     void setSessionId(const QString &sessionId) { m_sessionId = sessionId; }
@@ -46,10 +57,12 @@ public:
     QString fileSystem() const { return m_fileSystem; }
     QString outputPath() const;
 
-    /// Whether the session's full list is of use now; a hidden page keeps the rows that it has.
-    bool wantsFullList() const { return isVisible(); }
+    /// Whether the session's full list is of use now; a hidden page keeps the rows that it has,
+    /// unless it knows that some are missing.
+    bool wantsFullList() const { return isVisible() || m_missesFiles; }
 
-    /// Whether batches of this scan were dropped in a pause and have not come back since.
+    /// Whether batches of this scan were dropped in a pause, or sent while the link was down, and
+    /// have not come back since.
     bool missesFiles() const { return m_missesFiles; }
 
     /// Names of these files in the order of the table.
@@ -81,6 +94,14 @@ public slots:
     void onStopRequestFailed(const QString &message);
     /// The link to the service broke. Does nothing unless a scan runs or is paused.
     void onConnectionLost();
+    /// The link is back, and the service still has the scan. `isPaused` and `elapsedMs` are the
+    /// service's. Does nothing unless the link was lost.
+    void onConnectionRestored(bool isPaused, qint64 elapsedMs);
+    /// The link is back, and the scan is not under way any more without having come to an end of
+    /// its own. Does nothing unless the link was lost.
+    void onScanInterrupted(const QString &reason);
+    /// Whether the scan was paused when the link was lost.
+    bool wasPaused() const { return m_wasPaused; }
 
 signals:
     void requestStartRecovery(const QString &sessionId, const QStringList &fileIds,
@@ -118,6 +139,7 @@ private:
     QString m_fileSystem;
     QString m_failure; ///< Words of the last scan error.
     bool m_missesFiles = false;
+    bool m_wasPaused = false;
     int m_percent = 0;
     QElapsedTimer m_runClock;   ///< Since the start or the last resume.
     qint64 m_accumulatedMs = 0; ///< Before that.
