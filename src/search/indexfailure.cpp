@@ -17,6 +17,7 @@ constexpr Row rows[] = {
     {"database disk image is malformed", IndexFailure::Damaged},
     {"malformed database schema", IndexFailure::Damaged},
     {"file is not a database", IndexFailure::Damaged},
+    {"vtable constructor failed", IndexFailure::Damaged},
     {"unable to open database file", IndexFailure::NoAccess},
     {"database is locked", IndexFailure::Locked},
     {"disk I/O error", IndexFailure::Device},

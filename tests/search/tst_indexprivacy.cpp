@@ -1,4 +1,5 @@
 #include "search/searchindexdb.h"
+#include "support/privatemounts.h"
 #include "support/rawdatabase.h"
 #include "support/temptree.h"
 
@@ -8,7 +9,6 @@
 
 #include <functional>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -24,6 +24,8 @@ QString s(const char *text)
 {
     return QString::fromUtf8(text);
 }
+
+bool privateMounts = false;
 
 } // namespace
 
@@ -43,6 +45,7 @@ private slots:
     void compactingErasesWhatEarlierVersionsLeft();
     void equalTextWritesNothing();
     void textBehindANulIsFound();
+    void readOnlyMediumCanBeSearched();
 
 private:
     QStringList files() const;
@@ -255,5 +258,43 @@ void TestIndexPrivacy::textBehindANulIsFound()
     QCOMPARE(index.queryByContent(s("ehind"), 9, QString()).size(), 1);
 }
 
-QTEST_GUILESS_MAIN(TestIndexPrivacy)
+/// The disk of an installed system that is mounted read-only.
+void TestIndexPrivacy::readOnlyMediumCanBeSearched()
+{
+    if (!privateMounts)
+        QSKIP("mounts of one's own are not allowed here");
+    {
+        SearchIndexDB index(m_path);
+        fill(&index);
+    }
+    const QString state = m_tree->path("state");
+    const testsupport::PrivateMount mount(state, state);
+    QVERIFY(mount.isMounted());
+    QCOMPARE(::mount(nullptr, QFile::encodeName(state).constData(), nullptr,
+                     MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr),
+             0);
+    QString error;
+    SearchIndexDB index(m_path);
+    QVERIFY2(index.open(&error), qPrintable(error));
+    QCOMPARE(index.queryByName(s("secret"), 9, QString(), &error).size(), 1);
+    QCOMPARE(index.queryByContent(marker, 9, QString(), &error).size(), 1);
+    QCOMPARE(index.indexStats(&error).value(s("ftsCount")).toInt(), 41);
+    QCOMPARE(error, QString());
+    QVERIFY(!index.removeFile(s("/docs/secret.txt"), &error));
+    QVERIFY2(error.contains(s("readonly")), qPrintable(error));
+    QCOMPARE(files().size(), 1);
+
+    SearchIndexDB missing(state + s("/none.db"));
+    QVERIFY(!missing.open(&error));
+    QVERIFY2(error.contains(s("unable to open")), qPrintable(error));
+}
+
+int main(int argc, char *argv[])
+{
+    privateMounts = testsupport::enterPrivateMounts(); // before there are threads
+    QCoreApplication application(argc, argv);
+    TestIndexPrivacy test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_indexprivacy.moc"
