@@ -9,6 +9,7 @@
 #include <QStorageInfo>
 #include <QThread>
 
+#include <fcntl.h>
 #include <sys/xattr.h>
 
 namespace {
@@ -63,8 +64,13 @@ NtfsImage::~NtfsImage()
 bool NtfsImage::format(int sizeMiB, const QStringList &options)
 {
     QFile file(m_path);
-    return file.open(QIODevice::ReadWrite) && file.resize(qint64(sizeMiB) << 20) &&
-           run(tool("mkntfs"),
+    return file.open(QIODevice::ReadWrite | QIODevice::Truncate) &&
+           file.resize(qint64(sizeMiB) << 20) && formatAgain(options);
+}
+
+bool NtfsImage::formatAgain(const QStringList &options)
+{
+    return run(tool("mkntfs"),
                QStringList{QStringLiteral("-F"), QStringLiteral("-Q"), QStringLiteral("-q")} +
                    options + QStringList(m_path));
 }
@@ -97,24 +103,23 @@ bool NtfsImage::write(const QString &name, const QByteArray &bytes) const
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
 }
 
-bool NtfsImage::writeInTurns(const QMap<QString, QByteArray> &files, int step) const
+bool NtfsImage::leaveGaps(qint64 bytes, int gap) const
 {
-    for (auto file = files.constBegin(); file != files.constEnd(); ++file)
-        if (!write(file.key(), QByteArray()))
+    const auto nameOf = [](qint64 i) {
+        return QStringLiteral("spacer-%1").arg(i);
+    };
+    QFile ballast(inside(QStringLiteral("spacer")));
+    // The spacers' own records need room, too.
+    if (!ballast.open(QIODevice::WriteOnly) ||
+        ::posix_fallocate(ballast.handle(), 0, bytesFree() - 5 * bytes) != 0)
+        return false;
+    qint64 count = 0;
+    while (bytesFree() > qMax(4 * gap, 64 * 1024) && write(nameOf(count), QByteArray(gap, 's')))
+        ++count;
+    for (qint64 i = 0; i < count && i * gap < 2 * bytes; i += 2)
+        if (!remove(nameOf(i)))
             return false;
-    bool isLeft = true;
-    for (int at = 0; isLeft; at += step) {
-        isLeft = false;
-        for (auto file = files.constBegin(); file != files.constEnd(); ++file) {
-            const QByteArray piece = file.value().mid(at, step);
-            QFile target(inside(file.key()));
-            if (!piece.isEmpty() && (!target.open(QIODevice::Append) ||
-                                     target.write(piece) != piece.size() || !target.flush()))
-                return false;
-            isLeft = isLeft || at + step < file.value().size();
-        }
-    }
-    return true;
+    return count * gap > 2 * bytes;
 }
 
 bool NtfsImage::makeFolder(const QString &name) const
@@ -134,6 +139,11 @@ bool NtfsImage::writeStream(const QString &name, const QByteArray &stream,
 {
     return ::setxattr(QFile::encodeName(inside(name)).constData(), ("user." + stream).constData(),
                       bytes.constData(), size_t(bytes.size()), 0) == 0;
+}
+
+qint64 NtfsImage::bytesFree() const
+{
+    return QStorageInfo(m_mountPoint).bytesFree();
 }
 
 bool NtfsImage::remove(const QString &name) const

@@ -18,20 +18,25 @@ public:
     ~NtfsImage();
 
     QString path() const { return m_path; }
+    /// A new, empty image.
     [[nodiscard]] bool format(int sizeMiB, const QStringList &options);
+    /// The same image once more, with what a quick format leaves.
+    [[nodiscard]] bool formatAgain(const QStringList &options);
     [[nodiscard]] bool mount();
     /// Returns once the driver has written everything.
     [[nodiscard]] bool unmount();
 
     // While it is mounted, by a path below the root of the volume.
     [[nodiscard]] bool write(const QString &name, const QByteArray &bytes) const;
-    /// Grows the files in turns, a piece of `step` bytes each, so that their pieces alternate.
-    [[nodiscard]] bool writeInTurns(const QMap<QString, QByteArray> &files, int step) const;
+    /// Fills the volume but for `bytes`, which are left in gaps of `gap` bytes. The files that do
+    /// this are named "spacer…".
+    [[nodiscard]] bool leaveGaps(qint64 bytes, int gap) const;
     [[nodiscard]] bool makeFolder(const QString &name) const;
     /// New files in the folder are compressed.
     [[nodiscard]] bool compress(const QString &folder) const;
     [[nodiscard]] bool writeStream(const QString &name, const QByteArray &stream,
                                    const QByteArray &bytes) const;
+    qint64 bytesFree() const;
     [[nodiscard]] bool remove(const QString &name) const;
     QString inside(const QString &name) const { return m_mountPoint + QLatin1Char('/') + name; }
 

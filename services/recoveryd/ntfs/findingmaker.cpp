@@ -62,7 +62,7 @@ QVector<Finding> makeFindings(const FileFacts &facts, const Finding &place, Era 
             if (finding.content.size == 0)
                 continue;
         }
-        if (!stream.name.isEmpty())
+        if (!stream.name.isEmpty() && !finding.name.isEmpty())
             finding.name += ':' + stream.name;
         finding.modifiedMs = msFromFileTime(facts.modifiedTime);
         finding.isDeleted = era != Era::Existing;

@@ -12,7 +12,7 @@ constexpr qint64 kMaxCluster = 2 * 1024 * 1024;
 constexpr qint64 kMaxRecord = 16384;
 constexpr qint64 kTail = 1024 * 1024;
 constexpr quint32 kMirrorNumber = 1;
-constexpr quint32 kBitmapNumber = 6;
+constexpr quint32 kBadClustersNumber = 8;
 
 /// A size given in clusters, or, if negative, as a binary logarithm.
 qint64 codedSize(quint8 code, qint64 clusterSize)
@@ -150,21 +150,21 @@ bool deriveGeometry(const MediaReader &media, qint64 offset, Geometry *geometry,
     // copy decide.
     Record mirror;
     Run mirrorRun;
-    Record bitmap;
+    Record badClusters;
     if (!recordAt(media, offset, derived.recordSize, kMirrorNumber, &mirror) ||
         !firstRun(mirror, &mirrorRun) ||
-        !recordAt(media, offset, derived.recordSize, kBitmapNumber, &bitmap))
+        !recordAt(media, offset, derived.recordSize, kBadClustersNumber, &badClusters))
         return false;
     *volumeStart = offset - tableRun.lcn * derived.clusterSize;
     derived.mftOffset = tableRun.lcn * derived.clusterSize;
     derived.mirrorOffset = mirrorRun.lcn * derived.clusterSize;
-    const Attribute *bits = bitmap.find(kData);
-    if (*volumeStart < 0 || !bits || bits->isResident || bits->dataSize <= 0 ||
-        bits->dataSize > (qint64(1) << 40))
+    // A sparse stream as large as the volume.
+    const Attribute *all = badClusters.find(kData, "$Bad");
+    if (*volumeStart < 0 || !all || all->isResident || all->dataSize <= 0 ||
+        all->dataSize > (qint64(1) << 56) ||
+        !isTableStart(media, *volumeStart + derived.mirrorOffset, derived.recordSize))
         return false;
-    if (!isTableStart(media, *volumeStart + derived.mirrorOffset, derived.recordSize))
-        return false;
-    derived.size = bits->dataSize * 8 * derived.clusterSize;
+    derived.size = all->dataSize;
     *geometry = derived;
     return true;
 }

@@ -118,8 +118,12 @@ bool NtfsScanner::sweep(quint64 formattedTime, NameBook &names, EarlierScan &fra
             });
     };
     RecordSweep sweeper(*m_context.media, handlers);
-    if (!m_sweep.isEmpty())
-        return sweeper.run(m_sweep, observer, m_isOpen ? m_volume.mft().size : 0);
+    return (!m_isOpen || followTables(sweeper, observer)) &&
+           sweeper.run(m_sweep, observer, m_isOpen ? m_volume.mft().size : 0);
+}
+
+bool NtfsScanner::followTables(RecordSweep &sweeper, ScanObserver &observer) const
+{
     qint64 swept = 0;
     for (qint64 place : usualTablePlaces(m_volume)) {
         const qint64 start = qMax(place, swept);

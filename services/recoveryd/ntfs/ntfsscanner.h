@@ -8,6 +8,7 @@ namespace services::recoveryd::ntfs {
 
 class EarlierScan;
 class NameBook;
+class RecordSweep;
 
 /// Finds files by the metadata of an NTFS volume: by its file table, and by FILE records wherever
 /// else they are left. A quick scan looks for the latter only where a file table usually goes on; a
@@ -27,6 +28,10 @@ private:
     [[nodiscard]] bool scanAll(ScanObserver &observer);
     [[nodiscard]] bool sweep(quint64 formattedTime, NameBook &names, EarlierScan &fragments,
                              NameBook &earlierNames, EarlierScan &earlier, ScanObserver &observer);
+
+    /// Where old file tables usually are, in space that is in use now, too: the end of a cluster
+    /// may still hold a record that its new file does not reach.
+    [[nodiscard]] bool followTables(RecordSweep &sweeper, ScanObserver &observer) const;
 
     ScanContext m_context;
     NtfsVolume m_volume;
