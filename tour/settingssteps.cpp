@@ -221,7 +221,7 @@ bool forceUpdate(Tour &tour, QString *found, QString *error)
     installer->reply(QStringLiteral("vault.installPackage"), {});
     UpdateServer::Answer damaged;
     damaged.body = QByteArray(3000000, 'x');
-    damaged.pieces = 600;
+    damaged.holdAfter = damaged.body.size() / 2;
     offer(server, true, damaged);
     showWindow(tour, server, installer);
 
@@ -235,8 +235,10 @@ bool forceUpdate(Tour &tour, QString *found, QString *error)
         return dialog() && textOf(dialog(), "ForcedUpdatePercent").contains(QLatin1Char('%'));
     };
     if (!tour.waitFor(measured, kAnswerMs, QStringLiteral("the forced download"), error) ||
-        !tour.picture(QStringLiteral("forced-download"), error) ||
-        !tour.waitFor([&] { return stageIs(QStringLiteral("更新包校验失败，请稍后重试。")); },
+        !tour.picture(QStringLiteral("forced-download"), error))
+        return false;
+    server->release(packagePath());
+    if (!tour.waitFor([&] { return stageIs(QStringLiteral("更新包校验失败，请稍后重试。")); },
                       kAnswerMs, QStringLiteral("the damaged package to be refused"), error) ||
         !tour.picture(QStringLiteral("forced-failed"), error))
         return false;

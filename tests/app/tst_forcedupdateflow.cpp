@@ -174,7 +174,7 @@ void TestForcedUpdateFlow::followsAnUpdateUnderWay()
     QVERIFY(checked.wait());
     UpdateServer::Answer late;
     late.body = "damaged";
-    late.delayMs = 500;
+    late.holdAfter = 0;
     m_server->answer(kPackage, late);
     controller.startImmediateUpdate();
     offer(true, "damaged");
@@ -183,6 +183,7 @@ void TestForcedUpdateFlow::followsAnUpdateUnderWay()
     controller.runCheck(true);
     QVERIFY(checked.wait());
     QVERIFY(dialog(window));
+    m_server->release(kPackage);
     QTRY_COMPARE(stage(dialog(window)), QStringLiteral("更新包校验失败，请稍后重试。"));
     QVERIFY(canRetry(dialog(window)));
 }

@@ -34,6 +34,7 @@ private slots:
     void readsAnswers_data();
     void readsAnswers();
     void reportsADeadServer();
+    void hidesTheQueryFromTheUser();
 
 private:
     static Outcome check(const QUrl &base, const QString &osInfo = QString());
@@ -122,9 +123,9 @@ void TestUpgradeClient::readsAnswers_data()
     QTest::newRow("a code with a fraction")
         << 200 << QByteArray(R"({"code":200.7,"data":{}})") << true << QByteArray("{}") << ""
         << "";
-    // Redirects of the check are not followed, so a portal's page says nothing of versions.
-    QTest::newRow("moved") << 302 << QByteArray("<html>") << true << QByteArray("{}") << ""
-                           << "";
+    // Redirects of the check are not followed: what answers is not the update server.
+    QTest::newRow("moved") << 302 << QByteArray("<html>") << false << QByteArray("{}") << ""
+                           << failed;
     QTest::newRow("no JSON") << 200 << QByteArray("<html>") << true << QByteArray("{}") << ""
                              << "";
     QTest::newRow("true is a refusal") << 200 << QByteArray(R"({"code":true,"data":{"a":1}})")
@@ -165,11 +166,11 @@ void TestUpgradeClient::reportsADeadServer()
     UpdateServer::Answer half;
     half.body = R"({"code":200,"data":{"latestVersion":"1.2.0"}})";
     half.cutAfter = 20;
-    half.delayMs = 200;
     cutting.answer(kPath, half);
     const Outcome cut = check(cutting.url());
     QVERIFY(!cut.ok && cut.payload.isEmpty());
     QVERIFY(cut.error.networkError != 0 && !cut.error.message.isEmpty());
+    QCOMPARE(cut.error.reason, QStringLiteral("与更新服务器的连接中断，请稍后重试。"));
 
     QUrl gone;
     {
@@ -181,6 +182,30 @@ void TestUpgradeClient::reportsADeadServer()
     QVERIFY(!refused.ok);
     QVERIFY(refused.error.networkError != 0);
     QVERIFY(!refused.error.message.isEmpty());
+    QCOMPARE(refused.error.reason, QStringLiteral("无法连接更新服务器，请检查网络。"));
+}
+
+void TestUpgradeClient::hidesTheQueryFromTheUser()
+{
+    UpdateServer server;
+    QVERIFY(server.start());
+    UpdateServer::Answer answer;
+    answer.status = 404;
+    server.answer(kPath, answer);
+    // The text that is logged, though it is the network's own, which holds the whole URL.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                           "^Upgrade GET failed: (?!.*(sign=|\\?)).*$")));
+    const Outcome outcome = check(server.url());
+    QVERIFY(outcome.error.message.contains(QLatin1String("sign=")));
+    QCOMPARE(outcome.error.reason, QStringLiteral("更新服务器返回了错误（HTTP 404）。"));
+    // A server that repeats the URL in its words, at length.
+    server.answerCheck(
+        {{QStringLiteral("code"), 9},
+         {QStringLiteral("message"), QStringLiteral("不可用:\n http://x/a?sign=1&fingerprint=2 ") +
+                                         QString(500, QLatin1Char('x'))}});
+    const QString words = check(server.url()).error.reason;
+    QVERIFY2(words.startsWith(QStringLiteral("不可用: http://x/a x")), qPrintable(words));
+    QCOMPARE(words.size(), 200);
 }
 
 QTEST_GUILESS_MAIN(TestUpgradeClient)

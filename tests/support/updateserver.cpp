@@ -2,11 +2,12 @@
 
 #include <QCryptographicHash>
 #include <QJsonDocument>
-#include <QPointer>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QSslSocket>
 #include <QTimer>
+
+#include <utility>
 
 namespace testsupport {
 
@@ -100,30 +101,46 @@ void UpdateServer::respond(QTcpSocket *socket, const QByteArray &head)
     Answer answer;
     answer.status = 404;
     answer = m_answers.value(target.path(), answer);
-    const QPointer<QTcpSocket> guard(socket);
-    QTimer::singleShot(answer.delayMs, this, [this, guard, answer] {
-        if (guard)
-            send(guard, answer);
-    });
+    QByteArray lines = "HTTP/1.1 " + QByteArray::number(answer.status) +
+                       " X\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
+                       "\r\nConnection: close\r\n";
+    for (const QByteArray &line : answer.headers)
+        lines += line + "\r\n";
+    socket->write(lines + "\r\n");
+
+    const QByteArray body = answer.cutAfter < 0 ? answer.body : answer.body.left(answer.cutAfter);
+    const int held = answer.holdAfter < 0 ? 0 : qMax(0, body.size() - answer.holdAfter);
+    const auto sending = std::make_shared<Sending>(
+        Sending{socket, body, held, qMax(1, body.size() / qMax(1, answer.pieces))});
+    if (held > 0)
+        m_held[target.path()].append(sending);
+    sendPiece(sending);
 }
 
-void UpdateServer::send(QTcpSocket *socket, const Answer &answer)
+void UpdateServer::release(const QString &path)
 {
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(answer.status) +
-                      " X\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
-                      "\r\nConnection: close\r\n";
-    for (const QByteArray &line : answer.headers)
-        head += line + "\r\n";
-    socket->write(head + "\r\n");
-    const QByteArray body = answer.cutAfter < 0 ? answer.body : answer.body.left(answer.cutAfter);
-    const int piece = qMax(1, body.size() / qMax(1, answer.pieces));
-    int wait = 0;
-    for (int at = 0; at < body.size(); at += piece) {
-        QTimer::singleShot(wait, socket,
-                           [socket, part = body.mid(at, piece)] { socket->write(part); });
-        wait += answer.pieces > 1 ? kPieceGapMs : 0;
+    const auto released = m_held.take(path);
+    for (const auto &sending : released) {
+        sending->held = 0;
+        if (std::exchange(sending->isWaiting, false))
+            sendPiece(sending);
     }
-    QTimer::singleShot(wait, socket, &QTcpSocket::disconnectFromHost);
+}
+
+void UpdateServer::sendPiece(const std::shared_ptr<Sending> &sending)
+{
+    if (!sending->socket)
+        return;
+    const int length = qMin(sending->piece, sending->rest.size() - sending->held);
+    if (length > 0) {
+        sending->socket->write(sending->rest.left(length));
+        sending->rest.remove(0, length);
+        QTimer::singleShot(kPieceGapMs, sending->socket, [this, sending] { sendPiece(sending); });
+    } else if (sending->held > 0) {
+        sending->isWaiting = true;
+    } else {
+        sending->socket->disconnectFromHost(); // which writes what waits first
+    }
 }
 
 } // namespace testsupport

@@ -4,9 +4,12 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QList>
+#include <QPointer>
 #include <QString>
 #include <QTcpServer>
 #include <QUrl>
+
+#include <memory>
 
 class QSslKey;
 
@@ -24,9 +27,9 @@ public:
         int status = 200;
         QByteArray body;
         QList<QByteArray> headers;
-        int cutAfter = -1; ///< Close after so many bytes of the body; -1: send all.
-        int delayMs = 0;
-        int pieces = 1; ///< Sends the body in so many parts, one a turn of the event loop or later.
+        int cutAfter = -1;  ///< Close after so many bytes of the body; -1: send all.
+        int holdAfter = -1; ///< Wait for release() after so many bytes of the body; -1: never.
+        int pieces = 1;     ///< Sends the body in so many parts, a moment apart.
     };
 
     explicit UpdateServer(QObject *parent = nullptr);
@@ -45,6 +48,9 @@ public:
     void offerUpdate(const QString &packagePath, const QByteArray &package,
                      const QJsonObject &changes = QJsonObject());
 
+    /// Sends the rest of all answers for the path that are held.
+    void release(const QString &path);
+
     int count(const QString &path) const;
     /// Query of the last request for the path.
     QString lastQuery(const QString &path) const;
@@ -53,10 +59,21 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    struct Sending
+    {
+        QPointer<QTcpSocket> socket;
+        QByteArray rest;
+        int held; ///< Bytes at the end of `rest` that wait for release().
+        int piece;
+        bool isWaiting = false; ///< Nothing but release() makes it go on.
+    };
+
     void respond(QTcpSocket *socket, const QByteArray &head);
-    void send(QTcpSocket *socket, const Answer &answer);
+    /// Writes a piece and comes back for the next; closes after the last.
+    void sendPiece(const std::shared_ptr<Sending> &sending);
 
     QHash<QString, Answer> m_answers;
+    QHash<QString, QList<std::shared_ptr<Sending>>> m_held;
     QList<QUrl> m_requests;
     QByteArray m_certificate;
     QByteArray m_key;

@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QRegularExpression>
 
 namespace core {
 namespace controllers {
@@ -22,6 +23,52 @@ QString requestFailedText()
 QString messageOf(const QJsonObject &body)
 {
     return body.value(QLatin1String("message")).toString();
+}
+
+/// A text without the queries of URLs in it, which are signed and name the device.
+QString withoutQuery(QString text)
+{
+    static const QRegularExpression query(QStringLiteral("\\?[^\\s\"]*"));
+    return text.remove(query);
+}
+
+/// The network's own text. It names the URL in a readable form, in which a query may hold blanks.
+QString networkErrorText(const QNetworkReply *reply)
+{
+    const QUrl url = reply->url();
+    QString text = reply->errorString();
+    text.replace(url.toString(), url.toString(QUrl::RemoveQuery));
+    return withoutQuery(text);
+}
+
+QString reasonFor(int networkError, int httpStatus)
+{
+    if (httpStatus >= 300)
+        return QStringLiteral("更新服务器返回了错误（HTTP %1）。").arg(httpStatus);
+    switch (networkError) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::HostNotFoundError:
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::UnknownNetworkError:
+        return QStringLiteral("无法连接更新服务器，请检查网络。");
+    case QNetworkReply::TimeoutError:
+        return QStringLiteral("连接更新服务器超时，请稍后重试。");
+    case QNetworkReply::RemoteHostClosedError:
+        return QStringLiteral("与更新服务器的连接中断，请稍后重试。");
+    case QNetworkReply::SslHandshakeFailedError:
+        return QStringLiteral("无法与更新服务器建立安全连接，请检查系统时间和网络。");
+    default:
+        return QStringLiteral("检查更新失败。");
+    }
+}
+
+/// What the server says is shown as one short line.
+QString reasonFrom(const QString &serverMessage, const QString &fallback)
+{
+    constexpr int kMaxLength = 200;
+    const QString words = withoutQuery(serverMessage.simplified()).left(kMaxLength);
+    return words.isEmpty() ? fallback : words;
 }
 
 } // namespace
@@ -104,11 +151,16 @@ void UpgradeApiClient::handleReply(QNetworkReply *reply, const QString &path,
         error.code = code;
         const QString message = messageOf(body);
         error.message = message.isEmpty() ? reply->errorString() : message;
+        error.reason = reasonFrom(message, reasonFor(error.networkError, error.httpStatus));
+        qWarning().noquote() << QStringLiteral("Upgrade GET failed: path=%1 error=%2")
+                                    .arg(path, networkErrorText(reply));
         callback(false, QJsonObject(), error);
         return;
     }
-    if (error.httpStatus > 399) {
+    // A redirect is not followed: what answers is not the update server but a log-in page.
+    if (error.httpStatus > 299) {
         error.message = requestFailedText();
+        error.reason = reasonFor(0, error.httpStatus);
         callback(false, unwrapResponseObject(body), error);
         return;
     }
@@ -116,6 +168,8 @@ void UpgradeApiClient::handleReply(QNetworkReply *reply, const QString &path,
         error.code = code;
         const QString message = messageOf(body);
         error.message = message.isEmpty() ? requestFailedText() : message;
+        error.reason =
+            reasonFrom(message, QStringLiteral("更新服务器拒绝了请求（代码 %1）。").arg(code));
         callback(false, unwrapResponseObject(body), error);
         return;
     }

@@ -28,11 +28,13 @@ public:
         int httpStatus = 0;
         int networkError = 0; ///< A QNetworkReply::NetworkError.
         QString code;
-        QString message;
+        QString message; ///< The server's, or the network's own text; it may hold the whole URL.
+        QString reason;  ///< For the user: the server's words or a short text; never a URL.
 
         bool isEmpty() const;
     };
-    /// Called once; not if the client goes first.
+    /// Called once; not if the client goes first. A reply without a JSON object is a success with
+    /// an empty payload; a redirect is a failure.
     using Callback =
         std::function<void(bool ok, const QJsonObject &payload, const ApiError &error)>;
 

@@ -181,12 +181,12 @@ void UpgradeController::runCheck(bool manual, const Callback &callback)
     m_checking = true;
     emit checkStarted();
     emit stateChanged();
-    m_api->checkForUpdate(m_state.currentVersion, m_state.arch, normalizedMode(), fingerprint,
-                          osInfo, cpuModel,
-                          [this, callback](bool ok, const QJsonObject &payload,
-                                           const UpgradeApiClient::ApiError &error) {
-                              finishCheck(ok, payload, error.message, callback);
-                          });
+    m_api->checkForUpdate(
+        m_state.currentVersion, m_state.arch, normalizedMode(), fingerprint, osInfo, cpuModel,
+        [this, callback](bool ok, const QJsonObject &payload,
+                         const UpgradeApiClient::ApiError &error) {
+            finishCheck(ok && isCheckAnswer(payload), payload, error.reason, callback);
+        });
 }
 
 void UpgradeController::finishCheck(bool ok, const QJsonObject &payload, const QString &failure,

@@ -95,6 +95,12 @@ VersionOrder compareVersions(const QString &current, const QString &latest)
     return VersionOrder::same;
 }
 
+bool isCheckAnswer(const QJsonObject &payload)
+{
+    return !trimmedText(payload, "latestVersion").isEmpty() ||
+           payload.value(QLatin1String("updateAvailable")).isBool();
+}
+
 void applyCheckResponse(UpgradeState *state, const QJsonObject &payload)
 {
     takeAnswer(state, payload);

@@ -17,6 +17,10 @@ enum class VersionOrder { same = 0, newer = 1, older = -1, unknown = 2 };
 /// How `latest` stands to `current`. Numbers between dots; a missing one counts as 0.
 VersionOrder compareVersions(const QString &current, const QString &latest);
 
+/// Whether the payload tells anything of versions. Without that it comes from something else, such
+/// as the log-in page of a network.
+bool isCheckAnswer(const QJsonObject &payload);
+
 /// Takes the update server's answer into the state. The server's word never makes an update of a
 /// version that is not newer; two versions that cannot be compared are left to it.
 void applyCheckResponse(UpgradeState *state, const QJsonObject &payload);
