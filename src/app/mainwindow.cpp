@@ -35,6 +35,7 @@
 #include <QDebug>
 #include <QFrame>
 #include <QGuiApplication>
+#include <QPointer>
 #include <QScreen>
 #include <QSettings>
 #include <QStackedWidget>
@@ -311,6 +312,10 @@ void MainWindow::buildVaultLink(const QString &serviceName)
     connect(m_vaultClient, &IpcClient::disconnected, this, startRetrying);
     connect(m_vaultController, &VaultController::statusUpdated, this,
             &MainWindow::maybeShowVaultStartupStatusNotice);
+    connect(m_vaultController, &VaultController::enableCompleted, this,
+            &MainWindow::onProtectionSwitched);
+    connect(m_vaultController, &VaultController::disableCompleted, this,
+            &MainWindow::onProtectionSwitched);
 }
 
 void MainWindow::buildNavigation()
@@ -488,21 +493,54 @@ void MainWindow::closeEvent(QCloseEvent *event)
         event->ignore();
         return;
     }
+    const QPointer<MainWindow> self(this);
+    if (m_workflowWindow && !mayEndRun()) {
+        event->ignore();
+        return;
+    }
+    if (!self)
+        return;
     // The run ends with the last window; a scan or a recovery goes on in the service.
     if (m_workflowWindow)
         m_workflowWindow->close();
     QMainWindow::closeEvent(event);
 }
 
+bool MainWindow::mayEndRun()
+{
+    using Work = RecoveryWorkflowWindow::Work;
+    const Work work = m_workflowWindow->workUnderWay();
+    if (work == Work::None)
+        return true;
+    if (m_isAskingToClose)
+        return false;
+    const QPointer<MainWindow> self(this);
+    m_isAskingToClose = true;
+    const bool confirmed = AppNoticeDialog::confirm(
+        this, work == Work::Scan ? tr("扫描仍在进行") : tr("恢复仍在进行"),
+        tr("正在进行的任务会在恢复服务中继续，但退出后看不到它的进度和结果，也无法停止它。"
+           "确定要退出吗？"),
+        tr("仍然退出"), tr("取消"));
+    if (self)
+        m_isAskingToClose = false;
+    return confirmed;
+}
+
+void MainWindow::onProtectionSwitched()
+{
+    m_isProtectionSwitched = true;
+}
+
 void MainWindow::maybeShowVaultStartupStatusNotice(const QJsonObject &status)
 {
-    if (m_appMode != AppMode::normal || m_vaultStartupNoticeShown)
+    if (m_appMode != AppMode::normal || m_vaultStartupNoticeShown || m_isProtectionSwitched)
         return;
     const std::optional<StartupNotice> notice = vaultStartupNotice(status);
     if (!notice)
         return;
     m_vaultStartupNoticeShown = true;
     QTimer::singleShot(startupNoticeDelayMs, this, [this, shown = *notice] {
-        AppNoticeDialog::showWarning(this, shown.title, shown.text);
+        if (!m_isProtectionSwitched)
+            AppNoticeDialog::showWarning(this, shown.title, shown.text);
     });
 }

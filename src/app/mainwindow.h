@@ -103,7 +103,8 @@ public:
     void setupLiveCdIpc();
     void setupLiveCdFlow();
 
-    /// Warns, at most once a run and only in normal mode, if protection is on but not in effect.
+    /// Warns, at most once a run and only in normal mode, if protection is on but not in effect;
+    /// not after the user has switched it, whose page then tells what to do.
     void maybeShowVaultStartupStatusNotice(const QJsonObject &status);
 
 protected:
@@ -125,6 +126,9 @@ private:
     void quitFromTray();
     void wireSettings(QWidget *page);
     void scheduleUpdateCheck();
+    void onProtectionSwitched();
+    /// True unless a scan or a recovery is under way and the user wants to stay with it.
+    bool mayEndRun();
 
     core::AppMode m_appMode;
     bool m_useCustomChrome;
@@ -156,6 +160,8 @@ private:
     QTimer *m_vaultReconnectTimer = nullptr;
     SystemTray *m_tray = nullptr;
     bool m_vaultStartupNoticeShown = false;
+    bool m_isProtectionSwitched = false; ///< By the user, in this run.
+    bool m_isAskingToClose = false;
     bool m_updateCheckDispatched = false;
     int m_sharePageIndex = -1;
 };

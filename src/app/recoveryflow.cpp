@@ -175,7 +175,7 @@ QVector<RecoveryProgressPage::File> RecoveryFlow::filesFor(const QStringList &fi
 void RecoveryFlow::check(const QString &sessionId, const QStringList &fileIds,
                          const QString &outputPath, const QString &conflictPolicy)
 {
-    if (m_page->state() == RecoveryProgressPage::State::Running) {
+    if (m_page->isRecoveryUnderWay()) {
         AppNoticeDialog::showWarning(m_window, tr("恢复仍在进行"),
                                      tr("请等待当前的恢复结束，或先停止它，再恢复其他文件。"));
         m_window->openRecoveryPage();

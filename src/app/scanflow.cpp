@@ -10,7 +10,6 @@
 #include "ui/common/appnoticedialog.h"
 #include "ui/pages/partitionselectpage.h"
 #include "ui/pages/partitionselectpage/partitioncardwidget.h"
-#include "ui/pages/recoveryprogresspage.h"
 #include "ui/pages/recoveryworkflowwindow.h"
 #include "ui/pages/scanresultspage.h"
 
@@ -259,13 +258,12 @@ void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileS
 
 bool ScanFlow::mayReplaceShownWork(QWidget *asker) const
 {
-    const bool isScanning = m_page->isScanUnderWay();
-    const bool isRecovering =
-        m_parts.window->recoveryPage()->state() == RecoveryProgressPage::State::Running;
-    if (!isScanning && !isRecovering)
+    using Work = RecoveryWorkflowWindow::Work;
+    const Work work = m_parts.window->workUnderWay();
+    if (work == Work::None)
         return true;
     return AppNoticeDialog::confirm(
-        asker, isScanning ? tr("扫描仍在进行") : tr("恢复仍在进行"),
+        asker, work == Work::Scan ? tr("扫描仍在进行") : tr("恢复仍在进行"),
         tr("开始新的扫描会替换“扫描与恢复”窗口中的内容。正在进行的任务会在服务中继续，但窗口不再"
            "显示它的进度。是否继续？"),
         tr("开始新扫描"), tr("取消"));

@@ -9,6 +9,7 @@
 #include "support/fakeservice.h"
 #include "support/modaldriver.h"
 #include "ui/common/theme.h"
+#include "vault/vaultcontroller.h"
 
 #include <QLabel>
 #include <QLayout>
@@ -420,10 +421,22 @@ private slots:
         support::ModalDriver another([](QWidget *dialog) { dialog->close(); });
         Window livecd(AppMode::livecd);
         window.maybeShowVaultStartupStatusNotice(vaultStatus("degraded"));
+        // Nor once the user has switched protection, whose page tells what comes of it; also if the
+        // status was faster than the answer to the switch.
+        service.reply(kGetStatus, vaultStatus("global"));
+        service.reply(QStringLiteral("vault.enable"), {});
+        Window switched(AppMode::normal);
+        auto *vault = switched.findChild<VaultController *>();
+        QTRY_VERIFY(vault->isConnected());
+        switched.maybeShowVaultStartupStatusNotice(vaultStatus("pending_reboot"));
+        QSignalSpy enabled(vault, &VaultController::enableCompleted);
+        vault->enableProtection();
+        QVERIFY(enabled.wait());
+        switched.maybeShowVaultStartupStatusNotice(vaultStatus("degraded"));
         livecd.maybeShowVaultStartupStatusNotice(vaultStatus("degraded"));
         QTest::qWait(700); // longer than the 600 ms after which a notice would come
         QVERIFY(!another.handled());
-        QCOMPARE(service.clientCount(), 1);
+        QCOMPARE(service.clientCount(), 2);
     }
 
     void buttonsLeaveTheFocusAlone()

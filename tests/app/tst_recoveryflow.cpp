@@ -83,6 +83,8 @@ private slots:
     void linkLostMidRecovery_data();
     void linkLostMidRecovery();
     void warnsOfTheTarget();
+    void closingAsksWhileWorkIsUnderWay_data();
+    void closingAsksWhileWorkIsUnderWay();
     void closingEndsTheRun();
 
 private:
@@ -645,9 +647,52 @@ void TestRecoveryFlow::warnsOfTheTarget()
     QCOMPARE(m_service->count(kRecover), 1);
 }
 
+void TestRecoveryFlow::closingAsksWhileWorkIsUnderWay_data()
+{
+    QTest::addColumn<bool>("isRecovery");
+    QTest::addColumn<bool>("isLinkLost");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("scan") << false << false << QStringLiteral("扫描仍在进行");
+    QTest::newRow("scan, link lost") << false << true << QStringLiteral("扫描仍在进行");
+    QTest::newRow("recovery") << true << false << QStringLiteral("恢复仍在进行");
+    QTest::newRow("recovery, link lost") << true << true << QStringLiteral("恢复仍在进行");
+}
+
+void TestRecoveryFlow::closingAsksWhileWorkIsUnderWay()
+{
+    QFETCH(bool, isRecovery);
+    QFETCH(bool, isLinkLost);
+    if (isRecovery)
+        startRecovery();
+    else
+        startScan();
+    QTRY_VERIFY(RecoveryWindow::workflow()->workUnderWay() != RecoveryWorkflowWindow::Work::None);
+    if (isLinkLost) {
+        m_service->stop();
+        QTRY_VERIFY(m_window->showsSamples());
+    }
+    QStringList texts;
+    {
+        const ModalDriver question([&](QWidget *dialog) {
+            m_window->close(); // again, which asks no second question
+            presses("NoticeCancelBtn", &texts)(dialog);
+        });
+        m_window->close();
+        QVERIFY(question.handled());
+    }
+    QTEST(texts.value(0), "title");
+    QVERIFY(m_window->isVisible() && RecoveryWindow::workflow()->isVisible());
+    const ModalDriver question(presses("NoticeOkBtn", &texts));
+    m_window->close();
+    QVERIFY(question.handled());
+    QVERIFY(!m_window->isVisible() && !RecoveryWindow::workflow()->isVisible());
+}
+
 void TestRecoveryFlow::closingEndsTheRun()
 {
     startScan();
+    scanEvent("scan.completed", {});
+    QTRY_COMPARE(RecoveryWindow::scan()->state(), Scan::Completed);
     // Closing the second window only puts it away.
     QApplication::setQuitOnLastWindowClosed(true);
     QTimer::singleShot(0, m_window.get(), [] { RecoveryWindow::workflow()->close(); });

@@ -16,7 +16,8 @@ private slots:
     }
     void followsTheLink();
     void fetchesAllFiles();
-    void asksACappedServiceOnce();
+    void asksForMoreOnlyWhileMoreComes_data();
+    void asksForMoreOnlyWhileMoreComes();
     void searches();
     void toggles_data();
     void toggles();
@@ -56,8 +57,11 @@ void TestRealtimeProtectionPage::followsTheLink()
         QVERIFY2(bench.isEnabled(name), name);
     QCOMPARE(textOf(child<QWidget>(bench.page.get(), "FileCountStat"), "LargeValue"), "3"_u);
 
+    const auto *service = child<QWidget>(bench.page.get(), "ServiceStat");
+    QCOMPARE(textOf(service, "LargeValue"), "● 运行中"_u);
     bench.service.stop();
     QTRY_COMPARE(bench.text("StatusText"), "守护进程未连接"_u);
+    QCOMPARE(textOf(service, "LargeValue"), "○ 未知"_u);
     QCOMPARE(textOf(child<QWidget>(bench.page.get(), "FileCountStat"), "LargeValue"), "3"_u);
     for (const char *name : controls)
         QVERIFY2(!bench.isEnabled(name), name);
@@ -75,17 +79,45 @@ void TestRealtimeProtectionPage::fetchesAllFiles()
     QCOMPARE(bench.text("FileListHeading"), "受保护文件列表 (150 个文件)"_u);
 }
 
-void TestRealtimeProtectionPage::asksACappedServiceOnce()
+void TestRealtimeProtectionPage::asksForMoreOnlyWhileMoreComes_data()
 {
+    using Answers = QVector<QPair<int, int>>; // files and their total, then always the last
+    QTest::addColumn<Answers>("answers");
+    QTest::addColumn<int>("growth"); // of the total from then on
+    QTest::addColumn<int>("requests");
+    QTest::newRow("capped") << Answers{{100, 150}} << 0 << 2;
+    QTest::newRow("capped, and the total changes") << Answers{{100, 150}} << 1 << 2;
+    QTest::newRow("more meanwhile") << Answers{{100, 150}, {150, 152}, {152, 152}} << 0 << 3;
+    QTest::newRow("more meanwhile, then capped") << Answers{{100, 150}, {150, 152}} << 1 << 3;
+    QTest::newRow("fewer meanwhile") << Answers{{100, 150}, {140, 140}} << 0 << 2;
+}
+
+void TestRealtimeProtectionPage::asksForMoreOnlyWhileMoreComes()
+{
+    using Answers = QVector<QPair<int, int>>;
+    QFETCH(Answers, answers);
+    QFETCH(int, growth);
+    QFETCH(int, requests);
     Bench bench;
-    bench.service.reply(kList, listOf(100, 150)); // whatever it is asked for
+    int count = 0;
+    bench.service.handle(
+        kList, services::ServiceHost::Handler([&](const QJsonObject &, const auto &respond) {
+            const int past = qMax(0, ++count - answers.size());
+            const auto answer = answers.at(qMin(count, answers.size()) - 1);
+            respond(Reply::ok(listOf(answer.first, answer.second + past * growth)));
+        }));
     QSignalSpy fills(bench.tree(), &ProtectedFileTree::checkedCountChanged);
-    bench.connectService();
-    QTRY_COMPARE(fills.size(), 2);
+    QVERIFY(bench.service.start());
+    bench.controller.connectToVaultDaemon();
+    QTRY_COMPARE(fills.size(), requests);
+    // What the last answer led to would reach the service before this.
     bench.service.clearRequests();
     bench.controller.refreshStatus();
     QVERIFY(bench.service.waitForRequest(kStatus));
-    QCOMPARE(bench.service.count(kList), 0);
+    QCOMPARE(count, requests);
+    // A new listing starts over.
+    bench.page->refreshAll();
+    QTRY_VERIFY(count > requests);
 }
 
 void TestRealtimeProtectionPage::searches()
@@ -110,17 +142,22 @@ void TestRealtimeProtectionPage::toggles_data()
     QTest::addColumn<bool>("wasOn");
     QTest::addColumn<bool>("works");
     QTest::addColumn<bool>("needReboot");
+    QTest::addColumn<bool>("hook"); // in place afterwards
     QTest::addColumn<QStringList>("told");
-    QTest::newRow("on") << false << true << false << QStringList();
-    QTest::newRow("on, reboot") << false << true << true
+    QTest::newRow("on") << false << true << false << true << QStringList();
+    QTest::newRow("on, without effect")
+        << false << true << false << false
+        << QStringList{"保护状态异常"_u, "预加载未注册到系统，请重新启用保护。"_u};
+    // One notice, though the hook is not in place until then.
+    QTest::newRow("on, reboot") << false << true << true << false
                                 << QStringList{"需要重启"_u,
                                                "文件保护已启用，需要重启系统后才能对所有程序生效。"
                                                "\n\n建议保存工作进度，然后重启系统。"_u};
-    QTest::newRow("not on") << false << false << false
+    QTest::newRow("not on") << false << false << false << false
                             << QStringList{"操作错误"_u, "坏了"_u, "启用失败"_u,
                                            "启用文件保护失败，请检查守护进程日志。"_u};
-    QTest::newRow("off") << true << true << false << QStringList();
-    QTest::newRow("not off") << true << false << false
+    QTest::newRow("off") << true << true << false << true << QStringList();
+    QTest::newRow("not off") << true << false << false << true
                              << QStringList{"操作错误"_u, "坏了"_u, "关闭失败"_u,
                                             "关闭文件保护失败，请检查守护进程日志。"_u};
 }
@@ -130,6 +167,7 @@ void TestRealtimeProtectionPage::toggles()
     QFETCH(bool, wasOn);
     QFETCH(bool, works);
     QFETCH(bool, needReboot);
+    QFETCH(bool, hook);
     QFETCH(QStringList, told);
     Bench bench;
     bench.connectService();
@@ -140,6 +178,7 @@ void TestRealtimeProtectionPage::toggles()
     bench.service.clearRequests();
     const QString method = wasOn ? "vault.disable"_u : "vault.enable"_u;
     bench.service.hold(method);
+    bench.service.reply(kStatus, statusOf(wasOn != works, hook));
     bench.click("ProtectionToggle");
     QVERIFY(bench.service.waitForRequest(method));
     QVERIFY(!bench.isEnabled("ProtectionToggle"));
@@ -165,6 +204,11 @@ void TestRealtimeProtectionPage::toggles()
     QTRY_VERIFY(bench.isEnabled("ProtectionToggle"));
     QVERIFY(bench.service.waitForRequest(kConfig));
     QCOMPARE(bench.service.methods(), (QStringList{method, kStatus, kConfig}));
+    // A notice of the new status would come with it.
+    const ModalDriver unexpected(presses("NoticeOkBtn", &bench.told));
+    const QString expected = wasOn != works ? hook ? "保护已启用"_u : "保护异常"_u : "保护未启用"_u;
+    QTRY_COMPARE(bench.text("StatusText"), expected);
+    QCoreApplication::processEvents();
     QCOMPARE(bench.told, told);
 }
 

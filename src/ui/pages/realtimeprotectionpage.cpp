@@ -162,7 +162,7 @@ void RealtimeProtectionPage::connectController()
     connectCompletions();
     connect(m_controller, &VaultController::operationError, this,
             [this](const QString &, const QString &message) {
-                m_awaitedTotal = 0;
+                m_wholeListSize = 0;
                 m_notices->add(AppNoticeDialog::Error, tr("操作错误"), message);
             });
     connect(m_controller, &QObject::destroyed, this, [this] { onConnectionChanged(false); });
@@ -205,21 +205,20 @@ void RealtimeProtectionPage::refreshAll()
         return;
     m_controller->refreshStatus();
     m_controller->refreshConfig();
-    requestFiles(kFirstFiles, QString());
+    requestFirstFiles(QString());
 }
 
-void RealtimeProtectionPage::requestFiles(int limit, const QString &filter)
+void RealtimeProtectionPage::requestFirstFiles(const QString &filter)
 {
-    m_awaitedTotal = limit > kFirstFiles ? limit : 0;
-    m_awaitedFilter = filter;
-    m_controller->refreshFileList(limit, 0, filter);
+    m_wholeListSize = 0;
+    m_controller->refreshFileList(kFirstFiles, 0, filter);
 }
 
 void RealtimeProtectionPage::onConnectionChanged(bool connected)
 {
     m_status->setControlsEnabled(connected);
     m_files->setConnected(connected);
-    m_awaitedTotal = 0;
+    m_wholeListSize = 0;
     if (connected)
         refreshAll();
     else
@@ -245,11 +244,15 @@ void RealtimeProtectionPage::onConfigUpdated(const QJsonObject &config)
 void RealtimeProtectionPage::onFileListUpdated(const QJsonArray &files, int totalCount)
 {
     const QString filter = m_files->filter();
+    const bool hasGrown = files.size() > m_wholeListSize || m_wholeListFilter != filter;
     if (files.size() >= totalCount) {
-        m_awaitedTotal = 0;
-    } else if (m_controller && (m_awaitedTotal != totalCount || m_awaitedFilter != filter)) {
-        // Once: a service that gives only so many at a time would be asked for ever.
-        requestFiles(totalCount, filter);
+        m_wholeListSize = 0;
+    } else if (m_controller && hasGrown) {
+        // A service that gives only so many at a time would be asked without end, the more so while
+        // its total changes.
+        m_wholeListSize = files.size();
+        m_wholeListFilter = filter;
+        m_controller->refreshFileList(totalCount, 0, filter);
     }
     m_files->showFiles(protectedfiles::fromJson(files), totalCount);
 }
@@ -261,7 +264,7 @@ void RealtimeProtectionPage::onFileProtected()
         return;
     m_protectedTimer->start();
     m_controller->refreshStatus();
-    requestFiles(kFirstFiles, QString());
+    requestFirstFiles(QString());
 }
 
 void RealtimeProtectionPage::toggleProtection()
@@ -285,6 +288,9 @@ void RealtimeProtectionPage::onToggleCompleted()
 void RealtimeProtectionPage::onEnableCompleted(bool success, bool needReboot)
 {
     onToggleCompleted();
+    // The status that follows must not add a second notice with other advice to this one.
+    if (!success || needReboot)
+        m_breakage.acknowledge();
     if (!success)
         m_notices->add(AppNoticeDialog::Warning, tr("启用失败"),
                        tr("启用文件保护失败，请检查守护进程日志。"));
@@ -305,7 +311,7 @@ void RealtimeProtectionPage::onDisableCompleted(bool success)
 void RealtimeProtectionPage::onFilesChanged(bool success, const QString &failureTitle,
                                             const QString &failureText)
 {
-    m_awaitedTotal = 0;
+    m_wholeListSize = 0;
     m_controller->refreshStatus();
     if (!success)
         m_notices->add(AppNoticeDialog::Warning, failureTitle, failureText);
@@ -314,7 +320,7 @@ void RealtimeProtectionPage::onFilesChanged(bool success, const QString &failure
 void RealtimeProtectionPage::onSearchFiles()
 {
     if (m_controller)
-        requestFiles(kFirstFiles, m_files->filter());
+        requestFirstFiles(m_files->filter());
 }
 
 bool RealtimeProtectionPage::canWorkOnFiles() const

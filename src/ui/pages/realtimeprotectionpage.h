@@ -79,8 +79,8 @@ private:
 
     void applySettingsFromDialog(const ShieldSettingsDialog &dialog);
     bool isConnected() const;
-    /// The first files that match, or all `limit` of them.
-    void requestFiles(int limit, const QString &filter);
+    /// The first files that match; onFileListUpdated() asks for the others.
+    void requestFirstFiles(const QString &filter);
     bool canWorkOnFiles() const;
     /// After a dialog: the list may have locked itself meanwhile. Says so if it has.
     bool canStillWorkOnFiles();
@@ -94,8 +94,8 @@ private:
     bool m_isProtectionEnabled = false;
     realtimeprotection::BreakageWatch m_breakage;
     int m_verificationTimeoutMs;
-    int m_awaitedTotal = 0; ///< Number of files that were asked for after a first answer.
-    QString m_awaitedFilter;
+    int m_wholeListSize = 0; ///< Files of the last answer that led to asking for all; 0: none yet.
+    QString m_wholeListFilter;
 
     NoticeQueue *m_notices;
     QTimer *m_autoLockTimer = nullptr; ///< Normal mode only, as the overlay.

@@ -8,7 +8,6 @@
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/recoveryhistorydialog.h"
-#include "ui/pages/recoveryprogresspage.h"
 #include "ui/pages/recoveryworkflowwindow.h"
 #include "ui/pages/scanresultspage.h"
 
@@ -309,12 +308,11 @@ void RecentScansPage::requestViewSession(const QString &sessionId)
 
 bool RecentScansPage::mayReplaceShownWork()
 {
-    const bool isScanning = m_window->scanPage()->isScanUnderWay();
-    const bool isRecovering =
-        m_window->recoveryPage()->state() == RecoveryProgressPage::State::Running;
-    if (!isScanning && !isRecovering)
+    using Work = RecoveryWorkflowWindow::Work;
+    const Work work = m_window->workUnderWay();
+    if (work == Work::None)
         return true;
-    const QString title = isScanning ? tr("扫描仍在进行") : tr("恢复仍在进行");
+    const QString title = work == Work::Scan ? tr("扫描仍在进行") : tr("恢复仍在进行");
     const QString message =
         tr("打开历史会话会替换“扫描与恢复”窗口中的内容。正在进行的任务会在服务中继续，"
            "但窗口不再显示它的进度。是否继续？");

@@ -159,14 +159,14 @@ void RecoveryProgressPage::updateFileStatus(const QString &fileId, const QString
         showCounters(m_tally.succeeded(), m_tally.failed());
 }
 
-bool RecoveryProgressPage::isOpenEnded() const
+bool RecoveryProgressPage::isRecoveryUnderWay() const
 {
     return m_state == State::Running || m_state == State::ConnectionLost;
 }
 
 void RecoveryProgressPage::onRecoveryCompleted(const QJsonObject &summary)
 {
-    if (!isOpenEnded())
+    if (!isRecoveryUnderWay())
         return;
     finish(State::Completed, tr("恢复完成"), QStringLiteral("success"));
     m_progress->setPercent(100);
@@ -181,7 +181,7 @@ void RecoveryProgressPage::onRecoveryCompleted(const QJsonObject &summary)
 
 void RecoveryProgressPage::onRecoveryStopped()
 {
-    if (!isOpenEnded())
+    if (!isRecoveryUnderWay())
         return;
     finish(State::Stopped, tr("恢复已停止"), QStringLiteral("warning"));
     m_progress->setHint(tr("已写出的文件保留在目标路径中。"));
@@ -189,7 +189,7 @@ void RecoveryProgressPage::onRecoveryStopped()
 
 void RecoveryProgressPage::onRecoveryError(const QString &message)
 {
-    if (!isOpenEnded())
+    if (!isRecoveryUnderWay())
         return;
     finish(State::Failed, tr("恢复出错"), QStringLiteral("error"));
     m_progress->setHint(message);

@@ -40,6 +40,8 @@ public:
     explicit RecoveryProgressPage(QWidget *parent = nullptr);
 
     State state() const { return m_state; }
+    /// Whether the end of the task is still to come, as far as is known.
+    bool isRecoveryUnderWay() const;
     QString sessionId() const { return m_sessionId; }
     /// Empty until the service has named the task; it cannot be stopped before.
     QString recoveryId() const { return m_recoveryId; }
@@ -81,8 +83,6 @@ private:
     void pressStop();
     void showStopButton();
     void showCounters(int succeeded, int failed);
-    /// True while the end of the task is still to come.
-    bool isOpenEnded() const;
     void finish(State state, const QString &text, const QString &tone);
     void onFinished();
     void showErrorNotice(const QString &title, const QString &message);

@@ -62,6 +62,13 @@ RecoveryWorkflowWindow::RecoveryWorkflowWindow()
     m_framelessController->syncWindowControlState();
 }
 
+RecoveryWorkflowWindow::Work RecoveryWorkflowWindow::workUnderWay() const
+{
+    if (m_scanPage->isScanUnderWay())
+        return Work::Scan;
+    return m_recoveryPage->isRecoveryUnderWay() ? Work::Recovery : Work::None;
+}
+
 void RecoveryWorkflowWindow::openScanPage()
 {
     openPage(ScanPage);

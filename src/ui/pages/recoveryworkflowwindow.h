@@ -20,11 +20,15 @@ class RecoveryWorkflowWindow : public QWidget
 
 public:
     enum Page { ScanPage = 0, RecoveryPage = 1 };
+    /// What is, or after a lost link may be, under way in the service.
+    enum class Work { None, Scan, Recovery };
 
     RecoveryWorkflowWindow();
 
     ScanResultsPage *scanPage() const { return m_scanPage; }
     RecoveryProgressPage *recoveryPage() const { return m_recoveryPage; }
+    /// Names the scan where both are.
+    Work workUnderWay() const;
 
     /// Each shows its page and brings the window to the front.
     void openScanPage();

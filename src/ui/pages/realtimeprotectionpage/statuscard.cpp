@@ -106,6 +106,7 @@ void StatusCard::showStatus(const StatusView &view)
 void StatusCard::showDisconnected()
 {
     showHealth(Health::Broken, tr("守护进程未连接"));
+    m_service->setValue(tr("○ 未知"));
 }
 
 void StatusCard::setControlsEnabled(bool enabled)

@@ -50,6 +50,8 @@ class BreakageWatch
 public:
     /// The warning that this status asks for; empty if none.
     QString warningFor(const ServiceStatus &status);
+    /// The user has been told of the spell by other words.
+    void acknowledge() { m_isWarned = true; }
 
 private:
     bool m_isWarned = false;
