@@ -104,6 +104,16 @@ void OutputFile::setAttributes(const struct stat &info)
     ::futimens(m_fd, times);
 }
 
+void OutputFile::setModified(qint64 ms)
+{
+    const qint64 seconds = ms >= 0 ? ms / 1000 : (ms - 999) / 1000;
+    struct timespec times[2] = {};
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = time_t(seconds);
+    times[1].tv_nsec = long(ms - seconds * 1000) * 1000000;
+    ::futimens(m_fd, times);
+}
+
 bool OutputFile::sync(QString *error)
 {
     return ::fsync(m_fd) == 0 || fail(error, QStringLiteral("写入磁盘失败"), errno);

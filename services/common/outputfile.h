@@ -33,6 +33,8 @@ public:
     /// Gives the file the owner, permissions (without set-id bits) and times of another, as far as
     /// the file system and the rights of this process go.
     void setAttributes(const struct stat &info);
+    /// The modification time, in milliseconds since the epoch; where the file system can hold it.
+    void setModified(qint64 ms);
     /// To the medium.
     [[nodiscard]] bool sync(QString *error);
     /// SHA-256 of what the file holds, in hexadecimal, read back through a descriptor of its own

@@ -8,12 +8,7 @@ namespace recoveryd {
 Daemon::Daemon(const Options &options)
     : m_options(options)
     , m_scans(m_host, m_catalog, m_store)
-    , m_recoveries(
-          m_host, m_catalog, m_store,
-          [this](const QString &id, QVector<FoundFile> *files, QString *error) {
-              return m_scans.filesOf(id, files, error);
-          },
-          options.freeBytes)
+    , m_recoveries(m_host, m_catalog, m_store, options.freeBytes)
     , m_sessions(m_host, m_scans, m_store,
                  [this](const QString &id) { return m_recoveries.isInUse(id); })
     , m_forensics(m_host, m_catalog, options.stateDir)

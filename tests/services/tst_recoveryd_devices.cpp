@@ -394,14 +394,21 @@ void TestRecoverydDevices::listsDevices()
     QCOMPARE(lines, (QStringList{
                         QStringLiteral("a|/dev/image0p1  EXT4|2.0 MB|s"),
                         QStringLiteral("Linux Swap|/dev/image0p2  RAW|1.0 MB|"),
-                        QStringLiteral("空闲空间|未分配  RAW||d"),
+                        QStringLiteral("空闲空间|/dev/image0g1  RAW||d"),
+                        QStringLiteral("整个磁盘|/dev/image0  RAW|24.0 MB|"),
                         QStringLiteral("a|/dev/image1  EXT4|2.0 MB|"),
                         QStringLiteral("整个磁盘（分区表损坏）|/dev/image2  RAW|2.0 MB|"),
                     }));
     Device device;
     QVERIFY(catalog.find(QStringLiteral("/dev/image0p1"), &device, &error));
     QCOMPARE(device.volume.start(), qint64(2048 * 512));
-    for (const char *path : {"/dev/image0", "/dev/image7", "", "/dev/sda1"})
+    QVERIFY(catalog.find(QStringLiteral("/dev/image0g1"), &device, &error));
+    QCOMPARE(device.volume.start(), qint64(8192 * 512));
+    QVERIFY(catalog.find(QStringLiteral("/dev/image0"), &device, &error));
+    QCOMPARE(device.volume.size(), qint64(disk.size()));
+    // Only what can hold a file system of its own is among the devices.
+    QCOMPARE(catalog.devices().size(), 4);
+    for (const char *path : {"/dev/image0g2", "/dev/image7", "", "/dev/sda1"})
         QVERIFY(!catalog.find(QLatin1String(path), &device, &error));
 }
 

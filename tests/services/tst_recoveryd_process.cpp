@@ -1,6 +1,7 @@
 #include "support/diskimages.h"
 #include "support/recoveryharness.h"
 
+#include <QDirIterator>
 #include <QProcess>
 #include <QTest>
 
@@ -8,6 +9,21 @@
 
 using namespace diskimages;
 using testsupport::RecoveryClient;
+
+namespace {
+
+/// In order, hidden ones as well.
+QStringList filesBelow(const QString &dir)
+{
+    QStringList files;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files.append(it.next());
+    files.sort();
+    return files;
+}
+
+} // namespace
 
 /// The program itself, as another process, over a real image.
 class TestRecoverydProcess : public QObject
@@ -132,7 +148,8 @@ void TestRecoverydProcess::bringsDeletedFilesBack()
                  .data.value(QLatin1String("action"))
                  .toString(),
              QStringLiteral("ready"));
-    const QString session = m_client->scan({{QStringLiteral("devicePath"), device}});
+    const QString session = m_client->scan({{QStringLiteral("devicePath"), device},
+                                            {QStringLiteral("scanMode"), QStringLiteral("deep")}});
     const QJsonArray files = m_client->filesFound(session);
     QCOMPARE(files.size(), contents.size());
 
@@ -149,11 +166,10 @@ void TestRecoverydProcess::bringsDeletedFilesBack()
                            {QStringLiteral("recovery.completed"), QStringLiteral("recovery.error")})
                  .name,
              QStringLiteral("recovery.completed"));
-    const QStringList written = QDir(out).entryList(QDir::Files);
+    const QStringList written = filesBelow(out);
     QCOMPARE(written.size(), contents.size());
-    for (const QString &name : written)
-        QVERIFY2(readAll(out + QLatin1Char('/') + name) == contents.value(QFileInfo(name).suffix()),
-                 qPrintable(name));
+    for (const QString &file : written)
+        QVERIFY2(readAll(file) == contents.value(QFileInfo(file).suffix()), qPrintable(file));
     QVERIFY(readAll(m_images.first()) == imageBefore);
 }
 
@@ -167,7 +183,8 @@ void TestRecoverydProcess::leavesNoHalfFileWhenKilled()
     QVERIFY(write(m_images.first(), bytes));
     QVERIFY(start());
     const QString session =
-        m_client->scan({{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")}});
+        m_client->scan({{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")},
+                        {QStringLiteral("scanMode"), QStringLiteral("deep")}});
     QJsonArray ids;
     for (const QJsonValue &file : m_client->filesFound(session))
         ids.append(file.toObject().value(QLatin1String("fileId")));
@@ -181,10 +198,16 @@ void TestRecoverydProcess::leavesNoHalfFileWhenKilled()
             m_client->waitFor(recovery, {QStringLiteral("recovery.fileStatus"),
                                          QStringLiteral("recovery.progress")});
         QVERIFY(kill());
-        const QStringList named = QDir(out).entryList(QDir::Files);
+        QStringList named = filesBelow(out);
+        named.erase(std::remove_if(named.begin(), named.end(),
+                                   [](const QString &file) {
+                                       return QFileInfo(file).fileName().startsWith(
+                                           QLatin1Char('.'));
+                                   }),
+                    named.end());
         wasInTheMiddle = wasInTheMiddle || named.size() < 20;
-        for (const QString &name : named)
-            QVERIFY2(readAll(out + QLatin1Char('/') + name) == picture, qPrintable(name));
+        for (const QString &file : qAsConst(named))
+            QVERIFY2(readAll(file) == picture, qPrintable(file));
 
         // The next start takes the leftovers away and closes the task, before its first answer.
         QVERIFY(start());
@@ -193,7 +216,7 @@ void TestRecoverydProcess::leavesNoHalfFileWhenKilled()
                                                  {{QStringLiteral("recoveryId"), recovery}})
                                        .data;
         QVERIFY(detail.value(QLatin1String("status")).toString() != QLatin1String("running"));
-        QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden), named);
+        QCOMPARE(filesBelow(out), named);
     }
     QVERIFY(wasInTheMiddle);
 }

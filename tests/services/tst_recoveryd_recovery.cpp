@@ -2,6 +2,7 @@
 #include "support/diskimages.h"
 #include "support/recoveryharness.h"
 
+#include <QDirIterator>
 #include <QTest>
 
 using namespace diskimages;
@@ -22,9 +23,15 @@ int number(const QJsonObject &object, const char *key)
     return object.value(QLatin1String(key)).toInt(-1);
 }
 
+/// Paths below the directory, in order.
 QStringList allFiles(const QString &dir)
 {
-    return QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    QStringList files;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files.append(QDir(dir).relativeFilePath(it.next()));
+    files.sort();
+    return files;
 }
 
 } // namespace
@@ -56,7 +63,7 @@ private:
     QString m_image;
     QString m_out;
     QString m_sessionId;
-    QVector<QByteArray> m_contents; ///< Of the files with the ids c000001 and so on.
+    QVector<QByteArray> m_contents; ///< Of the files with the ids f000001 and so on.
 };
 
 void TestRecoverydRecovery::initTestCase()
@@ -76,7 +83,8 @@ void TestRecoverydRecovery::init()
     QVERIFY(write(m_image, bytes));
     QVERIFY(m_harness->start({m_image}));
     m_sessionId =
-        m_harness->client().scan({{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")}});
+        m_harness->client().scan({{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")},
+                                  {QStringLiteral("scanMode"), QStringLiteral("deep")}});
     QCOMPARE(m_harness->client().filesFound(m_sessionId).size(), m_contents.size());
 }
 
@@ -110,8 +118,8 @@ QJsonObject TestRecoverydRecovery::detailOf(const RecoveryClient::Event &event)
 void TestRecoverydRecovery::writesTheSameBytes()
 {
     const RecoveryClient::Event end =
-        recover({QStringLiteral("c000001"), QStringLiteral("c000002"), QStringLiteral("c000003"),
-                 QStringLiteral("c000004"), QStringLiteral("c000001"), QStringLiteral("none")});
+        recover({QStringLiteral("f000001"), QStringLiteral("f000002"), QStringLiteral("f000003"),
+                 QStringLiteral("f000004"), QStringLiteral("f000001"), QStringLiteral("none")});
     QCOMPARE(end.name, QStringLiteral("recovery.completed"));
     const QJsonObject summary = end.data.value(QLatin1String("summary")).toObject();
     QCOMPARE(number(summary, "succeeded"), 4);
@@ -133,7 +141,7 @@ void TestRecoverydRecovery::writesTheSameBytes()
     const QJsonArray files = m_harness->client().filesFound(m_sessionId);
     for (int i = 0; i < m_contents.size(); ++i) {
         const QJsonObject file = files.at(i).toObject();
-        QVERIFY(readAll(m_out + QLatin1Char('/') + text(file, "name")) == m_contents.at(i));
+        QVERIFY(readAll(m_out + text(file, "path")) == m_contents.at(i));
         QCOMPARE(statuses.value(text(file, "fileId")).join(QLatin1Char(' ')),
                  QStringLiteral("running success"));
         total += m_contents.at(i).size();
@@ -160,24 +168,24 @@ void TestRecoverydRecovery::writesTheSameBytes()
 void TestRecoverydRecovery::keepsWhatIsThere()
 {
     const QString name =
-        text(m_harness->client().filesFound(m_sessionId).first().toObject(), "name");
-    QVERIFY(QDir().mkpath(m_out));
-    QVERIFY(write(m_out + QLatin1Char('/') + name, "mine"));
+        text(m_harness->client().filesFound(m_sessionId).first().toObject(), "path");
+    QVERIFY(QDir().mkpath(QFileInfo(m_out + name).path()));
+    QVERIFY(write(m_out + name, "mine"));
     const QString second =
         QString(name).replace(QStringLiteral(".png"), QStringLiteral(" (1).png"));
-    QVERIFY(QFile::link(QStringLiteral("/nowhere"), m_out + QLatin1Char('/') + second));
+    QVERIFY(QFile::link(QStringLiteral("/nowhere"), m_out + second));
 
-    const RecoveryClient::Event skipped = recover({QStringLiteral("c000001")}, "skip");
+    const RecoveryClient::Event skipped = recover({QStringLiteral("f000001")}, "skip");
     QCOMPARE(number(skipped.data.value(QLatin1String("summary")).toObject(), "succeeded"), 0);
     QCOMPARE(
         text(detailOf(skipped).value(QLatin1String("fileStatuses")).toArray().first().toObject(),
              "status"),
         QStringLiteral("skipped"));
 
-    const RecoveryClient::Event end = recover({QStringLiteral("c000001")});
+    const RecoveryClient::Event end = recover({QStringLiteral("f000001")});
     QCOMPARE(number(end.data.value(QLatin1String("summary")).toObject(), "succeeded"), 1);
-    QCOMPARE(readAll(m_out + QLatin1Char('/') + name), QByteArrayLiteral("mine"));
-    QVERIFY(readAll(m_out + QLatin1Char('/') +
+    QCOMPARE(readAll(m_out + name), QByteArrayLiteral("mine"));
+    QVERIFY(readAll(m_out +
                     QString(name).replace(QStringLiteral(".png"), QStringLiteral(" (2).png"))) ==
             m_contents.first());
 }
@@ -187,7 +195,7 @@ void TestRecoverydRecovery::refusesWithoutSpace()
     const auto start = [this] {
         return m_harness->client().request(
             QStringLiteral("recovery.start"),
-            startParams({QStringLiteral("c000001"), QStringLiteral("c000002")}, "rename"));
+            startParams({QStringLiteral("f000001"), QStringLiteral("f000002")}, "rename"));
     };
     m_harness->freeBytes = 1024 * 1024 + m_contents.at(0).size();
     const RecoveryClient::Answer answer = start();
@@ -203,7 +211,7 @@ void TestRecoverydRecovery::stopsInMidFile()
     const QString id = text(
         client
             .request(QStringLiteral("recovery.start"),
-                     startParams({QStringLiteral("c000003"), QStringLiteral("c000001")}, "rename"))
+                     startParams({QStringLiteral("f000003"), QStringLiteral("f000001")}, "rename"))
             .data,
         "recoveryId");
     client.waitFor(id, {QStringLiteral("recovery.fileStatus")});
@@ -227,7 +235,7 @@ void TestRecoverydRecovery::tellsUnreadableParts()
     // The image has become shorter: of the last two files one is cut and one is gone.
     QVERIFY(QFile::resize(m_image, 4096 + 70000 + 20 * 1024 * 1024));
     const RecoveryClient::Event end =
-        recover({QStringLiteral("c000001"), QStringLiteral("c000003"), QStringLiteral("c000004")});
+        recover({QStringLiteral("f000001"), QStringLiteral("f000003"), QStringLiteral("f000004")});
     const QJsonObject summary = end.data.value(QLatin1String("summary")).toObject();
     QCOMPARE(number(summary, "succeeded"), 1);
     QCOMPARE(number(summary, "partial"), 1);
@@ -236,7 +244,7 @@ void TestRecoverydRecovery::tellsUnreadableParts()
     const QJsonObject cut =
         detailOf(end).value(QLatin1String("fileStatuses")).toArray().at(1).toObject();
     QVERIFY(!text(cut, "detail").isEmpty());
-    const QByteArray written = readAll(m_out + QLatin1Char('/') + text(cut, "name"));
+    const QByteArray written = readAll(text(cut, "outputPath"));
     QCOMPARE(written.size(), m_contents.at(2).size());
     QVERIFY(written.startsWith(m_contents.at(2).left(19 * 1024 * 1024)));
     QVERIFY(written.endsWith(QByteArray(1024 * 1024, '\0')));
@@ -248,19 +256,19 @@ void TestRecoverydRecovery::findsItsImageAgain()
     const QString other = m_harness->path(QStringLiteral("other"));
     QVERIFY(write(other, noise(100000, 3)));
     QVERIFY(m_harness->start({other, m_image}));
-    QCOMPARE(recover({QStringLiteral("c000002")}).name, QStringLiteral("recovery.completed"));
+    QCOMPARE(recover({QStringLiteral("f000002")}).name, QStringLiteral("recovery.completed"));
     QVERIFY(readAll(m_out + QLatin1Char('/') + allFiles(m_out).first()) == m_contents.at(1));
 
     QVERIFY(m_harness->start({other}));
     QVERIFY(!m_harness->client()
                  .request(QStringLiteral("recovery.start"),
-                          startParams({QStringLiteral("c000002")}, "rename"))
+                          startParams({QStringLiteral("f000002")}, "rename"))
                  .success);
 }
 
 void TestRecoverydRecovery::closesWhatWasInterrupted()
 {
-    const RecoveryClient::Event end = recover({QStringLiteral("c000002")});
+    const RecoveryClient::Event end = recover({QStringLiteral("f000002")});
     const QString id = text(end.data, "recoveryId");
     // As a killed service leaves it.
     const QString record =

@@ -1,3 +1,4 @@
+#include "recoveryd/session/sessionstore.h"
 #include "support/diskimages.h"
 #include "support/recoveryharness.h"
 
@@ -48,7 +49,6 @@ private slots:
     void tellsEachFileInFull();
     void sendsBatches();
     void pausesResumesAndStops();
-    void goesOnPastUnreadableParts_data();
     void goesOnPastUnreadableParts();
     void keepsSessions();
     void marksInterruptedSessions();
@@ -56,6 +56,8 @@ private slots:
     void refusesBadRequests();
 
 private:
+    QJsonArray filesOf(const QString &sessionId, const QJsonObject &page = QJsonObject());
+
     QTemporaryDir m_dir;
     QString m_image; ///< ext4; three deleted files, one that lives, one that begins in mid-block.
     QString m_big;   ///< No file system; pictures in every second sector.
@@ -99,23 +101,27 @@ void TestRecoverydSessions::init()
     QVERIFY(m_harness->start({m_image, m_big, m_long}));
 }
 
+QJsonArray TestRecoverydSessions::filesOf(const QString &sessionId, const QJsonObject &page)
+{
+    QJsonObject params = page;
+    params.insert(QStringLiteral("sessionId"), sessionId);
+    return m_harness->client()
+        .request(QStringLiteral("session.getFiles"), params)
+        .data.value(QLatin1String("files"))
+        .toArray();
+}
+
 void TestRecoverydSessions::scansByModeAndScope_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("settings"); // key=word, as sent beside the others
     QTest::addColumn<QString>("types");
-    QTest::newRow("quick") << "quick"
-                           << ""
-                           << "DOCX PDF PNG";
     QTest::newRow("deep") << "deep"
                           << ""
                           << "DOCX GIF PDF PNG";
     QTest::newRow("deep, whole partition") << "deep"
                                            << "deepScanScope=fullDisk"
                                            << "DOCX GIF JPG PDF PNG";
-    QTest::newRow("quick ignores the deep scope") << "quick"
-                                                  << "deepScanScope=fullDisk"
-                                                  << "DOCX PDF PNG";
     QTest::newRow("documents") << "deep"
                                << "fileScope=documentsOnly"
                                << "DOCX PDF";
@@ -150,9 +156,9 @@ void TestRecoverydSessions::scansByModeAndScope()
 void TestRecoverydSessions::tellsEachFileInFull()
 {
     RecoveryClient &client = m_harness->client();
-    const QString id = client.scan(scanParams(kDevice, "quick"));
+    const QString id = client.scan(scanParams(kDevice, "deep"));
     const QJsonArray files = client.filesFound(id);
-    QCOMPARE(files.size(), 3);
+    QCOMPARE(files.size(), 4);
     QCOMPARE(client.request(QStringLiteral("session.getFiles"), byId(id))
                  .data.value(QLatin1String("files"))
                  .toArray(),
@@ -173,7 +179,7 @@ void TestRecoverydSessions::tellsEachFileInFull()
     const RecoveryClient::Event &last = client.events().last();
     QCOMPARE(last.name, QStringLiteral("scan.completed"));
     const QJsonObject summary = last.data.value(QLatin1String("summary")).toObject();
-    QCOMPARE(summary.value(QLatin1String("filesFound")).toInt(), 3);
+    QCOMPARE(summary.value(QLatin1String("filesFound")).toInt(), 4);
     QVERIFY(summary.value(QLatin1String("scannedBytes")).toDouble() > 1e6);
 }
 
@@ -240,30 +246,19 @@ void TestRecoverydSessions::pausesResumesAndStops()
     QCOMPARE(detail.value(QLatin1String("filesFound")).toInt(), client.filesFound(stopped).size());
 }
 
-void TestRecoverydSessions::goesOnPastUnreadableParts_data()
-{
-    QTest::addColumn<int>("unreadableMiB");
-    QTest::addColumn<QString>("end");
-    QTest::newRow("a bad place") << 39 << QStringLiteral("scan.completed");
-    QTest::newRow("the medium has gone") << 99 << QStringLiteral("scan.error");
-}
-
 void TestRecoverydSessions::goesOnPastUnreadableParts()
 {
-    QFETCH(int, unreadableMiB);
-    QFETCH(QString, end);
     const qint64 mebi = 1024 * 1024;
     const QString hurt = m_harness->path(QStringLiteral("hurt"));
     QVERIFY(write(hurt, png(400)));
     QVERIFY(patch(hurt, mebi / 2, gif(3000)));
-    QVERIFY(QFile::resize(hurt, (1 + unreadableMiB) * mebi));
+    QVERIFY(QFile::resize(hurt, 40 * mebi));
     QVERIFY(m_harness->start({hurt}));
     QVERIFY(QFile::resize(hurt, mebi)); // The rest can no longer be read.
-    const QString session = m_harness->client().startScan(
-        {{QStringLiteral("devicePath"), QStringLiteral("/dev/image0")}});
+    const QString session = m_harness->client().startScan(scanParams(kDevice, "deep"));
     const auto event = m_harness->client().waitFor(
         session, {QStringLiteral("scan.completed"), QStringLiteral("scan.error")});
-    QCOMPARE(event.name, end);
+    QCOMPARE(event.name, QStringLiteral("scan.completed"));
     QCOMPARE(typesOf(m_harness->client().filesFound(session)),
              (QStringList{QStringLiteral("GIF"), QStringLiteral("PNG")}));
 }
@@ -288,19 +283,13 @@ void TestRecoverydSessions::keepsSessions()
         }
         return found;
     };
-    const auto files = [this](const QString &id) {
-        return m_harness->client()
-            .request(QStringLiteral("session.getFiles"), byId(id))
-            .data.value(QLatin1String("files"))
-            .toArray();
-    };
-    const QJsonArray before = files(ids.at(1));
+    const QJsonArray before = filesOf(ids.at(1));
     QCOMPARE(before.size(), 4);
     QVERIFY(m_harness->restart());
     QCOMPARE(list(QJsonObject()), ids);
     QCOMPARE(list({{QStringLiteral("limit"), 1}, {QStringLiteral("offset"), 1}}), ids.mid(1, 1));
     QCOMPARE(list({{QStringLiteral("offset"), 9}}), QStringList());
-    QCOMPARE(files(ids.at(1)), before);
+    QCOMPARE(filesOf(ids.at(1)), before);
     const QJsonObject detail =
         m_harness->client().request(QStringLiteral("session.getDetail"), byId(ids.at(1))).data;
     QCOMPARE(detail.value(QLatin1String("fileSystem")).toString(), QStringLiteral("EXT4"));
@@ -320,23 +309,43 @@ void TestRecoverydSessions::keepsSessions()
 
 void TestRecoverydSessions::marksInterruptedSessions()
 {
-    // As a killed service leaves it: running, without files; beside what is no session at all.
-    const QString id = m_harness->client().scan(scanParams(kDevice, "quick"));
+    // As a killed service leaves it: running, its results cut off in a record; beside what is no
+    // session at all.
+    const QString id = m_harness->client().scan(scanParams(kDevice, "deep"));
+    const QJsonArray before = filesOf(id);
+    QCOMPARE(before.size(), 4);
     const QString folder = m_harness->path(QStringLiteral("state/sessions/"));
-    const QByteArray stored = readAll(folder + id + QLatin1String("/session.json"));
-    QVERIFY(stored.contains("\"completed\""));
-    QVERIFY(write(folder + id + QLatin1String("/session.json"),
-                  QByteArray(stored).replace("\"completed\"", "\"running\"")));
-    QVERIFY(QFile::remove(folder + id + QLatin1String("/files.json")));
+    const QString session = folder + id + QLatin1String("/session.json");
+    const QString results = folder + id + QLatin1String("/results.log");
+    const QByteArray stored = readAll(session);
+    const QByteArray log = readAll(results);
     QVERIFY(QDir().mkpath(folder + QLatin1String("torn")));
     QVERIFY(write(folder + QLatin1String("torn/session.json"), stored.left(40)));
+    int lastCount = -1;
+    for (int length = 0; length <= log.size(); ++length) {
+        QVERIFY(write(session, QByteArray(stored).replace("\"completed\"", "\"running\"")));
+        QVERIFY(write(results, log.left(length)));
+        if (length == 0)
+            QVERIFY(QFile::remove(results));
+        // A byte of what was not written whole may be anything.
+        if (length % 7 == 3)
+            QVERIFY(patch(results, length - 1, "\xA5"));
+        services::recoveryd::SessionStore store;
+        QString error;
+        QVERIFY(store.open(m_harness->path(QStringLiteral("state")), &error));
+        QCOMPARE(store.session(id).status, QStringLiteral("interrupted"));
+        const int count = store.session(id).filesFound;
+        QVERIFY(count >= qMax(0, lastCount - 1) && count <= before.size());
+        lastCount = count;
+    }
+    QCOMPARE(lastCount, before.size());
+    QVERIFY(write(session, QByteArray(stored).replace("\"completed\"", "\"running\"")));
     QVERIFY(m_harness->restart());
     const QJsonObject detail =
         m_harness->client().request(QStringLiteral("session.getDetail"), byId(id)).data;
     QCOMPARE(detail.value(QLatin1String("status")).toString(), QStringLiteral("interrupted"));
-    const RecoveryClient::Answer files =
-        m_harness->client().request(QStringLiteral("session.getFiles"), byId(id));
-    QVERIFY(files.success && files.data.value(QLatin1String("files")).toArray().isEmpty());
+    QVERIFY(detail.value(QLatin1String("canResume")).toBool());
+    QCOMPARE(filesOf(id), before);
 }
 
 void TestRecoverydSessions::refusesBadRequests_data()
@@ -353,7 +362,9 @@ void TestRecoverydSessions::refusesBadRequests_data()
     row("scan.start", R"({"devicePath":"/dev/image9","scanMode":"deep"})");
     row("scan.start", R"({"devicePath":"/dev/image0","scanMode":"thorough"})");
     row("scan.start", R"({"devicePath":"/dev/image0","scanMode":1})");
-    row("scan.start", R"({"devicePath":"/dev/image0","fileScope":"codeAndLogs"})");
+    row("scan.start", R"({"devicePath":"/dev/image0","fileScope":"everything"})");
+    row("scan.start", R"({"resumeSessionId":"none"})");
+    row("scan.start", R"({"resumeSessionId":7})");
     row("scan.start", R"({"devicePath":"/dev/image0","advancedSettings":{"fileScope":null}})");
     row("scan.stop", R"({"sessionId":{}})");
     row("session.list", R"({"limit":"50"})");
@@ -361,6 +372,7 @@ void TestRecoverydSessions::refusesBadRequests_data()
     row("session.list", R"({"offset":0.5})");
     row("session.getDetail", R"({"sessionId":"../../etc"})");
     row("session.getFiles", R"({"sessionId":true})");
+    row("recovery.getDetail", R"({"recoveryId":"x","limit":-1})");
     row("session.delete", R"({"sessionId":"."})");
     row("session.delete", R"({"sessionId":""})");
     row("recovery.start", R"({"sessionId":"x","fileIds":"y","outputDir":"/tmp"})");

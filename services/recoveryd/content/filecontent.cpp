@@ -1,7 +1,5 @@
 #include "recoveryd/content/filecontent.h"
 
-#include <algorithm>
-
 namespace services::recoveryd {
 
 Ranges FileContent::storedRanges() const
@@ -12,18 +10,7 @@ Ranges FileContent::storedRanges() const
     for (const PackedExtent &extent : packed)
         for (const Range &range : extent.stored)
             ranges.append(range);
-    std::sort(ranges.begin(), ranges.end(),
-              [](const Range &a, const Range &b) { return a.start < b.start; });
-    Ranges joined;
-    for (const Range &range : qAsConst(ranges)) {
-        if (range.length <= 0)
-            continue;
-        if (!joined.isEmpty() && range.start <= joined.last().end())
-            joined.last().length = qMax(joined.last().end(), range.end()) - joined.last().start;
-        else
-            joined.append(range);
-    }
-    return joined;
+    return joinedRanges(ranges);
 }
 
 void FileContent::shift(qint64 by)

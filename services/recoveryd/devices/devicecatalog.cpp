@@ -11,8 +11,8 @@ namespace recoveryd {
 
 namespace {
 
-// Alignment leaves a MiB or two between partitions; that is no room worth showing.
-constexpr qint64 kSmallestGap = 8 * 1024 * 1024;
+// What lies before the first partition by its alignment alone is no room worth showing.
+constexpr qint64 kSmallestGap = 1024 * 1024;
 
 QString diskPath(int index)
 {
@@ -38,20 +38,29 @@ QString typeWord(const FileSystem &fileSystem)
 QJsonObject entryOf(const Device &device, bool isSelected)
 {
     const FileSystem &fileSystem = device.fileSystem;
-    const bool isGap = device.path.isEmpty();
+    const bool isGap = device.kind == Device::Kind::Gap;
     const qint64 total = fileSystem.size > 0 ? fileSystem.size : device.volume.size();
     const qint64 used = isGap ? device.volume.size() : qMax(qint64(0), fileSystem.used);
-    const QString path = isGap ? QStringLiteral("未分配") : device.path;
     // In doubles, since sizes out of a damaged superblock may be huge.
     const int usage = isGap || total <= 0 ? 0 : int(100.0 * double(used) / double(total));
-    return {{QStringLiteral("title"), device.title},
-            {QStringLiteral("pathAndFs"), path + QStringLiteral("  ") + typeWord(fileSystem)},
-            {QStringLiteral("used"), sizeText(used)},
-            {QStringLiteral("total"), isGap ? QString() : sizeText(total)},
-            {QStringLiteral("mountPoint"), QStringLiteral("未挂载")},
-            {QStringLiteral("usage"), qBound(0, usage, 100)},
-            {QStringLiteral("selected"), isSelected},
-            {QStringLiteral("dashed"), isGap}};
+    return {
+        {QStringLiteral("title"), device.title},
+        {QStringLiteral("pathAndFs"), device.path + QStringLiteral("  ") + typeWord(fileSystem)},
+        {QStringLiteral("used"), sizeText(used)},
+        {QStringLiteral("total"), isGap ? QString() : sizeText(total)},
+        {QStringLiteral("mountPoint"), QStringLiteral("未挂载")},
+        {QStringLiteral("usage"), qBound(0, usage, 100)},
+        {QStringLiteral("selected"), isSelected},
+        {QStringLiteral("dashed"), isGap}};
+}
+
+/// Gaps of at least a MiB, but not the MiB in front that holds the table.
+QVector<Partition> gapsOf(const QVector<Partition> &partitions, qint64 diskSize)
+{
+    QVector<Partition> gaps = gapsBetween(partitions, diskSize, kSmallestGap);
+    if (!gaps.isEmpty() && gaps.first().start == 0 && gaps.first().size <= kSmallestGap)
+        gaps.removeFirst();
+    return gaps;
 }
 
 } // namespace
@@ -68,7 +77,11 @@ QVector<Device> DeviceCatalog::devicesOf(int index) const
 {
     const std::shared_ptr<const Image> image = m_images.at(index);
     const Volume disk(image, 0, image->size());
-    Device whole{diskPath(index), QString(), disk, probeFileSystem(disk)};
+    Device whole;
+    whole.kind = Device::Kind::Disk;
+    whole.path = diskPath(index);
+    whole.volume = disk;
+    whole.fileSystem = probeFileSystem(disk);
     QVector<Partition> partitions;
     QString error;
     if (!whole.fileSystem.isKnown() && !readPartitionTable(disk, &partitions, &error))
@@ -83,15 +96,25 @@ QVector<Device> DeviceCatalog::devicesOf(int index) const
 
     QVector<Device> devices;
     for (const Partition &partition : qAsConst(partitions)) {
-        const Volume volume(image, partition.start, partition.size);
-        const FileSystem fileSystem = probeFileSystem(volume);
-        devices.append({QStringLiteral("%1p%2").arg(whole.path).arg(partition.number),
-                        titleOf(fileSystem, partition.name), volume, fileSystem});
+        Device device;
+        device.path = QStringLiteral("%1p%2").arg(whole.path).arg(partition.number);
+        device.volume = Volume(image, partition.start, partition.size);
+        device.fileSystem = probeFileSystem(device.volume);
+        device.title = titleOf(device.fileSystem, partition.name);
+        devices.append(device);
     }
-    const QVector<Partition> gaps = gapsBetween(partitions, image->size(), kSmallestGap);
-    for (const Partition &gap : gaps)
-        devices.append({QString(), QStringLiteral("空闲空间"), Volume(image, gap.start, gap.size),
-                        FileSystem()});
+    int number = 0;
+    const QVector<Partition> gaps = gapsOf(partitions, image->size());
+    for (const Partition &gap : gaps) {
+        Device device;
+        device.kind = Device::Kind::Gap;
+        device.path = QStringLiteral("%1g%2").arg(whole.path).arg(++number);
+        device.title = QStringLiteral("空闲空间");
+        device.volume = Volume(image, gap.start, gap.size);
+        devices.append(device);
+    }
+    whole.title = QStringLiteral("整个磁盘");
+    devices.append(whole);
     return devices;
 }
 
@@ -121,19 +144,51 @@ QVector<Device> DeviceCatalog::devices() const
     for (int i = 0; i < m_images.size(); ++i) {
         const QVector<Device> devices = devicesOf(i);
         for (const Device &device : devices)
-            if (!device.path.isEmpty())
+            if (device.kind == Device::Kind::Partition || devices.size() == 1)
                 all.append(device);
     }
     return all;
 }
 
+bool DeviceCatalog::findAgain(const DeviceMark &mark, Device *device, QString *error) const
+{
+    QString changed;
+    bool isFound = false;
+    for (int i = 0; i < m_images.size(); ++i) {
+        const QVector<Device> devices = devicesOf(i);
+        for (const Device &candidate : devices) {
+            QString reason;
+            const bool isSame = isSameDevice(mark, candidate, &reason);
+            const bool isAtPlace = candidate.volume.image()->path() == mark.imagePath;
+            // Of a disk and its copy, the one at the old place.
+            if (isSame && (isAtPlace || !isFound)) {
+                *device = candidate;
+                isFound = true;
+            }
+            if (isSame && isAtPlace)
+                return true;
+            if (!isSame && isAtPlace && candidate.path == mark.devicePath)
+                changed = reason;
+        }
+    }
+    if (isFound)
+        return true;
+    *error = changed.isEmpty() ? QStringLiteral("扫描时的设备 %1 已不可用").arg(mark.devicePath)
+                               : changed;
+    return false;
+}
+
 bool DeviceCatalog::find(const QString &devicePath, Device *device, QString *error) const
 {
-    const QVector<Device> all = devices();
-    for (const Device &candidate : all) {
-        if (candidate.path == devicePath) {
-            *device = candidate;
-            return true;
+    for (int i = 0; i < m_images.size(); ++i) {
+        if (!devicePath.startsWith(diskPath(i)))
+            continue;
+        const QVector<Device> devices = devicesOf(i);
+        for (const Device &candidate : devices) {
+            if (candidate.path == devicePath) {
+                *device = candidate;
+                return true;
+            }
         }
     }
     if (error)

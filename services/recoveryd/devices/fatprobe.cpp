@@ -102,6 +102,7 @@ FileSystem probeFat(const Volume &volume)
     found.label = QString::fromLatin1(bytes.mid(fat.bits == 32 ? 71 : 43, 11)).trimmed();
     if (found.label == QLatin1String("NO NAME"))
         found.label.clear();
+    found.uuid = QString::fromLatin1(bytes.mid(fat.bits == 32 ? 67 : 39, 4).toHex());
     found.blockSize = qint64(fat.sectorSize) * fat.sectorsPerCluster;
     found.size = qint64(fat.sectors) * fat.sectorSize;
     quint32 free = fat.bits == 32 ? notedFree(volume, fat, boot) : kUnknown;
@@ -115,7 +116,8 @@ FileSystem probeFat(const Volume &volume)
 FileSystem probeExfat(const Volume &volume)
 {
     FileSystem found;
-    const Fields boot(volume.read(0, 512));
+    const QByteArray bytes = volume.read(0, 512);
+    const Fields boot(bytes);
     const int sectorShift = boot.u8(108);
     const int clusterShift = boot.u8(109);
     if (!boot.isAt(3, "EXFAT   ", 8) || sectorShift < 9 || sectorShift > 12 ||
@@ -125,6 +127,7 @@ FileSystem probeExfat(const Volume &volume)
     if (sectors == 0 || sectors > (quint64(1) << 50))
         return found;
     found.type = QStringLiteral("exfat");
+    found.uuid = QString::fromLatin1(bytes.mid(100, 4).toHex());
     found.blockSize = qint64(1) << (sectorShift + clusterShift);
     found.size = qint64(sectors << sectorShift);
     const quint8 percent = boot.u8(112);

@@ -16,6 +16,13 @@ QString labelAt(const QByteArray &bytes, int at, int length)
         .trimmed();
 }
 
+/// An id of the file system as text; empty if it is all zeros.
+QString idAt(const QByteArray &bytes, int at, int length)
+{
+    const QByteArray id = bytes.mid(at, length);
+    return id.count('\0') == id.size() ? QString() : QString::fromLatin1(id.toHex());
+}
+
 FileSystem probeExt(const Volume &volume)
 {
     FileSystem found;
@@ -25,6 +32,7 @@ FileSystem probeExt(const Volume &volume)
     const ExtSuperblock &super = ext.superblock();
     found.type = super.typeName();
     found.label = super.label;
+    found.uuid = idAt(volume.read(1024 + 0x68, 16), 0, 16);
     found.blockSize = super.blockSize;
     found.size = super.blockCount * super.blockSize;
     found.used = qMax(qint64(0), super.blockCount - super.freeBlocks) * super.blockSize;
@@ -46,6 +54,7 @@ FileSystem probeXfs(const Volume &volume)
         return found;
     found.type = QStringLiteral("xfs");
     found.label = labelAt(bytes, 108, 12);
+    found.uuid = idAt(bytes, 32, 16);
     found.blockSize = blockSize;
     found.size = qint64(blocks) * blockSize;
     found.used = qint64(blocks - free) * blockSize;
@@ -66,6 +75,7 @@ FileSystem probeBtrfs(const Volume &volume)
         return found;
     found.type = QStringLiteral("btrfs");
     found.label = labelAt(bytes, 0x12B, 256);
+    found.uuid = idAt(bytes, 0x20, 16);
     found.blockSize = 4096;
     found.size = qint64(total);
     found.used = qint64(used);
@@ -75,7 +85,8 @@ FileSystem probeBtrfs(const Volume &volume)
 FileSystem probeNtfs(const Volume &volume)
 {
     FileSystem found;
-    const Fields boot(volume.read(0, 512));
+    const QByteArray bytes = volume.read(0, 512);
+    const Fields boot(bytes);
     const quint32 sectorSize = boot.le16(11);
     const quint8 sectorsPerCluster = boot.u8(13);
     if (!boot.isAt(3, "NTFS    ", 8) || !isPowerOfTwo(sectorSize) || sectorSize < 256 ||
@@ -85,6 +96,7 @@ FileSystem probeNtfs(const Volume &volume)
     if (sectors == 0 || sectors > (quint64(1) << 50))
         return found;
     found.type = QStringLiteral("ntfs");
+    found.uuid = idAt(bytes, 0x48, 8);
     found.blockSize = qint64(sectorSize) * sectorsPerCluster;
     found.size = qint64(sectors * sectorSize);
     return found;
@@ -99,6 +111,7 @@ FileSystem probeSwap(const Volume &volume)
         return found;
     found.type = QStringLiteral("swap");
     found.label = labelAt(page, 1024 + 28, 16);
+    found.uuid = idAt(page, 1024 + 12, 16);
     found.blockSize = 4096;
     found.size = (qint64(header.le32(1024 + 4)) + 1) * 4096;
     found.used = 0;

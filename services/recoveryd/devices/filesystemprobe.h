@@ -10,6 +10,7 @@ struct FileSystem
 {
     QString type; ///< "ext4", "vfat" …; empty if none was recognised.
     QString label;
+    QString uuid; ///< Or serial number, in hexadecimal; empty if it has none.
     qint64 size = -1;
     qint64 used = -1;
     qint64 blockSize = 512;

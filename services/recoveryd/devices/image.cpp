@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,7 +40,8 @@ Image::Image(const QString &path, int fd, qint64 size)
 
 Image::~Image()
 {
-    ::close(m_fd);
+    if (m_fd >= 0)
+        ::close(m_fd);
 }
 
 std::shared_ptr<const Image> Image::open(const QString &path, QString *error)
@@ -66,11 +69,11 @@ bool Image::read(qint64 offset, char *to, qint64 length, QString *error) const
     if (offset < 0 || length < 0 || offset > m_size || length > m_size - offset)
         return fail(error, QStringLiteral("读取位置超出 %1 的范围").arg(m_path));
     while (length > 0) {
-        const ssize_t got = ::pread(m_fd, to, size_t(length), off_t(offset));
-        if (got < 0 && errno == EINTR)
+        const qint64 got = readSome(offset, to, length);
+        if (got == -EINTR)
             continue;
         if (got < 0)
-            return fail(error, systemError(QStringLiteral("读取 %1 失败").arg(m_path), errno));
+            return fail(error, systemError(QStringLiteral("读取 %1 失败").arg(m_path), int(-got)));
         if (got == 0)
             return fail(error, QStringLiteral("%1 比打开时短").arg(m_path));
         to += got;
@@ -80,9 +83,26 @@ bool Image::read(qint64 offset, char *to, qint64 length, QString *error) const
     return true;
 }
 
+qint64 Image::readSome(qint64 offset, char *to, qint64 length) const
+{
+    const ssize_t got = ::pread(m_fd, to, size_t(length), off_t(offset));
+    return got < 0 ? -qint64(errno) : qint64(got);
+}
+
+bool Image::isGone() const
+{
+    struct stat info = {};
+    if (m_fd < 0 || ::fstat(m_fd, &info) != 0 || !S_ISBLK(info.st_mode))
+        return false;
+    // The descriptor of a removed device stays valid, but the device has no size any more.
+    quint64 size = 0;
+    return ::ioctl(m_fd, BLKGETSIZE64, &size) != 0 || size == 0;
+}
+
 void Image::dropCache() const
 {
-    ::posix_fadvise(m_fd, 0, 0, POSIX_FADV_DONTNEED);
+    if (m_fd >= 0)
+        ::posix_fadvise(m_fd, 0, 0, POSIX_FADV_DONTNEED);
 }
 
 Volume::Volume(std::shared_ptr<const Image> image, qint64 start, qint64 size)

@@ -13,7 +13,7 @@ namespace recoveryd {
 class Image
 {
 public:
-    ~Image();
+    virtual ~Image();
     Image(const Image &) = delete;
     Image &operator=(const Image &) = delete;
 
@@ -23,16 +23,26 @@ public:
     QString path() const { return m_path; }
     /// Bytes; fixed when the image is opened.
     qint64 size() const { return m_size; }
+    /// For libraries that probe by descriptor; -1 for an image that is no file.
+    int descriptor() const { return m_fd; }
 
     /// Fills `length` bytes from byte `offset` on. Fails outside the image, and where the file has
     /// become shorter than it was.
     [[nodiscard]] bool read(qint64 offset, char *to, qint64 length, QString *error) const;
+    /// Whether the medium no longer answers at all, for instance because it was pulled. To be asked
+    /// after a failed read.
+    virtual bool isGone() const;
     /// Asks the system to forget what it has cached, so that the next read comes from the medium.
     void dropCache() const;
 
-private:
+protected:
+    /// `fd` is closed with the image; -1 for one whose bytes readSome() makes up.
     Image(const QString &path, int fd, qint64 size);
 
+    /// As pread(2): bytes read, 0 at the end, or a negative errno.
+    virtual qint64 readSome(qint64 offset, char *to, qint64 length) const;
+
+private:
     QString m_path;
     int m_fd;
     qint64 m_size;

@@ -10,6 +10,11 @@ namespace {
 constexpr qint64 kMaxRead = 64 * 1024 * 1024;
 constexpr qint64 kSector = 512;
 constexpr qint64 kBlock = 4096;
+// From here on a read is one of a sweep, which may come back later.
+constexpr qint64 kLargeRead = 256 * 1024;
+constexpr qint64 kFirstSkip = 64 * 1024;
+constexpr qint64 kLongestSkip = 16 * 1024 * 1024;
+constexpr qint64 kLongestRetrySkip = 64 * 1024 * 1024;
 
 } // namespace
 
@@ -33,31 +38,63 @@ qint64 MediaReader::read(qint64 offset, char *to, qint64 length) const
         std::memset(to + inside, 0, size_t(length - inside));
         lost += length - inside;
     }
-    if (inside <= 0 || m_volume.read(offset, to, inside, nullptr))
+    if (inside <= 0)
         return lost;
-    return lost + readPiecewise(offset, to, inside);
+    if (!m_isGone && readExactly(offset, to, inside)) {
+        m_skip = 0;
+        return lost;
+    }
+    Losses losses;
+    readPiecewise(offset, to, inside, inside >= kLargeRead, &losses);
+    remember(losses);
+    return lost + totalLength(losses.unreadable) + totalLength(losses.skipped);
+}
+
+bool MediaReader::readExactly(qint64 offset, char *to, qint64 length) const
+{
+    if (m_volume.read(offset, to, length, nullptr))
+        return true;
+    if (m_volume.image()->isGone())
+        m_isGone = true;
+    return false;
 }
 
 /// Block by block, a bad block sector by sector, so that one bad place costs no more than itself.
-qint64 MediaReader::readPiecewise(qint64 offset, char *to, qint64 length) const
+/// With `maySkip` a bad block is not looked at more closely, and what follows it is left out.
+void MediaReader::readPiecewise(qint64 offset, char *to, qint64 length, bool maySkip,
+                                Losses *losses) const
 {
-    qint64 lost = 0;
     for (qint64 at = 0; at < length;) {
-        const qint64 step = qMin(length - at, kBlock - (offset + at) % kBlock);
-        if (!m_volume.read(offset + at, to + at, step, nullptr)) {
-            for (qint64 i = 0; i < step;) {
-                const qint64 part = qMin(step - i, kSector - (offset + at + i) % kSector);
-                if (!m_volume.read(offset + at + i, to + at + i, part, nullptr)) {
-                    std::memset(to + at + i, 0, size_t(part));
-                    addBad(offset + at + i, part);
-                    lost += part;
-                }
-                i += part;
-            }
+        qint64 step = qMin(length - at, kBlock - (offset + at) % kBlock);
+        if (m_isGone) {
+            step = length - at;
+            std::memset(to + at, 0, size_t(step));
+            losses->unreadable.append({offset + at, step});
+        } else if (readExactly(offset + at, to + at, step)) {
+            m_skip = 0;
+        } else if (maySkip) {
+            const qint64 skip = qMax(kFirstSkip, qint64(m_skip));
+            m_skip = qMin(2 * skip, kLongestSkip);
+            step = qMin(length - at, skip);
+            std::memset(to + at, 0, size_t(step));
+            losses->skipped.append({offset + at, step});
+        } else {
+            readSectors(offset + at, to + at, step, losses);
         }
         at += step;
     }
-    return lost;
+}
+
+void MediaReader::readSectors(qint64 offset, char *to, qint64 length, Losses *losses) const
+{
+    for (qint64 at = 0; at < length;) {
+        const qint64 step = qMin(length - at, kSector - (offset + at) % kSector);
+        if (m_isGone || !readExactly(offset + at, to + at, step)) {
+            std::memset(to + at, 0, size_t(step));
+            losses->unreadable.append({offset + at, step});
+        }
+        at += step;
+    }
 }
 
 QByteArray MediaReader::read(qint64 offset, qint64 length) const
@@ -69,31 +106,74 @@ QByteArray MediaReader::read(qint64 offset, qint64 length) const
     return bytes;
 }
 
-void MediaReader::addBad(qint64 offset, qint64 length) const
+/// From the front and, for what is left, from the back; steps grow within a dead area, so that one
+/// of gigabytes costs a few dozen attempts.
+void MediaReader::retryRange(const Range &range, bool isForward,
+                             const std::function<bool()> &mayGoOn, Ranges *tried,
+                             Losses *losses) const
+{
+    QByteArray piece(int(kBlock), Qt::Uninitialized);
+    qint64 jump = 0;
+    for (qint64 done = 0; done < range.length && !m_isGone && mayGoOn();) {
+        const qint64 step = qMin(kBlock, range.length - done);
+        const qint64 at = isForward ? range.start + done : range.end() - done - step;
+        const int before = losses->unreadable.size();
+        readPiecewise(at, piece.data(), step, false, losses);
+        tried->append({at, step});
+        const bool isGood = losses->unreadable.size() == before;
+        jump = isGood ? 0 : qBound(kBlock, 2 * jump, kLongestRetrySkip);
+        // The block after a bad one is read: most bad places are small.
+        done += step + (jump > kBlock ? jump : 0);
+    }
+}
+
+Ranges MediaReader::retrySkipped(const std::function<bool()> &mayGoOn) const
+{
+    Ranges readable;
+    for (const bool isForward : {true, false}) {
+        Ranges skipped;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            skipped = m_skipped;
+        }
+        Ranges tried;
+        Losses losses;
+        for (const Range &range : qAsConst(skipped))
+            retryRange(range, isForward, mayGoOn, &tried, &losses);
+        tried = joinedRanges(tried);
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_skipped = subtracted(m_skipped, tried);
+        }
+        remember(losses);
+        readable += subtracted(tried, joinedRanges(losses.unreadable));
+    }
+    return joinedRanges(readable);
+}
+
+void MediaReader::remember(const Losses &losses) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto at = std::partition_point(
-        m_bad.begin(), m_bad.end(), [offset](const Range &range) { return range.end() < offset; });
-    if (at != m_bad.end() && at->start <= offset) {
-        at->length = qMax(at->end(), offset + length) - at->start;
-        return;
+    if (!losses.unreadable.isEmpty()) {
+        m_unreadable = joinedRanges(m_unreadable + losses.unreadable);
+        m_skipped = subtracted(m_skipped, m_unreadable);
     }
-    m_bad.insert(at, {offset, length});
+    if (!losses.skipped.isEmpty())
+        m_skipped = subtracted(joinedRanges(m_skipped + losses.skipped), m_unreadable);
+    m_skippedBytes = totalLength(m_skipped);
+    m_lostBytes = m_skippedBytes + totalLength(m_unreadable);
 }
 
 Ranges MediaReader::badRanges() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_bad;
+    return joinedRanges(m_unreadable + m_skipped);
 }
 
 bool MediaReader::hasBadBytes(const Range &range) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto at = std::partition_point(m_bad.cbegin(), m_bad.cend(), [&range](const Range &bad) {
-        return bad.end() <= range.start;
-    });
-    return at != m_bad.cend() && at->start < range.end();
+    return overlapOf({range}, m_unreadable) > 0 || overlapOf({range}, m_skipped) > 0;
 }
 
 } // namespace services::recoveryd

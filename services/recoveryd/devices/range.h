@@ -29,5 +29,14 @@ inline qint64 totalLength(const Ranges &ranges)
     return total;
 }
 
+/// Any stretches in ascending order, those that overlap or touch joined, empty ones left out.
+Ranges joinedRanges(Ranges ranges);
+/// `whole` without `holes`.
+Ranges subtracted(const Ranges &whole, const Ranges &holes);
+/// What is in both.
+Ranges intersected(const Ranges &a, const Ranges &b);
+/// How many bytes are in both. Fast where `ranges` are few and `other` are many.
+qint64 overlapOf(const Ranges &ranges, const Ranges &other);
+
 } // namespace recoveryd
 } // namespace services

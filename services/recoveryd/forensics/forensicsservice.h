@@ -2,8 +2,8 @@
 
 #include "common/servicehost.h"
 #include "recoveryd/devices/devicecatalog.h"
-#include "recoveryd/forensics/jobthread.h"
 #include "recoveryd/forensics/snapshotstore.h"
+#include "recoveryd/jobthread.h"
 
 namespace services {
 namespace recoveryd {

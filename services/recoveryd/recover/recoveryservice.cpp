@@ -4,6 +4,8 @@
 
 #include <QDir>
 
+#include <limits>
+
 namespace services {
 namespace recoveryd {
 
@@ -13,30 +15,17 @@ namespace {
 // of no use to anyone.
 constexpr qint64 kSpareBytes = 1024 * 1024;
 
-int countOf(const QVector<FileResult> &results, const char *status)
-{
-    return int(std::count_if(results.begin(), results.end(), [status](const FileResult &result) {
-        return result.status == QLatin1String(status);
-    }));
-}
+// Of a page of file statuses, and of all of them where no page is asked for.
+constexpr qint64 kMaxPageBytes = 1500 * 1000;
+constexpr qint64 kMaxListBytes = 256 * 1000 * 1000;
 
-qint64 writtenBytes(const QVector<FileResult> &results)
+QString statusWord(const RecoveryLog::Counts &counts, bool wasStopped, const QString &error)
 {
-    qint64 total = 0;
-    for (const FileResult &result : results)
-        if (result.status == QLatin1String("success") || result.status == QLatin1String("partial"))
-            total += result.writtenBytes;
-    return total;
-}
-
-QString statusWord(const QVector<FileResult> &results, bool wasStopped, const QString &error)
-{
-    const int failed = countOf(results, "failed");
     const bool isNothingDone =
-        wasStopped ? countOf(results, "success") == 0 : failed > 0 && failed == results.size();
+        wasStopped ? counts.succeeded == 0 : counts.failed > 0 && counts.failed == counts.total();
     if (!error.isEmpty() || isNothingDone)
         return QStringLiteral("failed");
-    return wasStopped || failed > 0 || countOf(results, "partial") > 0
+    return wasStopped || counts.failed > 0 || counts.partial > 0
                ? QStringLiteral("completed_with_errors")
                : QStringLiteral("completed");
 }
@@ -44,12 +33,12 @@ QString statusWord(const QVector<FileResult> &results, bool wasStopped, const QS
 } // namespace
 
 RecoveryService::RecoveryService(ServiceHost &host, const DeviceCatalog &catalog,
-                                 SessionStore &store, FilesOf filesOf, FreeBytes freeBytes)
+                                 SessionStore &store, FreeBytes freeBytes)
     : m_host(host)
     , m_catalog(catalog)
     , m_store(store)
-    , m_filesOf(std::move(filesOf))
     , m_freeBytes(std::move(freeBytes))
+    , m_jobs(QStringLiteral("recovery start"))
 {
     registerMethods();
 }
@@ -63,7 +52,9 @@ RecoveryService::~RecoveryService()
 void RecoveryService::registerMethods()
 {
     m_host.handle(QStringLiteral("recovery.start"),
-                  [this](const QJsonObject &params) { return start(params); });
+                  [this](const QJsonObject &params, const ServiceHost::Respond &respond) {
+                      start(params, respond);
+                  });
     m_host.handle(QStringLiteral("recovery.stop"), [this](const QJsonObject &params) {
         const QString id = idParam(params, QStringLiteral("recoveryId"));
         const auto it = m_running.find(id);
@@ -72,10 +63,10 @@ void RecoveryService::registerMethods()
         it->second->control->stop();
         return Reply::ok();
     });
-    m_host.handle(QStringLiteral("recovery.getDetail"), [this](const QJsonObject &params) {
-        const QString id = idParam(params, QStringLiteral("recoveryId"));
-        return id.isEmpty() ? badParam(QStringLiteral("recoveryId")) : detail(id);
-    });
+    m_host.handle(QStringLiteral("recovery.getDetail"),
+                  [this](const QJsonObject &params, const ServiceHost::Respond &respond) {
+                      detail(params, respond);
+                  });
 }
 
 bool RecoveryService::isInUse(const QString &sessionId) const
@@ -85,97 +76,113 @@ bool RecoveryService::isInUse(const QString &sessionId) const
     });
 }
 
-/// Device paths are given anew at each start, so the image behind the path is compared as well.
-bool RecoveryService::findVolume(const Session &session, Volume *volume, QString *error) const
-{
-    const QVector<Device> devices = m_catalog.devices();
-    for (const Device &device : devices) {
-        if (device.volume.image()->path() == session.imagePath &&
-            device.volume.start() == session.volumeStart) {
-            *volume = device.volume;
-            return true;
-        }
-    }
-    *error = QStringLiteral("扫描时的设备 %1 已不可用").arg(session.devicePath);
-    return false;
-}
-
-bool RecoveryService::plan(const QJsonObject &params, RecoveryPlan *plan, Reply *refusal) const
+bool RecoveryService::parse(const QJsonObject &params, Prepared *prepared, Reply *refusal) const
 {
     const auto refuse = [refusal](const Reply &reply) {
         *refusal = reply;
         return false;
     };
     const QString sessionId = idParam(params, QStringLiteral("sessionId"));
-    const QJsonArray ids = params.value(QLatin1String("fileIds")).toArray();
     const QString policy = textParam(params, QStringLiteral("conflictPolicy"));
-    plan->outputDir = QDir::cleanPath(textParam(params, QStringLiteral("outputDir")));
+    RecoveryPlan &plan = prepared->plan;
+    prepared->ids = params.value(QLatin1String("fileIds")).toArray();
+    plan.outputDir = QDir::cleanPath(textParam(params, QStringLiteral("outputDir")));
     if (sessionId.isEmpty())
         return refuse(badParam(QStringLiteral("sessionId")));
-    if (ids.isEmpty())
+    if (prepared->ids.isEmpty())
         return refuse(badParam(QStringLiteral("fileIds")));
-    if (!QDir::isAbsolutePath(plan->outputDir))
+    for (const QJsonValue &id : qAsConst(prepared->ids))
+        if (id.toString().isEmpty())
+            return refuse(badParam(QStringLiteral("fileIds")));
+    if (!QDir::isAbsolutePath(plan.outputDir))
         return refuse(badParam(QStringLiteral("outputDir")));
     if (policy != QLatin1String("rename") && policy != QLatin1String("skip"))
         return refuse(badParam(QStringLiteral("conflictPolicy")));
-    plan->conflict = policy == QLatin1String("skip") ? RecoveryPlan::Conflict::Skip
-                                                     : RecoveryPlan::Conflict::Rename;
+    plan.conflict = policy == QLatin1String("skip") ? RecoveryPlan::Conflict::Skip
+                                                    : RecoveryPlan::Conflict::Rename;
     if (!m_store.contains(sessionId))
         return refuse(
             Reply::failure(kNotFoundCode, QStringLiteral("没有扫描会话 %1").arg(sessionId)));
-
-    QVector<FoundFile> all;
-    QString error;
-    if (!findVolume(m_store.session(sessionId), &plan->volume, &error))
-        return refuse(Reply::failure(kNotFoundCode, error));
-    if (!m_filesOf(sessionId, &all, &error))
-        return refuse(Reply::failure(kIoCode, error));
-    QHash<QString, int> places;
-    for (int i = 0; i < all.size(); ++i)
-        places.insert(all.at(i).fileId, i);
-    QSet<QString> seen;
-    qint64 needed = kSpareBytes;
-    for (const QJsonValue &value : ids) {
-        const QString id = value.toString();
-        if (id.isEmpty())
-            return refuse(badParam(QStringLiteral("fileIds")));
-        if (seen.contains(id))
-            continue;
-        seen.insert(id);
-        if (!places.contains(id)) {
-            plan->missingIds.append(id);
-            continue;
-        }
-        plan->files.append(all.at(places.value(id)));
-        needed += plan->files.last().size;
-    }
-    const qint64 free = m_freeBytes(plan->outputDir);
-    if (free >= 0 && free < needed)
-        return refuse(
-            Reply::failure(kNoSpaceCode, QStringLiteral("目标位置空间不足：需要 %1，可用 %2")
-                                             .arg(sizeText(needed), sizeText(free))));
+    prepared->session = m_store.session(sessionId);
+    plan.resultsPath = m_store.resultsPath(sessionId);
     return true;
 }
 
-Reply RecoveryService::start(const QJsonObject &params)
+bool RecoveryService::findFiles(const QJsonArray &ids, RecoveryPlan *plan, QString *error)
 {
-    RecoveryPlan recovery;
+    ResultLog log;
+    if (!openResults(plan->resultsPath, &log, error))
+        return false;
+    QSet<QString> seen;
+    for (const QJsonValue &value : ids) {
+        const QString id = value.toString();
+        if (seen.contains(id))
+            continue;
+        seen.insert(id);
+        ResultRow row;
+        const int number = numberOf(id);
+        if (number > 0 && log.read(number, &row)) {
+            plan->numbers.append(number);
+            plan->totalBytes += RecoveryTask::dataBytes(row.finding.content);
+        } else {
+            plan->missingIds.append(id);
+        }
+    }
+    return true;
+}
+
+Reply RecoveryService::prepare(Prepared *prepared) const
+{
+    RecoveryPlan &plan = prepared->plan;
+    Device device;
+    QString error;
+    if (!m_catalog.findAgain(prepared->session.deviceMark(), &device, &error))
+        return Reply::failure(kNotFoundCode, error);
+    plan.volume = device.volume;
+    if (!findFiles(prepared->ids, &plan, &error))
+        return Reply::failure(kIoCode, error);
+    const qint64 needed = kSpareBytes + plan.totalBytes;
+    const qint64 free = m_freeBytes(plan.outputDir);
+    if (free >= 0 && free < needed)
+        return Reply::failure(kNoSpaceCode, QStringLiteral("目标位置空间不足：需要 %1，可用 %2")
+                                                .arg(sizeText(needed), sizeText(free)));
+    return Reply::ok();
+}
+
+void RecoveryService::start(const QJsonObject &params, const ServiceHost::Respond &respond)
+{
+    const auto prepared = std::make_shared<Prepared>();
     Reply refusal;
-    if (!plan(params, &recovery, &refusal))
-        return refusal;
+    if (!parse(params, prepared.get(), &refusal))
+        return respond(refusal);
+    m_jobs.run([this, prepared] { return prepare(prepared.get()); },
+               [this, prepared, respond](const Reply &reply) {
+                   respond(reply.success ? launch(*prepared) : reply);
+               });
+}
+
+Reply RecoveryService::launch(const Prepared &prepared)
+{
+    RecoveryPlan recovery = prepared.plan;
     recovery.recoveryId = newId();
     const QDateTime now = QDateTime::currentDateTime();
 
     auto running = std::make_unique<Running>();
     running->control = std::make_shared<WorkControl>();
-    running->sessionId = textParam(params, QStringLiteral("sessionId"));
+    running->sessionId = prepared.session.sessionId;
     running->record = {{QStringLiteral("recoveryId"), recovery.recoveryId},
                        {QStringLiteral("status"), QStringLiteral("running")},
                        {QStringLiteral("startedAt"), timeText(now)},
                        {QStringLiteral("startedMs"), now.toMSecsSinceEpoch()},
                        {QStringLiteral("outputDir"), recovery.outputDir}};
     QString error;
-    if (!m_store.saveRecovery(running->sessionId, fullRecord(*running), &error))
+    if (!m_store.contains(running->sessionId))
+        return Reply::failure(kNotFoundCode,
+                              QStringLiteral("没有扫描会话 %1").arg(running->sessionId));
+    if (!m_store.saveRecovery(running->sessionId,
+                              fullRecord(running->record, RecoveryLog::Counts()), &error) ||
+        !running->log.create(m_store.recoveryLogPath(running->sessionId, recovery.recoveryId),
+                             &error))
         return Reply::failure(kIoCode, error);
 
     auto *const task = new RecoveryTask(recovery, running->control, m_inbox, *this);
@@ -185,28 +192,50 @@ Reply RecoveryService::start(const QJsonObject &params)
     return Reply::ok({{QStringLiteral("recoveryId"), recovery.recoveryId}});
 }
 
-QJsonObject RecoveryService::fullRecord(const Running &running) const
+QJsonObject RecoveryService::fullRecord(QJsonObject record, const RecoveryLog::Counts &counts)
 {
-    QJsonArray statuses;
-    for (const FileResult &result : running.results)
-        statuses.append(result.toJson());
-    QJsonObject record = running.record;
-    record.insert(QStringLiteral("succeeded"), countOf(running.results, "success"));
-    record.insert(QStringLiteral("failed"), countOf(running.results, "failed"));
-    record.insert(QStringLiteral("partial"), countOf(running.results, "partial"));
-    record.insert(QStringLiteral("writtenBytes"), writtenBytes(running.results));
-    record.insert(QStringLiteral("fileStatuses"), statuses);
+    record.insert(QStringLiteral("succeeded"), counts.succeeded);
+    record.insert(QStringLiteral("failed"), counts.failed);
+    record.insert(QStringLiteral("partial"), counts.partial);
+    record.insert(QStringLiteral("skipped"), counts.skipped);
+    record.insert(QStringLiteral("writtenBytes"), counts.writtenBytes);
     return record;
 }
 
-Reply RecoveryService::detail(const QString &recoveryId) const
+void RecoveryService::detail(const QJsonObject &params, const ServiceHost::Respond &respond)
 {
-    const auto it = m_running.find(recoveryId);
-    const QJsonObject record =
-        it != m_running.end() ? fullRecord(*it->second) : m_store.recovery(recoveryId);
-    return record.isEmpty()
-               ? Reply::failure(kNotFoundCode, QStringLiteral("没有恢复任务 %1").arg(recoveryId))
-               : Reply::ok(record);
+    const QString id = idParam(params, QStringLiteral("recoveryId"));
+    const int offset = countParam(params, QStringLiteral("offset"), 0);
+    const int limit = countParam(params, QStringLiteral("limit"), std::numeric_limits<int>::max());
+    for (const auto &bad : {qMakePair(QStringLiteral("recoveryId"), id.isEmpty()),
+                            qMakePair(QStringLiteral("offset"), offset < 0),
+                            qMakePair(QStringLiteral("limit"), limit < 0)})
+        if (bad.second)
+            return respond(badParam(bad.first));
+    QString sessionId;
+    QJsonObject record = m_store.recovery(id, &sessionId);
+    const auto it = m_running.find(id);
+    if (it != m_running.end())
+        record = fullRecord(it->second->record, it->second->log.counts());
+    if (record.isEmpty())
+        return respond(Reply::failure(kNotFoundCode, QStringLiteral("没有恢复任务 %1").arg(id)));
+    const QString key = QStringLiteral("fileStatuses");
+    if (record.contains(key)) // of an old version
+        return respond(Reply::ok(record));
+    const QString path = m_store.recoveryLogPath(sessionId, id);
+    const qint64 maxBytes = params.contains(QLatin1String("limit")) ? kMaxPageBytes : kMaxListBytes;
+    m_jobs.run(
+        [path, offset, limit, maxBytes, record, key] {
+            RecoveryLog::Page page;
+            QString error;
+            if (!RecoveryLog::read(path, offset, limit, maxBytes, &page, &error))
+                return Reply::failure(kIoCode, error);
+            QJsonObject data = record;
+            data.insert(key, page.statuses);
+            data.insert(QStringLiteral("total"), page.total);
+            return Reply::ok(data);
+        },
+        respond);
 }
 
 void RecoveryService::onProgress(const QString &recoveryId, double percent, int processed,
@@ -221,8 +250,13 @@ void RecoveryService::onProgress(const QString &recoveryId, double percent, int 
 
 void RecoveryService::onFileStatus(const QString &recoveryId, const FileResult &result)
 {
-    if (result.status != QLatin1String("running"))
-        m_running.at(recoveryId)->results.append(result);
+    if (result.status != QLatin1String("running")) {
+        RecoveryLog &log = m_running.at(recoveryId)->log;
+        QString error;
+        log.append(result);
+        if (!log.flush(&error))
+            qWarning() << "[RecoveryService]" << error;
+    }
     m_host.broadcast(QStringLiteral("recovery.fileStatus"),
                      {{QStringLiteral("recoveryId"), recoveryId},
                       {QStringLiteral("fileId"), result.fileId},
@@ -234,8 +268,9 @@ void RecoveryService::onFileStatus(const QString &recoveryId, const FileResult &
 void RecoveryService::onFinished(const QString &recoveryId, bool wasStopped, const QString &error)
 {
     Running &running = *m_running.at(recoveryId);
-    running.record.insert(QStringLiteral("status"), statusWord(running.results, wasStopped, error));
-    const QJsonObject record = fullRecord(running);
+    running.record.insert(QStringLiteral("status"),
+                          statusWord(running.log.counts(), wasStopped, error));
+    const QJsonObject record = fullRecord(running.record, running.log.counts());
     QString problem;
     if (!m_store.saveRecovery(running.sessionId, record, &problem))
         qWarning() << "[RecoveryService]" << problem;
@@ -276,6 +311,11 @@ void RecoveryService::closeInterrupted()
                 dir.remove(name);
             record.insert(QStringLiteral("status"), QStringLiteral("failed"));
             QString error;
+            RecoveryLog::Page page;
+            if (RecoveryLog::read(m_store.recoveryLogPath(session.sessionId, id), 0, 0, 0, &page,
+                                  &error) &&
+                page.total > 0)
+                record = fullRecord(record, page.counts);
             if (!m_store.saveRecovery(session.sessionId, record, &error))
                 qWarning() << "[RecoveryService]" << error;
         }

@@ -3,6 +3,8 @@
 #include "common/servicehost.h"
 #include "core/workerthread.h"
 #include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/jobthread.h"
+#include "recoveryd/recover/recoverylog.h"
 #include "recoveryd/recover/recoverytask.h"
 #include "recoveryd/session/sessionstore.h"
 
@@ -13,12 +15,11 @@ namespace recoveryd {
 class RecoveryService : private RecoveryListener
 {
 public:
-    using FilesOf = std::function<bool(const QString &sessionId, QVector<FoundFile> *, QString *)>;
     using FreeBytes = std::function<qint64(const QString &dir)>;
 
     /// The references must outlive the service. `freeBytes` is a parameter for the sake of tests.
     RecoveryService(ServiceHost &host, const DeviceCatalog &catalog, SessionStore &store,
-                    FilesOf filesOf, FreeBytes freeBytes);
+                    FreeBytes freeBytes);
     /// Stops what runs and waits for it.
     ~RecoveryService() override;
 
@@ -34,27 +35,39 @@ private:
         std::shared_ptr<WorkControl> control;
         QString sessionId;
         QJsonObject record;
-        QVector<FileResult> results;
+        RecoveryLog log;
         core::WorkerThread thread;
     };
 
+    /// A recovery that is about to begin.
+    struct Prepared
+    {
+        Session session;
+        QJsonArray ids;
+        RecoveryPlan plan;
+    };
+
     void registerMethods();
-    Reply start(const QJsonObject &params);
-    [[nodiscard]] bool plan(const QJsonObject &params, RecoveryPlan *plan, Reply *refusal) const;
-    [[nodiscard]] bool findVolume(const Session &session, Volume *volume, QString *error) const;
-    Reply detail(const QString &recoveryId) const;
+    void start(const QJsonObject &params, const ServiceHost::Respond &respond);
+    /// Checks the parameters; false with the refusal.
+    [[nodiscard]] bool parse(const QJsonObject &params, Prepared *prepared, Reply *refusal) const;
+    /// Finds the device, the files and the space for them, which may take a while: any thread.
+    Reply prepare(Prepared *prepared) const;
+    [[nodiscard]] static bool findFiles(const QJsonArray &ids, RecoveryPlan *plan, QString *error);
+    Reply launch(const Prepared &prepared);
+    void detail(const QJsonObject &params, const ServiceHost::Respond &respond);
     void onProgress(const QString &recoveryId, double percent, int processed, int total) override;
     void onFileStatus(const QString &recoveryId, const FileResult &result) override;
     void onFinished(const QString &recoveryId, bool wasStopped, const QString &error) override;
-    QJsonObject fullRecord(const Running &running) const;
+    static QJsonObject fullRecord(QJsonObject record, const RecoveryLog::Counts &counts);
 
     ServiceHost &m_host;
     const DeviceCatalog &m_catalog;
     SessionStore &m_store;
-    FilesOf m_filesOf;
     FreeBytes m_freeBytes;
     Mailbox m_inbox; // before the threads, which post to it until they end
     std::map<QString, std::unique_ptr<Running>> m_running;
+    JobThread m_jobs;
 };
 
 } // namespace recoveryd

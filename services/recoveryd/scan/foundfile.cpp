@@ -1,7 +1,7 @@
 #include "recoveryd/scan/foundfile.h"
 
 #include "common/text.h"
-#include "core/jsonnumber.h"
+#include "recoveryd/scan/filetypes.h"
 
 namespace services {
 namespace recoveryd {
@@ -10,48 +10,78 @@ namespace {
 
 constexpr qint64 kSector = 512;
 
-struct Chance
+/// Names are bytes on most file systems; what is no UTF-8 is shown with replacement signs.
+QString decoded(const QByteArray &bytes)
 {
-    const char *word;
-    const char *key;
-    int score;
-};
-
-Chance chanceOf(Evidence evidence)
-{
-    switch (evidence) {
-    case Evidence::Container:
-        return {"极高", "excellent", 95};
-    case Evidence::End:
-        return {"较好", "good", 80};
-    case Evidence::Structure:
-        return {"一般", "fair", 50};
-    case Evidence::Header:
-        break;
-    }
-    return {"较差", "poor", 20};
+    QString text = QString::fromUtf8(bytes);
+    // JSON clients end a text there.
+    text.replace(QChar(0), QLatin1Char('_'));
+    return text;
 }
 
-QString reasonOf(Evidence evidence)
+qint64 firstByteOf(const FileContent &content)
 {
-    switch (evidence) {
-    case Evidence::Container:
-        return QStringLiteral("已识别到完整容器边界，目录中的每个条目都有对应数据");
-    case Evidence::End:
-        return QStringLiteral("已检测到可靠的文件结尾，数据按连续存放处理");
-    case Evidence::Structure:
-        return QStringLiteral("内部结构在中途断开，文件可能不完整或存在碎片");
-    case Evidence::Header:
+    if (!content.extents.isEmpty())
+        return content.extents.first().physical;
+    for (const PackedExtent &extent : content.packed)
+        if (!extent.stored.isEmpty())
+            return extent.stored.first().start;
+    return 0;
+}
+
+/// The name is lost; the sector makes a new one that never repeats.
+QString madeUpName(const Finding &finding, qint64 firstByte, int number)
+{
+    const bool hasPlace = firstByte > 0 || finding.source == FindingSource::Carving;
+    const QString stem =
+        hasPlace ? QStringLiteral("f%1").arg(firstByte / kSector, 9, 10, QLatin1Char('0'))
+                 : QStringLiteral("n%1").arg(number, 9, 10, QLatin1Char('0'));
+    return finding.extension.isEmpty() ? stem : stem + QLatin1Char('.') + finding.extension;
+}
+
+QString typeOf(const Finding &finding)
+{
+    if (!finding.type.isEmpty())
+        return finding.type;
+    const QString suffix = finding.name.isEmpty() ? finding.extension : suffixOf(finding.name);
+    return suffix.isEmpty() ? QStringLiteral("文件") : suffix.toUpper();
+}
+
+QString pathOf(const Finding &finding, const QString &type, const QString &name)
+{
+    const QString folder = decoded(finding.folder);
+    if (finding.source == FindingSource::Carving)
+        return QStringLiteral("/特征扫描/%1/%2").arg(type, name);
+    switch (finding.folderKnowledge) {
+    case Finding::Folder::Full:
+        return folder.isEmpty() ? QLatin1Char('/') + name
+                                : QStringLiteral("/%1/%2").arg(folder, name);
+    case Finding::Folder::Partial:
+        return QStringLiteral("/…/%1/%2").arg(folder, name);
+    case Finding::Folder::Unknown:
         break;
     }
-    return QStringLiteral("仅识别到文件头特征，未能确认结尾或内部结构");
+    return QStringLiteral("/丢失路径/%1").arg(name);
 }
 
 } // namespace
 
+QString fileIdOf(int number)
+{
+    return QStringLiteral("f%1").arg(number, 6, 10, QLatin1Char('0'));
+}
+
+int numberOf(const QString &fileId)
+{
+    if (fileId.size() < 2 || !fileId.at(0).isLetter())
+        return 0;
+    bool isNumber = false;
+    const int number = fileId.mid(1).toInt(&isNumber);
+    return isNumber && number > 0 ? number : 0;
+}
+
 QJsonObject FoundFile::toJson() const
 {
-    const qint64 first = ranges.isEmpty() ? 0 : ranges.first().start / kSector;
     return {{QStringLiteral("fileId"), fileId},
             {QStringLiteral("name"), name},
             {QStringLiteral("size"), sizeText(size)},
@@ -62,7 +92,7 @@ QJsonObject FoundFile::toJson() const
             {QStringLiteral("probabilityKey"), probabilityKey},
             {QStringLiteral("probScore"), probScore},
             {QStringLiteral("deletionTime"), deletionTime},
-            {QStringLiteral("blockStart"), first},
+            {QStringLiteral("blockStart"), firstByte / kSector},
             {QStringLiteral("contiguity"), contiguity},
             {QStringLiteral("source"), source},
             {QStringLiteral("boundaryVerified"), boundaryVerified},
@@ -70,77 +100,28 @@ QJsonObject FoundFile::toJson() const
             {QStringLiteral("integrityReason"), integrityReason}};
 }
 
-QJsonObject FoundFile::toStored() const
+FoundFile describe(const Finding &finding, int number, const Damage &damage)
 {
-    QJsonArray stored;
-    for (const Range &range : ranges) {
-        stored.append(range.start);
-        stored.append(range.length);
-    }
-    QJsonObject object = toJson();
-    object.insert(QStringLiteral("ranges"), stored);
-    return object;
-}
-
-bool FoundFile::fromStored(const QJsonObject &object, FoundFile *file)
-{
-    const auto text = [&object](const char *key) {
-        return object.value(QLatin1String(key)).toString();
-    };
-    file->fileId = text("fileId");
-    file->name = text("name");
-    file->type = text("type");
-    file->path = text("path");
-    file->size = core::toInt64(object.value(QLatin1String("sizeBytes")));
-    file->probability = text("probability");
-    file->probabilityKey = text("probabilityKey");
-    file->probScore = object.value(QLatin1String("probScore")).toInt();
-    file->deletionTime = text("deletionTime");
-    file->contiguity = object.value(QLatin1String("contiguity")).toDouble();
-    file->source = text("source");
-    file->boundaryVerified = object.value(QLatin1String("boundaryVerified")).toBool();
-    file->integrityLabel = text("integrityLabel");
-    file->integrityReason = text("integrityReason");
-    file->ranges.clear();
-    const QJsonArray stored = object.value(QLatin1String("ranges")).toArray();
-    for (int i = 0; i + 1 < stored.size(); i += 2) {
-        const Range range{core::toInt64(stored.at(i)), core::toInt64(stored.at(i + 1))};
-        if (range.start < 0 || range.length <= 0 ||
-            range.length > file->size - totalLength(file->ranges))
-            return false;
-        file->ranges.append(range);
-    }
-    return !file->fileId.isEmpty() && file->size > 0 && totalLength(file->ranges) == file->size;
-}
-
-FoundFile describe(const Finding &finding, int number)
-{
-    const bool isVerified =
-        finding.evidence == Evidence::End || finding.evidence == Evidence::Container;
-    const Chance chance = chanceOf(finding.evidence);
-    const Ranges ranges = finding.content.storedRanges();
-    const qint64 start = ranges.isEmpty() ? 0 : ranges.first().start;
+    const Grade grade = gradeOf(finding, damage);
     FoundFile file;
-    file.fileId = QStringLiteral("c%1").arg(number, 6, 10, QLatin1Char('0'));
-    // The name is lost with the directory entry; the sector makes a new one that never repeats.
-    file.name = QStringLiteral("f%1.%2")
-                    .arg(start / kSector, 9, 10, QLatin1Char('0'))
-                    .arg(finding.extension);
-    file.type = finding.type;
-    file.path = QStringLiteral("/特征扫描/%1/%2").arg(finding.type, file.name);
+    file.fileId = fileIdOf(number);
+    file.firstByte = firstByteOf(finding.content);
+    file.name = finding.name.isEmpty() ? madeUpName(finding, file.firstByte, number)
+                                       : decoded(finding.name);
+    file.type = typeOf(finding);
+    file.path = pathOf(finding, file.type, file.name);
     file.size = finding.content.size;
-    file.probability = QString::fromUtf8(chance.word);
-    file.probabilityKey = QLatin1String(chance.key);
-    file.probScore = chance.score;
-    // A seen end, reached along the file's own lengths, is only found where the data are in one
-    // piece. Of the others nothing is known.
-    file.contiguity = isVerified ? 1.0 : 0.5;
-    file.source = QStringLiteral("carving");
-    file.boundaryVerified = isVerified;
-    if (finding.evidence == Evidence::Container)
-        file.integrityLabel = QStringLiteral("容器已验证");
-    file.integrityReason = reasonOf(finding.evidence);
-    file.ranges = ranges;
+    file.probability = grade.probability;
+    file.probabilityKey = grade.probabilityKey;
+    file.probScore = grade.score;
+    if (finding.deletedMs != Finding::kUnknownTime)
+        file.deletionTime = timeText(QDateTime::fromMSecsSinceEpoch(finding.deletedMs));
+    file.contiguity = grade.contiguity;
+    file.source = sourceWord(finding.source);
+    file.boundaryVerified = grade.isBoundaryVerified;
+    file.integrityLabel = grade.label;
+    file.integrityReason = grade.reason;
+    file.ranges = finding.content.storedRanges();
     return file;
 }
 

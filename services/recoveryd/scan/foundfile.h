@@ -2,6 +2,7 @@
 
 #include "recoveryd/devices/range.h"
 #include "recoveryd/scan/finding.h"
+#include "recoveryd/scan/grading.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -15,7 +16,7 @@ struct FoundFile
     QString fileId;
     QString name;
     QString type;
-    QString path;
+    QString path; ///< With the name; begins with a slash.
     qint64 size = 0;
     QString probability;
     QString probabilityKey;
@@ -26,18 +27,20 @@ struct FoundFile
     bool boundaryVerified = false;
     QString integrityLabel;
     QString integrityReason;
-    Ranges ranges; ///< Bytes of the volume, in the order of the file.
+    qint64 firstByte = 0; ///< Of its data on the scanned device.
+    Ranges ranges;        ///< Bytes of the scanned device, ascending.
 
     /// The object of scan.fileFound.
     QJsonObject toJson() const;
-    /// The same with the ranges, for the store.
-    QJsonObject toStored() const;
-    /// False if the ranges are missing or do not make up the size.
-    [[nodiscard]] static bool fromStored(const QJsonObject &object, FoundFile *file);
 };
 
-/// Describes the `number`-th file of a session.
-FoundFile describe(const Finding &finding, int number);
+/// Describes the `number`-th file of a session, counted from 1.
+FoundFile describe(const Finding &finding, int number, const Damage &damage = Damage());
+
+/// The id of the `number`-th file of a session, and back; 0 for what is no such id. Ids of earlier
+/// versions had another first letter.
+QString fileIdOf(int number);
+int numberOf(const QString &fileId);
 
 } // namespace recoveryd
 } // namespace services

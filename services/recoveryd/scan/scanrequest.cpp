@@ -1,11 +1,27 @@
 #include "recoveryd/scan/scanrequest.h"
 
+#include "recoveryd/scan/filetypes.h"
+
 #include <QStringList>
 
 namespace services {
 namespace recoveryd {
 
 namespace {
+
+const QString kDevicePath = QStringLiteral("devicePath");
+const QString kFileSystem = QStringLiteral("fileSystem");
+const QString kScanMode = QStringLiteral("scanMode");
+const QString kFileScope = QStringLiteral("fileScope");
+const QString kResultSource = QStringLiteral("deepResultSource");
+const QString kScanScope = QStringLiteral("deepScanScope");
+const QString kWithMetadata = QStringLiteral("metadataAndDeep");
+const QString kDeepOnly = QStringLiteral("deepOnly");
+const QString kUnallocated = QStringLiteral("unallocatedOnly");
+const QString kFullDisk = QStringLiteral("fullDisk");
+// In the order of ScanRequest::FileScope.
+const QStringList kScopes = {QStringLiteral("all"), QStringLiteral("documentsOnly"),
+                             QStringLiteral("mediaOnly"), QStringLiteral("codeAndLogs")};
 
 bool fail(QString *error, const QString &message)
 {
@@ -37,57 +53,54 @@ QString ScanRequest::modeWord() const
 
 bool ScanRequest::wants(const QString &type) const
 {
-    static const QStringList media = {QStringLiteral("PNG"), QStringLiteral("JPG"),
-                                      QStringLiteral("GIF")};
+    const FileCategory category = categoryOf(type);
     switch (fileScope) {
     case FileScope::Documents:
-        return type != QLatin1String("ZIP") && !media.contains(type);
+        return category == FileCategory::Document;
     case FileScope::Media:
-        return media.contains(type);
-    default:
-        return true;
+        return category == FileCategory::Media;
+    case FileScope::Code:
+        // Scripts and logs often have no other suffix, and carved text never has.
+        return category == FileCategory::Code ||
+               type.compare(QLatin1String("txt"), Qt::CaseInsensitive) == 0;
+    case FileScope::All:
+        break;
     }
+    return true;
+}
+
+QJsonObject toJson(const ScanRequest &request)
+{
+    return {{kDevicePath, request.devicePath},
+            {kFileSystem, request.fileSystem},
+            {kScanMode, request.modeWord()},
+            {kFileScope, kScopes.at(int(request.fileScope))},
+            {kResultSource, request.withMetadata ? kWithMetadata : kDeepOnly},
+            {kScanScope, request.isFullDisk ? kFullDisk : kUnallocated}};
 }
 
 bool parseScanRequest(const QJsonObject &params, ScanRequest *request, QString *error)
 {
-    const QString device = QStringLiteral("devicePath");
-    const QString modeKey = QStringLiteral("scanMode");
-    const QString scopeKey = QStringLiteral("fileScope");
-    const QString sourceKey = QStringLiteral("deepResultSource");
-    const QString spaceKey = QStringLiteral("deepScanScope");
-
-    request->devicePath = params.value(device).toString();
+    request->devicePath = params.value(kDevicePath).toString();
     if (request->devicePath.isEmpty())
-        return fail(error, QStringLiteral("参数 %1 无效").arg(device));
-    request->fileSystem = params.value(QLatin1String("fileSystem")).toString();
+        return fail(error, QStringLiteral("参数 %1 无效").arg(kDevicePath));
+    request->fileSystem = params.value(kFileSystem).toString();
 
-    const QString mode = setting(params, modeKey, QStringLiteral("quick"));
-    const QString scope = setting(params, scopeKey, QStringLiteral("all"));
-    const QString source = setting(params, sourceKey, QStringLiteral("metadataAndDeep"));
-    const QString space = setting(params, spaceKey, QStringLiteral("unallocatedOnly"));
-    if (!oneOf(mode, {QStringLiteral("quick"), QStringLiteral("deep")}, modeKey, error) ||
-        !oneOf(scope,
-               {QStringLiteral("all"), QStringLiteral("documentsOnly"), QStringLiteral("mediaOnly"),
-                QStringLiteral("codeAndLogs")},
-               scopeKey, error) ||
-        !oneOf(source, {QStringLiteral("metadataAndDeep"), QStringLiteral("deepOnly")}, sourceKey,
-               error) ||
-        !oneOf(space, {QStringLiteral("unallocatedOnly"), QStringLiteral("fullDisk")}, spaceKey,
-               error))
+    const QString mode = setting(params, kScanMode, QStringLiteral("quick"));
+    const QString scope = setting(params, kFileScope, kScopes.first());
+    const QString source = setting(params, kResultSource, kWithMetadata);
+    const QString space = setting(params, kScanScope, kUnallocated);
+    if (!oneOf(mode, {QStringLiteral("quick"), QStringLiteral("deep")}, kScanMode, error) ||
+        !oneOf(scope, kScopes, kFileScope, error) ||
+        !oneOf(source, {kWithMetadata, kDeepOnly}, kResultSource, error) ||
+        !oneOf(space, {kUnallocated, kFullDisk}, kScanScope, error))
         return false;
-    // Plain text has no first bytes to know it by.
-    if (scope == QLatin1String("codeAndLogs"))
-        return fail(error, QStringLiteral("代码与日志没有可识别的文件特征，请选择其他文件范围"));
 
-    request->mode =
-        mode == QLatin1String("deep") ? ScanRequest::Mode::Deep : ScanRequest::Mode::Quick;
-    request->fileScope = scope == QLatin1String("documentsOnly") ? ScanRequest::FileScope::Documents
-                         : scope == QLatin1String("mediaOnly")   ? ScanRequest::FileScope::Media
-                                                                 : ScanRequest::FileScope::All;
-    request->withMetadata = source == QLatin1String("metadataAndDeep");
-    request->isFullDisk =
-        request->mode == ScanRequest::Mode::Deep && space == QLatin1String("fullDisk");
+    const bool isDeep = mode == QLatin1String("deep");
+    request->mode = isDeep ? ScanRequest::Mode::Deep : ScanRequest::Mode::Quick;
+    request->fileScope = ScanRequest::FileScope(kScopes.indexOf(scope));
+    request->withMetadata = !isDeep || source == kWithMetadata;
+    request->isFullDisk = isDeep && space == kFullDisk;
     return true;
 }
 

@@ -9,6 +9,8 @@ namespace recoveryd {
 
 namespace {
 
+const QString kResumeSessionId = QStringLiteral("resumeSessionId");
+
 QJsonObject sessionData(const QString &sessionId)
 {
     return {{QStringLiteral("sessionId"), sessionId}};
@@ -21,9 +23,21 @@ QString statusWord(ScanOutcome::Kind kind)
         return QStringLiteral("completed");
     case ScanOutcome::Kind::Stopped:
         return QStringLiteral("stopped");
-    default:
-        return QStringLiteral("failed");
+    case ScanOutcome::Kind::Interrupted:
+        return QStringLiteral("interrupted");
+    case ScanOutcome::Kind::Failed:
+        break;
     }
+    return QStringLiteral("failed");
+}
+
+QJsonObject summaryOf(const ScanOutcome &outcome)
+{
+    return {{QStringLiteral("filesFound"), outcome.filesFound},
+            {QStringLiteral("elapsedMs"), outcome.elapsedMs},
+            {QStringLiteral("scannedBytes"), outcome.scannedBytes},
+            {QStringLiteral("unreadableBytes"), outcome.unreadableBytes},
+            {QStringLiteral("notes"), QJsonArray::fromStringList(outcome.notes)}};
 }
 
 } // namespace
@@ -32,10 +46,13 @@ ScanService::ScanService(ServiceHost &host, const DeviceCatalog &catalog, Sessio
     : m_host(host)
     , m_catalog(catalog)
     , m_store(store)
+    , m_jobs(QStringLiteral("scan start"))
 {
     using Tell = std::function<void(WorkControl &)>;
     m_host.handle(QStringLiteral("scan.start"),
-                  [this](const QJsonObject &params) { return start(params); });
+                  [this](const QJsonObject &params, const ServiceHost::Respond &respond) {
+                      start(params, respond);
+                  });
     const QVector<QPair<QString, Tell>> controls = {
         {QStringLiteral("scan.pause"),
          [](WorkControl &control) {
@@ -62,35 +79,89 @@ ScanService::~ScanService()
         entry.second->control->stop();
 }
 
-Reply ScanService::start(const QJsonObject &params)
+void ScanService::start(const QJsonObject &params, const ServiceHost::Respond &respond)
 {
-    ScanRequest request;
+    const auto prepared = std::make_shared<Prepared>();
+    prepared->params = params;
+    prepared->isResumed = params.contains(kResumeSessionId);
+    if (prepared->isResumed) {
+        const QString id = idParam(params, kResumeSessionId);
+        if (id.isEmpty() || !m_store.contains(id))
+            return respond(
+                Reply::failure(kNotFoundCode, QStringLiteral("没有扫描会话 %1").arg(id)));
+        prepared->session = m_store.session(id);
+    }
+    m_jobs.run([this, prepared] { return prepare(prepared.get()); },
+               [this, prepared, respond](const Reply &reply) {
+                   respond(reply.success ? launch(*prepared) : reply);
+               });
+}
+
+Reply ScanService::prepare(Prepared *prepared) const
+{
+    return prepared->isResumed ? prepareResumed(prepared) : prepareNew(prepared);
+}
+
+Reply ScanService::prepareNew(Prepared *prepared) const
+{
+    Session &session = prepared->session;
+    ScanRequest &request = prepared->order.request;
+    Device &device = prepared->order.device;
     QString error;
-    if (!parseScanRequest(params, &request, &error))
+    if (!parseScanRequest(prepared->params, &request, &error))
         return Reply::failure(kBadParamsCode, error);
-    Device device;
     if (!m_catalog.find(request.devicePath, &device, &error))
         return Reply::failure(kNotFoundCode, error);
-    if (m_running.size() >= std::size_t(kMaxRunning))
-        return Reply::failure(kBusyCode, QStringLiteral("同时进行的扫描过多，请先停止其中一个"));
-
-    Session session;
     session.sessionId = newId();
     session.devicePath = device.path;
     session.imagePath = device.volume.image()->path();
     session.volumeStart = device.volume.start();
+    session.identity = identityOf(device);
     session.fileSystem =
         request.fileSystem.isEmpty() ? device.fileSystem.type.toUpper() : request.fileSystem;
     session.scanMode = request.modeWord();
-    session.status = QStringLiteral("running");
+    session.request = toJson(request);
     session.startedMs = QDateTime::currentMSecsSinceEpoch();
+    return Reply::ok();
+}
+
+Reply ScanService::prepareResumed(Prepared *prepared) const
+{
+    Session &session = prepared->session;
+    QString error;
+    if (session.status == QLatin1String("completed"))
+        return Reply::failure(kUnsupportedCode, QStringLiteral("该会话已扫描完成"));
+    if (!parseScanRequest(session.request, &prepared->order.request, &error))
+        return Reply::failure(kUnsupportedCode, QStringLiteral("该会话由旧版本创建，无法继续扫描"));
+    if (!m_catalog.findAgain(session.deviceMark(), &prepared->order.device, &error))
+        return Reply::failure(kNotFoundCode, error);
+    session.devicePath = prepared->order.device.path;
+    session.error.clear();
+    prepared->order.elapsedMs = session.elapsedMs;
+    return Reply::ok();
+}
+
+Reply ScanService::launch(const Prepared &prepared)
+{
+    Session session = prepared.session;
+    if (m_running.size() >= std::size_t(kMaxRunning))
+        return Reply::failure(kBusyCode, QStringLiteral("同时进行的扫描过多，请先停止其中一个"));
+    if (isRunning(session.sessionId))
+        return Reply::failure(kBusyCode, QStringLiteral("该会话正在扫描"));
+    if (prepared.isResumed && !m_store.contains(session.sessionId))
+        return Reply::failure(kNotFoundCode,
+                              QStringLiteral("没有扫描会话 %1").arg(session.sessionId));
+    session.status = QStringLiteral("running");
+    QString error;
     if (!m_store.save(session, &error))
         return Reply::failure(kIoCode, error);
 
+    ScanTask::Order order = prepared.order;
+    order.sessionId = session.sessionId;
+    order.logPath = m_store.resultsPath(session.sessionId);
     auto running = std::make_unique<Running>();
     running->control = std::make_shared<WorkControl>();
-    auto *const task =
-        new ScanTask(session.sessionId, device, request, running->control, m_inbox, *this);
+    auto *const task = new ScanTask(order, running->control, m_inbox, *this);
     running->thread.start(task, QStringLiteral("scan"));
     m_running[session.sessionId] = std::move(running);
     QMetaObject::invokeMethod(task, "run", Qt::QueuedConnection);
@@ -125,14 +196,10 @@ Reply ScanService::withRunning(const QJsonObject &params,
     return Reply::ok();
 }
 
-void ScanService::onFilesFound(const QString &sessionId, const QVector<FoundFile> &files)
+void ScanService::onFilesFound(const QString &sessionId, const QJsonArray &files)
 {
-    QJsonArray array;
-    for (const FoundFile &file : files)
-        array.append(file.toJson());
-    m_running.at(sessionId)->files += files;
     m_host.broadcast(QStringLiteral("scan.fileFound"),
-                     {{QStringLiteral("sessionId"), sessionId}, {QStringLiteral("files"), array}});
+                     {{QStringLiteral("sessionId"), sessionId}, {QStringLiteral("files"), files}});
 }
 
 void ScanService::onFinished(const QString &sessionId, const ScanOutcome &outcome)
@@ -142,20 +209,17 @@ void ScanService::onFinished(const QString &sessionId, const ScanOutcome &outcom
     session.error = outcome.error;
     session.elapsedMs = outcome.elapsedMs;
     session.scannedBytes = outcome.scannedBytes;
+    session.unreadableBytes = outcome.unreadableBytes;
     session.filesFound = outcome.filesFound;
+    session.notes = outcome.notes;
     QString error;
-    // The files first: a session that is told to be complete has them.
-    if (!m_store.saveFiles(sessionId, m_running.at(sessionId)->files, &error) ||
-        !m_store.save(session, &error))
+    if (!m_store.save(session, &error))
         qWarning() << "[ScanService]" << error;
     m_running.erase(sessionId);
 
     QJsonObject data = sessionData(sessionId);
     if (outcome.kind == ScanOutcome::Kind::Completed && error.isEmpty()) {
-        data.insert(QStringLiteral("summary"),
-                    QJsonObject{{QStringLiteral("filesFound"), outcome.filesFound},
-                                {QStringLiteral("elapsedMs"), outcome.elapsedMs},
-                                {QStringLiteral("scannedBytes"), outcome.scannedBytes}});
+        data.insert(QStringLiteral("summary"), summaryOf(outcome));
         m_host.broadcast(QStringLiteral("scan.completed"), data);
         return;
     }
@@ -167,16 +231,6 @@ void ScanService::onFinished(const QString &sessionId, const ScanOutcome &outcom
                 QJsonObject{{QStringLiteral("code"), isStopped ? kStoppedCode : kIoCode},
                             {QStringLiteral("message"), message}});
     m_host.broadcast(QStringLiteral("scan.error"), data);
-}
-
-bool ScanService::filesOf(const QString &sessionId, QVector<FoundFile> *files, QString *error) const
-{
-    const auto it = m_running.find(sessionId);
-    if (it != m_running.end()) {
-        *files = it->second->files;
-        return true;
-    }
-    return m_store.loadFiles(sessionId, files, error);
 }
 
 } // namespace recoveryd

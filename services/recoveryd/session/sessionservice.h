@@ -1,7 +1,9 @@
 #pragma once
 
 #include "common/servicehost.h"
+#include "recoveryd/jobthread.h"
 #include "recoveryd/scan/scanservice.h"
+#include "recoveryd/session/resultlog.h"
 #include "recoveryd/session/sessionstore.h"
 
 #include <functional>
@@ -9,7 +11,7 @@
 namespace services {
 namespace recoveryd {
 
-/// The methods session.*.
+/// The methods session.*. Lists of files are read and converted on a thread of their own.
 class SessionService
 {
 public:
@@ -19,14 +21,27 @@ public:
                    std::function<bool(const QString &sessionId)> isInUse);
 
 private:
+    struct Page
+    {
+        QString sessionId;
+        QString resultsPath;
+        int offset = 0;
+        int limit = -1; ///< -1: all.
+    };
+
     Reply list(const QJsonObject &params) const;
     Reply detail(const QString &sessionId) const;
-    Reply files(const QString &sessionId) const;
+    void files(const QJsonObject &params, const ServiceHost::Respond &respond);
     Reply remove(const QString &sessionId);
+    /// On the job thread.
+    Reply readPage(const Page &page);
 
     const ScanService &m_scans;
     SessionStore &m_store;
     std::function<bool(const QString &)> m_isInUse;
+    QString m_openSession;             ///< Of the job thread: whose log is open.
+    std::unique_ptr<ResultLog> m_open; ///< Kept between the pages of a list.
+    JobThread m_jobs;
 };
 
 } // namespace recoveryd

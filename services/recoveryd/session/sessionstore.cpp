@@ -3,6 +3,8 @@
 #include "common/jsonfile.h"
 #include "common/text.h"
 #include "core/jsonnumber.h"
+#include "recoveryd/session/oldresults.h"
+#include "recoveryd/session/resultlog.h"
 
 #include <QDir>
 
@@ -14,7 +16,7 @@ namespace recoveryd {
 namespace {
 
 const QString kSessionFile = QStringLiteral("session.json");
-const QString kFilesFile = QStringLiteral("files.json");
+const QString kResultsFile = QStringLiteral("results.log");
 const QString kRunning = QStringLiteral("running");
 
 QString recoveryFile(const QString &recoveryId)
@@ -30,13 +32,17 @@ QJsonObject Session::toJson() const
             {QStringLiteral("devicePath"), devicePath},
             {QStringLiteral("imagePath"), imagePath},
             {QStringLiteral("volumeStart"), volumeStart},
+            {QStringLiteral("identity"), identity},
             {QStringLiteral("fileSystem"), fileSystem},
             {QStringLiteral("scanMode"), scanMode},
+            {QStringLiteral("request"), request},
             {QStringLiteral("status"), status},
             {QStringLiteral("error"), error},
+            {QStringLiteral("notes"), QJsonArray::fromStringList(notes)},
             {QStringLiteral("startedMs"), startedMs},
             {QStringLiteral("elapsedMs"), elapsedMs},
             {QStringLiteral("scannedBytes"), scannedBytes},
+            {QStringLiteral("unreadableBytes"), unreadableBytes},
             {QStringLiteral("filesFound"), filesFound}};
 }
 
@@ -53,13 +59,19 @@ Session Session::fromJson(const QJsonObject &object)
     session.devicePath = text("devicePath");
     session.imagePath = text("imagePath");
     session.volumeStart = number("volumeStart");
+    session.identity = object.value(QLatin1String("identity")).toObject();
     session.fileSystem = text("fileSystem");
     session.scanMode = text("scanMode");
+    session.request = object.value(QLatin1String("request")).toObject();
     session.status = text("status");
     session.error = text("error");
+    const QJsonArray notes = object.value(QLatin1String("notes")).toArray();
+    for (const QJsonValue &note : notes)
+        session.notes.append(note.toString());
     session.startedMs = number("startedMs");
     session.elapsedMs = number("elapsedMs");
     session.scannedBytes = number("scannedBytes");
+    session.unreadableBytes = number("unreadableBytes");
     session.filesFound = object.value(QLatin1String("filesFound")).toInt();
     return session;
 }
@@ -84,15 +96,36 @@ bool SessionStore::open(const QString &stateDir, QString *error)
         Session session = Session::fromJson(object);
         if (!isId(id) || session.sessionId != id)
             continue;
-        if (session.status == kRunning) {
-            session.status = QStringLiteral("interrupted");
-            session.error = QStringLiteral("服务在扫描中途退出");
-            if (!save(session, &problem))
-                qWarning() << "[SessionStore]" << problem;
-        }
+        if (session.status == kRunning)
+            closeInterrupted(&session);
         m_sessions.insert(id, session);
     }
     return true;
+}
+
+/// What a killed scan had found and how far it was stands in its log.
+void SessionStore::closeInterrupted(Session *session)
+{
+    session->status = QStringLiteral("interrupted");
+    session->error = QStringLiteral("服务在扫描中途退出");
+    session->filesFound = 0;
+    ResultLog log;
+    QString problem;
+    if (openResults(resultsPath(session->sessionId), &log, &problem)) {
+        const QJsonObject reached = log.checkpoint();
+        session->filesFound = log.count();
+        session->elapsedMs = core::toInt64(reached.value(QLatin1String("elapsedMs")));
+        session->scannedBytes = core::toInt64(reached.value(QLatin1String("scannedBytes")));
+    } else {
+        qWarning() << "[SessionStore]" << problem;
+    }
+    if (!save(*session, &problem))
+        qWarning() << "[SessionStore]" << problem;
+}
+
+QString SessionStore::resultsPath(const QString &sessionId) const
+{
+    return folder(sessionId) + kResultsFile;
 }
 
 QString SessionStore::folder(const QString &sessionId) const
@@ -129,34 +162,6 @@ bool SessionStore::remove(const QString &sessionId, QString *error)
     return true;
 }
 
-bool SessionStore::saveFiles(const QString &sessionId, const QVector<FoundFile> &files,
-                             QString *error)
-{
-    QJsonArray stored;
-    for (const FoundFile &file : files)
-        stored.append(file.toStored());
-    return writeJson(folder(sessionId) + kFilesFile, {{QStringLiteral("files"), stored}}, error);
-}
-
-bool SessionStore::loadFiles(const QString &sessionId, QVector<FoundFile> *files,
-                             QString *error) const
-{
-    files->clear();
-    const QString path = folder(sessionId) + kFilesFile;
-    if (!QFile::exists(path))
-        return true;
-    QJsonObject object;
-    if (!readJson(path, &object, error))
-        return false;
-    const QJsonArray stored = object.value(QLatin1String("files")).toArray();
-    for (const QJsonValue &value : stored) {
-        FoundFile file;
-        if (FoundFile::fromStored(value.toObject(), &file))
-            files->append(file);
-    }
-    return true;
-}
-
 bool SessionStore::saveRecovery(const QString &sessionId, const QJsonObject &record, QString *error)
 {
     const QString id = record.value(QLatin1String("recoveryId")).toString();
@@ -183,15 +188,29 @@ QVector<QJsonObject> SessionStore::recoveries(const QString &sessionId) const
     return records;
 }
 
-QJsonObject SessionStore::recovery(const QString &recoveryId) const
+QString SessionStore::recoveryLogPath(const QString &sessionId, const QString &recoveryId) const
+{
+    return folder(sessionId) + QStringLiteral("recovery-%1.log").arg(recoveryId);
+}
+
+QJsonObject SessionStore::recovery(const QString &recoveryId, QString *sessionId) const
 {
     QJsonObject record;
     for (auto it = m_sessions.cbegin(); it != m_sessions.cend(); ++it) {
         const QString path = folder(it.key()) + recoveryFile(recoveryId);
-        if (QFile::exists(path) && readJson(path, &record, nullptr))
+        if (QFile::exists(path) && readJson(path, &record, nullptr)) {
+            *sessionId = it.key();
             return record;
+        }
     }
     return QJsonObject();
+}
+
+bool openResults(const QString &path, ResultLog *log, QString *error)
+{
+    if (!QFile::exists(path) && !convertOldResults(path, error))
+        return false;
+    return !QFile::exists(path) || log->openForReading(path, error);
 }
 
 } // namespace recoveryd

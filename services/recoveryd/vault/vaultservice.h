@@ -3,7 +3,7 @@
 #include "common/servicehost.h"
 #include "core/workerthread.h"
 #include "recoveryd/devices/devicecatalog.h"
-#include "recoveryd/forensics/jobthread.h"
+#include "recoveryd/jobthread.h"
 #include "recoveryd/vault/vaultrestoretask.h"
 
 namespace services {
