@@ -182,13 +182,15 @@ bool directories(Tour &tour, QString *found, QString *error)
     auto *files = tour.find<QAbstractItemView>("DirFileTable", error);
     if (!tree || !picture || !files || !openTab(tour, DirectoriesTab, error))
         return false;
-    QTest::qWait(200); // The picture gets its size with the first show.
+    // The picture gets its size with the first show.
+    if (!tour.waitFor(
+            [picture] { return picture->items().size() == 5 && !picture->rectOf(0).isEmpty(); },
+            kAnswerMs, QStringLiteral("five directories in the picture"), error))
+        return false;
     const QModelIndex root = tree->model()->index(0, 0);
     const QModelIndex largest = tree->model()->index(0, 0, root);
     if (!expectText(root.sibling(0, 1).data().toString(), QStringLiteral("131.0 MB"), error) ||
         !expectText(largest.data().toString(), QStringLiteral("备份"), error) ||
-        !expect(picture->items().size() == 5, QStringLiteral("five directories in the picture"),
-                error) ||
         !expectText(picture->items().first().name, largest.data().toString(), error) ||
         !tour.picture(QStringLiteral("space-directories"), error))
         return false;

@@ -98,13 +98,38 @@ bool Tour::picture(const QString &name, QString *error) const
     return pictureOf(m_window, name, error);
 }
 
+namespace {
+
+QImage screenOf(const QWidget *window)
+{
+    const QRect area = window->frameGeometry();
+    return QGuiApplication::primaryScreen()
+        ->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+        .toImage();
+}
+
+/// What the screen shows of the window once it has come to rest: an animation or a repaint may be
+/// under way. What moves without end, such as a busy bar, is taken as it is in the end.
+QImage restingScreenOf(const QWidget *window)
+{
+    constexpr int kLookMs = 70;
+    constexpr int kEqualLooks = 5;
+    constexpr int kMostLooks = 12;
+    QImage last = screenOf(window);
+    for (int look = 0, equal = 0; look < kMostLooks && equal < kEqualLooks; ++look) {
+        QTest::qWait(kLookMs); // between two looks
+        const QImage now = screenOf(window);
+        equal = now == last ? equal + 1 : 0;
+        last = now;
+    }
+    return last;
+}
+
+} // namespace
+
 bool Tour::pictureOf(QWidget *window, const QString &name, QString *error) const
 {
-    // Two frames of an animation or a repaint may still be on their way.
-    QTest::qWait(350);
-    const QRect area = window->frameGeometry();
-    const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(),
-                                                                      area.width(), area.height());
+    const QImage shot = restingScreenOf(window);
     const QString path =
         QDir(m_options.pictureDir)
             .filePath(

@@ -8,7 +8,6 @@
 #include "app/recoverylink.h"
 #include "app/scanflow.h"
 #include "app/sidebarnavbutton.h"
-#include "app/vaultstartupnotice.h"
 #include "core/controllers/diskinfoprovider.h"
 #include "core/controllers/forensicscontroller.h"
 #include "core/controllers/recoverycontroller.h"
@@ -294,6 +293,14 @@ void MainWindow::buildVaultLink(const QString &serviceName)
     m_vaultClient = new IpcClient(serviceName, this);
     m_vaultController = new VaultController(m_vaultClient, this);
 
+    m_startupNoticeTimer = new QTimer(this);
+    m_startupNoticeTimer->setObjectName(QStringLiteral("StartupNoticeTimer"));
+    m_startupNoticeTimer->setSingleShot(true);
+    m_startupNoticeTimer->setInterval(startupNoticeDelayMs);
+    connect(m_startupNoticeTimer, &QTimer::timeout, this, [this] {
+        AppNoticeDialog::showWarning(this, m_startupNotice.title, m_startupNotice.text);
+    });
+
     m_vaultReconnectTimer->setInterval(vaultReconnectMs);
     connect(m_vaultReconnectTimer, &QTimer::timeout, this, [this] {
         if (!m_vaultClient->isConnected())
@@ -528,19 +535,18 @@ bool MainWindow::mayEndRun()
 
 void MainWindow::onProtectionSwitched()
 {
-    m_isProtectionSwitched = true;
+    m_vaultStartupNoticeShown = true;
+    m_startupNoticeTimer->stop();
 }
 
 void MainWindow::maybeShowVaultStartupStatusNotice(const QJsonObject &status)
 {
-    if (m_appMode != AppMode::normal || m_vaultStartupNoticeShown || m_isProtectionSwitched)
+    if (m_appMode != AppMode::normal || m_vaultStartupNoticeShown)
         return;
     const std::optional<StartupNotice> notice = vaultStartupNotice(status);
     if (!notice)
         return;
     m_vaultStartupNoticeShown = true;
-    QTimer::singleShot(startupNoticeDelayMs, this, [this, shown = *notice] {
-        if (!m_isProtectionSwitched)
-            AppNoticeDialog::showWarning(this, shown.title, shown.text);
-    });
+    m_startupNotice = *notice;
+    m_startupNoticeTimer->start();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/systemtray.h"
+#include "app/vaultstartupnotice.h"
 #include "core/appmode.h"
 #include "ui/common/iconwidget.h"
 
@@ -158,9 +159,11 @@ private:
     core::ipc::IpcClient *m_vaultClient = nullptr;
     VaultController *m_vaultController = nullptr;
     QTimer *m_vaultReconnectTimer = nullptr;
+    QTimer *m_startupNoticeTimer = nullptr;
+    StartupNotice m_startupNotice;
     SystemTray *m_tray = nullptr;
+    /// Or no longer due, since the user has switched protection.
     bool m_vaultStartupNoticeShown = false;
-    bool m_isProtectionSwitched = false; ///< By the user, in this run.
     bool m_isAskingToClose = false;
     bool m_updateCheckDispatched = false;
     int m_sharePageIndex = -1;

@@ -8,7 +8,6 @@ namespace {
 
 constexpr int connectTimeoutMs = 1000;
 constexpr int writeTimeoutMs = 1000;
-constexpr int silentConnectionMs = 500;
 
 } // namespace
 
@@ -84,5 +83,5 @@ void SingleInstance::acceptConnection()
         socket->deleteLater();
         emit showRequested();
     });
-    deadline->start(socket->bytesAvailable() > 0 ? 0 : silentConnectionMs);
+    deadline->start(socket->bytesAvailable() > 0 ? 0 : m_silentWaitMs);
 }

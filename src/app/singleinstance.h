@@ -36,6 +36,9 @@ public:
     /// without this service.
     void listen();
 
+    /// For tests: how long a connection may say nothing before it counts, in milliseconds.
+    void setSilentWait(int ms) { m_silentWaitMs = ms; }
+
 signals:
     /// Another start asks for the window. Any connection does, whatever it sends: at its first
     /// bytes or its end, and after 500 ms at the latest.
@@ -47,4 +50,5 @@ private:
     QString m_serverName;
     QLockFile m_lock;
     QLocalServer m_server;
+    int m_silentWaitMs = 500;
 };

@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QGraphicsEffect>
 #include <QLabel>
+#include <QPropertyAnimation>
 #include <QtTest>
 
 using ui::common::IconWidget;
@@ -55,9 +56,9 @@ private slots:
         send(QEvent::Enter);
         QTRY_COMPARE(m_sidebar->width(), 175);
         send(QEvent::Leave);
-        QTest::qWait(40); // inside the delay of 100 ms
+        QVERIFY(isCollapseDue());
         send(QEvent::Enter);
-        QTest::qWait(200); // the delay would have passed
+        QVERIFY(!isCollapseDue());
         QCOMPARE(m_sidebar->width(), 175);
         QVERIFY(m_sidebar->graphicsEffect());
     }
@@ -73,7 +74,7 @@ private slots:
         send(QEvent::Enter);
         QVERIFY(!m_sidebar->graphicsEffect());
         send(QEvent::Leave);
-        QTest::qWait(200); // longer than the delay before an unpinned one would close
+        QVERIFY(!isCollapseDue());
         QCOMPARE(m_sidebar->width(), 175);
 
         m_sidebar->setPinned(false);
@@ -81,8 +82,9 @@ private slots:
         // A waiting collapse must not fold a sidebar that has been pinned meanwhile.
         send(QEvent::Enter);
         send(QEvent::Leave);
+        QVERIFY(isCollapseDue());
         m_sidebar->setPinned(true);
-        QTest::qWait(200); // as above
+        QVERIFY(!isCollapseDue());
         QCOMPARE(m_sidebar->width(), 175);
     }
 
@@ -145,7 +147,8 @@ private slots:
         QTRY_COMPARE(m_search->bgProgress(), 1.0);
         QTest::mouseMove(m_search);
         moveAway();
-        QTest::qWait(200); // longer than a fade: an active entry must not fade
+        // An active entry does not fade.
+        QCOMPARE(m_search->findChild<QPropertyAnimation *>()->endValue().toDouble(), 1.0);
         QCOMPARE(m_search->bgProgress(), 1.0);
         m_search->setActive(false);
         QTRY_COMPARE(m_search->bgProgress(), 0.0);
@@ -157,6 +160,8 @@ private:
         QEvent event(type);
         QApplication::sendEvent(m_sidebar, &event);
     }
+
+    bool isCollapseDue() const { return m_sidebar->findChild<QTimer *>()->isActive(); }
 
     std::unique_ptr<QWidget> m_window;
     CollapsibleSidebar *m_sidebar = nullptr;

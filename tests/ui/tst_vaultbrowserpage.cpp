@@ -306,9 +306,10 @@ void TestVaultBrowserPage::restoresAndIgnoresOthers()
              QStringLiteral("恢复完成：共 2 个文件，成功 1，失败 1，跳过 0，数据量 1.5 KB"));
     QVERIFY(!isBusy());
     // What comes late changes nothing.
+    QSignalSpy arrived(m_client.get(), &IpcClient::eventReceived);
     broadcast(kFileRestored, "t1", succeeded);
     broadcast(QStringLiteral("recovery.progress"), "t1", {});
-    QTest::qWait(50); // for what must not happen
+    QTRY_COMPARE(arrived.size(), 2);
     QVERIFY(restoreText().startsWith(QStringLiteral("恢复完成")));
 }
 
