@@ -3,6 +3,7 @@
 #include "recoveryd/content/contentreader.h"
 #include "recoveryd/devices/bytes.h"
 #include "recoveryd/ntfs/indexentries.h"
+#include "recoveryd/ntfs/logfile.h"
 #include "recoveryd/ntfs/recordsweep.h"
 #include "recoveryd/ntfs/usnjournal.h"
 
@@ -52,18 +53,15 @@ CurrentScan::CurrentScan(const NtfsVolume &volume, NameBook &names, bool listsEx
     });
 }
 
-/// Number of $UsnJrnl's record, -1 if there is none. Its name stands in the index of $Extend.
+/// Number of $UsnJrnl's record, -1 if there is none. Its name stands in the index of $Extend,
+/// also for a time after the journal was switched off.
 qint64 CurrentScan::journalRecord() const
 {
     Record extend;
     qint64 number = -1;
     if (!m_volume.readRecord(kExtendRecord, &extend))
         return number;
-    const Attribute *root = extend.find(kIndexRoot, "$I30");
-    if (!root)
-        return number;
-    const QByteArray value = extend.value(*root);
-    forEachIndexEntry(value.constData(), value.size(),
+    forEachIndexEntry(extend.bytes.constData(), extend.bytes.size(),
                       [&number](quint64 reference, const FileName &name) {
                           if (name.name == "$UsnJrnl")
                               number = qint64(numberOf(reference));
@@ -195,12 +193,21 @@ bool CurrentScan::consider(const Record &record, bool isLast, ScanObserver &obse
         m_pending.append(record.number);
         return true;
     }
+    return report(record, facts, place, FindingSource::Metadata, observer);
+}
+
+bool CurrentScan::report(const Record &record, const FileFacts &facts, const Place &place,
+                         FindingSource source, ScanObserver &observer)
+{
+    const bool exists = record.isInUse() && source == FindingSource::Metadata;
     const QVector<Finding> findings =
-        makeFindings(facts, place.finding, record.isInUse() ? Era::Existing : Era::Current,
+        makeFindings(facts, place.finding, exists ? Era::Existing : Era::Current,
                      {m_volume.geometry().clusterSize, m_volume.media().size()});
-    for (Finding finding : findings)
+    for (Finding finding : findings) {
+        finding.source = source;
         if (!observer.found(std::move(finding)))
             return false;
+    }
     return true;
 }
 
@@ -226,6 +233,48 @@ bool CurrentScan::readIndexes(ScanObserver &observer)
     return sweep.run(ranges, observer, totalWork());
 }
 
+bool CurrentScan::readLog(ScanObserver &observer)
+{
+    FileContent log;
+    if (!m_volume.streamOf(kLogFileRecord, QByteArray(), &log))
+        return true;
+    LogHandlers handlers;
+    handlers.mayGoOn = [&observer] {
+        return observer.mayGoOn();
+    };
+    handlers.record = [this](const Record &record) {
+        noteLogged(record);
+    };
+    handlers.indexEntry = [this](quint64 reference, const FileName &name) {
+        m_names.addRemains(reference, name, name.changedTime);
+    };
+    return readLogFile(m_volume.media(), log, handlers);
+}
+
+/// Keeps the image of a record that lives on only in the log. What stands in the table is newer.
+void CurrentScan::noteLogged(const Record &image)
+{
+    constexpr int kMaxLogged = 20000;
+    if (image.number == kUnknownNumber || image.number < kFirstUserRecord || image.base != 0 ||
+        m_logged.size() >= kMaxLogged)
+        return;
+    const FileFacts facts = gatherFile(image, GatherSources());
+    if (image.isDirectory()) {
+        m_names.addDirectory(image, facts);
+        return;
+    }
+    Record now;
+    const quint64 reference = makeReference(image.number, image.sequence);
+    if (facts.names.isEmpty() || !m_volume.readRecord(image.number, &now) ||
+        now.sequence == image.sequence ||
+        (!now.isInUse() && referenceBeforeDeletion(image.number, now.sequence) == reference))
+        return;
+    const auto known = m_logged.constFind(reference);
+    if (known == m_logged.constEnd() ||
+        gatherFile(*known, GatherSources()).changedTime <= facts.changedTime)
+        m_logged.insert(reference, image);
+}
+
 bool CurrentScan::reportRest(ScanObserver &observer)
 {
     // Names of files are kept from now on.
@@ -243,6 +292,11 @@ bool CurrentScan::reportRest(ScanObserver &observer)
             return false;
     }
     m_pending.clear();
+    for (const Record &image : qAsConst(m_logged)) {
+        const FileFacts facts = gatherFile(image, GatherSources());
+        if (!report(image, facts, m_names.placeOf(image, facts), FindingSource::Journal, observer))
+            return false;
+    }
     return true;
 }
 

@@ -21,6 +21,8 @@ public:
     [[nodiscard]] bool walkTable(ScanObserver &observer);
     /// Names out of the directories' index blocks, for what is still open.
     [[nodiscard]] bool readIndexes(ScanObserver &observer);
+    /// Names, and files whose record belongs to another by now, out of the log.
+    [[nodiscard]] bool readLog(ScanObserver &observer);
     [[nodiscard]] bool reportRest(ScanObserver &observer);
 
     /// When the volume was formatted, FILETIME; 0 if not known.
@@ -33,6 +35,9 @@ private:
     bool isRecycleInfo(const Record &record);
     [[nodiscard]] bool consider(const Record &record, bool isLast, ScanObserver &observer);
     qint64 journalRecord() const;
+    void noteLogged(const Record &record);
+    [[nodiscard]] bool report(const Record &record, const FileFacts &facts, const Place &place,
+                              FindingSource source, ScanObserver &observer);
 
     const NtfsVolume &m_volume;
     NameBook &m_names;
@@ -40,6 +45,7 @@ private:
     quint64 m_formattedTime = 0;
     QVector<quint32> m_pending; ///< Numbers of records to be reported at the end.
     QHash<quint32, QVector<quint64>> m_continuations; ///< By the number of the base record.
+    QHash<quint64, Record> m_logged;                  ///< Images of reused records, by reference.
     Ranges m_indexRanges;                             ///< Unsorted until they are read.
 };
 

@@ -102,14 +102,13 @@ Place NameBook::placeOf(const Record &record, const FileFacts &facts)
     place.finding.folder = path.folder;
     place.finding.folderKnowledge = path.knowledge;
     isSettled = isSettled && path.knowledge == Finding::Folder::Full;
-    if (!record.isInUse())
-        for (quint64 reference : referencesTo(record)) {
-            const auto deletion = m_deletions.constFind(reference);
-            if (deletion == m_deletions.constEnd())
-                continue;
-            place.finding.deletedMs = *deletion;
-            break;
-        }
+    for (quint64 reference : referencesTo(record)) {
+        const auto deletion = m_deletions.constFind(reference);
+        if (deletion == m_deletions.constEnd())
+            continue;
+        place.finding.deletedMs = *deletion;
+        break;
+    }
     if (RecycleBin::isInside(path.folder + '/')) {
         isSettled = isSettled && m_isRecycleBinFinished;
         if (m_recycleBin.restore(&place.finding.folder, &place.finding.name,

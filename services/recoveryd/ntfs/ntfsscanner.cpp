@@ -84,7 +84,7 @@ bool NtfsScanner::scanAll(ScanObserver &observer)
                fragments.report(observer);
     CurrentScan current(m_volume, names, existing);
     return current.readJournal(observer) && current.walkTable(observer) &&
-           current.readIndexes(observer) &&
+           current.readIndexes(observer) && current.readLog(observer) &&
            sweep(current.formattedTime(), names, fragments, earlierNames, earlier, observer) &&
            current.reportRest(observer) && fragments.report(observer) && earlier.report(observer);
 }

@@ -89,6 +89,21 @@ void parseAttributes(int end, Record *record)
     }
 }
 
+/// The header and the attributes within the first `whole` bytes.
+void parseBody(int whole, Record *record)
+{
+    const Fields fields(record->bytes);
+    record->lsn = fields.le64(8);
+    record->sequence = fields.le16(0x10);
+    record->linkCount = fields.le16(0x12);
+    record->flags = fields.le16(0x16);
+    record->base = fields.le64(0x20);
+    // The fixup array begins behind the record's own number since NTFS 3.1.
+    record->number = fields.le16(4) >= 0x30 ? fields.le32(0x2C) : kUnknownNumber;
+    record->attributes.clear();
+    parseAttributes(qMin(int(fields.le32(0x18)), whole), record);
+}
+
 } // namespace
 
 const Attribute *Record::find(quint32 type, const char *name) const
@@ -141,18 +156,22 @@ bool parseRecord(const char *bytes, int size, Record *record)
     const int whole = undoFixups(record->bytes.data(), allocated);
     if (whole == 0)
         return false;
-    const Fields fields(record->bytes);
     record->isTorn = whole < allocated;
-    record->lsn = fields.le64(8);
-    record->sequence = fields.le16(0x10);
-    record->linkCount = fields.le16(0x12);
-    record->flags = fields.le16(0x16);
-    record->base = fields.le64(0x20);
-    // The fixup array begins behind the record's own number since NTFS 3.1.
-    record->number = fields.le16(4) >= 0x30 ? fields.le32(0x2C) : kUnknownNumber;
-    record->attributes.clear();
-    parseAttributes(qMin(int(fields.le32(0x18)), whole), record);
+    parseBody(whole, record);
     return true;
+}
+
+bool parseRecordImage(const char *bytes, int size, Record *record)
+{
+    if (!looksLikeRecord(bytes, size))
+        return false;
+    const int used = int(qFromLittleEndian<quint32>(bytes + 0x18));
+    if (used > size)
+        return false;
+    record->bytes = QByteArray(bytes, used);
+    record->isTorn = false;
+    parseBody(used, record);
+    return !record->attributes.isEmpty();
 }
 
 QByteArray nameFromUtf16(const char *units, int count)

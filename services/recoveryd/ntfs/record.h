@@ -96,6 +96,9 @@ bool looksLikeRecord(const char *bytes, int size);
 /// Reads a record of at most `size` bytes; the medium's bytes are copied. False if it is none.
 [[nodiscard]] bool parseRecord(const char *bytes, int size, Record *record);
 
+/// Reads the used part of a record as it was in memory, without fixups: an image in the log.
+[[nodiscard]] bool parseRecordImage(const char *bytes, int size, Record *record);
+
 /// UTF-16LE as UTF-8. What is no character becomes U+FFFD, separators and NUL become "_".
 QByteArray nameFromUtf16(const char *units, int count);
 
