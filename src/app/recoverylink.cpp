@@ -30,7 +30,7 @@ RecoveryLink::RecoveryLink(IpcClient *client, DiskInfoProvider *disks, Partition
     connect(m_client, &IpcClient::connectionError, this, [this](const QString &reason) {
         qWarning() << "[MainWindow] morvane-recoveryd connection error:" << reason;
         startRetrying();
-        showSamples(QString());
+        showSamples(m_client->refusal());
     });
     connect(m_client, &IpcClient::disconnected, this, [this] {
         qWarning("[MainWindow] morvane-recoveryd disconnected");
@@ -40,7 +40,7 @@ RecoveryLink::RecoveryLink(IpcClient *client, DiskInfoProvider *disks, Partition
     connect(m_disks, &DiskInfoProvider::loadFailed, this, [this](const QString &reason) {
         qWarning() << "[MainWindow] disk groups failed:" << reason;
         // The link's own end is told already, in words for the user.
-        showSamples(m_client->isConnected() ? reason : QString());
+        showSamples(m_client->isConnected() ? reason : m_client->refusal());
         startRetrying();
     });
     connect(m_page, &PartitionSelectPage::requestRefresh, m_disks, &DiskInfoProvider::refresh);

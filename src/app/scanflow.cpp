@@ -228,7 +228,8 @@ void ScanFlow::start(QWidget *asker, const QString &device, const QString &fileS
     }
     if (!m_parts.client->isConnected()) {
         AppNoticeDialog::showError(asker, cannotStart(),
-                                   tr("恢复服务未连接，暂时无法准备目标分区。"));
+                                   tr("恢复服务未连接，暂时无法准备目标分区。"),
+                                   m_parts.client->refusal());
         return;
     }
     const QPointer<ScanFlow> self(this);

@@ -35,11 +35,20 @@ VaultController::VaultController(IpcClient *client, QObject *parent)
     connect(m_client, &IpcClient::eventReceived, this, &VaultController::onEventReceived);
     connect(m_client, &IpcClient::connected, this, [this] { emit connectionChanged(true); });
     connect(m_client, &IpcClient::disconnected, this, [this] { emit connectionChanged(false); });
+    connect(m_client, &IpcClient::connectionError, this, [this] {
+        if (!refusal().isEmpty())
+            emit connectionChanged(false);
+    });
 }
 
 bool VaultController::isConnected() const
 {
     return m_client && m_client->isConnected();
+}
+
+QString VaultController::refusal() const
+{
+    return m_client ? m_client->refusal() : QString();
 }
 
 void VaultController::connectToVaultDaemon()

@@ -25,6 +25,8 @@ public:
 
     /// False without a client, too.
     bool isConnected() const;
+    /// Why the client has refused the service, in words for the user; empty if it has not.
+    QString refusal() const;
     /// Starts connecting; does nothing without a client. Does not block.
     void connectToVaultDaemon();
 
@@ -62,7 +64,7 @@ signals:
     void enableCompleted(bool success, const QString &deployMode, bool needReboot);
     void disableCompleted(bool success);
     void operationError(const QString &operation, const QString &message);
-    void connectionChanged(bool connected);
+    void connectionChanged(bool connected); ///< False also when the service was refused.
     void authenticateCompleted(bool success, const QString &message);
 
 private slots:

@@ -35,6 +35,7 @@ private slots:
     }
     void startsLocked();
     void password();
+    void takesNoPasswordForAForeignService();
     void passwordTimesOut();
     void passwordDialogOutlivesAll_data();
     void passwordDialogOutlivesAll();
@@ -108,6 +109,26 @@ void TestProtectionLock::password()
     bench.unlock([](QWidget *dialog) { clickOn(dialog, "AuthCancel"); });
     QVERIFY(!bench.page->isFileListUnlocked());
     QVERIFY(bench.isVisible("LockOverlay"));
+}
+
+void TestProtectionLock::takesNoPasswordForAForeignService()
+{
+    FakeService service;
+    QVERIFY(service.start());
+    core::ipc::ServicePolicy policy;
+    policy.isTrusted = [](const core::ipc::Peer &) {
+        return false;
+    };
+    IpcClient client(service.name(), nullptr, policy);
+    VaultController controller(&client);
+    RealtimeProtectionPage page(&controller, AppMode::normal);
+    page.show();
+    controller.connectToVaultDaemon();
+    QTRY_COMPARE(textOf(&page, "StatusText"), "守护进程不可信任，已拒绝连接"_u);
+    page.requestUnlock(); // opens no dialog
+    QCOMPARE(textOf(&page, "LockMessage"), client.refusal());
+    QVERIFY(client.refusal().contains("不可信任"_u));
+    QVERIFY(service.requests().isEmpty());
 }
 
 void TestProtectionLock::passwordTimesOut()

@@ -50,6 +50,8 @@ public:
     [[nodiscard]] bool ensureConnected(int timeoutMs);
     void disconnectFromService();
     bool isConnected() const;
+    /// Why the service was refused at the last attempt, in words for the user; empty if it was not.
+    QString refusal() const { return m_refusal; }
 
     /// Sends a request. Without a connection the callback is called at once, inside this call,
     /// with code -1; otherwise exactly once, when the answer comes or the connection is lost

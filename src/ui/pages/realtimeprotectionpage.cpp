@@ -222,7 +222,7 @@ void RealtimeProtectionPage::onConnectionChanged(bool connected)
     if (connected)
         refreshAll();
     else
-        m_status->showDisconnected();
+        m_status->showDisconnected(m_controller && !m_controller->refusal().isEmpty());
 }
 
 void RealtimeProtectionPage::onStatusUpdated(const QJsonObject &object)
@@ -377,7 +377,8 @@ void RealtimeProtectionPage::requestUnlock()
     if (!m_overlay)
         return;
     if (!isConnected()) {
-        m_overlay->setMessage(tr("守护进程未连接，无法验证"));
+        const QString refusal = m_controller ? m_controller->refusal() : QString();
+        m_overlay->setMessage(refusal.isEmpty() ? tr("守护进程未连接，无法验证") : refusal);
         return;
     }
     // On the heap, since the page may go with its window while the dialog is open.

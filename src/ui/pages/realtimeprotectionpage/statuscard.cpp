@@ -103,9 +103,10 @@ void StatusCard::showStatus(const StatusView &view)
     m_deployMode->setValue(view.deployMode);
 }
 
-void StatusCard::showDisconnected()
+void StatusCard::showDisconnected(bool isRefused)
 {
-    showHealth(Health::Broken, tr("守护进程未连接"));
+    showHealth(Health::Broken,
+               isRefused ? tr("守护进程不可信任，已拒绝连接") : tr("守护进程未连接"));
     m_service->setValue(tr("○ 未知"));
 }
 

@@ -26,7 +26,7 @@ public:
 
     void showStatus(const StatusView &view);
     /// The values of the last status stay.
-    void showDisconnected();
+    void showDisconnected(bool isRefused);
     /// Both buttons.
     void setControlsEnabled(bool enabled);
     void setToggleEnabled(bool enabled);
