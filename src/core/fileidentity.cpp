@@ -2,13 +2,25 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 namespace core {
 
 namespace {
 
 constexpr quint64 kNsPerSecond = 1000000000;
+constexpr quint32 kExfatMagic = 0x2011BAB0;
+
+bool hasInodeNumbers(int fd)
+{
+    struct statfs info;
+    if (::fstatfs(fd, &info) != 0)
+        return true;
+    const quint32 type = quint32(info.f_type);
+    return type != MSDOS_SUPER_MAGIC && type != kExfatMagic;
+}
 
 } // namespace
 
@@ -33,6 +45,14 @@ FileIdentity identityAt(int dirFd, const char *name)
         return FileIdentity();
     errno = 0;
     return identityOf(info);
+}
+
+bool isStillUnchanged(const FileIdentity &before, const FileIdentity &now, int fd)
+{
+    if (before.isUnchanged(now))
+        return true;
+    return before.isValid() && now.isValid() && before.device == now.device &&
+           before.isSameState(now) && !hasInodeNumbers(fd);
 }
 
 } // namespace core

@@ -38,4 +38,9 @@ FileIdentity identityOf(const struct stat &info);
 /// tells why the entry could not be read, 0 otherwise.
 FileIdentity identityAt(int dirFd, const char *name);
 
+/// Whether `now` is the file that was `before` a while ago, not written to since. `fd` is open
+/// anywhere on the file system of `now`: FAT has no inode numbers, the kernel invents them and may
+/// forget them any time, so there device, size and time have to do.
+bool isStillUnchanged(const FileIdentity &before, const FileIdentity &now, int fd);
+
 } // namespace core
