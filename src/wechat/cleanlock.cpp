@@ -31,15 +31,18 @@ CleanLock::~CleanLock()
 CleanLock::Result CleanLock::tryLock()
 {
     if (m_fd < 0) {
-        QDir().mkpath(m_folders.top);
+        if (!QDir().mkpath(m_folders.top)) {
+            m_error = errno;
+            return Result::Unavailable;
+        }
         const QByteArray path = QFile::encodeName(m_folders.top + QStringLiteral("/lock"));
         m_fd = ::open(path.constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     }
-    if (m_fd < 0)
-        return Result::Unavailable;
-    if (::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
+    if (m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
         return Result::Locked;
-    return errno == EWOULDBLOCK || errno == EINTR ? Result::Busy : Result::Unavailable;
+    m_error = errno;
+    const bool isBusy = m_fd >= 0 && (m_error == EWOULDBLOCK || m_error == EINTR);
+    return isBusy ? Result::Busy : Result::Unavailable;
 }
 
 CleanLock::Result CleanLock::lock(const std::function<bool()> &shouldStop)

@@ -22,12 +22,16 @@ public:
     /// Waits some seconds for another holder; a stop ends the wait.
     Result lock(const std::function<bool()> &shouldStop);
 
+    /// The errno value of Unavailable.
+    int error() const { return m_error; }
+
     /// What to tell when another one holds it.
     static QString busyMessage();
 
 private:
     CleanFolders m_folders;
     int m_fd = -1;
+    int m_error = 0;
 };
 
 } // namespace wechat

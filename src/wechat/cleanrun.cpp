@@ -1,15 +1,33 @@
 #include "wechat/cleanrun.h"
 
 #include "wechat/cleanlock.h"
+#include "wechat/pathprobe.h"
+#include "wechat/spacereserve.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace wechat {
+
+namespace {
+
+/// Of a failed stat: there is no such file. Any other reason says nothing about that.
+bool isGone(int code)
+{
+    return code == ENOENT || code == ENOTDIR || code == ELOOP;
+}
+
+QString unreadableKept()
+{
+    return QStringLiteral("无法读取保留文件：%1");
+}
+
+} // namespace
 
 CleanRun::CleanRun(FileOperations &operations, const CleanFolders &folders, StopFunction shouldStop,
                    ProgressFunction progress)
@@ -29,7 +47,7 @@ CleanOutcome CleanRun::run(const QList<CleanAction> &actions)
     else if (locked == CleanLock::Result::Busy)
         m_outcome.errors.append(CleanLock::busyMessage());
     else
-        m_outcome.errors.append(recordWriteError(m_folders.top));
+        m_outcome.errors.append(recordWriteError(m_folders.top, lock.error()));
     return m_outcome;
 }
 
@@ -42,8 +60,8 @@ void CleanRun::mergeAll(const QList<CleanAction> &actions)
     flushKeptFiles(actions);
     // Without a journal a crash could leave a file under its backup name for good.
     if (!m_journal.begin(content)) {
-        m_outcome.errors.append(
-            recordWriteError(QFileInfo(m_folders.recordPath(content.id)).fileName()));
+        m_outcome.errors.append(recordWriteError(
+            QFileInfo(m_folders.recordPath(content.id)).fileName(), m_journal.error()));
         return;
     }
     for (int index = 0; index < actions.size() && !m_shouldStop(); ++index) {
@@ -59,6 +77,7 @@ JournalContent CleanRun::journalContent(const QList<CleanAction> &actions)
 {
     JournalContent content;
     content.id = m_record.sessionId;
+    QStringList all;
     for (const CleanAction &action : actions) {
         JournalAction entry;
         entry.keepPath = cleanedPaths({action.keepPath}).value(0, QStringLiteral("/"));
@@ -71,14 +90,18 @@ JournalContent CleanRun::journalContent(const QList<CleanAction> &actions)
             for (const QString &path : group) {
                 const FileIdentity found = identify(m_operations, path);
                 m_inodesAtStart.insert(path, found.inode);
+                all.append(path);
                 if (found.isValid() && !found.sameFile(kept))
                     paths.append({path, found.inode});
             }
             if (!paths.isEmpty())
                 entry.groups.append(paths);
         }
+        all.append(entry.keepPath);
         content.actions.append(entry);
     }
+    content.mountPoints = mountPointsOf(m_operations, all);
+    m_record.mountPoints = content.mountPoints;
     return content;
 }
 
@@ -95,15 +118,6 @@ void CleanRun::flushKeptFiles(const QList<CleanAction> &actions)
         if (flushFileSystem(m_operations, actions.at(index).keepPath))
             m_flushedDevices.insert(kept.device);
     }
-}
-
-/// The names must be on the disk before the journal goes that could put them right.
-bool CleanRun::flushNames()
-{
-    bool ok = true;
-    for (const QString &kept : qAsConst(m_keptOfTouched))
-        ok = flushFileSystem(m_operations, kept) && ok;
-    return ok;
 }
 
 bool CleanRun::isDurable(int index, const KeptFile &keep)
@@ -130,11 +144,15 @@ void CleanRun::cleanAction(int index, const CleanAction &action)
     merged.size = action.size;
     merged.hash = QString::fromLatin1(keep.hash.toHex());
     m_journal.noteHash(index, merged.hash);
-    for (const QStringList &group : action.groups) {
-        if (m_shouldStop())
-            break;
-        if (!group.isEmpty())
-            cleanGroup(keep, group, &merged);
+    const QString changed = keptChangedError(action.keepPath);
+    for (int i = 0; i < action.groups.size() && !m_shouldStop(); ++i) {
+        const QStringList &group = action.groups.at(i);
+        if (group.isEmpty() || cleanGroup(keep, group, &merged))
+            continue;
+        // Reported unless it is the message of the last copy already.
+        if (i + 1 < action.groups.size() && m_outcome.errors.last() != changed)
+            m_outcome.errors.append(changed);
+        break;
     }
     if (!merged.mergedPaths.isEmpty())
         m_record.actions.append(merged);
@@ -144,7 +162,9 @@ bool CleanRun::verifyKept(int index, const CleanAction &action, KeptFile *keep)
 {
     struct stat info;
     if (m_operations.stat(QFile::encodeName(action.keepPath), &info) != 0) {
-        m_outcome.errors.append(QStringLiteral("保留文件不存在：%1").arg(action.keepPath));
+        const QString reason =
+            isGone(errno) ? QStringLiteral("保留文件不存在：%1") : unreadableKept();
+        m_outcome.errors.append(reason.arg(action.keepPath));
         return false;
     }
     keep->path = action.keepPath;
@@ -160,63 +180,74 @@ bool CleanRun::verifyKept(int index, const CleanAction &action, KeptFile *keep)
     const bool changed = !regular || (!expected.isEmpty() && keep->hash.toHex() != expected) ||
                          !identify(m_operations, action.keepPath).unchanged(keep->identity);
     if (regular && (keep->hash.isEmpty() || (!changed && !isDurable(index, *keep)))) {
-        m_outcome.errors.append(QStringLiteral("无法读取保留文件：%1").arg(action.keepPath));
+        m_outcome.errors.append(unreadableKept().arg(action.keepPath));
         return false;
     }
     if (changed)
-        m_outcome.errors.append(
-            QStringLiteral("保留文件内容已发生变化，已跳过：%1").arg(action.keepPath));
+        m_outcome.errors.append(keptChangedError(action.keepPath));
     return !changed;
 }
 
-void CleanRun::cleanGroup(const KeptFile &keep, const QStringList &paths, MergedAction *merged)
+/// False once the kept file has changed: nothing may be linked to it any more.
+bool CleanRun::cleanGroup(const KeptFile &keep, const QStringList &paths, MergedAction *merged)
 {
-    const int before = m_done;
-    QList<QPair<QString, FileIdentity>> verified;
+    QList<VerifiedPath> verified;
     m_hashed.clear();
     for (const QString &path : paths) {
         FileIdentity identity;
         const QString error = verifyPath(keep, path, &identity);
         if (m_shouldStop())
-            return;
+            return true;
         if (!error.isEmpty()) {
             m_outcome.errors.append(error);
             advance(paths.size());
-            return;
+            return true;
         }
         verified.append({path, identity});
     }
-    int failed = 0;
+    return mergeGroup(keep, verified, merged);
+}
+
+bool CleanRun::mergeGroup(const KeptFile &keep, const QList<VerifiedPath> &paths,
+                          MergedAction *merged)
+{
+    int settled = 0;
     int mergedHere = 0;
-    for (const auto &entry : qAsConst(verified)) {
-        if (m_shouldStop())
+    bool keptChanged = false;
+    for (const VerifiedPath &entry : paths) {
+        if (m_shouldStop() || keptChanged)
             break;
         QString error;
         const MergeResult result = mergePath(m_operations, m_releaser, keep, m_record.sessionId,
-                                             entry.first, entry.second, &error);
+                                             entry.path, entry.identity, &error);
         if (result == MergeResult::Merged) {
-            merged->mergedPaths.append(entry.first);
+            merged->mergedPaths.append(entry.path);
             ++m_outcome.mergedCount;
             ++mergedHere;
         } else if (result != MergeResult::AlreadyLinked) {
             m_outcome.errors.append(error);
-            ++failed;
         }
+        if (result == MergeResult::Merged || result == MergeResult::AlreadyLinked)
+            ++settled;
         if (result != MergeResult::AlreadyLinked)
-            m_keptOfTouched.insert(keep.identity.device, keep.path);
+            m_touched.note(keep.identity.device, keep.path);
         m_leftover = m_leftover || result == MergeResult::LeftUnderBackup;
+        keptChanged = result == MergeResult::KeptChanged;
         advance(1);
     }
-    const bool complete = m_done - before == paths.size() && failed == 0;
-    if (complete && mergedHere > 0)
+    if (settled == paths.size() && mergedHere > 0)
         m_outcome.reclaimedBytes += keep.size;
+    return !keptChanged;
 }
 
 /// Returns what speaks against the path, or nothing.
 QString CleanRun::verifyPath(const KeptFile &keep, const QString &path, FileIdentity *identity)
 {
     struct stat info;
-    if (m_operations.stat(QFile::encodeName(path), &info) != 0 || !S_ISREG(info.st_mode))
+    const bool isFound = m_operations.stat(QFile::encodeName(path), &info) == 0;
+    if (!isFound && !isGone(errno))
+        return QStringLiteral("无法访问副本文件：%1").arg(path);
+    if (!isFound || !S_ISREG(info.st_mode))
         return QStringLiteral("副本文件不存在：%1").arg(path);
     *identity = identify(m_operations, path);
     if (!identity->regular)
@@ -256,14 +287,17 @@ void CleanRun::finish()
         m_record.createdAt = QDateTime::currentDateTime().toString(Qt::ISODate);
         m_record.reclaimedBytes = m_outcome.reclaimedBytes;
         m_outcome.sessionId = m_record.sessionId;
-        recordLost = !writeRecord(m_operations, m_folders, m_record.sessionId, m_record.toJson());
+        QString error;
+        recordLost =
+            !writeRecord(m_operations, m_folders, m_record.sessionId, m_record.toJson(), &error);
         if (recordLost)
-            m_outcome.errors.append(
-                recordWriteError(QFileInfo(m_folders.recordPath(m_record.sessionId)).fileName()));
+            m_outcome.errors.append(error);
     }
-    // A journal that still has something to tell stays for the next start.
-    if (!m_leftover && !recordLost && flushNames())
+    // A journal that still has something to repair stays for the next start. Until the names are
+    // on the disk, that may be any of them.
+    if (!m_leftover && !recordLost && m_touched.flush(m_operations))
         m_journal.clear();
+    SpaceReserve(m_operations, m_folders).refill();
 }
 
 void CleanRun::advance(int paths)

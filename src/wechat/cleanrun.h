@@ -40,14 +40,20 @@ private:
         QByteArray hash;
     };
 
+    struct VerifiedPath
+    {
+        QString path;
+        FileIdentity identity;
+    };
+
     void mergeAll(const QList<CleanAction> &actions);
     void flushKeptFiles(const QList<CleanAction> &actions);
-    bool flushNames();
     JournalContent journalContent(const QList<CleanAction> &actions);
     void cleanAction(int index, const CleanAction &action);
     bool verifyKept(int index, const CleanAction &action, KeptFile *keep);
     bool isDurable(int index, const KeptFile &keep);
-    void cleanGroup(const KeptFile &keep, const QStringList &paths, MergedAction *merged);
+    bool cleanGroup(const KeptFile &keep, const QStringList &paths, MergedAction *merged);
+    bool mergeGroup(const KeptFile &keep, const QList<VerifiedPath> &paths, MergedAction *merged);
     QString verifyPath(const KeptFile &keep, const QString &path, FileIdentity *identity);
     QByteArray contentHash(const QString &path, const FileIdentity &identity);
     void finish();
@@ -63,7 +69,7 @@ private:
     OperationRecord m_record;
     QList<FileIdentity> m_keptAtStart;
     QSet<dev_t> m_flushedDevices;
-    QHash<dev_t, QString> m_keptOfTouched; ///< A kept file of each file system that was written to.
+    TouchedFileSystems m_touched;
     QHash<QString, quint64> m_inodesAtStart;
     QList<Verified> m_hashed; ///< Files of the group under way, each read once.
     bool m_leftover = false;

@@ -37,53 +37,59 @@ int readChunk(FileOperations &operations, int fd, QByteArray *buffer)
     return got;
 }
 
-bool copyContent(FileOperations &operations, int from, int to, qint64 size)
+/// As copyToNewFile().
+int copyContent(FileOperations &operations, int from, int to, qint64 size)
 {
     QByteArray buffer;
     qint64 copied = 0;
     for (;;) {
         const int got = readChunk(operations, from, &buffer);
         if (got < 0 || !writeAll(operations, to, buffer))
-            return false;
+            return errno;
         copied += got;
         if (got < kChunkBytes)
-            return copied == size;
+            return copied == size ? 0 : ESTALE;
     }
 }
 
-bool fillCopy(FileOperations &operations, int from, int to, const FileIdentity &expected)
+int fillCopy(FileOperations &operations, int from, int to, const FileIdentity &expected)
 {
     struct stat before;
     struct stat after;
-    if (::fstat(from, &before) != 0 || before.st_dev != expected.device ||
-        before.st_ino != expected.inode || !S_ISREG(before.st_mode))
-        return false;
-    if (!copyContent(operations, from, to, before.st_size) ||
-        ::fchmod(to, before.st_mode & kPermissions) != 0 || operations.fsync(to) != 0)
-        return false;
     struct stat copy;
-    return ::fstat(from, &after) == 0 && ::fstat(to, &copy) == 0 &&
-           after.st_size == before.st_size && copy.st_size == before.st_size &&
-           after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
-           after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+    if (::fstat(from, &before) != 0)
+        return errno;
+    if (before.st_dev != expected.device || before.st_ino != expected.inode ||
+        !S_ISREG(before.st_mode))
+        return ESTALE;
+    const int code = copyContent(operations, from, to, before.st_size);
+    if (code != 0)
+        return code;
+    if (::fchmod(to, before.st_mode & kPermissions) != 0 || operations.fsync(to) != 0 ||
+        ::fstat(from, &after) != 0 || ::fstat(to, &copy) != 0)
+        return errno;
+    const bool unchanged = after.st_size == before.st_size && copy.st_size == before.st_size &&
+                           after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+                           after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+    return unchanged ? 0 : ESTALE;
 }
 
 } // namespace
 
-bool copyToNewFile(FileOperations &operations, const QString &source, const FileIdentity &expected,
-                   const QString &target)
+int copyToNewFile(FileOperations &operations, const QString &source, const FileIdentity &expected,
+                  const QString &target)
 {
     const QByteArray targetName = QFile::encodeName(target);
     const Descriptor from(operations.open(QFile::encodeName(source), O_RDONLY | O_NONBLOCK));
     if (!from.isOpen())
-        return false;
+        return errno;
     const Descriptor to(operations.open(targetName, O_WRONLY | O_CREAT | O_EXCL, 0600));
     if (!to.isOpen())
-        return false;
-    if (fillCopy(operations, from.get(), to.get(), expected))
-        return true;
-    operations.unlink(targetName);
-    return false;
+        return errno;
+    const int code = fillCopy(operations, from.get(), to.get(), expected);
+    if (code != 0)
+        operations.unlink(targetName);
+    return code;
 }
 
 bool isBeginningOf(FileOperations &operations, const QString &path, const QString &whole)

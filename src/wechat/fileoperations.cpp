@@ -37,6 +37,12 @@ ssize_t FileOperations::write(int fd, const char *data, size_t length)
     return ::write(fd, data, length);
 }
 
+int FileOperations::allocate(int fd, off_t bytes)
+{
+    errno = ::posix_fallocate(fd, 0, bytes);
+    return errno == 0 ? 0 : -1;
+}
+
 int FileOperations::fsync(int fd)
 {
     return ::fsync(fd);
@@ -133,6 +139,19 @@ bool isExpectedLink(FileOperations &operations, const QString &keepPath, const Q
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+bool isNoSpace(int code)
+{
+    return code == ENOSPC || code == EDQUOT;
+}
+
+QString withReason(const QString &message, int code)
+{
+    if (!isNoSpace(code))
+        return message;
+    return message + (code == ENOSPC ? QStringLiteral("（磁盘空间不足）")
+                                     : QStringLiteral("（磁盘配额已用完）"));
+}
+
 bool writeAll(FileOperations &operations, int fd, const QByteArray &data)
 {
     int done = 0;
@@ -141,6 +160,8 @@ bool writeAll(FileOperations &operations, int fd, const QByteArray &data)
             operations.write(fd, data.constData() + done, static_cast<size_t>(data.size() - done));
         if (written < 0 && errno == EINTR)
             continue;
+        if (written == 0)
+            errno = EIO;
         if (written <= 0)
             return false;
         done += static_cast<int>(written);
@@ -155,7 +176,9 @@ bool syncDirectory(FileOperations &operations, const QString &directory)
         return false;
     // Some network file systems refuse to flush a directory and flush by themselves.
     const bool ok = operations.fsync(fd) == 0 || isUnsupported(errno);
+    const int code = errno;
     ::close(fd);
+    errno = code;
     return ok;
 }
 
@@ -169,6 +192,14 @@ bool flushFileSystem(FileOperations &operations, const QString &file)
     return ok;
 }
 
+bool TouchedFileSystems::flush(FileOperations &operations) const
+{
+    bool ok = true;
+    for (const QString &file : m_files)
+        ok = flushFileSystem(operations, file) && ok;
+    return ok;
+}
+
 Placement putInPlaceOf(FileOperations &operations, const QString &from, const QString &to,
                        const FileIdentity &link)
 {
@@ -178,13 +209,17 @@ Placement putInPlaceOf(FileOperations &operations, const QString &from, const QS
     if (!present.isValid())
         return operations.renameNoReplace(source, target) == 0 ? Placement::Placed
                                                                : Placement::Refused;
-    if (!present.sameFile(link))
+    if (!present.sameFile(link)) {
+        errno = EEXIST;
         return Placement::Refused;
+    }
     if (operations.exchange(source, target) == 0) {
         if (identify(operations, from).sameFile(link))
             return operations.unlink(source) == 0 ? Placement::Placed : Placement::Leftover;
-        // Another file took the name between the look and the swap: it gets the name back.
-        return operations.exchange(source, target) == 0 ? Placement::Refused : Placement::Leftover;
+        // Another file took the name between the check and the swap: it gets the name back.
+        const bool isBack = operations.exchange(source, target) == 0;
+        errno = EEXIST;
+        return isBack ? Placement::Refused : Placement::Leftover;
     }
     if (!isUnsupported(errno))
         return Placement::Refused;

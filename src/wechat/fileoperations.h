@@ -3,6 +3,7 @@
 #include "analyzer/duplicate_scanner.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
 
 #include <sys/stat.h>
@@ -20,6 +21,8 @@ public:
     virtual int open(const QByteArray &path, int flags, mode_t mode = 0);
     virtual ssize_t read(int fd, char *data, size_t length);
     virtual ssize_t write(int fd, const char *data, size_t length);
+    /// Takes disk space for the first `bytes` of the file, which becomes at least as long.
+    virtual int allocate(int fd, off_t bytes);
     virtual int fsync(int fd);
     virtual int syncfs(int fd);
     virtual int stat(const QByteArray &path, struct stat *info);
@@ -51,7 +54,8 @@ struct FileIdentity
     bool unchanged(const FileIdentity &other) const;
 };
 
-/// Not valid if there is nothing under the name. Links are not followed.
+/// Not valid if there is nothing under the name, or if that cannot be read: errno tells which, and
+/// PathProbe whether the name is really gone. Links are not followed.
 FileIdentity identify(FileOperations &operations, const QString &path);
 
 /// Both exist, and on the same file system. Links are followed.
@@ -59,12 +63,31 @@ bool sameFileSystem(FileOperations &operations, const QString &a, const QString 
 /// Both names stand for one file. Links are followed.
 bool isExpectedLink(FileOperations &operations, const QString &keepPath, const QString &path);
 
+/// The disk, or the user's share of it, is full.
+bool isNoSpace(int code);
+/// The message, with the reason behind it if it is want of room.
+QString withReason(const QString &message, int code);
+
+/// errno tells the reason of a failure.
 [[nodiscard]] bool writeAll(FileOperations &operations, int fd, const QByteArray &data);
 /// Flushes the names in a directory to the disk.
 [[nodiscard]] bool syncDirectory(FileOperations &operations, const QString &directory);
 
 /// Flushes the whole file system of a file to the disk, its names included.
 [[nodiscard]] bool flushFileSystem(FileOperations &operations, const QString &file);
+
+/// The file systems on which names were changed. They are flushed before a journal goes that could
+/// repair those names.
+class TouchedFileSystems
+{
+public:
+    /// `file` has to be there at the flush.
+    void note(dev_t device, const QString &file) { m_files.insert(device, file); }
+    [[nodiscard]] bool flush(FileOperations &operations) const;
+
+private:
+    QHash<dev_t, QString> m_files; ///< One of each.
+};
 
 enum class Placement {
     Refused,  ///< Nothing has changed.
@@ -74,7 +97,8 @@ enum class Placement {
 
 /// Gives the file under `from` the name `to`, which nothing or a link to `link` may have now. Any
 /// other file under that name stays, even if it appears meanwhile: with support by the file system
-/// the two names are swapped and what comes out is looked at before it goes.
+/// the two names are swapped and what comes out is looked at before it goes. errno tells why it was
+/// refused: EEXIST if another file has the name.
 Placement putInPlaceOf(FileOperations &operations, const QString &from, const QString &to,
                        const FileIdentity &link);
 

@@ -1,11 +1,14 @@
 #include "wechat/mergejournal.h"
 
+#include "wechat/spacereserve.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,6 +17,7 @@ namespace wechat {
 namespace {
 
 constexpr int kVersion = 1;
+constexpr qint64 kNoteBytes = 64; ///< Of noteHash().
 constexpr qint64 kMaxJournalBytes = 256 * 1024 * 1024;
 
 QString kindWord(JournalContent::Kind kind)
@@ -42,17 +46,14 @@ QByteArray headLine(const JournalContent &content)
     QJsonArray actions;
     for (const JournalAction &action : content.actions)
         actions.append(actionToJson(action));
-    const QJsonObject head{{QStringLiteral("version"), kVersion},
-                           {QStringLiteral("kind"), kindWord(content.kind)},
-                           {QStringLiteral("id"), content.id},
-                           {QStringLiteral("actions"), actions}};
+    const QJsonObject head{
+        {QStringLiteral("version"), kVersion},
+        {QStringLiteral("kind"), kindWord(content.kind)},
+        {QStringLiteral("id"), content.id},
+        {QStringLiteral("session"), content.session},
+        {QStringLiteral("mountPoints"), QJsonArray::fromStringList(content.mountPoints)},
+        {QStringLiteral("actions"), actions}};
     return QJsonDocument(head).toJson(QJsonDocument::Compact) + '\n';
-}
-
-bool isPlainPath(const QString &path)
-{
-    return path.startsWith(QLatin1Char('/')) && !path.contains(QChar(0)) &&
-           QDir::cleanPath(path) == path;
 }
 
 bool readPath(const QJsonValue &value, JournalPath *path)
@@ -98,6 +99,9 @@ bool readHead(const QJsonObject &head, const QString &id, JournalContent *conten
         kind != kindWord(content->kind) || content->id != id ||
         !isGeneratedSessionId(content->id) || !head.value(QStringLiteral("actions")).isArray())
         return false;
+    // Earlier versions wrote neither of these.
+    content->session = head.value(QStringLiteral("session")).toString();
+    content->mountPoints = plainPaths(head.value(QStringLiteral("mountPoints")));
     const QJsonArray actions = head.value(QStringLiteral("actions")).toArray();
     for (const QJsonValue &value : actions) {
         JournalAction action;
@@ -126,34 +130,47 @@ MergeJournal::MergeJournal(FileOperations &operations, const CleanFolders &folde
 
 MergeJournal::~MergeJournal()
 {
+    closeFile();
+}
+
+void MergeJournal::closeFile()
+{
     if (m_fd >= 0)
         ::close(m_fd);
+    m_fd = -1;
 }
 
 bool MergeJournal::begin(const JournalContent &content)
 {
-    if (!QDir().mkpath(m_folders.journal))
-        return false;
     const QString path = m_folders.journalPath(content.id);
-    const QString temporary = path + QStringLiteral(".new");
-    const bool ok =
-        writeTemporary(temporary, headLine(content)) &&
-        m_operations.renameNoReplace(QFile::encodeName(temporary), QFile::encodeName(path)) == 0;
-    if (ok)
+    const QByteArray head = headLine(content);
+    const qint64 room = head.size() + content.actions.size() * kNoteBytes;
+    m_error = SpaceReserve(m_operations, m_folders).use(room, [&] { return create(path, head); });
+    if (m_error == 0)
         m_path = path;
-    // The folders may be new as well.
-    if (ok && syncDirectory(m_operations, m_folders.journal) &&
-        syncDirectory(m_operations, m_folders.top))
-        return true;
-    m_operations.unlink(QFile::encodeName(ok ? path : temporary));
-    m_path.clear();
-    return false;
+    return m_error == 0;
 }
 
-bool MergeJournal::writeTemporary(const QString &path, const QByteArray &bytes)
+/// Returns 0 or an errno value; nothing is left then.
+int MergeJournal::create(const QString &path, const QByteArray &head)
 {
-    m_fd = m_operations.open(QFile::encodeName(path), O_WRONLY | O_CREAT | O_EXCL | O_APPEND, 0600);
-    return m_fd >= 0 && writeAll(m_operations, m_fd, bytes) && m_operations.fsync(m_fd) == 0;
+    if (!QDir().mkpath(m_folders.journal))
+        return errno;
+    const QByteArray name = QFile::encodeName(path);
+    const QByteArray temporary = name + ".new";
+    m_fd = m_operations.open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_APPEND, 0600);
+    if (m_fd < 0)
+        return errno;
+    const bool named = writeAll(m_operations, m_fd, head) && m_operations.fsync(m_fd) == 0 &&
+                       m_operations.renameNoReplace(temporary, name) == 0;
+    // The folders may be new as well.
+    if (named && syncDirectory(m_operations, m_folders.journal) &&
+        syncDirectory(m_operations, m_folders.top))
+        return 0;
+    const int code = errno;
+    m_operations.unlink(named ? name : temporary);
+    closeFile();
+    return code;
 }
 
 void MergeJournal::noteHash(int action, const QString &hash)

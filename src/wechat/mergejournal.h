@@ -28,6 +28,8 @@ struct JournalContent
 
     Kind kind = Kind::Clean;
     QString id;
+    QString session;         ///< Record that an undo works on; empty for a clean.
+    QStringList mountPoints; ///< Of the disks that hold the paths.
     QList<JournalAction> actions;
 };
 
@@ -42,7 +44,10 @@ public:
     MergeJournal(const MergeJournal &) = delete;
     MergeJournal &operator=(const MergeJournal &) = delete;
 
+    /// On a full disk the room comes from the reserve.
     [[nodiscard]] bool begin(const JournalContent &content);
+    /// The errno value with which begin() failed.
+    int error() const { return m_error; }
     /// Adds the hash of an action's kept file. Not flushed: it serves the record only.
     void noteHash(int action, const QString &hash);
     /// Removes the journal.
@@ -53,12 +58,14 @@ public:
     static ReadResult read(const QString &path, JournalContent *content);
 
 private:
-    bool writeTemporary(const QString &path, const QByteArray &bytes);
+    int create(const QString &path, const QByteArray &head);
+    void closeFile();
 
     FileOperations &m_operations;
     CleanFolders m_folders;
     QString m_path;
     int m_fd = -1; ///< Open for noteHash().
+    int m_error = 0;
 };
 
 } // namespace wechat

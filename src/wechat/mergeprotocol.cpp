@@ -10,6 +10,11 @@ namespace {
 
 constexpr qint64 kWorthAThread = 256 * 1024;
 
+bool keptIsUnchanged(FileOperations &operations, const KeptFile &keep)
+{
+    return identify(operations, keep.path).unchanged(keep.identity);
+}
+
 /// Only what also has another name may go from under the backup name.
 bool clearBackup(FileOperations &operations, const KeptFile &keep, const QString &backup)
 {
@@ -42,19 +47,35 @@ bool removeBackup(FileOperations &operations, SpaceReleaser &releaser, const QBy
     return removed;
 }
 
+/// The file that may be removed from under `path` to put the backup back: the one that has the kept
+/// name now, since it loses nothing with a second name, else the one that was hashed.
+FileIdentity replaceableLink(FileOperations &operations, const KeptFile &keep, const QString &path)
+{
+    const FileIdentity kept = identify(operations, keep.path);
+    const FileIdentity linked = identify(operations, path);
+    const bool hasKeptName = kept.regular && kept.links >= 2 && linked.sameFile(kept);
+    return hasKeptName && path != keep.path ? linked : keep.identity;
+}
+
 MergeResult rollBack(FileOperations &operations, const KeptFile &keep, const QString &path,
                      const QString &backup, const QString &reason, QString *error)
 {
-    const Placement placement = putInPlaceOf(operations, backup, path, keep.identity);
+    const FileIdentity link = replaceableLink(operations, keep, path);
+    const Placement placement = putInPlaceOf(operations, backup, path, link);
     *error = reason;
     if (placement == Placement::Placed)
-        return MergeResult::Refused;
+        return keptIsUnchanged(operations, keep) ? MergeResult::Refused : MergeResult::KeptChanged;
     if (placement == Placement::Refused)
         *error = QStringLiteral("创建硬链接失败且自动回滚失败，请手动检查备份文件：%1").arg(backup);
     return MergeResult::LeftUnderBackup;
 }
 
 } // namespace
+
+QString keptChangedError(const QString &keepPath)
+{
+    return QStringLiteral("保留文件内容已发生变化，已跳过：%1").arg(keepPath);
+}
 
 QString backupPath(const QString &path, const QString &sessionId)
 {
@@ -69,6 +90,10 @@ MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const
     const FileIdentity now = identify(operations, path);
     if (now.sameFile(keep.identity))
         return MergeResult::AlreadyLinked;
+    if (!keptIsUnchanged(operations, keep)) {
+        *error = keptChangedError(keep.path);
+        return MergeResult::KeptChanged;
+    }
     if (!now.unchanged(verified)) {
         *error = changed;
         return MergeResult::Refused;

@@ -20,8 +20,12 @@ enum class MergeResult {
     Merged,          ///< The path is a link to the kept file.
     AlreadyLinked,   ///< It was one before.
     Refused,         ///< The path is as it was.
+    KeptChanged,     ///< As Refused, and the kept file is no longer the one that was hashed.
     LeftUnderBackup, ///< Something is left under the backup name.
 };
+
+/// Error message for a group whose kept file is no longer what the scan or the clean has hashed.
+QString keptChangedError(const QString &keepPath);
 
 /// Where a file waits while its path becomes a link.
 QString backupPath(const QString &path, const QString &sessionId);
@@ -32,6 +36,9 @@ QString backupPath(const QString &path, const QString &sessionId);
 /// The old file is renamed to its backup name, the link is made and looked at, and only then does
 /// the backup go. So at any moment the content has one of the two names, whatever fails and
 /// whenever the program ends. The room of a large one becomes free by `releaser`, a little later.
+///
+/// A program that saves by rename may give the kept name to another file at any moment. A link that
+/// was made to that one is removed, as long as the kept path still holds the same file.
 MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const KeptFile &keep,
                       const QString &sessionId, const QString &path, const FileIdentity &verified,
                       QString *error);

@@ -1,5 +1,8 @@
 #include "wechat/operationrecord.h"
 
+#include "core/descriptor.h"
+#include "wechat/spacereserve.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -7,8 +10,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QThread>
+
+#include <cerrno>
+#include <fcntl.h>
 
 namespace wechat {
 
@@ -23,6 +28,25 @@ bool namesAFile(const QString &sessionId)
            !sessionId.contains(QChar(0));
 }
 
+/// Returns 0 or an errno value. The caller holds the lock, so that the temporary name is ours.
+int replaceRecord(FileOperations &operations, const CleanFolders &folders, const QString &path,
+                  const QByteArray &bytes)
+{
+    if (!QDir().mkpath(folders.operations))
+        return errno;
+    const QByteArray temporary = QFile::encodeName(path + QStringLiteral(".new"));
+    const core::Descriptor file(
+        operations.open(temporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0600));
+    if (!file.isOpen())
+        return errno;
+    if (writeAll(operations, file.get(), bytes) && operations.fsync(file.get()) == 0 &&
+        operations.rename(temporary, QFile::encodeName(path)) == 0)
+        return syncDirectory(operations, folders.operations) ? 0 : errno;
+    const int code = errno;
+    operations.unlink(temporary);
+    return code;
+}
+
 } // namespace
 
 CleanFolders::CleanFolders(const QString &home)
@@ -30,6 +54,7 @@ CleanFolders::CleanFolders(const QString &home)
           QStringLiteral("/.config/morvane/wechat_clean"))
     , operations(top + QStringLiteral("/operations"))
     , journal(top + QStringLiteral("/journal"))
+    , reserve(top + QStringLiteral("/reserve"))
 {}
 
 QString CleanFolders::recordPath(const QString &sessionId) const
@@ -60,7 +85,26 @@ QJsonObject OperationRecord::toJson() const
     record.insert(QStringLiteral("reclaimedBytes"), QString::number(reclaimedBytes));
     record.insert(QStringLiteral("status"), status);
     record.insert(QStringLiteral("actions"), list);
+    if (!mountPoints.isEmpty())
+        record.insert(QStringLiteral("mountPoints"), QJsonArray::fromStringList(mountPoints));
     return record;
+}
+
+bool isPlainPath(const QString &path)
+{
+    return path.startsWith(QLatin1Char('/')) && !path.contains(QChar(0)) &&
+           QDir::cleanPath(path) == path;
+}
+
+QStringList plainPaths(const QJsonValue &array)
+{
+    QStringList result;
+    const QJsonArray values = array.toArray();
+    for (const QJsonValue &value : values) {
+        if (isPlainPath(value.toString()))
+            result.append(value.toString());
+    }
+    return result;
 }
 
 QString createSessionId(const CleanFolders &folders)
@@ -98,21 +142,22 @@ bool readRecord(const CleanFolders &folders, const QString &sessionId, QJsonObje
 }
 
 bool writeRecord(FileOperations &operations, const CleanFolders &folders, const QString &sessionId,
-                 const QJsonObject &record)
+                 const QJsonObject &record, QString *error)
 {
-    if (!namesAFile(sessionId) || !QDir().mkpath(folders.operations))
-        return false;
     const QByteArray bytes = QJsonDocument(record).toJson(QJsonDocument::Indented);
-    QSaveFile file(folders.recordPath(sessionId));
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush() ||
-        operations.fsync(file.handle()) != 0 || !file.commit())
-        return false;
-    return syncDirectory(operations, folders.operations);
+    int code = EINVAL;
+    if (namesAFile(sessionId))
+        code = SpaceReserve(operations, folders).use(bytes.size(), [&] {
+            return replaceRecord(operations, folders, folders.recordPath(sessionId), bytes);
+        });
+    if (code != 0)
+        *error = recordWriteError(QFileInfo(folders.recordPath(sessionId)).fileName(), code);
+    return code == 0;
 }
 
-QString recordWriteError(const QString &fileName)
+QString recordWriteError(const QString &fileName, int code)
 {
-    return QStringLiteral("无法写入清理记录：%1").arg(fileName);
+    return withReason(QStringLiteral("无法写入清理记录：%1").arg(fileName), code);
 }
 
 } // namespace wechat

@@ -7,6 +7,8 @@
 #include <QJsonArray>
 
 #include <cerrno>
+#include <csignal>
+#include <sys/wait.h>
 #include <unistd.h>
 
 bool HookedOperations::refused(const char *call, const QByteArray &path)
@@ -14,6 +16,12 @@ bool HookedOperations::refused(const char *call, const QByteArray &path)
     const int code = hook ? hook(QString::fromLatin1(call), QFile::decodeName(path)) : 0;
     errno = code;
     return code != 0;
+}
+
+bool HookedOperations::isUnreadable(const QByteArray &path) const
+{
+    errno = EIO;
+    return !unreadable.isEmpty() && QFile::decodeName(path).contains(unreadable);
 }
 
 void HookedOperations::moveDevice(const QByteArray &path, struct stat *info) const
@@ -34,6 +42,11 @@ ssize_t HookedOperations::write(int fd, const char *data, size_t length)
     return refused("write", QByteArray()) ? -1 : FileOperations::write(fd, data, half);
 }
 
+int HookedOperations::allocate(int fd, off_t bytes)
+{
+    return refused("allocate", QByteArray()) ? -1 : FileOperations::allocate(fd, bytes);
+}
+
 int HookedOperations::fsync(int)
 {
     // What is killed here is the program, never the machine: nothing needs to reach the disk.
@@ -47,6 +60,8 @@ int HookedOperations::syncfs(int)
 
 int HookedOperations::stat(const QByteArray &path, struct stat *info)
 {
+    if (isUnreadable(path))
+        return -1;
     const int result = FileOperations::stat(path, info);
     moveDevice(path, info);
     return result;
@@ -54,6 +69,8 @@ int HookedOperations::stat(const QByteArray &path, struct stat *info)
 
 int HookedOperations::lstat(const QByteArray &path, struct stat *info)
 {
+    if (isUnreadable(path))
+        return -1;
     const int result = FileOperations::lstat(path, info);
     moveDevice(path, info);
     return result;
@@ -132,6 +149,24 @@ QVariantMap action(const QString &keepPath, const QList<QStringList> &groups)
             {QStringLiteral("replaceGroups"), maps}};
 }
 
+bool killedAt(int step, CleanBench &bench, const std::function<void()> &work)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        bench.operations.hook = [step, n = 0](const QString &, const QString &) mutable {
+            if (++n == step)
+                ::kill(::getpid(), SIGKILL);
+            return 0;
+        };
+        work();
+        ::_exit(0);
+    }
+    int status = -1;
+    if (::waitpid(child, &status, 0) != child || (!WIFSIGNALED(status) && WEXITSTATUS(status) != 0))
+        qFatal("the child did not end as it should");
+    return WIFSIGNALED(status);
+}
+
 CleanBench::CleanBench()
     : folders(tree.dir("home"))
 {
@@ -183,6 +218,11 @@ QJsonObject CleanBench::record(const QString &sessionId) const
 {
     QJsonObject result;
     return wechat::readRecord(folders, sessionId, &result) ? result : QJsonObject();
+}
+
+QString CleanBench::status(const QString &sessionId) const
+{
+    return record(sessionId).value("status"_u).toString();
 }
 
 QStringList CleanBench::journals() const

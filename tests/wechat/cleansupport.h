@@ -28,10 +28,13 @@ public:
     std::function<int(const QString &call, const QString &path)> hook;
     /// Paths with this in them pretend to be on another file system.
     QString otherDevice;
+    /// Paths with this in them cannot be looked at: EIO.
+    QString unreadable;
     QStringList hashed; ///< Every file read for its hash.
 
     int open(const QByteArray &path, int flags, mode_t mode) override;
     ssize_t write(int fd, const char *data, size_t length) override;
+    int allocate(int fd, off_t bytes) override;
     int fsync(int fd) override;
     int syncfs(int fd) override;
     int stat(const QByteArray &path, struct stat *info) override;
@@ -46,6 +49,7 @@ public:
 
 private:
     bool refused(const char *call, const QByteArray &path);
+    bool isUnreadable(const QByteArray &path) const;
     void moveDevice(const QByteArray &path, struct stat *info) const;
 };
 
@@ -57,6 +61,12 @@ bool linked(const QString &a, const QString &b);
 
 /// An action whose hash is that of the kept file as it is now.
 QVariantMap action(const QString &keepPath, const QList<QStringList> &groups);
+
+constexpr int kMaxSteps = 500; ///< Calls; far more than any run here takes.
+
+class CleanBench;
+/// Runs `work` in a process of its own that is killed before its `step`th call. True if it was.
+bool killedAt(int step, CleanBench &bench, const std::function<void()> &work);
 
 /// A folder with WeChat files and a home for the records, apart from each other.
 class CleanBench
@@ -77,6 +87,7 @@ public:
     wechat::UndoOutcome undo(const QString &sessionId);
     wechat::RecoveryOutcome recover();
     QJsonObject record(const QString &sessionId) const;
+    QString status(const QString &sessionId) const;
     QStringList journals() const;
     /// Paths of merged files in the only record, in no order of importance.
     QStringList mergedPaths() const;

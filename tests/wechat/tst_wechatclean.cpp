@@ -49,6 +49,8 @@ private slots:
     void keepsWhatAppearsMeanwhile();
     void noticesWritesDuringTheMerge_data();
     void noticesWritesDuringTheMerge();
+    void stopsWhenTheKeptFileIsReplaced_data();
+    void stopsWhenTheKeptFileIsReplaced();
     void undoTouchesOnlyLinks_data();
     void undoTouchesOnlyLinks();
     void undoRefusesStrangeIds_data();
@@ -399,6 +401,54 @@ void TestWechatClean::noticesWritesDuringTheMerge()
     QCOMPARE(after.values().count("the Same text"), 1);
     QCOMPARE(after.value("keep"_u) == kText, written != "keep"_u);
     QVERIFY(!linked(keep, copy));
+}
+
+void TestWechatClean::stopsWhenTheKeptFileIsReplaced_data()
+{
+    QTest::addColumn<QString>("call"); // Before which the kept file is replaced.
+    QTest::addColumn<int>("nth");      // Call of that kind.
+    QTest::addColumn<int>("merged");
+    QTest::newRow("before the first backup") << "renameNoReplace"_u << 2 << 0;
+    QTest::newRow("before the first link") << "link"_u << 1 << 0;
+    QTest::newRow("before the second link") << "link"_u << 2 << 1;
+}
+
+void TestWechatClean::stopsWhenTheKeptFileIsReplaced()
+{
+    QFETCH(QString, call);
+    QFETCH(int, nth);
+    QFETCH(int, merged);
+    CleanBench bench;
+    const QString keep = bench.file("keep", kText);
+    QList<QStringList> copies;
+    for (const char *name : {"copy1", "copy2", "copy3"})
+        copies.append({bench.file(name, kText)});
+    const QString others = bench.file("others", "of another group");
+    const QVariantList actions{action(keep, copies),
+                               action(others, {{bench.file("other", "of another group")}})};
+    // A program saves the kept file by rename: another file of equal length takes its name.
+    bench.operations.hook = [&, n = 0](const QString &name, const QString &) mutable {
+        if (name == call && ++n == nth) {
+            bench.file("saved", "a foreign one");
+            bench.tree.move("files/saved", "files/keep");
+        }
+        return 0;
+    };
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    // The other group is not concerned.
+    QCOMPARE(outcome.mergedCount, merged + 1);
+    QVERIFY(linked(bench.path("others"), bench.path("other")));
+    const QMap<QString, QByteArray> expected{{"keep"_u, "a foreign one"},
+                                             {"copy1"_u, kText},
+                                             {"copy2"_u, kText},
+                                             {"copy3"_u, kText},
+                                             {"others"_u, "of another group"},
+                                             {"other"_u, "of another group"}};
+    QCOMPARE(bench.snapshot(), expected);
+    QVERIFY(!linked(bench.path("copy2"), bench.path("copy3")));
+    QCOMPARE(outcome.errors.last(), "保留文件内容已发生变化，已跳过："_u + keep);
+    QCOMPARE(bench.journals(), QStringList());
+    QCOMPARE(bench.progress.last(), qMakePair(4, 4));
 }
 
 void TestWechatClean::undoTouchesOnlyLinks_data()
