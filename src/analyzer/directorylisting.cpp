@@ -14,7 +14,7 @@ bool isDots(const char *name)
 /// Directories and what is neither cost no call, unless the file system leaves the type out.
 bool describe(int dirFd, const dirent &found, DirectoryEntry *entry)
 {
-    *entry = {found.d_name, found.d_type == DT_DIR, 0, 0};
+    *entry = {found.d_name, found.d_type == DT_DIR, 0, 0, {}};
     if (entry->isDirectory)
         return !isDots(found.d_name);
     if (found.d_type != DT_REG && found.d_type != DT_UNKNOWN)
@@ -27,6 +27,7 @@ bool describe(int dirFd, const dirent &found, DirectoryEntry *entry)
         return entry->isDirectory;
     entry->size = info.st_size;
     entry->modifiedMs = qint64(info.st_mtim.tv_sec) * 1000 + info.st_mtim.tv_nsec / 1000000;
+    entry->identity = core::identityOf(info);
     return true;
 }
 

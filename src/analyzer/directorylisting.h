@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/fileidentity.h"
+
 #include <QByteArray>
 
 #include <functional>
@@ -9,8 +11,9 @@ struct DirectoryEntry
 {
     const char *name;
     bool isDirectory;
-    qint64 size;       ///< Bytes; 0 for a directory.
-    qint64 modifiedMs; ///< Since the epoch; 0 for a directory.
+    qint64 size;                 ///< Bytes; 0 for a directory.
+    qint64 modifiedMs;           ///< Since the epoch; 0 for a directory.
+    core::FileIdentity identity; ///< Not valid for a directory.
 };
 
 /// Passes on each directory and regular file directly in a directory, hidden ones too, and nothing

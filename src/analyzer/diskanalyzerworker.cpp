@@ -72,7 +72,7 @@ struct DiskAnalyzerWorker::Scan
             return;
         const char *name = names.store(file.name);
         if (isLarge)
-            largest.add(size, file.modifiedMs, dir, name);
+            largest.add(file, dir, name);
         if (mayBeDuplicate)
             buckets.add(size, dir, name);
     }

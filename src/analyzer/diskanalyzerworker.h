@@ -41,7 +41,7 @@ public slots:
 signals:
     void progressChanged(int percent, const QString &statusText);
     void scanFinished(bool success, const QString &message, int largeFileCount, int dupGroupCount);
-    /// Maps of "path", "size", "modified"; largest first.
+    /// Maps of "path", "size", "modified" and the identity of scanidentity.h; largest first.
     void largeFilesReady(const QVariantList &files);
     /// The first entry is a map of "totalGroups", "totalReclaimable" and "shownGroups", then the
     /// groups as DuplicateScanner gives them. Empty if no duplicates were wanted.

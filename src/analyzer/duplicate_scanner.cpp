@@ -33,10 +33,8 @@ public:
         : m_fd(::open(QFile::encodeName(path).constData(),
                       O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
     {
-        struct stat info;
-        m_isReadable = m_fd >= 0 && fstat(m_fd, &info) == 0 && S_ISREG(info.st_mode);
-        m_size = m_isReadable ? qint64(info.st_size) : 0;
-        if (m_isReadable)
+        m_identity = currentIdentity();
+        if (isReadable())
             posix_fadvise(m_fd, 0, 0, advice);
     }
     ~ReadableFile()
@@ -47,8 +45,16 @@ public:
     ReadableFile(const ReadableFile &) = delete;
     ReadableFile &operator=(const ReadableFile &) = delete;
 
-    bool isReadable() const { return m_isReadable; }
-    qint64 size() const { return m_size; }
+    bool isReadable() const { return m_identity.isValid(); }
+    qint64 size() const { return m_identity.size; }
+
+    /// After the reading: whether what was read is the content of the expected file. Null expects
+    /// nothing.
+    bool wasUnchanged(const core::FileIdentity *expected) const
+    {
+        return !expected || (core::isStillUnchanged(*expected, m_identity, m_fd) &&
+                             currentIdentity().isUnchanged(m_identity));
+    }
 
     /// Fills the buffer as far as the file goes. -1 on an error.
     qint64 read(char *buffer, qint64 wanted, qint64 offset) const
@@ -67,19 +73,24 @@ public:
     }
 
 private:
+    core::FileIdentity currentIdentity() const
+    {
+        struct stat info;
+        return m_fd >= 0 && fstat(m_fd, &info) == 0 ? core::identityOf(info) : core::FileIdentity();
+    }
+
     int m_fd;
-    bool m_isReadable;
-    qint64 m_size;
+    core::FileIdentity m_identity;
 };
 
 /// Reads no more than it hashes: the kernel is told not to read ahead.
-QByteArray hashOfPart(const QString &path, qint64 offset)
+QByteArray hashOfPart(const QString &path, qint64 offset, const core::FileIdentity *expected)
 {
     const ReadableFile file(path, POSIX_FADV_RANDOM);
     char buffer[DuplicateScanner::kPartSize];
     const qint64 length =
         file.isReadable() ? file.read(buffer, DuplicateScanner::kPartSize, offset) : -1;
-    if (length < 0)
+    if (length < 0 || !file.wasUnchanged(expected))
         return QByteArray();
     return QCryptographicHash::hash(QByteArray::fromRawData(buffer, int(length)),
                                     QCryptographicHash::Md5);
@@ -126,17 +137,19 @@ void follow(DuplicateSearch *search, int threads, const std::function<void()> &r
 
 } // namespace
 
-QByteArray DuplicateScanner::partialHash(const QString &path)
+QByteArray DuplicateScanner::partialHash(const QString &path, const core::FileIdentity *expected)
 {
-    return hashOfPart(path, 0);
+    return hashOfPart(path, 0, expected);
 }
 
-QByteArray DuplicateScanner::tailHash(const QString &path, qint64 size)
+QByteArray DuplicateScanner::tailHash(const QString &path, qint64 size,
+                                      const core::FileIdentity *expected)
 {
-    return hashOfPart(path, std::max(size - kPartSize, qint64(0)));
+    return hashOfPart(path, std::max(size - kPartSize, qint64(0)), expected);
 }
 
-QByteArray DuplicateScanner::fullHash(const QString &path, const StopFunction &shouldStop)
+QByteArray DuplicateScanner::fullHash(const QString &path, const StopFunction &shouldStop,
+                                      const core::FileIdentity *expected)
 {
     const ReadableFile file(path, POSIX_FADV_SEQUENTIAL);
     if (!file.isReadable())
@@ -154,7 +167,7 @@ QByteArray DuplicateScanner::fullHash(const QString &path, const StopFunction &s
         hash.addData(buffer.get(), int(length));
         offset += length;
         if (length < chunk)
-            return hash.result();
+            return file.wasUnchanged(expected) ? hash.result() : QByteArray();
     }
 }
 

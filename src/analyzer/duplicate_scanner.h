@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/fileidentity.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
@@ -37,7 +39,7 @@ public:
     struct PartialResult
     {
         /// Maps of "size", "hash" (by hash only) and "files": maps of "path", "modified",
-        /// "aliasPaths" and "aliasCount".
+        /// "aliasPaths", "aliasCount" and the identity (scanidentity.h) of the file compared.
         QVariantList groups;
         qint64 totalReclaimable = 0; ///< Bytes; not cut by the limit of groups, nor is totalGroups.
         int totalGroups = 0;
@@ -47,6 +49,7 @@ public:
     {
         QString path; ///< The first path met.
         QStringList aliasPaths;
+        core::FileIdentity identity; ///< Before its content was read.
     };
 
     /// Largest groups first; the same files give the same result, whatever the number of threads.
@@ -57,12 +60,18 @@ public:
                               const ScanOptions &options, const StopFunction &shouldStop,
                               const ProgressFunction &progress);
 
-    /// Raw MD5 of the first 4096 bytes; empty if the file cannot be read.
-    static QByteArray partialHash(const QString &path);
-    /// Raw MD5 of the last 4096 bytes of a file of `size` bytes.
-    static QByteArray tailHash(const QString &path, qint64 size);
-    /// Raw MD5 of the whole file; empty if it cannot be read, or on a stop.
-    static QByteArray fullHash(const QString &path, const StopFunction &shouldStop);
+    // Raw MD5 values; empty if the file cannot be read, or if an expected identity is given and
+    // another file is met, or the file is written to meanwhile.
+
+    /// Of the first 4096 bytes.
+    static QByteArray partialHash(const QString &path,
+                                  const core::FileIdentity *expected = nullptr);
+    /// Of the last 4096 bytes of a file of `size` bytes.
+    static QByteArray tailHash(const QString &path, qint64 size,
+                               const core::FileIdentity *expected = nullptr);
+    /// Of the whole file; empty on a stop, too.
+    static QByteArray fullHash(const QString &path, const StopFunction &shouldStop,
+                               const core::FileIdentity *expected = nullptr);
 
     /// Examines buckets[first, last). Thread-safe.
     static PartialResult processBucketRange(const QList<Bucket> &buckets, int first, int last,

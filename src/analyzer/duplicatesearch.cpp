@@ -1,6 +1,7 @@
 #include "analyzer/duplicatesearch.h"
 
 #include "analyzer/saturating.h"
+#include "analyzer/scanidentity.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -16,12 +17,14 @@ namespace {
 constexpr int kItemsPerTask = 16;
 
 /// Paths with one key are one physical file.
-QByteArray physicalKey(const QString &path)
+QByteArray physicalKey(const QString &path, core::FileIdentity *identity)
 {
     struct stat info;
-    if (stat(QFile::encodeName(path).constData(), &info) == 0)
+    if (stat(QFile::encodeName(path).constData(), &info) == 0) {
+        *identity = core::identityOf(info);
         return QByteArray::number(qulonglong(info.st_dev)) + ':' +
                QByteArray::number(qulonglong(info.st_ino));
+    }
     const QFileInfo file(path);
     const QString canonical = file.canonicalFilePath();
     return QFile::encodeName(canonical.isEmpty() ? file.absoluteFilePath() : canonical);
@@ -123,6 +126,7 @@ bool DuplicateSearch::takeWaiting(Task *task)
         state.items.reserve(size_t(paths));
         for (int path = 0; path < paths; ++path)
             state.items.push_back({path, 0, {}});
+        state.identities.resize(size_t(paths));
         if (paths == 0)
             ++m_finished;
         enqueue(bucket);
@@ -159,22 +163,23 @@ void DuplicateSearch::runTask(const Task &task)
     State &state = stateOf(task.bucket);
     for (int i = task.first; i < task.last && !stopWanted(); ++i) {
         Item &item = state.items[size_t(i)];
-        item.key = keyOf(task.bucket, state.stage, item.file);
+        item.key = keyOf(task.bucket, item.file);
     }
 }
 
-QByteArray DuplicateSearch::keyOf(int bucket, Stage stage, int file) const
+QByteArray DuplicateSearch::keyOf(int bucket, int index)
 {
-    if (stage == Stage::identity)
-        return physicalKey(m_buckets.at(bucket).second.at(file));
-    const QString &path = m_states[size_t(bucket - m_first)].files.at(file).path;
-    switch (stage) {
+    State &state = stateOf(bucket);
+    if (state.stage == Stage::identity)
+        return physicalKey(m_buckets.at(bucket).second.at(index), &state.identities[size_t(index)]);
+    const DuplicateScanner::PhysicalFileGroup &file = state.files.at(index);
+    switch (state.stage) {
     case Stage::partial:
-        return DuplicateScanner::partialHash(path);
+        return DuplicateScanner::partialHash(file.path, &file.identity);
     case Stage::tail:
-        return DuplicateScanner::tailHash(path, sizeOf(bucket));
+        return DuplicateScanner::tailHash(file.path, sizeOf(bucket), &file.identity);
     default:
-        return DuplicateScanner::fullHash(path, m_shouldStop);
+        return DuplicateScanner::fullHash(file.path, m_shouldStop, &file.identity);
     }
 }
 
@@ -224,11 +229,13 @@ void DuplicateSearch::identify(int bucket, const QVector<Group> &groups)
     State &state = stateOf(bucket);
     const QStringList &paths = m_buckets.at(bucket).second;
     state.items.clear();
+    const std::vector<core::FileIdentity> identities = std::move(state.identities);
     if (groups.size() < 2)
         return;
     for (const Group &group : groups) {
         DuplicateScanner::PhysicalFileGroup file;
         file.path = paths.at(group.files.first());
+        file.identity = identities[size_t(group.files.first())];
         for (int i = 1; i < group.files.size(); ++i)
             file.aliasPaths.append(paths.at(group.files.at(i)));
         state.items.push_back({state.files.size(), 0, {}});
@@ -319,6 +326,7 @@ QVariantMap DuplicateSearch::groupMap(int bucket, const Group &group) const
         map.insert(QStringLiteral("modified"), QFileInfo(file.path).lastModified());
         map.insert(QStringLiteral("aliasPaths"), file.aliasPaths);
         map.insert(QStringLiteral("aliasCount"), file.aliasPaths.size());
+        insertIdentity(file.identity, &map);
         files.append(map);
     }
     QVariantMap map;

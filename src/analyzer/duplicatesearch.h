@@ -63,7 +63,8 @@ private:
     {
         Stage stage = Stage::identity;
         std::vector<Item> items;
-        int pending = 0; // items without a key
+        int pending = 0;                            // items without a key
+        std::vector<core::FileIdentity> identities; // of the paths; empty after stage identity
         QVector<DuplicateScanner::PhysicalFileGroup> files;
         QVector<Group> found;
     };
@@ -92,7 +93,7 @@ private:
     bool takeWaiting(Task *task);
     void finish(const Task &task);
     void runTask(const Task &task);
-    QByteArray keyOf(int bucket, Stage stage, int file) const;
+    QByteArray keyOf(int bucket, int index);
     void advance(int bucket);
     void identify(int bucket, const QVector<Group> &groups);
     void enqueue(int bucket);

@@ -1,5 +1,7 @@
 #include "analyzer/largestfiles.h"
 
+#include "analyzer/scanidentity.h"
+
 #include <QDateTime>
 
 #include <algorithm>
@@ -42,13 +44,13 @@ bool LargestFiles::wouldKeep(qint64 size) const
     return !isFull() || size > m_entries.front().size;
 }
 
-void LargestFiles::add(qint64 size, qint64 modifiedMs, const DirNode *dir, const char *name)
+void LargestFiles::add(const DirectoryEntry &file, const DirNode *dir, const char *name)
 {
     if (isFull()) {
         std::pop_heap(m_entries.begin(), m_entries.end(), ranksBefore);
         m_entries.pop_back();
     }
-    m_entries.push_back({size, modifiedMs, dir, name, m_sequence++});
+    m_entries.push_back({file.size, file.modifiedMs, file.identity, dir, name, m_sequence++});
     if (m_limit > 0)
         std::push_heap(m_entries.begin(), m_entries.end(), ranksBefore);
 }
@@ -68,6 +70,7 @@ QVariantList LargestFiles::takeSorted(const DirectoryTree &tree,
         file.insert(QStringLiteral("path"), tree.listedPath(entry.dir, entry.name));
         file.insert(QStringLiteral("size"), entry.size);
         file.insert(QStringLiteral("modified"), QDateTime::fromMSecsSinceEpoch(entry.modifiedMs));
+        insertIdentity(entry.identity, &file);
         files.append(file);
     }
     return files;

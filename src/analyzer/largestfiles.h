@@ -1,5 +1,6 @@
 #pragma once
 
+#include "analyzer/directorylisting.h"
 #include "analyzer/directorytree.h"
 
 #include <QVariantList>
@@ -17,11 +18,11 @@ public:
 
     /// False if the file is not among the largest so far.
     bool wouldKeep(qint64 size) const;
-    /// For a file that it would keep. `name` must be listable and stay valid.
-    void add(qint64 size, qint64 modifiedMs, const DirNode *dir, const char *name);
+    /// For a file that it would keep. `name`, that of the file, must be listable and stay valid.
+    void add(const DirectoryEntry &file, const DirNode *dir, const char *name);
 
-    /// Maps of "path", "size" and "modified", largest first. Leaves the collection empty. Ends
-    /// early on a stop.
+    /// Maps of "path", "size", "modified" and the file's identity, largest first. Leaves the
+    /// collection empty. Ends early on a stop.
     QVariantList takeSorted(const DirectoryTree &tree, const std::function<bool()> &shouldStop);
 
 private:
@@ -29,6 +30,7 @@ private:
     {
         qint64 size;
         qint64 modifiedMs;
+        core::FileIdentity identity;
         const DirNode *dir;
         const char *name;
         quint64 sequence;

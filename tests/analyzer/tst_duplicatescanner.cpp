@@ -1,5 +1,6 @@
 #include "analyzer/duplicate_scanner.h"
 #include "analyzer/duplicatesearch.h"
+#include "analyzer/scanidentity.h"
 #include "support/temptree.h"
 
 #include <QCryptographicHash>
@@ -186,6 +187,7 @@ private slots:
     void hashesParts_data();
     void hashesParts();
     void readsUnequalFilesInPartOnly();
+    void comparesTheFilesThatItNames();
     void stops();
     void reportsProgress();
     void searchesOnSeveralThreads();
@@ -297,6 +299,43 @@ void TestDuplicateScanner::readsUnequalFilesInPartOnly()
     const qint64 read = bytesRead() - before;
     QCOMPARE(result.totalGroups, 0);
     QVERIFY2(read < count * 8192 + 4096, qPrintable(QString::number(read)));
+}
+
+/// A file of other content is exchanged for an equal one at any moment of the comparison. It may
+/// count as a duplicate only under the identity of the file that was read.
+void TestDuplicateScanner::comparesTheFilesThatItNames()
+{
+    const int size = 5000;
+    bool found = false;
+    bool exchanged = true;
+    for (int moment = 1; exchanged; ++moment) {
+        TempTree tree;
+        const QStringList paths{tree.file("a", QByteArray(size, 'x')),
+                                tree.file("b", QByteArray(size, 'y'))};
+        tree.file("new", QByteArray(size, 'x'));
+        const auto inodeOf = [](const QString &path) {
+            struct stat info;
+            return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
+        };
+        const quint64 wanted = inodeOf(tree.path("new"));
+        int asked = 0;
+        const auto exchange = [&] {
+            if (++asked == moment)
+                tree.move("new", "b");
+            return false;
+        };
+        const Result result =
+            DuplicateScanner::processBucketRange({{size, paths}}, 0, 1, Options(), exchange);
+        exchanged = asked >= moment;
+        if (result.groups.isEmpty())
+            continue;
+        found = true;
+        const QVariantList files =
+            result.groups.first().toMap().value(QStringLiteral("files")).toList();
+        const QVariantMap file = files.at(1).toMap();
+        QCOMPARE(identityFromMap(file, size).inode, wanted);
+    }
+    QVERIFY(found);
 }
 
 /// Whatever the moment of the stop, what is returned is part of the whole.
