@@ -1,20 +1,21 @@
 #include "recoveryd/daemon.h"
 
-#include "recoveryd/devices/deviceservice.h"
-
 namespace services {
 namespace recoveryd {
 
 Daemon::Daemon(const Options &options)
     : m_options(options)
-    , m_scans(m_host, m_catalog, m_store)
-    , m_recoveries(m_host, m_catalog, m_store, options.freeBytes)
+    , m_use(BlockDevices(options.blockPaths), options.mountedDir, options.deviceCalls)
+    , m_devices(m_host, m_catalog, m_use)
+    , m_scans(m_host, m_catalog, m_use, m_store)
+    , m_recoveries(m_host, m_catalog, m_use, m_store, options.freeBytes)
     , m_sessions(m_host, m_scans, m_store,
                  [this](const QString &id) { return m_recoveries.isInUse(id); })
     , m_forensics(m_host, m_catalog, options.stateDir)
     , m_vaults(m_host, m_catalog, options.mountedDir, options.freeBytes)
 {
-    registerDeviceMethods(m_host, m_catalog);
+    if (options.withBlockDevices)
+        m_catalog.offerBlockDevices(options.blockPaths);
 }
 
 bool Daemon::start(QString *error)

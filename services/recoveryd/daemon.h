@@ -2,7 +2,7 @@
 
 #include "common/outputfile.h"
 #include "common/servicehost.h"
-#include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/devices/deviceservice.h"
 #include "recoveryd/forensics/forensicsservice.h"
 #include "recoveryd/recover/recoveryservice.h"
 #include "recoveryd/scan/scanservice.h"
@@ -13,13 +13,17 @@
 namespace services {
 namespace recoveryd {
 
-/// The whole service: the images, what is kept in the state folder, and the methods on a socket.
+/// The whole service: images and disks, what is kept in the state folder, and the methods on a
+/// socket.
 class Daemon
 {
 public:
     struct Options
     {
         QStringList images;
+        bool withBlockDevices = false; ///< The machine's disks are offered, too.
+        BlockDevices::Paths blockPaths;
+        DeviceUse::Calls deviceCalls = DeviceUse::Calls::ofSystem();
         QString stateDir;
         QString socketName;
         QString mountedDir; ///< Where the installed system is mounted, if it is.
@@ -34,8 +38,10 @@ public:
 private:
     Options m_options;
     DeviceCatalog m_catalog;
+    DeviceUse m_use;
     SessionStore m_store;
     ServiceHost m_host;
+    DeviceService m_devices;
     ScanService m_scans;
     RecoveryService m_recoveries;
     SessionService m_sessions;

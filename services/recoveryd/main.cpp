@@ -17,12 +17,15 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(QStringLiteral("morvane-recoveryd"));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Finds and recovers deleted files in disk images, which it only reads."));
+    parser.setApplicationDescription(QStringLiteral(
+        "Finds and recovers deleted files on disks and disk images, which it only reads."));
     parser.addHelpOption();
     const QCommandLineOption image(
         QStringLiteral("image"), QStringLiteral("A disk image to offer; may be given repeatedly."),
         QStringLiteral("file"));
+    const QCommandLineOption devices(
+        QStringLiteral("devices"),
+        QStringLiteral("Offers the disks of this machine; needs the rights of root."));
     const QCommandLineOption state(
         QStringLiteral("state"), QStringLiteral("Folder for scan sessions and snapshots."),
         QStringLiteral("folder"),
@@ -37,20 +40,23 @@ int main(int argc, char *argv[])
     const QCommandLineOption exitWithParent(
         QStringLiteral("exit-with-parent"),
         QStringLiteral("End when the program that started this one ends."));
-    parser.addOptions({image, state, socket, target, exitWithParent});
+    parser.addOptions({image, devices, state, socket, target, exitWithParent});
     parser.process(app);
     if (parser.isSet(exitWithParent) && !services::exitWithParent(parent))
         return 1;
 
     services::recoveryd::Daemon::Options options;
     options.images = parser.values(image);
+    options.withBlockDevices = parser.isSet(devices);
     options.stateDir = parser.value(state);
     options.socketName = parser.value(socket);
     options.mountedDir = QDir::cleanPath(parser.value(target));
     services::recoveryd::Daemon daemon(options);
     QString error;
-    if (options.images.isEmpty())
-        error = QStringLiteral("没有给出磁盘镜像（--image）");
+    if (options.images.isEmpty() && !options.withBlockDevices)
+        error = QStringLiteral("没有给出磁盘镜像（--image）或磁盘（--devices）");
+    else if (options.withBlockDevices && ::geteuid() != 0)
+        error = QStringLiteral("读取磁盘（--devices）需要 root 权限");
     else if (services::quitOnTerminationSignals(&error) && daemon.start(&error)) {
         services::reportReady(&app);
         return QCoreApplication::exec();

@@ -1,7 +1,5 @@
 #include "recoveryd/carve/windowreader.h"
 
-#include <QDebug>
-
 #include <cstring>
 
 namespace services {
@@ -28,11 +26,11 @@ qint64 firstIn(const uchar *bytes, qint64 length, const char *token, qint64 toke
 
 } // namespace
 
-WindowReader::WindowReader(const Volume &volume, std::function<bool()> mayGoOn)
-    : m_volume(volume)
+WindowReader::WindowReader(std::shared_ptr<const MediaReader> media, std::function<bool()> mayGoOn)
+    : m_media(std::move(media))
     , m_mayGoOn(std::move(mayGoOn))
     , m_window(size_t(kWindow))
-    , m_end(volume.size())
+    , m_end(m_media->size())
 {}
 
 bool WindowReader::fill(qint64 offset, qint64 least)
@@ -40,44 +38,18 @@ bool WindowReader::fill(qint64 offset, qint64 least)
     if (!m_error.isEmpty() || !m_mayGoOn())
         return false;
     const qint64 start = offset - offset % kReadAlignment;
-    const qint64 length = qMin(kWindow, m_volume.size() - start);
+    const qint64 length = qMin(kWindow, m_media->size() - start);
     if (offset + least > start + length)
         return false;
-    m_length = 0;
-    if (!m_volume.read(start, reinterpret_cast<char *>(m_window.data()), length, nullptr) &&
-        !fillPiecewise(start, length))
+    m_media->read(start, reinterpret_cast<char *>(m_window.data()), length);
+    if (m_media->isGone()) {
+        m_length = 0;
+        m_error = QStringLiteral("设备已断开");
         return false;
+    }
     m_start = start;
     m_length = length;
     m_bytesRead += length;
-    return true;
-}
-
-bool WindowReader::fillPiecewise(qint64 start, qint64 length)
-{
-    for (qint64 i = 0; i < length; i += kReadAlignment) {
-        // A medium may try for seconds before it gives a place up.
-        if (!m_mayGoOn())
-            return false;
-        char *const piece = reinterpret_cast<char *>(m_window.data()) + i;
-        const qint64 at = start + i;
-        const qint64 pieceLength = qMin(kReadAlignment, length - i);
-        QString error;
-        if (m_volume.read(at, piece, pieceLength, &error))
-            continue;
-        std::memset(piece, 0, size_t(pieceLength));
-        // Windows overlap and go back at times, so places are compared, not bytes counted.
-        if (at > m_unreadEnd || at < m_unreadFrom) {
-            qWarning() << "[WindowReader] unreadable from" << at << "on:" << error;
-            m_unreadFrom = at;
-            m_unreadEnd = at;
-        }
-        m_unreadEnd = qMax(m_unreadEnd, at + pieceLength);
-        if (m_unreadEnd - m_unreadFrom > kMaxUnread) {
-            m_error = error;
-            return false;
-        }
-    }
     return true;
 }
 

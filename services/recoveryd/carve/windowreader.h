@@ -1,6 +1,6 @@
 #pragma once
 
-#include "recoveryd/devices/image.h"
+#include "recoveryd/devices/mediareader.h"
 
 #include <functional>
 #include <vector>
@@ -10,16 +10,13 @@ namespace recoveryd {
 
 /// A moving window over a volume: bytes are read in large aligned pieces and handed out as pointers
 /// into the window, which the next call may move. Scanner and carvers share one, so that a file's
-/// bytes are read once. What a damaged medium does not give reads as zeros, so that a bad place
-/// costs no more than itself. One thread.
+/// bytes are read once. What a damaged medium does not give reads as zeros. One thread.
 class WindowReader
 {
 public:
     static constexpr qint64 kWindow = 4 * 1024 * 1024;
     /// The most that at() gives in one piece.
     static constexpr qint64 kMaxPiece = 128 * 1024;
-    /// So many bytes in a row that cannot be read are a failure: the medium has gone.
-    static constexpr qint64 kMaxUnread = 64 * 1024 * 1024;
 
     struct Span
     {
@@ -28,10 +25,10 @@ public:
     };
 
     /// `mayGoOn` is asked before each read; once it says no, nothing more is given out.
-    WindowReader(const Volume &volume, std::function<bool()> mayGoOn);
+    WindowReader(std::shared_ptr<const MediaReader> media, std::function<bool()> mayGoOn);
 
     /// No byte from `end` on is given out: files in free space end where the free space does.
-    void setEnd(qint64 end) { m_end = qMin(end, m_volume.size()); }
+    void setEnd(qint64 end) { m_end = qMin(end, m_media->size()); }
     qint64 end() const { return m_end; }
 
     /// `length` bytes from `offset` on; null beyond the end, and after a failure.
@@ -43,23 +40,20 @@ public:
     /// is none.
     qint64 find(qint64 from, qint64 to, const char *token, qint64 tokenLength);
 
-    /// Empty unless reading has failed for good.
+    /// Empty unless the medium has gone.
     QString error() const { return m_error; }
     qint64 bytesRead() const { return m_bytesRead; }
 
 private:
     [[nodiscard]] bool fill(qint64 offset, qint64 least);
-    [[nodiscard]] bool fillPiecewise(qint64 start, qint64 length);
 
-    Volume m_volume;
+    std::shared_ptr<const MediaReader> m_media;
     std::function<bool()> m_mayGoOn;
     std::vector<uchar> m_window;
     qint64 m_start = 0;
     qint64 m_length = 0;
     qint64 m_end;
     qint64 m_bytesRead = 0;
-    qint64 m_unreadFrom = -1; ///< Where the unreadable bytes up to m_unreadEnd begin.
-    qint64 m_unreadEnd = -1;
     QString m_error;
 };
 

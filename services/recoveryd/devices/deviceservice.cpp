@@ -5,22 +5,38 @@
 namespace services {
 namespace recoveryd {
 
-void registerDeviceMethods(ServiceHost &host, const DeviceCatalog &catalog)
+DeviceService::DeviceService(ServiceHost &host, const DeviceCatalog &catalog, const DeviceUse &use)
+    : m_catalog(catalog)
+    , m_use(use)
+    , m_jobs(QStringLiteral("disks"))
 {
-    host.handle(QStringLiteral("disk.enumerate"), [&catalog](const QJsonObject &) {
-        return Reply::ok({{QStringLiteral("groups"), catalog.groups()}});
-    });
-    // Images are never mounted, so there is nothing to unmount either.
-    host.handle(QStringLiteral("disk.prepareForScan"), [&catalog](const QJsonObject &params) {
-        const QString path = textParam(params, QStringLiteral("devicePath"));
-        if (path.isEmpty())
-            return badParam(QStringLiteral("devicePath"));
-        Device device;
-        QString error;
-        if (!catalog.find(path, &device, &error))
-            return Reply::failure(kNotFoundCode, error);
-        return Reply::ok({{QStringLiteral("action"), QStringLiteral("ready")}});
-    });
+    host.handle(QStringLiteral("disk.enumerate"),
+                [this](const QJsonObject &, const ServiceHost::Respond &respond) {
+                    m_jobs.run(
+                        [this] {
+                            return Reply::ok({{QStringLiteral("groups"), m_catalog.groups()}});
+                        },
+                        respond);
+                });
+    host.handle(QStringLiteral("disk.prepareForScan"),
+                [this](const QJsonObject &params, const ServiceHost::Respond &respond) {
+                    const QString path = textParam(params, QStringLiteral("devicePath"));
+                    if (path.isEmpty())
+                        return respond(badParam(QStringLiteral("devicePath")));
+                    m_jobs.run([this, path] { return prepare(path); }, respond);
+                });
+}
+
+Reply DeviceService::prepare(const QString &devicePath) const
+{
+    Device device;
+    QString action;
+    QString error;
+    if (!m_catalog.find(devicePath, &device, &error))
+        return Reply::failure(kNotFoundCode, error);
+    if (!m_use.prepare(device, &action, &error))
+        return Reply::failure(kBusyCode, error);
+    return Reply::ok({{QStringLiteral("action"), action}});
 }
 
 } // namespace recoveryd

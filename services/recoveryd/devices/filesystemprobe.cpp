@@ -1,5 +1,6 @@
 #include "recoveryd/devices/filesystemprobe.h"
 
+#include "recoveryd/devices/blkidprobe.h"
 #include "recoveryd/devices/bytes.h"
 #include "recoveryd/devices/fatprobe.h"
 #include "recoveryd/ext/extvolume.h"
@@ -128,7 +129,7 @@ FileSystem probeFileSystem(const Volume &volume)
         if (found.isKnown())
             return found;
     }
-    return FileSystem();
+    return probeWithBlkid(volume);
 }
 
 } // namespace recoveryd

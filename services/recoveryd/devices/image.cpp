@@ -64,6 +64,18 @@ std::shared_ptr<const Image> Image::open(const QString &path, QString *error)
     return std::shared_ptr<const Image>(new Image(path, fd, size));
 }
 
+std::shared_ptr<const Image> Image::openClaimed(const QString &path, int *code)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_EXCL);
+    const qint64 size = fd >= 0 ? qint64(::lseek(fd, 0, SEEK_END)) : -1;
+    if (size >= 0)
+        return std::shared_ptr<const Image>(new Image(path, fd, size));
+    *code = errno;
+    if (fd >= 0)
+        ::close(fd);
+    return nullptr;
+}
+
 bool Image::read(qint64 offset, char *to, qint64 length, QString *error) const
 {
     if (offset < 0 || length < 0 || offset > m_size || length > m_size - offset)

@@ -20,6 +20,10 @@ public:
     /// Null on failure. Refuses what is neither a regular file nor a block device.
     [[nodiscard]] static std::shared_ptr<const Image> open(const QString &path, QString *error);
 
+    /// Opens a block device so that nobody else can mount it or open it likewise while it is held.
+    /// Null with the errno on failure: EBUSY if somebody has it already.
+    [[nodiscard]] static std::shared_ptr<const Image> openClaimed(const QString &path, int *code);
+
     QString path() const { return m_path; }
     /// Bytes; fixed when the image is opened.
     qint64 size() const { return m_size; }

@@ -33,9 +33,10 @@ QString statusWord(const RecoveryLog::Counts &counts, bool wasStopped, const QSt
 } // namespace
 
 RecoveryService::RecoveryService(ServiceHost &host, const DeviceCatalog &catalog,
-                                 SessionStore &store, FreeBytes freeBytes)
+                                 const DeviceUse &use, SessionStore &store, FreeBytes freeBytes)
     : m_host(host)
     , m_catalog(catalog)
+    , m_use(use)
     , m_store(store)
     , m_freeBytes(std::move(freeBytes))
     , m_jobs(QStringLiteral("recovery start"))
@@ -138,6 +139,10 @@ Reply RecoveryService::prepare(Prepared *prepared) const
     QString error;
     if (!m_catalog.findAgain(prepared->session.deviceMark(), &device, &error))
         return Reply::failure(kNotFoundCode, error);
+    if (m_use.isTargetOnDevice(plan.outputDir, device))
+        return Reply::failure(
+            kUnsupportedCode,
+            QStringLiteral("输出目录位于被扫描的设备上，写入会覆盖待恢复的数据，请选择其他磁盘"));
     plan.volume = device.volume;
     if (!findFiles(prepared->ids, &plan, &error))
         return Reply::failure(kIoCode, error);

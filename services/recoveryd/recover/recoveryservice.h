@@ -3,6 +3,7 @@
 #include "common/servicehost.h"
 #include "core/workerthread.h"
 #include "recoveryd/devices/devicecatalog.h"
+#include "recoveryd/devices/deviceuse.h"
 #include "recoveryd/jobthread.h"
 #include "recoveryd/recover/recoverylog.h"
 #include "recoveryd/recover/recoverytask.h"
@@ -18,8 +19,8 @@ public:
     using FreeBytes = std::function<qint64(const QString &dir)>;
 
     /// The references must outlive the service. `freeBytes` is a parameter for the sake of tests.
-    RecoveryService(ServiceHost &host, const DeviceCatalog &catalog, SessionStore &store,
-                    FreeBytes freeBytes);
+    RecoveryService(ServiceHost &host, const DeviceCatalog &catalog, const DeviceUse &use,
+                    SessionStore &store, FreeBytes freeBytes);
     /// Stops what runs and waits for it.
     ~RecoveryService() override;
 
@@ -63,6 +64,7 @@ private:
 
     ServiceHost &m_host;
     const DeviceCatalog &m_catalog;
+    const DeviceUse &m_use;
     SessionStore &m_store;
     FreeBytes m_freeBytes;
     Mailbox m_inbox; // before the threads, which post to it until they end

@@ -24,6 +24,8 @@ bool hasEnd(const CarvedFile &file)
 CarvingScanner::CarvingScanner(const Plan &plan)
     : m_plan(plan)
 {
+    if (!m_plan.media)
+        m_plan.media = std::make_shared<MediaReader>(plan.volume);
     for (const Carver *carver : carvers())
         m_isFirstByte[uchar(carver->magic().at(0))] = true;
 }
@@ -35,7 +37,7 @@ qint64 CarvingScanner::alignedUp(qint64 offset) const
 
 bool CarvingScanner::scan(ScanObserver &observer, QString *error)
 {
-    WindowReader reader(m_plan.volume, [&observer] { return observer.mayGoOn(); });
+    WindowReader reader(m_plan.media, [&observer] { return observer.mayGoOn(); });
     for (const Range &range : qAsConst(m_plan.ranges)) {
         if (!scanRange(reader, range, observer))
             break;

@@ -17,6 +17,7 @@ public:
     struct Plan
     {
         Volume volume;
+        std::shared_ptr<const MediaReader> media; ///< Of the volume; made where it is not given.
         Ranges ranges;
         qint64 alignment = 512;
         ScanRequest request;

@@ -27,12 +27,6 @@ FileSystem ofType(const QString &type)
     return fileSystem;
 }
 
-/// Ciphertext holds nothing that could be found.
-bool isCiphertext(const FileSystem &fileSystem)
-{
-    return fileSystem.type == QLatin1String("crypto_luks");
-}
-
 FoundVolume asFound(const Range &range, const FileSystem &fileSystem)
 {
     FoundVolume found;
@@ -146,7 +140,7 @@ bool ScanPlan::search(ScanObserver &observer)
         return searchFormerFormats(observer);
     Ranges skipped;
     for (const Live &live : qAsConst(m_live))
-        if (m_isDisk && (!m_request.isDeep() || isCiphertext(live.fileSystem)))
+        if (m_isDisk && (!m_request.isDeep() || live.fileSystem.isEncrypted()))
             skipped.append(live.range);
     VolumeSearch volumes(*m_media, joinedRanges(skipped));
     const bool isDone = (!m_isDisk && volumes.searchEnds(observer)) || volumes.searchAll(observer);
@@ -243,7 +237,7 @@ Ranges ScanPlan::carvingRanges(const Ranges &found) const
 {
     Ranges skipped = found;
     for (const Live &live : m_live)
-        if (isCiphertext(live.fileSystem) || (!m_request.isFullDisk && live.isFreeKnown))
+        if (live.fileSystem.isEncrypted() || (!m_request.isFullDisk && live.isFreeKnown))
             skipped += live.inUse;
     return subtracted({{0, m_device.volume.size()}}, joinedRanges(skipped));
 }
@@ -254,6 +248,7 @@ std::unique_ptr<Scanner> ScanPlan::makeCarver(const Ranges &ranges, const QStrin
                                          [](const Live &live) { return live.isFreeKnown; });
     CarvingScanner::Plan plan;
     plan.volume = m_device.volume;
+    plan.media = m_media;
     plan.ranges = ranges;
     plan.alignment = kSector;
     plan.request = m_request;

@@ -42,9 +42,11 @@ QJsonObject summaryOf(const ScanOutcome &outcome)
 
 } // namespace
 
-ScanService::ScanService(ServiceHost &host, const DeviceCatalog &catalog, SessionStore &store)
+ScanService::ScanService(ServiceHost &host, const DeviceCatalog &catalog, const DeviceUse &use,
+                         SessionStore &store)
     : m_host(host)
     , m_catalog(catalog)
+    , m_use(use)
     , m_store(store)
     , m_jobs(QStringLiteral("scan start"))
 {
@@ -99,7 +101,11 @@ void ScanService::start(const QJsonObject &params, const ServiceHost::Respond &r
 
 Reply ScanService::prepare(Prepared *prepared) const
 {
-    return prepared->isResumed ? prepareResumed(prepared) : prepareNew(prepared);
+    const Reply reply = prepared->isResumed ? prepareResumed(prepared) : prepareNew(prepared);
+    QString error;
+    if (!reply.success || m_use.claim(&prepared->order.device, &error))
+        return reply;
+    return Reply::failure(kBusyCode, error);
 }
 
 Reply ScanService::prepareNew(Prepared *prepared) const

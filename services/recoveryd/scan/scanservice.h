@@ -2,6 +2,7 @@
 
 #include "common/servicehost.h"
 #include "core/workerthread.h"
+#include "recoveryd/devices/deviceuse.h"
 #include "recoveryd/jobthread.h"
 #include "recoveryd/scan/scantask.h"
 #include "recoveryd/session/sessionstore.h"
@@ -15,8 +16,9 @@ class ScanService : private ScanListener
 public:
     static constexpr int kMaxRunning = 4;
 
-    /// All three must outlive the service.
-    ScanService(ServiceHost &host, const DeviceCatalog &catalog, SessionStore &store);
+    /// All must outlive the service.
+    ScanService(ServiceHost &host, const DeviceCatalog &catalog, const DeviceUse &use,
+                SessionStore &store);
     /// Stops what runs and waits for it.
     ~ScanService() override;
 
@@ -54,6 +56,7 @@ private:
 
     ServiceHost &m_host;
     const DeviceCatalog &m_catalog;
+    const DeviceUse &m_use;
     SessionStore &m_store;
     Mailbox m_inbox; // before the threads, which post to it until they end
     std::map<QString, std::unique_ptr<Running>> m_running;
