@@ -275,8 +275,9 @@ void TestDiskAnalyzerWorker::findsDuplicates()
     files(".hidden", 2, 100);
     for (int i = 1; i <= 510; ++i)
         files(qPrintable(QStringLiteral("pair%1").arg(i)), 2, 1000 + i);
-    link(QFile::encodeName(tree.path(".hidden/0")).constData(),
-         QFile::encodeName(tree.path(".hidden/2")).constData());
+    QCOMPARE(::link(QFile::encodeName(tree.path(".hidden/0")).constData(),
+                    QFile::encodeName(tree.path(".hidden/2")).constData()),
+             0);
     DiskAnalyzerWorker worker(noMounts);
     Recorder recorder(&worker);
     worker.startScan(tree.path(), kMost, 10, true, true, 100);

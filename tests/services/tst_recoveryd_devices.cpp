@@ -19,7 +19,8 @@ constexpr int kSectors = 4096; // of the test disks
 template <typename T>
 void put(QByteArray *bytes, int at, T value)
 {
-    qToLittleEndian<T>(value, bytes->data() + at);
+    const T stored = qToLittleEndian(value);
+    bytes->replace(at, int(sizeof(T)), reinterpret_cast<const char *>(&stored), int(sizeof(T)));
 }
 
 void putText(QByteArray *bytes, int at, const QByteArray &text)
