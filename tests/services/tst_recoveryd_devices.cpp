@@ -16,11 +16,24 @@ namespace {
 
 constexpr int kSectors = 4096; // of the test disks
 
+// Both replace bytes of the array, which the optimiser, unlike writes through data(), does not take
+// for an overflow of the shared empty array.
+template <typename T>
+void putBytes(QByteArray *bytes, int at, T stored)
+{
+    bytes->replace(at, int(sizeof(T)), reinterpret_cast<const char *>(&stored), int(sizeof(T)));
+}
+
 template <typename T>
 void put(QByteArray *bytes, int at, T value)
 {
-    const T stored = qToLittleEndian(value);
-    bytes->replace(at, int(sizeof(T)), reinterpret_cast<const char *>(&stored), int(sizeof(T)));
+    putBytes(bytes, at, qToLittleEndian(value));
+}
+
+template <typename T>
+void putBig(QByteArray *bytes, int at, T value)
+{
+    putBytes(bytes, at, qToBigEndian(value));
 }
 
 void putText(QByteArray *bytes, int at, const QByteArray &text)
@@ -300,11 +313,11 @@ void TestRecoverydDevices::probes_data()
 
     QByteArray xfs = empty;
     putText(&xfs, 0, "XFSB");
-    qToBigEndian<quint32>(4096, xfs.data() + 4);
-    qToBigEndian<quint64>(100, xfs.data() + 8);
-    qToBigEndian<quint64>(40, xfs.data() + 144);
+    putBig<quint32>(&xfs, 4, 4096);
+    putBig<quint64>(&xfs, 8, 100);
+    putBig<quint64>(&xfs, 144, 40);
     QTest::newRow("xfs") << xfs << "xfs" << qint64(409600) << qint64(60 * 4096);
-    qToBigEndian<quint64>(400, xfs.data() + 144);
+    putBig<quint64>(&xfs, 144, 400);
     QTest::newRow("xfs, more free than there is") << xfs << "" << qint64(-1) << qint64(-1);
 
     QByteArray btrfs = empty;
