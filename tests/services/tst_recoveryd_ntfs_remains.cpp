@@ -116,6 +116,7 @@ private slots:
     void mapsRecycleBins();
     void readsTheChangeJournal();
     void readsTheLog();
+    void findsEmptiedFiles();
     void marksWhatCannotBeRead();
     void standsDamagedStructures();
 
@@ -349,6 +350,27 @@ void TestRecoverydNtfsRemains::readsTheLog()
     QCOMPARE(findings.first().source, FindingSource::Journal);
     QVERIFY(findings.first().isDeleted);
     QCOMPARE(bytesOf(*media, findings.first()), noise(7000, 1));
+}
+
+/// A file that was cut to nothing still exists, so only its earlier version is found.
+void TestRecoverydNtfsRemains::findsEmptiedFiles()
+{
+    if (!m_obstacle.isEmpty())
+        QSKIP(qPrintable(m_obstacle));
+    const QByteArray report = noise(9000, 1) + "end";
+    QVERIFY(makeImage());
+    QVERIFY(m_image->write(QStringLiteral("report.txt"), report));
+    QVERIFY(m_image->write(QStringLiteral("always empty"), QByteArray()));
+    QVERIFY(m_image->unmount());
+    QVERIFY(m_image->mount());
+    QVERIFY(QFile::resize(m_image->inside(QStringLiteral("report.txt")), 0));
+    QVERIFY(m_image->unmount());
+
+    const QVector<Finding> findings = scan();
+    QCOMPARE(findings.size(), 1);
+    QCOMPARE(findings.first().name, QByteArray("report.txt"));
+    QVERIFY(findings.first().isDeleted && !findings.first().isSizeExact);
+    QCOMPARE(bytesOf(*mediaOf(m_imagePath), findings.first()), report);
 }
 
 /// Encrypted data is there, but is no whole file for anyone.

@@ -2,6 +2,7 @@
 
 #include "recoveryd/content/contentreader.h"
 #include "recoveryd/devices/bytes.h"
+#include "recoveryd/ntfs/emptiedstream.h"
 #include "recoveryd/ntfs/indexentries.h"
 #include "recoveryd/ntfs/logfile.h"
 #include "recoveryd/ntfs/recordsweep.h"
@@ -41,15 +42,16 @@ CurrentScan::CurrentScan(const NtfsVolume &volume, NameBook &names, bool listsEx
     , m_names(names)
     , m_listsExisting(listsExisting)
 {
-    Record table;
-    if (m_volume.readRecord(kMftRecord, &table))
-        if (const Attribute *times = table.find(kStandardInformation))
-            m_formattedTime = Fields(table.value(*times)).le64(0);
+    // mkntfs leaves the times of $MFT itself empty.
+    Record record;
+    if (m_volume.readRecord(kVolumeRecord, &record))
+        if (const Attribute *times = record.find(kStandardInformation))
+            m_formattedTime = Fields(record.value(*times)).le64(0);
     // Directories are mostly made before what is in them; the few others are read out of turn.
     m_names.folders().setLoader([this](quint64 number) {
-        Record record;
-        if (m_volume.readRecord(number, &record) && record.base == 0 && record.isDirectory())
-            m_names.addDirectory(record, m_volume.gather(record));
+        Record folder;
+        if (m_volume.readRecord(number, &folder) && folder.base == 0 && folder.isDirectory())
+            m_names.addDirectory(folder, m_volume.gather(folder));
     });
 }
 
@@ -129,8 +131,11 @@ bool CurrentScan::visit(Record &record, ScanObserver &observer)
         visitDirectory(record);
         return true;
     }
-    if (record.number < kFirstUserRecord || record.attributes.isEmpty() || isRecycleInfo(record) ||
-        (record.isInUse() && !m_listsExisting))
+    if (record.number < kFirstUserRecord || record.attributes.isEmpty() || isRecycleInfo(record))
+        return true;
+    if (!considerEmptied(record, observer))
+        return false;
+    if (record.isInUse() && !m_listsExisting)
         return true;
     return consider(record, false, observer);
 }
@@ -177,6 +182,20 @@ bool CurrentScan::isRecycleInfo(const Record &record)
     return true;
 }
 
+/// A file that is empty now, or was when it was deleted: the version before.
+bool CurrentScan::considerEmptied(const Record &record, ScanObserver &observer)
+{
+    Stream stream;
+    if (!findEmptiedStream(m_volume, record, &stream))
+        return true;
+    FileFacts facts = m_volume.gather(record);
+    facts.streams = {stream};
+    facts.modifiedTime = 0; // that of the emptying
+    facts.changedTime = facts.createdTime;
+    const Place place = m_names.placeOf(record, facts);
+    return place.isSystem || report(facts, place, FindingSource::Hybrid, false, observer);
+}
+
 bool CurrentScan::consider(const Record &record, bool isLast, ScanObserver &observer)
 {
     const FileFacts facts =
@@ -193,13 +212,12 @@ bool CurrentScan::consider(const Record &record, bool isLast, ScanObserver &obse
         m_pending.append(record.number);
         return true;
     }
-    return report(record, facts, place, FindingSource::Metadata, observer);
+    return report(facts, place, FindingSource::Metadata, record.isInUse(), observer);
 }
 
-bool CurrentScan::report(const Record &record, const FileFacts &facts, const Place &place,
-                         FindingSource source, ScanObserver &observer)
+bool CurrentScan::report(const FileFacts &facts, const Place &place, FindingSource source,
+                         bool exists, ScanObserver &observer)
 {
-    const bool exists = record.isInUse() && source == FindingSource::Metadata;
     const QVector<Finding> findings =
         makeFindings(facts, place.finding, exists ? Era::Existing : Era::Current,
                      {m_volume.geometry().clusterSize, m_volume.media().size()});
@@ -294,7 +312,7 @@ bool CurrentScan::reportRest(ScanObserver &observer)
     m_pending.clear();
     for (const Record &image : qAsConst(m_logged)) {
         const FileFacts facts = gatherFile(image, GatherSources());
-        if (!report(image, facts, m_names.placeOf(image, facts), FindingSource::Journal, observer))
+        if (!report(facts, m_names.placeOf(image, facts), FindingSource::Journal, false, observer))
             return false;
     }
     return true;

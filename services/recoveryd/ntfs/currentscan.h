@@ -33,11 +33,12 @@ private:
     void visitDirectory(const Record &record);
     void noteIndex(const Record &record);
     bool isRecycleInfo(const Record &record);
+    [[nodiscard]] bool considerEmptied(const Record &record, ScanObserver &observer);
     [[nodiscard]] bool consider(const Record &record, bool isLast, ScanObserver &observer);
     qint64 journalRecord() const;
     void noteLogged(const Record &record);
-    [[nodiscard]] bool report(const Record &record, const FileFacts &facts, const Place &place,
-                              FindingSource source, ScanObserver &observer);
+    [[nodiscard]] bool report(const FileFacts &facts, const Place &place, FindingSource source,
+                              bool exists, ScanObserver &observer);
 
     const NtfsVolume &m_volume;
     NameBook &m_names;

@@ -12,6 +12,8 @@ namespace {
 
 constexpr qint64 kMaxAttributeList = 1024 * 1024;
 constexpr int kMaxContinuations = 8192;
+/// A list that leads to this many other files' records is no longer worth following.
+constexpr int kMaxMisses = 64;
 constexpr int kMaxStreams = 64;
 constexpr qint64 kMaxStreamSize = qint64(1) << 56;
 constexpr qint64 kMinCluster = 512;
@@ -192,12 +194,16 @@ FileFacts gatherFile(const Record &base, const GatherSources &sources)
                 numbers.append(number);
         facts.areAllRecordsFound = !listed.isEmpty();
     }
+    int misses = 0;
     for (quint64 number : qAsConst(numbers)) {
         Record record;
-        if (sources.record && sources.record(number, &record) && continues(record, base))
+        if (sources.record && sources.record(number, &record) && continues(record, base)) {
             addAttributes(record, &facts);
-        else
-            facts.areAllRecordsFound = false;
+            continue;
+        }
+        facts.areAllRecordsFound = false;
+        if (++misses > kMaxMisses)
+            break;
     }
     finishStreams(&facts);
     return facts;

@@ -15,6 +15,7 @@ struct Stream
     quint16 flags = 0;
     int compressionUnit = 0;
     qint64 size = -1; ///< Bytes; -1 if the first piece is missing.
+    bool isSizeExact = true;
     qint64 allocatedSize = 0;
     qint64 initialisedSize = 0;
     bool isResident = false;
@@ -62,7 +63,8 @@ struct GatherSources
 /// out, and `areAllRecordsFound` becomes false.
 FileFacts gatherFile(const Record &base, const GatherSources &sources);
 
-/// The map of a stream in bytes of the volume; runs outside `volumeSize` clear `isMapComplete`.
+/// The map of a stream in bytes of the volume. Where its size is not known, it ends with the last
+/// run. Runs outside `volumeSize` clear `isMapComplete`.
 FileContent contentOf(const Stream &stream, qint64 clusterSize, qint64 volumeSize,
                       bool *isMapComplete);
 

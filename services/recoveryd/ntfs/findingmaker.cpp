@@ -55,13 +55,9 @@ QVector<Finding> makeFindings(const FileFacts &facts, const Finding &place, Era 
         Finding finding = place;
         bool isMapComplete = false;
         finding.content = contentOf(stream, scale.clusterSize, scale.volumeSize, &isMapComplete);
-        if (stream.size < 0) {
-            const qint64 mapped = stream.runs.isEmpty() ? 0 : stream.runs.last().vcnEnd();
-            finding.content.size = qMin(mapped * scale.clusterSize, scale.volumeSize);
-            finding.isSizeExact = false;
-            if (finding.content.size == 0)
-                continue;
-        }
+        finding.isSizeExact = stream.isSizeExact && stream.size >= 0;
+        if (!finding.isSizeExact && finding.content.size == 0)
+            continue;
         if (!stream.name.isEmpty() && !finding.name.isEmpty())
             finding.name += ':' + stream.name;
         finding.modifiedMs = msFromFileTime(facts.modifiedTime);

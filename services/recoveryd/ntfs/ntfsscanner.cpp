@@ -12,6 +12,8 @@ namespace services::recoveryd::ntfs {
 namespace {
 
 constexpr qint64 kDefaultClusterSize = 4096;
+/// When a volume was formatted is known to the second, FILETIME.
+constexpr quint64 kTimeOfFormat = 20000000;
 
 /// Where old file tables begin or go on: behind the parts of the present one, and at the usual
 /// places for other cluster sizes.
@@ -111,11 +113,13 @@ bool NtfsScanner::sweep(quint64 formattedTime, NameBook &names, EarlierScan &fra
         return true;
     };
     handlers.indexBlock = [&](const QByteArray &block) {
-        forEachIndexEntry(
-            block.constData(), block.size(), [&](quint64 reference, const FileName &name) {
-                const bool isNow = !m_isOpen || name.changedTime >= formattedTime;
-                (isNow ? names : earlierNames).addRemains(reference, name, name.changedTime);
-            });
+        forEachIndexEntry(block.constData(), block.size(),
+                          [&](quint64 reference, const FileName &name) {
+                              if (!m_isOpen || name.changedTime >= formattedTime)
+                                  names.addRemains(reference, name, name.changedTime);
+                              if (m_isOpen && name.changedTime < formattedTime + kTimeOfFormat)
+                                  earlierNames.addRemains(reference, name, name.changedTime);
+                          });
     };
     RecordSweep sweeper(*m_context.media, handlers);
     return (!m_isOpen || followTables(sweeper, observer)) &&

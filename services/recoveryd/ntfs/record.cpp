@@ -58,6 +58,7 @@ bool parseNonResident(const Fields &fields, int at, int length, Attribute *attri
 bool parseAttribute(const QByteArray &bytes, const Fields &fields, int at, int length,
                     Attribute *attribute)
 {
+    attribute->at = at;
     attribute->type = fields.le32(at);
     attribute->flags = fields.le16(at + 0x0C);
     const int nameLength = fields.u8(at + 9);

@@ -48,6 +48,7 @@ struct Attribute
     quint16 flags = 0;
     QByteArray name; ///< UTF-8.
     bool isResident = true;
+    int at = 0; ///< Of the header itself.
 
     int valueAt = 0; ///< Of a resident value.
     int valueLength = 0;

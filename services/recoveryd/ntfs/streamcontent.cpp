@@ -45,9 +45,10 @@ public:
         : m_stream(stream)
         , m_clusterSize(clusterSize)
         , m_volumeSize(volumeSize)
-        , m_end(qBound(qint64(0), stream.initialisedSize, qMax(qint64(0), stream.size)))
     {
-        m_content.size = qMax(qint64(0), stream.size);
+        m_content.size = stream.size >= 0 ? stream.size : mappedSize();
+        m_end = stream.size >= 0 ? qBound(qint64(0), stream.initialisedSize, stream.size)
+                                 : m_content.size;
     }
 
     bool isComplete() const { return m_isComplete; }
@@ -83,6 +84,12 @@ public:
     }
 
 private:
+    qint64 mappedSize() const
+    {
+        const qint64 clusters = m_stream.runs.isEmpty() ? 0 : m_stream.runs.last().vcnEnd();
+        return qMin(clusters * m_clusterSize, m_volumeSize);
+    }
+
     /// A hole over whole units is passed at once: a sparse file may claim 2^50 of them.
     static bool skipHoles(qint64 start, qint64 unit, RunCursor *cursor)
     {
@@ -136,7 +143,7 @@ private:
     const Stream &m_stream;
     const qint64 m_clusterSize;
     const qint64 m_volumeSize;
-    const qint64 m_end; ///< Behind it the stream was never written.
+    qint64 m_end = 0; ///< Behind it the stream was never written.
     FileContent m_content;
     bool m_isComplete = true;
 };
@@ -146,7 +153,7 @@ private:
 FileContent contentOf(const Stream &stream, qint64 clusterSize, qint64 volumeSize,
                       bool *isMapComplete)
 {
-    *isMapComplete = stream.isMapComplete && stream.size >= 0;
+    *isMapComplete = stream.isMapComplete;
     FileContent content;
     if (stream.isResident) {
         content.size = stream.value.size();
