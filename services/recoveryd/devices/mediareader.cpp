@@ -14,12 +14,15 @@ constexpr qint64 kBlock = 4096;
 constexpr qint64 kLargeRead = 256 * 1024;
 constexpr qint64 kFirstSkip = 64 * 1024;
 constexpr qint64 kLongestSkip = 16 * 1024 * 1024;
+// So many failures in a row, of sectors and their blocks, are a dead area.
+constexpr int kHopeless = 512;
 constexpr qint64 kLongestRetrySkip = 64 * 1024 * 1024;
 
 } // namespace
 
-MediaReader::MediaReader(const Volume &volume)
+MediaReader::MediaReader(const Volume &volume, Policy policy)
     : m_volume(volume)
+    , m_policy(policy)
 {}
 
 qint64 MediaReader::read(qint64 offset, char *to, qint64 length) const
@@ -40,20 +43,48 @@ qint64 MediaReader::read(qint64 offset, char *to, qint64 length) const
     }
     if (inside <= 0)
         return lost;
-    if (!m_isGone && readExactly(offset, to, inside)) {
-        m_skip = 0;
-        return lost;
+    const bool isLarge = inside >= kLargeRead;
+    if (m_lostBytes == 0)
+        return lost + readInside(offset, to, inside, isLarge);
+
+    // What is known to be bad is not tried again.
+    Ranges known;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const Ranges &bad = m_unreadable;
+        known = intersected({{offset, inside}}, isLarge ? joinedRanges(bad + m_skipped) : bad);
+    }
+    for (const Range &range : qAsConst(known)) {
+        std::memset(to + (range.start - offset), 0, size_t(range.length));
+        lost += range.length;
+    }
+    const Ranges rest = subtracted({{offset, inside}}, known);
+    for (const Range &range : rest)
+        lost += readInside(range.start, to + (range.start - offset), range.length, isLarge);
+    return lost;
+}
+
+qint64 MediaReader::readInside(qint64 offset, char *to, qint64 length, bool isLarge) const
+{
+    if (!m_isGone && readExactly(offset, to, length)) {
+        if (m_skippedBytes > 0)
+            forgetSkipped({offset, length});
+        return 0;
     }
     Losses losses;
-    readPiecewise(offset, to, inside, inside >= kLargeRead, &losses);
+    readPiecewise(offset, to, length, isLarge, &losses);
     remember(losses);
-    return lost + totalLength(losses.unreadable) + totalLength(losses.skipped);
+    return totalLength(losses.unreadable) + totalLength(losses.skipped);
 }
 
 bool MediaReader::readExactly(qint64 offset, char *to, qint64 length) const
 {
-    if (m_volume.read(offset, to, length, nullptr))
+    if (m_volume.read(offset, to, length, nullptr)) {
+        m_skip = 0;
+        m_failedInARow = 0;
         return true;
+    }
+    ++m_failedInARow;
     if (m_volume.image()->isGone())
         m_isGone = true;
     return false;
@@ -71,8 +102,8 @@ void MediaReader::readPiecewise(qint64 offset, char *to, qint64 length, bool may
             std::memset(to + at, 0, size_t(step));
             losses->unreadable.append({offset + at, step});
         } else if (readExactly(offset + at, to + at, step)) {
-            m_skip = 0;
-        } else if (maySkip) {
+            // on to the next one
+        } else if (maySkip && (m_policy == Policy::Sweep || m_failedInARow > kHopeless)) {
             const qint64 skip = qMax(kFirstSkip, qint64(m_skip));
             m_skip = qMin(2 * skip, kLongestSkip);
             step = qMin(length - at, skip);
@@ -160,6 +191,20 @@ void MediaReader::remember(const Losses &losses) const
     }
     if (!losses.skipped.isEmpty())
         m_skipped = subtracted(joinedRanges(m_skipped + losses.skipped), m_unreadable);
+    countLosses();
+}
+
+/// A small read has got what a large one skipped.
+void MediaReader::forgetSkipped(const Range &read) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_skipped = subtracted(m_skipped, {read});
+    countLosses();
+}
+
+/// With m_mutex held.
+void MediaReader::countLosses() const
+{
     m_skippedBytes = totalLength(m_skipped);
     m_lostBytes = m_skippedBytes + totalLength(m_unreadable);
 }

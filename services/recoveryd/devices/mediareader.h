@@ -10,13 +10,18 @@
 namespace services::recoveryd {
 
 /// Reads a volume whose medium may be damaged: a read never fails, what cannot be read becomes
-/// zeros and is remembered. A drive takes seconds to give a bad sector up, so a large read skips
-/// what follows one in growing steps, to be read again at the end by retrySkipped(). Small reads
-/// are exact to the sector. Shared by all parts of a scan; any thread.
+/// zeros and is remembered, and not tried again. A drive takes seconds to give a bad sector up, so
+/// a large read skips what follows one in growing steps, to be read again at the end by
+/// retrySkipped(). Small reads are exact to the sector. Shared by all parts of a scan; any thread.
 class MediaReader
 {
 public:
-    explicit MediaReader(const Volume &volume);
+    enum class Policy {
+        Sweep, ///< Large reads skip.
+        Exact, ///< They do so only in places where nothing at all can be read.
+    };
+
+    explicit MediaReader(const Volume &volume, Policy policy = Policy::Sweep);
     MediaReader(const MediaReader &) = delete;
     MediaReader &operator=(const MediaReader &) = delete;
 
@@ -51,20 +56,26 @@ private:
         Ranges skipped;
     };
 
+    /// Fills a range inside the volume; bytes that became zeros.
+    qint64 readInside(qint64 offset, char *to, qint64 length, bool isLarge) const;
     [[nodiscard]] bool readExactly(qint64 offset, char *to, qint64 length) const;
     void readPiecewise(qint64 offset, char *to, qint64 length, bool maySkip, Losses *losses) const;
     void readSectors(qint64 offset, char *to, qint64 length, Losses *losses) const;
     void retryRange(const Range &range, bool isForward, const std::function<bool()> &mayGoOn,
                     Ranges *tried, Losses *losses) const;
     void remember(const Losses &losses) const;
+    void forgetSkipped(const Range &read) const;
+    void countLosses() const;
 
     Volume m_volume;
+    Policy m_policy;
     mutable std::mutex m_mutex;
     mutable Ranges m_unreadable; ///< These two are guarded by m_mutex, and do not overlap.
     mutable Ranges m_skipped;
     mutable std::atomic<qint64> m_lostBytes{0};
     mutable std::atomic<qint64> m_skippedBytes{0};
     mutable std::atomic<qint64> m_skip{0}; ///< How far the next error skips; 0 after a good read.
+    mutable std::atomic<int> m_failedInARow{0};
     mutable std::atomic<bool> m_isGone{false};
 };
 

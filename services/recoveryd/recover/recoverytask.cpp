@@ -76,7 +76,7 @@ RecoveryTask::RecoveryTask(const RecoveryPlan &plan, std::shared_ptr<WorkControl
     , m_control(std::move(control))
     , m_inbox(inbox)
     , m_listener(listener)
-    , m_media(std::make_unique<MediaReader>(plan.volume))
+    , m_media(std::make_unique<MediaReader>(plan.volume, MediaReader::Policy::Exact))
 {}
 
 RecoveryTask::~RecoveryTask() = default;

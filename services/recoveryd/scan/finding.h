@@ -28,7 +28,12 @@ struct Finding
         Partial, ///< `folder` is the known tail of the path.
         Full,    ///< `folder` begins at the root of the volume; empty for the root itself.
     };
-    enum class Check : quint8 { None, Passed, Failed };
+    enum class Check : quint8 {
+        None,
+        Passed,
+        Failed,
+        Unusable, ///< The file's own bytes, but encrypted, or packed in a way not supported here.
+    };
 
     QByteArray name;   ///< Last component, UTF-8 or the bytes as they are; empty if it is lost.
     QByteArray folder; ///< Without a slash at either end.

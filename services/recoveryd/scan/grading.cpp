@@ -112,6 +112,11 @@ bool gradeDamage(const Finding &finding, const Damage &damage, Grade *grade)
             QStringLiteral("内容与文件系统的校验和或文件自身的结构不符"));
         return true;
     }
+    if (finding.contentCheck == Finding::Check::Unusable) {
+        set(grade, kPoor, QStringLiteral("无法直接使用"),
+            QStringLiteral("数据未被覆盖，但已由系统加密（EFS）或以不支持的方式压缩"));
+        return true;
+    }
     return false;
 }
 
@@ -200,7 +205,8 @@ bool isWhole(const Finding &finding, const Damage &damage)
                                 ? hasVerifiedEnd(finding)
                                 : finding.isSizeExact && finding.isMapComplete;
     return isComplete && damage.isNone() && finding.takenBytes == 0 &&
-           finding.contentCheck != Finding::Check::Failed;
+           finding.contentCheck != Finding::Check::Failed &&
+           finding.contentCheck != Finding::Check::Unusable;
 }
 
 QString sourceWord(FindingSource source)
