@@ -8,6 +8,7 @@
 #include "app/recoverylink.h"
 #include "app/scanflow.h"
 #include "app/sidebarnavbutton.h"
+#include "app/wechatrepair.h"
 #include "core/controllers/diskinfoprovider.h"
 #include "core/controllers/forensicscontroller.h"
 #include "core/controllers/recoverycontroller.h"
@@ -101,6 +102,7 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &o
     if (m_appMode == AppMode::normal) {
         m_vaultClient->connectToService();
         setupSystemTray();
+        startWechatRepair(this);
     } else {
         setupLiveCdFlow();
         setupLiveCdIpc();

@@ -2,7 +2,10 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 #include <QVariantMap>
+
+#include <algorithm>
 
 namespace wechat {
 
@@ -34,6 +37,38 @@ CleanAction parseAction(const QVariantMap &map)
     return action;
 }
 
+bool holdsAny(const QStringList &cleaned, const QSet<QString> &paths)
+{
+    return std::any_of(cleaned.begin(), cleaned.end(),
+                       [&paths](const QString &path) { return paths.contains(path); });
+}
+
+QVariantMap actionWithout(QVariantMap action, const QSet<QString> &paths)
+{
+    // All names of a file go together.
+    QSet<QString> dropped = paths;
+    QVariantList groups;
+    const QVariantList all = action.value(QStringLiteral("replaceGroups")).toList();
+    for (const QVariant &group : all) {
+        const QStringList names = groupPaths(group.toMap());
+        if (!holdsAny(names, paths)) {
+            groups.append(group);
+            continue;
+        }
+        for (const QString &name : names)
+            dropped.insert(name);
+    }
+    QStringList replaced;
+    const QStringList names = action.value(QStringLiteral("replacePaths")).toStringList();
+    for (const QString &name : names) {
+        if (!holdsAny(cleanedPaths({name}), dropped))
+            replaced.append(name);
+    }
+    action.insert(QStringLiteral("replacePaths"), replaced);
+    action.insert(QStringLiteral("replaceGroups"), groups);
+    return replaced.isEmpty() ? QVariantMap() : action;
+}
+
 } // namespace
 
 QStringList cleanedPaths(const QStringList &paths)
@@ -45,6 +80,21 @@ QStringList cleanedPaths(const QStringList &paths)
     }
     result.sort();
     result.removeDuplicates();
+    return result;
+}
+
+QVariantList actionsWithout(const QVariantList &actions, const QStringList &paths)
+{
+    QSet<QString> dropped;
+    const QStringList cleaned = cleanedPaths(paths);
+    for (const QString &path : cleaned)
+        dropped.insert(path);
+    QVariantList result;
+    for (const QVariant &entry : actions) {
+        const QVariantMap action = actionWithout(entry.toMap(), dropped);
+        if (!action.isEmpty())
+            result.append(action);
+    }
     return result;
 }
 

@@ -25,4 +25,8 @@ QStringList cleanedPaths(const QStringList &paths);
 /// Entries that are no maps come to nothing.
 QList<CleanAction> parseActions(const QVariantList &actions);
 
+/// The actions as the page hands them over, without the physical files that have one of these
+/// paths. Actions with nothing left to merge are left out.
+QVariantList actionsWithout(const QVariantList &actions, const QStringList &paths);
+
 } // namespace wechat

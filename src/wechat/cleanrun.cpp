@@ -16,12 +16,6 @@ namespace wechat {
 
 namespace {
 
-/// Of a failed stat: there is no such file. Any other reason says nothing about that.
-bool isGone(int code)
-{
-    return code == ENOENT || code == ENOTDIR || code == ELOOP;
-}
-
 QString unreadableKept()
 {
     return QStringLiteral("无法读取保留文件：%1");

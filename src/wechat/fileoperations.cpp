@@ -139,6 +139,11 @@ bool isExpectedLink(FileOperations &operations, const QString &keepPath, const Q
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+bool isGone(int code)
+{
+    return code == ENOENT || code == ENOTDIR || code == ELOOP;
+}
+
 bool isNoSpace(int code)
 {
     return code == ENOSPC || code == EDQUOT;

@@ -63,6 +63,8 @@ bool sameFileSystem(FileOperations &operations, const QString &a, const QString 
 /// Both names stand for one file. Links are followed.
 bool isExpectedLink(FileOperations &operations, const QString &keepPath, const QString &path);
 
+/// Of a failed stat: there is no such file. Any other reason says nothing about that.
+bool isGone(int code);
 /// The disk, or the user's share of it, is full.
 bool isNoSpace(int code);
 /// The message, with the reason behind it if it is want of room.

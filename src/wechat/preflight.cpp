@@ -1,7 +1,10 @@
 #include "wechat/preflight.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+
+#include <cerrno>
 
 namespace wechat {
 
@@ -24,15 +27,19 @@ bool namesClient(const QString &line)
 void checkReplaced(FileOperations &operations, const QString &keepPath, bool keptExists,
                    const QString &path, PreflightResult *result)
 {
-    const QFileInfo info(path);
-    if (!info.exists())
-        result->issues.append(QStringLiteral("副本文件不存在：%1").arg(path));
-    else if (info.isSymLink())
+    struct stat info;
+    if (operations.stat(QFile::encodeName(path), &info) != 0) {
+        const QString reason = isGone(errno) ? QStringLiteral("副本文件不存在：%1")
+                                             : QStringLiteral("无法访问副本文件：%1");
+        result->issues.append(reason.arg(path));
+    } else if (QFileInfo(path).isSymLink()) {
         result->warnings.append(QStringLiteral("已跳过现有软链接：%1").arg(path));
-    else if (keptExists && !sameFileSystem(operations, keepPath, path))
+    } else if (keptExists && !sameFileSystem(operations, keepPath, path)) {
         result->issues.append(
             QStringLiteral("以下文件与保留文件不在同一分区，当前版本不支持跨分区合并：%1")
                 .arg(path));
+        result->elsewhere.append(path);
+    }
 }
 
 } // namespace
@@ -62,9 +69,13 @@ PreflightResult checkActions(FileOperations &operations, const QList<CleanAction
 {
     PreflightResult result;
     for (const CleanAction &action : actions) {
-        const bool keptExists = QFileInfo::exists(action.keepPath);
-        if (!keptExists)
-            result.issues.append(QStringLiteral("保留文件不存在：%1").arg(action.keepPath));
+        struct stat info;
+        const bool keptExists = operations.stat(QFile::encodeName(action.keepPath), &info) == 0;
+        if (!keptExists) {
+            const QString reason = isGone(errno) ? QStringLiteral("保留文件不存在：%1")
+                                                 : QStringLiteral("无法读取保留文件：%1");
+            result.issues.append(reason.arg(action.keepPath));
+        }
         for (const QString &path : action.replacePaths)
             checkReplaced(operations, action.keepPath, keptExists, path, &result);
     }

@@ -16,6 +16,8 @@ struct PreflightResult
 {
     QStringList warnings;
     QStringList issues; ///< Forbid the clean.
+    /// Copies on another partition than their kept file: one for each such issue.
+    QStringList elsewhere;
 };
 
 /// What speaks against the actions as the disk is now, apart from a running client.

@@ -8,6 +8,7 @@
 #include "wechat/nativewechatdetector.h"
 #include "wechat/operationrecord.h"
 #include "wechat/preflight.h"
+#include "wechat/spacereserve.h"
 #include "wechat/undorun.h"
 
 #include <QThread>
@@ -148,6 +149,11 @@ void WechatCleanWorker::runPreflightCheck(const QVariantList &actions)
     const wechat::PreflightResult result =
         wechat::checkActions(operations, wechat::parseActions(actions));
     issues.append(result.issues);
+    if (!issues.isEmpty() && issues.size() == result.elsewhere.size()) {
+        const QVariantList mergeable = wechat::actionsWithout(actions, result.elsewhere);
+        if (!mergeable.isEmpty())
+            emit mergeableActionsReady(mergeable, result.elsewhere);
+    }
     emit preflightFinished(issues.isEmpty(), result.warnings, issues);
 }
 
@@ -173,11 +179,11 @@ void WechatCleanWorker::undoCleanSession(const QString &sessionId)
 void WechatCleanWorker::recoverInterrupted()
 {
     wechat::FileOperations operations;
+    const wechat::CleanFolders folders(m_home);
     const wechat::RecoveryOutcome outcome =
-        wechat::InterruptedWork(operations, wechat::CleanFolders(m_home), [this] {
-            return isStopped();
-        }).run();
-    emit recoveryFinished(outcome.restored, outcome.removed, outcome.errors);
+        wechat::InterruptedWork(operations, folders, [this] { return isStopped(); }).run();
+    wechat::SpaceReserve(operations, folders).fill();
+    emit recoveryFinished(outcome.restored, outcome.removed, outcome.errors, outcome.unavailable);
 }
 
 void WechatCleanWorker::requestStop()

@@ -45,7 +45,8 @@ public slots:
     /// Turns the links of one clean into copies of their own again. Ends in undoFinished().
     void undoCleanSession(const QString &sessionId);
     /// Puts back what an interrupted clean left under a backup name, or removes it where the link
-    /// stands. Ends in recoveryFinished().
+    /// stands, and sets room aside for cleans of a full disk. To be called at each start. Ends in
+    /// recoveryFinished().
     void recoverInterrupted();
     /// Any thread.
     void requestStop();
@@ -58,6 +59,10 @@ signals:
     /// groups as DuplicateScanner gives them.
     void duplicateGroupsReady(const QList<QVariant> &groups);
     void scanFinished(bool ok, const QString &message, int groupCount);
+    /// Comes before a preflightFinished() whose only issues are copies on other partitions: the
+    /// actions without those copies, which can be carried out, and the copies. Not sent if no
+    /// action is left.
+    void mergeableActionsReady(const QVariantList &actions, const QStringList &elsewhere);
     /// Issues forbid the clean, warnings do not.
     void preflightFinished(bool ok, const QStringList &warnings, const QStringList &issues);
     void cleanProgressChanged(int done, int total);
@@ -65,10 +70,11 @@ signals:
                        const QStringList &errors);
     void undoFinished(bool ok, const QString &sessionId, int restoredCount,
                       const QStringList &errors);
-    /// Paths that have their name back, backups removed because the link stood, and what could not
-    /// be put right; all empty if nothing was left over.
+    /// Paths that have their name back, backups removed because the link stood, what could not be
+    /// repaired, and folders that cannot be read now, for which the journal is kept. All empty if
+    /// nothing was left over.
     void recoveryFinished(const QStringList &restored, const QStringList &removed,
-                          const QStringList &errors);
+                          const QStringList &errors, const QStringList &unavailable);
 
 private:
     bool isStopped() const { return m_stop.load() != 0; }

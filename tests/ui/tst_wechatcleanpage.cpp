@@ -1,9 +1,7 @@
+#include "support/interruptedclean.h"
 #include "wechatcleanfixture.h"
 
 #include <QCheckBox>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 using namespace wechatclean;
 
@@ -15,6 +13,7 @@ private slots:
     void initTestCase() { useLightTheme(); }
     void emptyHome();
     void scanCleanAndUndo();
+    void copyOnAnotherPartition();
     void oneGroupAndTheFileChosen();
     void runningClientForbids();
     void warningsAreShownAndNoMeansNo();
@@ -74,7 +73,11 @@ void TestWechatCleanPage::scanCleanAndUndo()
     QCOMPARE(identityOf(bench.file("p.bin"_u)).inode, identityOf(bench.file("q.bin"_u)).inode);
     QCOMPARE(contentOf(bench.file("p.bin"_u)), Bench::bytes('p'));
     QCOMPARE(identityOf(bench.file("small.bin"_u)).links, quint64(1));
-    QVERIFY(child<QWidget>(bench.page.get(), "WechatNoResultCard")->isVisible());
+    auto *card = child<QWidget>(bench.page.get(), "WechatNoResultCard");
+    QVERIFY(card->isVisible());
+    QCOMPARE(textOf(card, "EmptyStateTitle"), "清理完成"_u);
+    QVERIFY(textOf(card, "EmptyStateHint").startsWith("成功处理 4 个副本，释放 3.0 MB。"_u));
+    QVERIFY(textOf(bench.page.get(), "WechatStatus").startsWith("清理完成：成功处理 4 个副本"_u));
     QCOMPARE(textOf(bench.page.get(), "WechatSummaryLine"),
              "共发现 0 组重复文件，预计可释放 0 B"_u);
     bench.told.clear();
@@ -98,6 +101,62 @@ void TestWechatCleanPage::scanCleanAndUndo()
     QTRY_COMPARE(textOf(child<QWidget>(history, "WechatRecordStatus"), "StatusPillText"),
                  "已撤销"_u);
     QTRY_VERIFY(!child<QWidget>(history, "WechatRecordUndoButton"));
+
+    // The page says what was undone, and leads to the duplicates that are there again.
+    clickOn(history, "WechatHistoryClose");
+    QCOMPARE(textOf(card, "EmptyStateTitle"), "撤销完成"_u);
+    QVERIFY(textOf(card, "EmptyStateHint").startsWith("已将 4 个文件恢复为独立副本。"_u));
+    QVERIFY(textOf(bench.page.get(), "WechatStatus").startsWith("撤销完成：已将 4 个文件"_u));
+    QVERIFY(!textOf(bench.page.get(), "WechatSummaryLine").contains("共发现"_u));
+    bench.answering("NoticeOkBtn", [card] { clickOn(card, "EmptyStateButton"); });
+    // The two names of one file have a file each now.
+    QCOMPARE(textOf(bench.page.get(), "WechatSummaryLine"),
+             "共发现 2 组重复文件，预计可释放 4.0 MB"_u);
+    QVERIFY(!child<QWidget>(bench.page.get(), "WechatOutcome")->isVisible());
+}
+
+void TestWechatCleanPage::copyOnAnotherPartition()
+{
+    struct stat here = {};
+    struct stat there = {};
+    Bench bench;
+    QTemporaryDir other("/dev/shm/wechat-XXXXXX"_u);
+    if (!other.isValid() || ::stat(QFile::encodeName(other.path()).constData(), &there) != 0 ||
+        ::stat(QFile::encodeName(bench.home.path()).constData(), &here) != 0 ||
+        here.st_dev == there.st_dev)
+        QSKIP("there is no second file system to write to");
+    bench.fill();
+    const QString far = other.filePath("far.bin"_u);
+    QVERIFY(QFile::copy(bench.file("p.bin"_u), far));
+    bench.show();
+    bench.page->addDirectory(other.path());
+    QTRY_COMPARE(bench.page->selectedScanDirs().size(), 2);
+    QTRY_COMPARE(bench.page->state(), UiState::Directories);
+    bench.scan();
+    bench.told.clear();
+    // The order of the directories must not decide which file stays.
+    for (QRadioButton *radio : bench.page->findChildren<QRadioButton *>("WechatFileRadio"_u)) {
+        if (radio->property("filePath").toString() == bench.file("p.bin"_u))
+            radio->click();
+    }
+    bench.cleanAll();
+    QCOMPARE(bench.told.value(0), "确认清理"_u);
+    QVERIFY2(bench.told.value(1).contains("1 个副本与保留文件不在同一分区"_u) &&
+                 bench.told.value(1).endsWith(far),
+             qPrintable(bench.told.value(1)));
+    QCOMPARE(bench.told.value(2), "清理完成"_u);
+    QCOMPARE(identityOf(bench.file("p.bin"_u)).links, quint64(2));
+    QCOMPARE(identityOf(bench.file("2026-01/a.bin"_u)).links, quint64(4));
+    QCOMPARE(identityOf(far).links, quint64(1));
+    // Its group is left, below what the clean has done.
+    QCOMPARE(bench.cards().size(), 1);
+    QVERIFY(child<QWidget>(bench.page.get(), "WechatOutcome")->isVisible());
+    QVERIFY(textOf(bench.page.get(), "WechatOutcomeText").startsWith("成功处理 4 个副本"_u));
+    // Alone there is nothing that could be done.
+    bench.told.clear();
+    bench.answering("NoticeOkBtn", [&] { clickOn(bench.cards().first(), "WechatGroupClean"); });
+    QCOMPARE(bench.told.value(0), "无法执行清理"_u);
+    QVERIFY(bench.told.value(1).contains("当前版本不支持跨分区合并："_u + far));
 }
 
 void TestWechatCleanPage::oneGroupAndTheFileChosen()
@@ -179,20 +238,9 @@ void TestWechatCleanPage::interruptedCleanIsToldOf()
     // As a clean leaves it that was killed between the rename and the link.
     Bench bench;
     bench.fill();
-    const QString id = "20260102-030405-678"_u;
     const QString path = bench.file("q.bin"_u);
-    const QString backup = path + ".morvane_tmp_"_u + id;
     const quint64 inode = identityOf(path).inode;
-    bench.home.move(kFiles + "/q.bin"_u, kFiles + "/q.bin.morvane_tmp_"_u + id);
-    const QJsonObject entry{{"path"_u, path}, {"inode"_u, QString::number(inode)}};
-    const QJsonObject action{{"keepPath"_u, bench.file("p.bin"_u)},
-                             {"size"_u, QString::number(Bench::bytes('p').size())},
-                             {"hash"_u, ""_u},
-                             {"groups"_u, QJsonArray{QJsonArray{entry}}}};
-    const QJsonObject journal{
-        {"version"_u, 1}, {"kind"_u, "clean"_u}, {"id"_u, id}, {"actions"_u, QJsonArray{action}}};
-    bench.home.file(".config/morvane/wechat_clean/journal/"_u + id + ".journal"_u,
-                    QJsonDocument(journal).toJson(QJsonDocument::Compact) + '\n');
+    const QString backup = interruptClean(bench.home, kFiles + "/p.bin"_u, kFiles + "/q.bin"_u);
 
     bench.answering("NoticeOkBtn", [&bench] { bench.show(); });
     QCOMPARE(bench.told.value(0), "已检查上次中断的清理"_u);

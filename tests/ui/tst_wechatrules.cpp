@@ -428,9 +428,13 @@ void TestWechatRules::whatIsToldBeforeAndAfter()
     QVERIFY(cleanDoneText(3, 2048, false, {"错"_u}).endsWith("\n\n错"_u));
     QVERIFY(cleanDoneText(3, 0, true, {}).contains("停止"_u));
     QVERIFY(confirmUndoText(recordOf({recordAction("a"_u, "b c"_u)})).contains("2 个文件"_u));
-    QCOMPARE(recoveryText({}, {}, {}), QString());
-    const QString recovered = recoveryText({"/a"_u}, {}, {"坏"_u});
+    QCOMPARE(recoveryText({}, {}, {}, {}), QString());
+    const QString recovered = recoveryText({"/a"_u}, {}, {"坏"_u}, {"/media/x"_u});
     QVERIFY(recovered.contains("/a"_u) && recovered.contains("坏"_u));
+    QVERIFY(recovered.contains("1 个文件夹现在无法访问"_u) && recovered.endsWith("/media/x"_u));
+    QVERIFY(cleanOutcome(3, 2048, false, 2).text.contains("另有 2 项未处理"_u));
+    QCOMPARE(cleanOutcome(3, 0, true, 0).title, "清理已停止"_u);
+    QCOMPARE(undoOutcome(3, 1).title, "已撤销一部分"_u);
     QCOMPARE(recordFilesText(recordOf({recordAction("a"_u, "b c"_u), recordAction("d"_u, "e"_u)})),
              "第 1 组\n保留文件：\n/s/a\n已合并文件（2 个）：\n/s/b\n/s/c\n\n"
              "第 2 组\n保留文件：\n/s/d\n已合并文件（1 个）：\n/s/e"_u);

@@ -283,6 +283,21 @@ void TestWechatScan::checksActions()
     QCOMPARE(
         checked.at(2).at(2).toStringList(),
         QStringList("以下文件与保留文件不在同一分区，当前版本不支持跨分区合并：/proc/version"_u));
+    // What is left without such copies can be merged, unless there is more against it.
+    QSignalSpy mergeable(&worker, &WechatCleanWorker::mergeableActionsReady);
+    const QString other = bench.file("other", "text");
+    const QVariantMap mixed = action(keep, {{copy}, {"/proc/version"_u, "/proc/uptime"_u}});
+    worker.runPreflightCheck({mixed, action(keep, {{"/proc/version"_u}}), action(keep, {{other}})});
+    QCOMPARE(checked.at(3).at(0).toBool(), false);
+    QCOMPARE(mergeable.size(), 1);
+    QCOMPARE(mergeable.at(0).at(0).toList(),
+             (QVariantList{action(keep, {{copy}}), action(keep, {{other}})}));
+    QCOMPARE(mergeable.at(0).at(1).toStringList(),
+             (QStringList{"/proc/version"_u, "/proc/uptime"_u, "/proc/version"_u}));
+    worker.runPreflightCheck({mixed, action(keep, {{gone}})});
+    worker.runPreflightCheck({action(keep, {{"/proc/version"_u}})});
+    QCOMPARE(mergeable.size(), 1);
+    bench.tree.remove("files/other");
     QCOMPARE(bench.snapshot(), before);
     qputenv("PATH", path);
 }

@@ -132,6 +132,7 @@ void WechatCleanPage::wireTasks()
     connect(m_tasks, &CleanTasks::progressChanged, this, &Page::onProgressChanged);
     connect(m_tasks, &CleanTasks::duplicateGroupsReady, this, &Page::onDuplicateGroupsReady);
     connect(m_tasks, &CleanTasks::scanFinished, this, &Page::onScanFinished);
+    connect(m_tasks, &CleanTasks::mergeableActionsReady, this, &Page::onMergeableActionsReady);
     connect(m_tasks, &CleanTasks::preflightFinished, this, &Page::onPreflightFinished);
     connect(m_tasks, &CleanTasks::cleanProgressChanged, this, &Page::onCleanProgressChanged);
     connect(m_tasks, &CleanTasks::cleanFinished, this, &Page::onCleanFinished);
@@ -185,12 +186,12 @@ QWidget *WechatCleanPage::noticeParent() const
 }
 
 void WechatCleanPage::onRecoveryFinished(const QStringList &restored, const QStringList &removed,
-                                         const QStringList &errors)
+                                         const QStringList &errors, const QStringList &unavailable)
 {
-    const QString text = wechatclean::recoveryText(restored, removed, errors);
+    const QString text = wechatclean::recoveryText(restored, removed, errors, unavailable);
     const QPointer<WechatCleanPage> self(this);
     const QString title = tr("已检查上次中断的清理");
-    if (!errors.isEmpty())
+    if (!errors.isEmpty() || !unavailable.isEmpty())
         AppNoticeDialog::showWarning(noticeParent(), title, text);
     else if (!text.isEmpty())
         AppNoticeDialog::showInfo(noticeParent(), title, text);
@@ -384,19 +385,34 @@ void WechatCleanPage::cleanAll()
 void WechatCleanPage::preflight(const QVariantList &actions)
 {
     m_pendingActions = actions;
+    m_mergeableActions.clear();
+    m_elsewhere.clear();
     switchToBusy(tr("正在检查清理条件"), pleaseWait(), false);
     m_tasks->runPreflightCheck(actions);
+}
+
+void WechatCleanPage::onMergeableActionsReady(const QVariantList &actions,
+                                              const QStringList &elsewhere)
+{
+    m_mergeableActions = actions;
+    m_elsewhere = elsewhere;
 }
 
 void WechatCleanPage::onPreflightFinished(bool ok, const QStringList &warnings,
                                           const QStringList &issues)
 {
     switchState(UiState::Results);
+    const QVariantList mergeable = m_mergeableActions;
+    m_mergeableActions.clear();
     if (ok) {
         confirmAndExecutePendingActions(warnings);
         return;
     }
-    m_pendingActions.clear();
+    m_pendingActions = mergeable;
+    if (!mergeable.isEmpty()) {
+        confirmAndExecutePendingActions(warnings + wechatclean::leftOutLines(m_elsewhere));
+        return;
+    }
     AppNoticeDialog::showWarning(noticeParent(), tr("无法执行清理"),
                                  wechatclean::joinedLines(issues));
 }
@@ -438,6 +454,8 @@ void WechatCleanPage::onCleanFinished(bool ok, int mergedCount, qint64 reclaimed
     }
     m_cleanOutcome.message =
         wechatclean::cleanDoneText(mergedCount, reclaimedBytes, m_isStopping, errors);
+    m_cleanOutcome.shown =
+        wechatclean::cleanOutcome(mergedCount, reclaimedBytes, m_isStopping, errors.size());
     m_cleanOutcome.hasErrors = !errors.isEmpty();
     applyCleanSessionToCurrentGroups(sessionId);
 }
@@ -460,9 +478,10 @@ void WechatCleanPage::onRecordRead(const QString &sessionId, const QVariantMap &
         message += tr("\n\n无法读取本次清理的记录，下面的列表可能与磁盘不一致，请重新扫描。");
     else
         wechatclean::applyRecord(record, &m_results);
+    m_results.outcome = outcome.shown;
     refreshResults();
     switchState(UiState::Results);
-    m_header->setStatus(tr("清理完成"));
+    m_header->setStatus(outcome.shown.line());
     refreshRecordList();
     if (record.isEmpty() || outcome.hasErrors)
         AppNoticeDialog::showWarning(noticeParent(), tr("清理完成"), message);
@@ -509,8 +528,13 @@ void WechatCleanPage::triggerUndoForRecord(const QString &sessionId)
 void WechatCleanPage::onUndoFinished(bool ok, const QString &, int restoredCount,
                                      const QStringList &errors)
 {
+    m_header->setStatus(tr("撤销未完成"));
+    if (ok) {
+        m_results.outcome = wechatclean::undoOutcome(restoredCount, errors.size());
+        m_header->setStatus(m_results.outcome.line());
+        refreshResults();
+    }
     switchState(m_stateBeforeBusy);
-    m_header->setStatus(ok ? tr("撤销完成") : tr("撤销未完成"));
     refreshRecordList();
     if (!ok)
         AppNoticeDialog::showWarning(noticeParent(), tr("撤销未完成"),

@@ -64,11 +64,12 @@ public slots:
     void openSettings();
 
     void onRecoveryFinished(const QStringList &restored, const QStringList &removed,
-                            const QStringList &errors);
+                            const QStringList &errors, const QStringList &unavailable);
     void onDetectFinished(const QList<QVariant> &profiles);
     void onProgressChanged(int percent, const QString &text);
     void onDuplicateGroupsReady(const QList<QVariant> &groups);
     void onScanFinished(bool ok, const QString &message, int groupCount);
+    void onMergeableActionsReady(const QVariantList &actions, const QStringList &elsewhere);
     void onPreflightFinished(bool ok, const QStringList &warnings, const QStringList &issues);
     void onCleanProgressChanged(int done, int total);
     void onCleanFinished(bool ok, int mergedCount, qint64 reclaimedBytes, const QString &sessionId,
@@ -85,6 +86,7 @@ private:
     {
         QString sessionId;
         QString message;
+        wechatclean::ResultOutcome shown;
         bool hasErrors = false;
     };
 
@@ -121,6 +123,8 @@ private:
     QStringList m_scanningDirs;
     wechatclean::CleanResults m_scanned; ///< Of a scan that has not ended yet.
     QVariantList m_pendingActions;
+    QVariantList m_mergeableActions; ///< Of the pending ones, if those cannot all be carried out.
+    QStringList m_elsewhere;         ///< Copies that these leave out.
     CleanOutcome m_cleanOutcome;
     UiState m_state = UiState::NoDirectory;
     UiState m_stateBeforeBusy = UiState::NoDirectory;

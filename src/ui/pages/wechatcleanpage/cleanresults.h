@@ -40,11 +40,22 @@ struct ResultSummary
     qint64 totalReclaimable = 0; ///< Bytes.
 };
 
+/// What a clean or an undo has done since the scan.
+struct ResultOutcome
+{
+    QString title; ///< Empty if there has been none.
+    QString text;
+    bool isOutdated = false; ///< There are duplicates that the groups do not show.
+
+    QString line() const { return title + QStringLiteral("：") + text; }
+};
+
 /// What the page shows of the last scan.
 struct CleanResults
 {
     QVector<ResultGroup> groups;
     ResultSummary summary;
+    ResultOutcome outcome;
     QStringList scanDirs; ///< Those of the scan, which the user may have changed since.
 };
 

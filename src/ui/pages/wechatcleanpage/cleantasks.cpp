@@ -76,6 +76,8 @@ void CleanTasks::forward(WechatCleanWorker *worker, int run)
             whileRunning(run, &CleanTasks::duplicateGroupsReady));
     connect(worker, &Worker::cleanProgressChanged, this,
             whileRunning(run, &CleanTasks::cleanProgressChanged));
+    connect(worker, &Worker::mergeableActionsReady, this,
+            whileRunning(run, &CleanTasks::mergeableActionsReady));
     connect(worker, &Worker::recoveryFinished, this, atEnd(run, &CleanTasks::recoveryFinished));
     connect(worker, &Worker::detectFinished, this, atEnd(run, &CleanTasks::detectFinished));
     connect(worker, &Worker::scanFinished, this, atEnd(run, &CleanTasks::scanFinished));

@@ -50,11 +50,12 @@ public:
 
 signals:
     void recoveryFinished(const QStringList &restored, const QStringList &removed,
-                          const QStringList &errors);
+                          const QStringList &errors, const QStringList &unavailable);
     void detectFinished(const QList<QVariant> &profiles);
     void progressChanged(int percent, const QString &text);
     void duplicateGroupsReady(const QList<QVariant> &groups);
     void scanFinished(bool ok, const QString &message, int groupCount);
+    void mergeableActionsReady(const QVariantList &actions, const QStringList &elsewhere);
     void preflightFinished(bool ok, const QStringList &warnings, const QStringList &issues);
     void cleanProgressChanged(int done, int total);
     void cleanFinished(bool ok, int mergedCount, qint64 reclaimedBytes, const QString &sessionId,

@@ -138,6 +138,37 @@ QString cleanDoneText(int mergedCount, qint64 reclaimedBytes, bool stopped,
     return text;
 }
 
+QStringList leftOutLines(const QStringList &elsewhere)
+{
+    return {QStringLiteral("%1 个副本与保留文件不在同一分区，不能合并，将保持原样：")
+                .arg(elsewhere.size()),
+            joinedLines(elsewhere)};
+}
+
+ResultOutcome cleanOutcome(int mergedCount, qint64 reclaimedBytes, bool stopped, int errors)
+{
+    ResultOutcome outcome;
+    outcome.title = stopped ? QStringLiteral("清理已停止") : QStringLiteral("清理完成");
+    outcome.text = QStringLiteral("成功处理 %1 个副本，释放 %2。")
+                       .arg(QString::number(mergedCount), formatSize(reclaimedBytes));
+    if (errors > 0)
+        outcome.text += QStringLiteral("另有 %1 项未处理。").arg(errors);
+    outcome.text += QStringLiteral("可在“清理记录”中查看或撤销。");
+    return outcome;
+}
+
+ResultOutcome undoOutcome(int restoredCount, int errors)
+{
+    ResultOutcome outcome;
+    outcome.title = errors > 0 ? QStringLiteral("已撤销一部分") : QStringLiteral("撤销完成");
+    outcome.text = QStringLiteral("已将 %1 个文件恢复为独立副本。").arg(restoredCount);
+    if (errors > 0)
+        outcome.text += QStringLiteral("另有 %1 项未能恢复。").arg(errors);
+    outcome.text += QStringLiteral("它们又是重复文件，重新扫描后会再次列出。");
+    outcome.isOutdated = true;
+    return outcome;
+}
+
 QString confirmUndoText(const QVariantMap &record)
 {
     QString text = QStringLiteral("撤销会将本次合并的文件恢复为独立副本，可能无法完全还原原始时间戳"
@@ -158,12 +189,15 @@ QString undoDoneText(int restoredCount, const QStringList &errors)
 }
 
 QString recoveryText(const QStringList &restored, const QStringList &removed,
-                     const QStringList &errors)
+                     const QStringList &errors, const QStringList &unavailable)
 {
     QStringList parts = {
         section(QStringLiteral("已恢复 %1 个文件到原来的位置："), restored),
         section(QStringLiteral("已完成合并，并清除 %1 个多余的临时备份："), removed),
-        section(QStringLiteral("%1 项未能自动处理，请手动检查："), errors)};
+        section(QStringLiteral("%1 项未能自动处理，请手动检查："), errors),
+        section(QStringLiteral("%1 个文件夹现在无法访问（磁盘可能未连接或未解锁），清理日志已保留，"
+                               "可以访问后会在下次启动时处理："),
+                unavailable)};
     parts.removeAll(QString());
     if (parts.isEmpty())
         return QString();

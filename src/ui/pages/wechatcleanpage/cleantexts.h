@@ -33,12 +33,19 @@ QString confirmCleanText(const ActionTotals &totals, const QStringList &warnings
 /// `stopped`: the user stopped the clean.
 QString cleanDoneText(int mergedCount, qint64 reclaimedBytes, bool stopped,
                       const QStringList &errors);
+/// Copies on other partitions that a clean leaves out, as warnings of confirmCleanText().
+QStringList leftOutLines(const QStringList &elsewhere);
 /// Without a record the numbers are left out.
 QString confirmUndoText(const QVariantMap &record);
 QString undoDoneText(int restoredCount, const QStringList &errors);
-/// What was put right of an interrupted clean; empty if nothing was left over.
+/// What a clean or an undo of at least one file has done, for the results page. `errors`: how many
+/// files it left out.
+ResultOutcome cleanOutcome(int mergedCount, qint64 reclaimedBytes, bool stopped, int errors);
+ResultOutcome undoOutcome(int restoredCount, int errors);
+/// What was repaired after an interrupted clean; empty if nothing was left over. `unavailable` are
+/// folders that cannot be read now.
 QString recoveryText(const QStringList &restored, const QStringList &removed,
-                     const QStringList &errors);
+                     const QStringList &errors, const QStringList &unavailable);
 
 QString operationStatusText(const QString &status);
 /// One colour per status, of the palette; not fit for small text without ThemeColors::readable().

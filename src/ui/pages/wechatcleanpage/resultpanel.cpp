@@ -3,6 +3,7 @@
 #include "ui/common/elidedlabel.h"
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/statwidgets.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 #include "ui/pages/wechatcleanpage/cleantexts.h"
@@ -15,6 +16,7 @@
 using ui::common::ElidedLabel;
 using ui::common::EmptyState;
 using ui::common::IconWidget;
+using ui::common::StatusPill;
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
 
@@ -84,31 +86,65 @@ QWidget *ResultPanel::buildHead()
     column->setSpacing(metrics::kFieldGap);
     column->addLayout(where);
     column->addLayout(what);
+    column->addWidget(buildOutcome(head));
     column->addWidget(m_note);
     return head;
+}
+
+QWidget *ResultPanel::buildOutcome(QWidget *parent)
+{
+    m_outcome = new QWidget(parent);
+    m_outcome->setObjectName(QStringLiteral("WechatOutcome"));
+    m_outcomePill = new StatusPill(QString(), StatusPill::Success, m_outcome);
+    m_outcomePill->setObjectName(QStringLiteral("WechatOutcomePill"));
+    m_outcomeText = new WrapLabel(m_outcome);
+    m_outcomeText->setObjectName(QStringLiteral("WechatOutcomeText"));
+    auto *row = new QHBoxLayout(m_outcome);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(metrics::kFieldGap);
+    row->addWidget(m_outcomePill, 0, Qt::AlignTop);
+    row->addWidget(m_outcomeText, 1);
+    return m_outcome;
 }
 
 QWidget *ResultPanel::buildNoResultCard()
 {
     auto *card = new QFrame(this);
     card->setProperty("card", true);
-    auto *state = new EmptyState(IconWidget::Search, card);
-    state->setObjectName(QStringLiteral("WechatNoResultCard"));
-    state->setTexts(
-        tr("未扫描到可清理的重复文件"),
-        tr("当前没有可清理的重复文件。你可以重新扫描，或点击上方“清理记录”查看历史记录。"));
-    state->setActionText(QString());
+    m_noResult = new EmptyState(IconWidget::Search, card);
+    m_noResult->setObjectName(QStringLiteral("WechatNoResultCard"));
+    connect(m_noResult, &EmptyState::actionTriggered, this, &ResultPanel::rescanRequested);
     auto *column = new QVBoxLayout(card);
     column->setContentsMargins(0, 0, 0, 0);
-    column->addWidget(state);
+    column->addWidget(m_noResult);
     return card;
+}
+
+void ResultPanel::showOutcome(const ResultOutcome &outcome, bool isEmpty)
+{
+    const bool hasOutcome = !outcome.title.isEmpty();
+    m_outcome->setVisible(hasOutcome && !isEmpty);
+    m_outcomePill->setText(outcome.title);
+    m_outcomePill->setType(outcome.isOutdated ? StatusPill::Info : StatusPill::Success);
+    m_outcomeText->setText(outcome.text);
+    m_noResult->setIcon(hasOutcome ? IconWidget::Seal : IconWidget::Search);
+    if (hasOutcome)
+        m_noResult->setTexts(outcome.title, outcome.text);
+    else
+        m_noResult->setTexts(
+            tr("未扫描到可清理的重复文件"),
+            tr("当前没有可清理的重复文件。你可以重新扫描，或点击上方“清理记录”查看历史记录。"));
+    m_noResult->setActionText(outcome.isOutdated ? tr("重新扫描") : QString());
 }
 
 void ResultPanel::setResults(CleanResults *results, bool keepPlace)
 {
     const bool isEmpty = results->groups.isEmpty();
     m_dirs->setText(results->scanDirs.join(QStringLiteral("；")));
-    m_summary->setText(summaryLine(results->summary));
+    // Nothing left and something to find again would contradict each other.
+    const bool isOutdated = isEmpty && results->outcome.isOutdated;
+    m_summary->setText(isOutdated ? tr("需要重新扫描") : summaryLine(results->summary));
+    showOutcome(results->outcome, isEmpty);
     m_note->setVisible(!isEmpty);
     m_list->setResults(results, keepPlace);
     m_stack->setCurrentIndex(isEmpty ? 1 : 0);

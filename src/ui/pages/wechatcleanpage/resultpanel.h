@@ -11,7 +11,9 @@ class QStackedWidget;
 namespace ui {
 namespace common {
 class ElidedLabel;
-}
+class EmptyState;
+class StatusPill;
+} // namespace common
 } // namespace ui
 
 namespace wechatclean {
@@ -20,8 +22,8 @@ class ResultList;
 
 /// The results of a scan: where it looked, what it found, and the cards of the groups. Object
 /// names: WechatResultHead, WechatScanDirs, WechatAdjustDirsButton, WechatSummaryLine,
-/// WechatMergeNote, WechatRescanButton, WechatCleanAllButton, WechatResultStack,
-/// WechatNoResultCard.
+/// WechatMergeNote, WechatRescanButton, WechatCleanAllButton, WechatOutcome, WechatOutcomePill,
+/// WechatOutcomeText, WechatResultStack, WechatNoResultCard.
 class ResultPanel : public QWidget
 {
     Q_OBJECT
@@ -41,11 +43,17 @@ signals:
 
 private:
     QWidget *buildHead();
+    QWidget *buildOutcome(QWidget *parent);
     QWidget *buildNoResultCard();
+    void showOutcome(const ResultOutcome &outcome, bool isEmpty);
 
     ui::common::ElidedLabel *m_dirs = nullptr;
     QLabel *m_summary = nullptr;
     QLabel *m_note = nullptr;
+    QWidget *m_outcome = nullptr; ///< Above the groups that are left.
+    ui::common::StatusPill *m_outcomePill = nullptr;
+    QLabel *m_outcomeText = nullptr;
+    ui::common::EmptyState *m_noResult = nullptr;
     QPushButton *m_cleanAll = nullptr;
     QStackedWidget *m_stack = nullptr;
     ResultList *m_list = nullptr;
