@@ -293,8 +293,11 @@ void ScanTask::tellProgress()
         m_percent =
             qMax(m_percent, qBound(0.0, 100.0 * double(m_done) / double(m_total), kAlmostDone));
     QString phase = m_phaseText;
-    if (m_reading && m_reading->lostBytes() > 0)
-        phase += QStringLiteral("（%1 无法读取）").arg(sizeText(m_reading->lostBytes()));
+    qint64 lost = 0;
+    for (const auto &reader : qAsConst(m_readers))
+        lost = qMax(lost, reader.second->lostBytes());
+    if (lost > 0)
+        phase += QStringLiteral("（%1 无法读取）").arg(sizeText(lost));
     m_inbox.post([&listener = m_listener, id = m_order.sessionId, percent = m_percent,
                   files = m_results ? m_results->count() : 0, at = m_toldAt,
                   phase] { listener.onProgress(id, percent, files, at, phase); });
