@@ -8,6 +8,7 @@
 #include "share/responses.h"
 #include "share/shareexchange.h"
 #include "share/sharepaths.h"
+#include "share/sharetarget.h"
 #include "share/upload.h"
 
 #include <QDateTime>
@@ -28,12 +29,9 @@ struct PageLinks
     PageLinks(const QString &sessionId, const QString &rootId, const QString &relativePath)
         : session(QStringLiteral("/s/") + sessionId + kSlash)
         , root(session + rootId + kSlash)
+        , here(relativePath.isEmpty() ? root : root + encodedPath(relativePath) + kSlash)
         , relative(relativePath)
-    {
-        while (relative.endsWith(kSlash))
-            relative.chop(1);
-        here = relative.isEmpty() ? root : root + encodedPath(relative) + kSlash;
-    }
+    {}
 
     QString above() const
     {
@@ -43,8 +41,8 @@ struct PageLinks
 
     QString session;
     QString root;
-    QString relative; ///< Decoded, without a slash at its end.
     QString here;
+    QString relative; ///< Decoded and clean: without a slash at its end.
 };
 
 void appendRow(QByteArray *rows, const QString &link, const QString &name, const ListedEntry &entry)
@@ -110,15 +108,15 @@ void sendForbidden(const ShareExchange &exchange)
 }
 
 void serveDirectory(const ShareExchange &exchange, const ShareSession &session,
-                    const ShareRoot &root, const QString &directory, const QString &relativePath)
+                    const ShareRoot &root, const ShareTarget &target, const QString &logged)
 {
-    exchange.log(QStringLiteral("browse"), root.id + kSlash + relativePath);
+    exchange.log(QStringLiteral("browse"), root.id + kSlash + logged);
     QVector<ListedEntry> entries;
-    if (!listDirectory(directory, &entries)) {
+    if (!listDirectory(target.entry, &entries)) {
         sendForbidden(exchange);
         return;
     }
-    const PageLinks links(exchange.sessionId, root.id, relativePath);
+    const PageLinks links(exchange.sessionId, root.id, target.path);
     ListParts parts;
     parts.isEmpty = entries.isEmpty();
     parts.rows.reserve(entries.size() * kRowSizeGuess);
@@ -131,8 +129,8 @@ void serveDirectory(const ShareExchange &exchange, const ShareSession &session,
         appendRow(&parts.rows, link, entry.name, entry);
     }
     if (session.takesUploads())
-        parts.card =
-            uploadCard(exchange.sessionId, root.id, links.relative, QDir::cleanPath(directory));
+        parts.card = uploadCard(exchange.sessionId, root.id, target.path,
+                                QDir::cleanPath(joinedPath(root.localPath, target.path)));
     parts.header =
         pageTemplate("directory-header").filled({{"crumbs", breadcrumb(links, root.displayName)}});
     sendList(exchange.socket, root.displayName, parts);
@@ -185,28 +183,25 @@ void serveBrowse(const ShareExchange &exchange, const ShareSession &session, con
         sendNotFound(exchange, QStringLiteral("未找到资源。"));
         return;
     }
-    const QFileInfo rootInfo(root.localPath);
-    if (rootInfo.isFile() && relativePath.isEmpty()) {
-        serveFileDownload(exchange, root.localPath, rootInfo.fileName());
+    const SharedEntry top = SharedEntry::root(root.localPath);
+    if (top.isFile() && relativePath.isEmpty()) {
+        serveFileDownload(exchange, top, QFileInfo(root.localPath).fileName());
         return;
     }
-    if (!rootInfo.isDir()) {
+    if (!top.isDirectory()) {
         sendNotFound(exchange, QStringLiteral("未找到资源。"));
         return;
     }
-    const QString target = resolveSafePath(root.localPath, relativePath);
-    if (target.isEmpty()) {
-        sendForbidden(exchange);
-        return;
-    }
+    const ShareTarget target = findTarget(top, root, relativePath);
     // Pipes, sockets and devices are neither, and never opened.
-    const QFileInfo info(target);
-    if (info.isDir())
-        serveDirectory(exchange, session, root, target, relativePath);
-    else if (info.isFile())
-        serveFileDownload(exchange, target, info.fileName());
-    else
+    if (target.entry.isDirectory())
+        serveDirectory(exchange, session, root, target, percentDecode(relativePath));
+    else if (target.entry.isFile())
+        serveFileDownload(exchange, target.entry, QFileInfo(target.path).fileName());
+    else if (target.isFound() || target.isHidden)
         sendNotFound(exchange, QStringLiteral("未找到文件。"));
+    else
+        sendForbidden(exchange);
 }
 
 } // namespace share

@@ -2,6 +2,7 @@
 
 #include "core/directorystream.h"
 #include "core/filename.h"
+#include "share/sharedentry.h"
 
 #include <QFile>
 
@@ -41,11 +42,13 @@ ListedEntry entryAt(const QString &path)
     return entry;
 }
 
-bool listDirectory(const QString &path, QVector<ListedEntry> *entries)
+bool listDirectory(const SharedEntry &directory, QVector<ListedEntry> *entries)
 {
-    const core::DirectoryStream dir(::opendir(QFile::encodeName(path).constData()));
+    core::Descriptor opened(directory.isDirectory() ? directory.openForReading() : -1);
+    const core::DirectoryStream dir(opened.isOpen() ? ::fdopendir(opened.get()) : nullptr);
     if (!dir)
         return false;
+    opened.release(); // it belongs to the stream now
     const int descriptor = ::dirfd(dir.get());
     while (const dirent *found = ::readdir(dir.get())) {
         const char *rawName = found->d_name;

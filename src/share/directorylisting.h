@@ -8,6 +8,8 @@
 
 namespace share {
 
+class SharedEntry;
+
 /// What a page shows of one file or directory.
 struct ListedEntry
 {
@@ -21,11 +23,11 @@ struct ListedEntry
 /// Follows links. Whatever is no directory counts as a file, also what does not exist.
 ListedEntry entryAt(const QString &path);
 
-/// The directories, then the regular files below `path`, each by the code units of their names,
+/// The directories, then the regular files in `directory`, each by the code units of their names,
 /// links under what they lead to. Neither hidden ones nor pipes, devices and dead links, nor names
 /// that are no UTF-8, which no link could carry. One look at the disk an entry. False if the
 /// directory cannot be read.
-[[nodiscard]] bool listDirectory(const QString &path, QVector<ListedEntry> *entries);
+[[nodiscard]] bool listDirectory(const SharedEntry &directory, QVector<ListedEntry> *entries);
 
 /// "yyyy-MM-dd HH:mm" in local time.
 QByteArray minuteText(std::time_t time);

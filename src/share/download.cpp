@@ -1,19 +1,18 @@
 #include "share/download.h"
 
+#include "core/descriptor.h"
 #include "share/byterange.h"
 #include "share/escaping.h"
 #include "share/httprequest.h"
 #include "share/peersocket.h"
 #include "share/responses.h"
+#include "share/sharedentry.h"
 #include "share/shareexchange.h"
 #include "share/sharepaths.h"
 
-#include <QFile>
 #include <QUrl>
 
 #include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace share {
@@ -21,43 +20,6 @@ namespace share {
 namespace {
 
 constexpr int kBlock = 65536;
-
-class FileDescriptor
-{
-public:
-    explicit FileDescriptor(int descriptor)
-        : m_descriptor(descriptor)
-    {}
-    ~FileDescriptor()
-    {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-    }
-    FileDescriptor(const FileDescriptor &) = delete;
-    FileDescriptor &operator=(const FileDescriptor &) = delete;
-
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
-/// The size of an open regular file, else -1. Without blocking, should it have become a pipe since
-/// it was looked at.
-int openForReading(const QString &filePath, qint64 *size)
-{
-    const int descriptor = ::open(QFile::encodeName(filePath).constData(),
-                                  O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    struct stat status;
-    if (descriptor < 0)
-        return -1;
-    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        ::close(descriptor);
-        return -1;
-    }
-    *size = status.st_size;
-    return descriptor;
-}
 
 QByteArray downloadHeader(const QString &fileName, const ByteRange &range, qint64 total)
 {
@@ -96,15 +58,15 @@ void sendContent(const ShareExchange &exchange, int descriptor, qint64 remaining
 
 } // namespace
 
-void serveFileDownload(const ShareExchange &exchange, const QString &filePath,
+void serveFileDownload(const ShareExchange &exchange, const SharedEntry &entry,
                        const QString &fileName)
 {
-    qint64 total = 0;
-    const FileDescriptor file(openForReading(filePath, &total));
-    if (file.get() < 0) {
+    const core::Descriptor file(entry.openForReading());
+    if (!file.isOpen()) {
         sendError(exchange.socket, 500, QStringLiteral("错误"), QStringLiteral("无法打开文件。"));
         return;
     }
+    const qint64 total = entry.size();
     const ByteRange range =
         rangeFor(exchange.request->headers.value(QStringLiteral("range")), total);
     const QByteArray header = downloadHeader(fileName, range, total);

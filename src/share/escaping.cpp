@@ -46,7 +46,9 @@ QByteArray htmlEscaped(const QString &text)
 
 QString encodedPath(const QString &path)
 {
-    return QString::fromLatin1(QUrl::toPercentEncoding(path, QByteArrayLiteral("/")));
+    QString once = path;
+    once.replace(QLatin1Char('%'), QLatin1String("%25"));
+    return QString::fromLatin1(QUrl::toPercentEncoding(once, QByteArrayLiteral("/")));
 }
 
 QString headerText(const QString &text)

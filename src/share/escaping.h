@@ -9,7 +9,8 @@ namespace share {
 
 /// UTF-8 for element content and for attributes in quotes of either kind.
 QByteArray htmlEscaped(const QString &text);
-/// A path for a link: percent-encoded UTF-8, slashes left as they are.
+/// A path for a link: percent-encoded UTF-8, slashes left as they are. The server decodes the paths
+/// of requests twice, so a percent sign is encoded twice.
 QString encodedPath(const QString &path);
 /// A value for one header line: no control character, hence no end of the line.
 QString headerText(const QString &text);

@@ -1,14 +1,8 @@
 #include "share/sharepaths.h"
 
-#include "core/pathutil.h"
-
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QUrl>
-
-#include <cstdlib>
-#include <memory>
 
 namespace share {
 
@@ -50,15 +44,6 @@ bool hasNul(const QString &text)
     return text.contains(QChar(QChar::Null));
 }
 
-/// Empty whenever the system cannot follow the path. QFileInfo gives the path itself back for some
-/// failures, which would pass the test that is made with it.
-QString canonicalPath(const QString &path)
-{
-    const std::unique_ptr<char, decltype(&std::free)> resolved(
-        ::realpath(QFile::encodeName(path).constData(), nullptr), &std::free);
-    return resolved ? QFile::decodeName(resolved.get()) : QString();
-}
-
 QString inUnit(qint64 bytes, qint64 unit, int decimals, const char *name)
 {
     const double value = static_cast<double>(bytes) / static_cast<double>(unit);
@@ -81,19 +66,23 @@ bool splitRootAndRelativePath(const QString &subPath, QString *rootId, QString *
     return !rootId->isEmpty();
 }
 
-QString resolveSafePath(const QString &rootPath, const QString &relativePath)
+bool cleanRelativePath(const QString &relativePath, QString *clean)
 {
-    if (relativePath.isEmpty())
-        return rootPath;
     const QString decoded = percentDecode(relativePath);
-    // The system cuts a path at a NUL, so that it would open another file than was tested.
-    if (hasNul(decoded) || hasNul(rootPath))
-        return QString();
-    const QString cleaned = QDir::cleanPath(decoded);
-    if (cleaned.startsWith(QLatin1Char('/')) || cleaned.contains(QLatin1String("..")))
-        return QString();
-    const QString joined = joinedPath(rootPath, cleaned);
-    return core::isInside(canonicalPath(joined), canonicalPath(rootPath)) ? joined : QString();
+    if (hasNul(decoded))
+        return false;
+    *clean = QDir::cleanPath(decoded);
+    return !clean->startsWith(QLatin1Char('/')) && !clean->contains(QLatin1String(".."));
+}
+
+bool isHiddenName(const QString &name)
+{
+    return name.startsWith(QLatin1Char('.'));
+}
+
+bool hasHiddenPart(const QString &cleanPath)
+{
+    return cleanPath.startsWith(QLatin1Char('.')) || cleanPath.contains(QLatin1String("/."));
 }
 
 QString joinedPath(const QString &directory, const QString &name)

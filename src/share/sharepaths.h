@@ -11,11 +11,13 @@ QString percentDecode(const QString &text);
 [[nodiscard]] bool splitRootAndRelativePath(const QString &subPath, QString *rootId,
                                             QString *relativePath);
 
-/// The one test of what belongs to a share, for lists, downloads, checks and uploads: the path of
-/// an existing file or directory below `rootPath`, or empty when it is refused, which also holds
-/// for what does not exist and for links that lead out. `relativePath` is percent-decoded here, for
-/// the second time: the test sees what the system will. An empty one gives `rootPath` untested.
-QString resolveSafePath(const QString &rootPath, const QString &relativePath);
+/// Decodes the path below a root for the second time and cleans it. False for what nobody may ask
+/// for: absolute paths, those with ".." in them, and NULs, at which the system would cut a path.
+[[nodiscard]] bool cleanRelativePath(const QString &relativePath, QString *clean);
+
+bool isHiddenName(const QString &name);
+/// True if a clean path names something hidden or something inside of it.
+bool hasHiddenPart(const QString &cleanPath);
 
 /// A directory's path and a name, whatever the name begins with.
 QString joinedPath(const QString &directory, const QString &name);

@@ -7,12 +7,13 @@
 #include "share/responses.h"
 #include "share/shareexchange.h"
 #include "share/sharepaths.h"
+#include "share/sharetarget.h"
 #include "share/uploadtarget.h"
 #include "share/uploadtransfer.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
+#include <QFile>
+
+#include <utility>
 
 namespace share {
 
@@ -28,10 +29,12 @@ struct Refusal
     const char *logAction = "upload_fail";
 };
 
+/// The directory of a request, held open.
 struct UploadPlace
 {
-    QString directory;
-    QString relativePath;
+    SharedEntry directory;
+    QString path; ///< Below its root.
+    bool takesHiddenNames = false;
 };
 
 QString permissionMessage()
@@ -59,20 +62,34 @@ Refusal badPath()
     return {400, "Bad Request", QStringLiteral("上传目录参数无效。"), "invalid_path"};
 }
 
-/// The directory that the text behind the prefix names, if it belongs to the session.
-Refusal findPlace(const ShareExchange &exchange, const QString &rootId, UploadPlace *place)
+/// Of a name that may be used in this place, none.
+Refusal hiddenRefusal(const UploadPlace &place, const QString &name)
 {
+    if (!isHiddenName(name) || place.takesHiddenNames)
+        return {};
+    return {404, "Not Found", QStringLiteral("不能上传以“.”开头的隐藏文件。"), "hidden_name"};
+}
+
+/// The directory that the text behind the prefix names, if it belongs to the session.
+Refusal findPlace(const ShareExchange &exchange, const QString &rootId, const QString &relativePath,
+                  UploadPlace *place)
+{
+    const Refusal missing{404, "Not Found", QStringLiteral("目标目录不存在。"), "dir_not_found"};
     const ShareRoot root = FileShareDb::queryRootById(exchange.database, rootId);
     if (root.id.isEmpty() || root.sessionId != exchange.sessionId)
         return {404, "Not Found", QStringLiteral("未找到共享目录。"), "root_not_found"};
-    if (!QFileInfo(root.localPath).isDir())
+    const SharedEntry top = SharedEntry::root(root.localPath);
+    if (!top.isDirectory())
         return {400, "Bad Request", QStringLiteral("当前共享项不是目录，无法上传。"),
                 "root_not_dir"};
-    place->directory = resolveSafePath(root.localPath, place->relativePath);
-    if (place->directory.isEmpty())
+    ShareTarget target = findTarget(top, root, relativePath);
+    if (target.isHidden)
+        return missing;
+    if (!target.isFound())
         return {403, "Forbidden", outsideMessage(), "path_forbidden"};
-    if (!QFileInfo(place->directory).isDir())
-        return {404, "Not Found", QStringLiteral("目标目录不存在。"), "dir_not_found"};
+    if (!target.entry.isDirectory())
+        return missing;
+    *place = {std::move(target.entry), target.path, servesHiddenNames(root)};
     return {};
 }
 
@@ -94,12 +111,14 @@ Refusal checkRefusal(const ShareExchange &exchange, const ShareSession &session,
     if (!session.takesUploads())
         return {403, "Forbidden", permissionMessage()};
     QString rootId;
+    QString relativePath;
     if (!splitRootAndRelativePath(exchange.subPath.mid(uploadCheckPrefix().size()), &rootId,
-                                  &place->relativePath))
+                                  &relativePath))
         return badPath();
     if (!isValidUploadFileName(name))
         return {400, "Bad Request", nameMessage()};
-    return findPlace(exchange, rootId, place);
+    const Refusal refusal = findPlace(exchange, rootId, relativePath, place);
+    return refusal.code != 0 ? refusal : hiddenRefusal(*place, name);
 }
 
 /// Everything that can be said against an upload before its target is known.
@@ -117,21 +136,21 @@ Refusal putRefusal(const ShareExchange &exchange, const ShareSession &session, U
         return {411, "Length Required", QStringLiteral("缺少有效的 Content-Length。"),
                 "missing_length"};
     QString rootId;
+    QString relativePath;
     if (!splitRootAndRelativePath(exchange.subPath.mid(uploadPrefix().size()), &rootId,
-                                  &place->relativePath))
+                                  &relativePath))
         return badPath();
-    const Refusal refusal = findPlace(exchange, rootId, place);
+    const Refusal refusal = findPlace(exchange, rootId, relativePath, place);
     if (refusal.code != 0)
         return refusal;
     *name = percentDecode(request.headers.value(QStringLiteral("x-file-name")).trimmed());
     if (!isValidUploadFileName(*name))
         return {400, "Bad Request", nameMessage(), "invalid_file_name"};
-    return {};
+    return hiddenRefusal(*place, *name);
 }
 
 /// What speaks against this target.
-Refusal targetRefusal(const HttpRequest &request, const UploadTarget &target,
-                      const QString &directory)
+Refusal targetRefusal(const HttpRequest &request, const UploadTarget &target, int directory)
 {
     const bool mayOverwrite =
         request.headers.value(QStringLiteral("x-overwrite")) == QLatin1String("1");
@@ -151,9 +170,9 @@ Refusal targetRefusal(const HttpRequest &request, const UploadTarget &target,
     return {};
 }
 
-QString logicalPath(const QString &relativePath, const QString &name)
+QString logicalPath(const QString &directory, const QString &name)
 {
-    return relativePath.isEmpty() ? name : QDir::cleanPath(joinedPath(relativePath, name));
+    return directory.isEmpty() ? name : joinedPath(directory, name);
 }
 
 } // namespace
@@ -179,7 +198,7 @@ void handleUploadCheck(const ShareExchange &exchange, const ShareSession &sessio
     Refusal refusal = checkRefusal(exchange, session, name, &place);
     UploadTarget target;
     if (refusal.code == 0) {
-        target = uploadTargetAt(joinedPath(place.directory, name));
+        target = uploadTargetAt(place.directory.descriptor(), QFile::encodeName(name));
         if (target.kind == UploadTarget::Kind::Directory)
             refusal = {409, "Conflict", directoryTakenMessage()};
         else if (target.isLink) // it tells nothing about a file elsewhere either
@@ -211,16 +230,17 @@ void handleUploadPut(const ShareExchange &exchange, const ShareSession &session)
         answer(exchange, refusal);
         return;
     }
-    const QString detail = logicalPath(place.relativePath, name);
-    const QString path = joinedPath(place.directory, name);
-    const UploadTarget target = uploadTargetAt(path);
-    refusal = targetRefusal(*exchange.request, target, place.directory);
+    const QString detail = logicalPath(place.path, name);
+    const int directory = place.directory.descriptor();
+    const QByteArray nativeName = QFile::encodeName(name);
+    const UploadTarget target = uploadTargetAt(directory, nativeName);
+    refusal = targetRefusal(*exchange.request, target, directory);
     if (refusal.code != 0) {
         exchange.log(QLatin1String(refusal.logAction), detail);
         answer(exchange, refusal);
         return;
     }
-    const TransferResult result = receiveFile(exchange, path, target);
+    const TransferResult result = receiveFile(exchange, directory, nativeName, target);
     if (result.code != 0) {
         exchange.log(QStringLiteral("upload_fail"), detail);
         sendJsonFailure(exchange.socket, result.code, result.statusText, result.message);

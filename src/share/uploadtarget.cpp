@@ -1,10 +1,10 @@
 #include "share/uploadtarget.h"
 
-#include <QFile>
-
+#include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace share {
 
@@ -24,27 +24,27 @@ UploadTarget::Kind kindOf(mode_t mode)
 
 } // namespace
 
-UploadTarget uploadTargetAt(const QString &path)
+UploadTarget uploadTargetAt(int directory, const QByteArray &name)
 {
     UploadTarget target;
-    const QByteArray native = QFile::encodeName(path);
     struct stat status;
-    if (::lstat(native.constData(), &status) != 0)
+    if (::fstatat(directory, name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return target;
     target.isLink = S_ISLNK(status.st_mode);
-    if (target.isLink && ::stat(native.constData(), &status) != 0)
+    if (target.isLink && ::fstatat(directory, name.constData(), &status, 0) != 0)
         return target;
     target.kind = kindOf(status.st_mode);
     target.size = status.st_size;
     target.modifiedMs = status.st_mtim.tv_sec * kMsPerSecond + status.st_mtim.tv_nsec / kNsPerMs;
     target.accessMode = status.st_mode & kAccessBits;
+    target.isWritable = ::faccessat(directory, name.constData(), W_OK, AT_EACCESS) == 0;
     return target;
 }
 
-bool hasRoomFor(const QString &directory, qint64 bytes)
+bool hasRoomFor(int directory, qint64 bytes)
 {
     struct statvfs storage;
-    if (::statvfs(QFile::encodeName(directory).constData(), &storage) != 0)
+    if (::fstatvfs(directory, &storage) != 0)
         return true;
     const auto available = static_cast<quint64>(storage.f_bavail) * storage.f_frsize;
     const quint64 most = std::numeric_limits<qint64>::max();

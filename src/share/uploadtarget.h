@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include <QByteArray>
 
 namespace share {
 
@@ -16,13 +16,15 @@ struct UploadTarget
     qint64 size = 0;       ///< Bytes.
     qint64 modifiedMs = 0; ///< Since the epoch.
     uint accessMode = 0;   ///< The nine bits of read, write and execute.
+    bool isWritable = true;
 };
 
-UploadTarget uploadTargetAt(const QString &path);
+/// Of a name in an open directory, for which a descriptor without access to its content will do.
+UploadTarget uploadTargetAt(int directory, const QByteArray &name);
 
 /// True if 64 MiB are left in the directory's file system beside `bytes`, or if nothing can be
 /// said.
-bool hasRoomFor(const QString &directory, qint64 bytes);
+bool hasRoomFor(int directory, qint64 bytes);
 /// The same for a file system with `available` bytes.
 bool fitsInto(qint64 available, qint64 bytes);
 

@@ -3,8 +3,7 @@
 #include "share/httprequest.h"
 #include "share/peersocket.h"
 #include "share/shareexchange.h"
-
-#include <QSaveFile>
+#include "share/uploadfile.h"
 
 #include <sys/stat.h>
 
@@ -13,6 +12,8 @@ namespace share {
 namespace {
 
 constexpr int kBlock = 65536;
+constexpr mode_t kPrivateMode = S_IRUSR | S_IWUSR;
+constexpr mode_t kNewFileMode = kPrivateMode | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
 
 TransferResult serverFailure(const QString &message)
 {
@@ -44,14 +45,14 @@ bool askForBody(const ShareExchange &exchange)
     return exchange.socket->writeResponse("HTTP/1.1 100 Continue\r\n\r\n");
 }
 
-TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
+TransferResult copyBody(const ShareExchange &exchange, UploadFile *file)
 {
     const TransferResult writeFailure = serverFailure(QStringLiteral("写入临时文件失败。"));
     const int silenceMs = exchange.context->limits.uploadSilenceMs;
     const QByteArray &early = exchange.request->body;
     qint64 remaining = exchange.request->contentLength;
     const qint64 earlySize = qMin<qint64>(early.size(), remaining);
-    if (earlySize > 0 && file->write(early.constData(), earlySize) != earlySize)
+    if (!file->write(early.constData(), earlySize))
         return writeFailure;
     remaining -= earlySize;
     if (remaining > 0 && !askForBody(exchange))
@@ -67,7 +68,7 @@ TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
                                   silenceMs, PeerSocket::Waiting::Stoppable, &count);
         if (outcome != PeerSocket::Outcome::Done)
             return failureOf(outcome);
-        if (file->write(block, count) != count)
+        if (!file->write(block, count))
             return writeFailure;
         remaining -= count;
     }
@@ -76,23 +77,21 @@ TransferResult copyBody(const ShareExchange &exchange, QSaveFile *file)
 
 } // namespace
 
-TransferResult receiveFile(const ShareExchange &exchange, const QString &path,
+TransferResult receiveFile(const ShareExchange &exchange, int directory, const QByteArray &name,
                            const UploadTarget &target)
 {
-    QSaveFile file(path);
-    file.setDirectWriteFallback(false);
-    if (!file.open(QIODevice::WriteOnly))
+    const bool replaces = target.kind == UploadTarget::Kind::File;
+    UploadFile file(directory);
+    // What replaces a private file is private from its first byte on.
+    if (!target.isWritable || !file.open(replaces ? kPrivateMode : kNewFileMode))
         return serverFailure(QStringLiteral("无法写入目标文件。"));
     const TransferResult copied = copyBody(exchange, &file);
-    if (copied.code != 0) {
-        file.cancelWriting();
+    if (copied.code != 0)
         return copied;
-    }
-    // A full disk takes a part of the last bytes, which flush() tells but commit() lets pass.
-    if (!file.flush() || !file.commit())
+    if (replaces)
+        file.setAccessMode(target.accessMode);
+    if (!file.commit(name))
         return serverFailure(QStringLiteral("保存上传文件失败。"));
-    if (target.kind == UploadTarget::Kind::File)
-        ::chmod(QFile::encodeName(path).constData(), target.accessMode);
     return {};
 }
 

@@ -2,6 +2,7 @@
 
 #include "share/uploadtarget.h"
 
+#include <QByteArray>
 #include <QString>
 
 namespace share {
@@ -15,9 +16,9 @@ struct TransferResult
     QString message;
 };
 
-/// Takes the request's whole body into the file at `path`, by a temporary file beside it that is
-/// renamed at the end or removed. What is replaced gives its permissions to the new file.
-TransferResult receiveFile(const ShareExchange &exchange, const QString &path,
+/// Takes the request's whole body into a new file in the open directory, which gets the name at the
+/// end or is gone. What is replaced gives its permissions to the new file.
+TransferResult receiveFile(const ShareExchange &exchange, int directory, const QByteArray &name,
                            const UploadTarget &target);
 
 } // namespace share

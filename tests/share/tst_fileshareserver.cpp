@@ -61,11 +61,15 @@ void TestFileShareServer::init()
     tree.fifo("d/pipe");
     tree.file("secret.txt", "secret");
     tree.link("d/out", tree.path("secret.txt"));
+    tree.file("d/.ssh/id", "secret");
+    tree.file("d/sub/.hidden", "secret");
+    tree.file(".shown/.x", "of a hidden root");
 
     ShareSession session = ShareHarness::session(QStringLiteral("s"));
     m_share->add(session);
     m_share->addRoot(session.id, QStringLiteral("d"), tree.path("d"));
     m_share->addRoot(session.id, QStringLiteral("f"), tree.path("d/a.txt"));
+    m_share->addRoot(session.id, QStringLiteral("h"), tree.path(".shown/"));
     m_share->addRoot(session.id, QStringLiteral("gone"), tree.path("nothing"));
     m_share->addRoot(session.id, QStringLiteral("pipe"), tree.path("d/pipe"));
     session.id = QStringLiteral("pw");
@@ -135,6 +139,14 @@ void TestFileShareServer::answers_data()
     row("GET /s/s/d/build..old/", 403, "拒绝访问。");
     row("GET /s/s/d/../secret.txt", 403, "拒绝访问。");
     row("GET /s/s/d/%252e%252e/secret.txt", 403, "拒绝访问。");
+    row("GET /s/s/d/.ssh/", 404, "未找到文件。");
+    row("GET /s/s/d/.ssh/id", 404, "未找到文件。");
+    row("GET /s/s/d/sub/.hidden", 404, "未找到文件。");
+    row("GET /s/s/d/sub/%252ehidden", 404, "未找到文件。");
+    row("GET /s/s/d/./.ssh/id", 404, "未找到文件。");
+    row("GET /s/s/d/.none", 404, "未找到文件。"); // no telling whether it is there
+    row("GET /s/s/d/./a.txt", 200, "0123456789");
+    row("GET /s/s/h/.x", 200, "of a hidden root");
     row("GET /s/s/d/a.txt%00", 403, "拒绝访问。");
     row("GET /s/s/d/a.txt%2500", 403, "拒绝访问。");
 }

@@ -1,7 +1,9 @@
 #include "share/directorylisting.h"
 #include "share/escaping.h"
 #include "share/pagetemplates.h"
+#include "share/sharedentry.h"
 #include "share/sharepaths.h"
+#include "share/sharetarget.h"
 #include "share/uploadtarget.h"
 #include "support/temptree.h"
 
@@ -20,6 +22,7 @@ private slots:
     void splits();
     void resolves_data();
     void resolves();
+    void knowsHiddenParts();
     void needsItsRoot();
     void judgesUploadNames_data();
     void judgesUploadNames();
@@ -75,6 +78,11 @@ void TestSharePaths::resolves_data()
     m_tree.link("root/outside", m_tree.path());
     m_tree.link("root/sibling", m_tree.path("rootside"));
     m_tree.link("root/outfile", m_tree.path("secret.txt"));
+    m_tree.link("root/relative", QStringLiteral("sub/../sub/b.txt"));
+    m_tree.link("root/upward", QStringLiteral("../root/a.txt"));
+    m_tree.link("root/toself", m_tree.path("root"));
+    m_tree.link("root/chain", QStringLiteral("inside"));
+    m_tree.link("root/escape", QStringLiteral("../secret.txt"));
     m_tree.link("root/dead", m_tree.path("nothing"));
     m_tree.link("root/loop", m_tree.path("root/loop"));
 
@@ -90,6 +98,11 @@ void TestSharePaths::resolves_data()
     row(":x", "root/:x");
     row("a%20b.txt", "root/a b.txt");
     row("inside/b.txt", "root/inside/b.txt");
+    row("relative", "root/relative");
+    row("upward", "root/upward"); // leaves the root and comes back
+    row("toself/sub/b.txt", "root/toself/sub/b.txt");
+    row("chain/b.txt", "root/chain/b.txt");
+    row("escape", "");
     row("%2e", "root/.");
     row("..", "");
     row("../secret.txt", "");
@@ -126,6 +139,31 @@ void TestSharePaths::resolves()
     QFETCH(QString, resolved);
     const QString expected = resolved.isEmpty() ? QString() : m_tree.path(resolved);
     QCOMPARE(resolveSafePath(m_tree.path("root"), relative), expected);
+    QString clean;
+    if (!cleanRelativePath(relative, &clean)) {
+        QVERIFY(expected.isEmpty());
+        return;
+    }
+    // Whoever walks, what is held open is what the path names.
+    for (const SharedEntry::Walk walk :
+         {SharedEntry::Walk::Kernel, SharedEntry::Walk::PartByPart}) {
+        const SharedEntry entry = SharedEntry::root(m_tree.path("root")).below(clean, walk);
+        QCOMPARE(entry.isOpen(), !expected.isEmpty());
+        struct stat held = {};
+        struct stat named = {};
+        QCOMPARE(::fstat(entry.descriptor(), &held), expected.isEmpty() ? -1 : 0);
+        QCOMPARE(::stat(QFile::encodeName(expected).constData(), &named),
+                 expected.isEmpty() ? -1 : 0);
+        QCOMPARE(held.st_ino, named.st_ino);
+    }
+}
+
+void TestSharePaths::knowsHiddenParts()
+{
+    for (const char *hidden : {".a", ".a/b", "a/.b", "a/.b/c", "..."})
+        QVERIFY2(hasHiddenPart(QString::fromLatin1(hidden)), hidden);
+    for (const char *open : {"", "a", "a/b.c", "a./b", "a.b/c"})
+        QVERIFY2(!hasHiddenPart(QString::fromLatin1(open)), open);
 }
 
 void TestSharePaths::needsItsRoot()
@@ -207,7 +245,7 @@ void TestSharePaths::listsLikeTheToolkit()
     tree.rawFile("", QByteArray("bad\xff"));
 
     QVector<ListedEntry> entries;
-    QVERIFY(listDirectory(tree.path(), &entries));
+    QVERIFY(listDirectory(SharedEntry::root(tree.path()), &entries));
     const QFileInfoList expected =
         QDir(tree.path()).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::DirsFirst);
     QVERIFY(expected.size() >= 12);
@@ -224,7 +262,8 @@ void TestSharePaths::listsLikeTheToolkit()
                  info.lastModified().toString(QStringLiteral("yyyy-MM-dd HH:mm")));
     }
     QCOMPARE(names, expectedNames);
-    QVERIFY(!listDirectory(tree.path("nothing"), &entries));
+    QVERIFY(!listDirectory(SharedEntry::root(tree.path("nothing")), &entries));
+    QVERIFY(!listDirectory(SharedEntry::root(tree.path("b.txt")), &entries));
 }
 
 void TestSharePaths::escapesForEachPlace()
@@ -232,7 +271,7 @@ void TestSharePaths::escapesForEachPlace()
     QCOMPARE(htmlEscaped(QStringLiteral("<b a='1' c=\"2\">&中")),
              QByteArray("&lt;b a=&#39;1&#39; c=&quot;2&quot;&gt;&amp;中"));
     QCOMPARE(encodedPath(QStringLiteral("a b/中'\"?#%.txt")),
-             QStringLiteral("a%20b/%E4%B8%AD%27%22%3F%23%25.txt"));
+             QStringLiteral("a%20b/%E4%B8%AD%27%22%3F%23%2525.txt"));
     QCOMPARE(headerFileName(QStringLiteral("a\"b.txt")), QStringLiteral("a_b.txt"));
     QCOMPARE(headerFileName(QStringLiteral("a\r\nX: 1\t\x7f.txt")),
              QStringLiteral("a__X: 1__.txt"));

@@ -1,3 +1,5 @@
+#include "share/sharedentry.h"
+#include "share/uploadfile.h"
 #include "support/shareharness.h"
 
 #include <QJsonDocument>
@@ -7,6 +9,8 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+
+Q_DECLARE_METATYPE(share::UploadFile::Storage)
 
 namespace {
 
@@ -46,6 +50,8 @@ private slots:
     void refuses();
     void checks();
     void stores();
+    void fileAppearsWhole_data();
+    void fileAppearsWhole();
     void breaksAtAnyByte();
     void givesUpOnSilence();
     void stopsWithTheServer();
@@ -73,6 +79,8 @@ void TestShareUpload::init()
     tree.file("d/sub/x");
     tree.fifo("d/pipe");
     tree.file("outside.txt", "outside");
+    tree.file("d/.hidden/x");
+    tree.file("d/.profile", "mine");
     tree.link("d/link", tree.path("outside.txt"));
     tree.link("d/dead", tree.path("made-by-upload"));
     tree.link("d/dirlink", tree.path());
@@ -153,6 +161,14 @@ void TestShareUpload::refuses_data()
         "upload_fail invalid_file_name");
     row("check, raw nul", check(QByteArray("d?name=nul\0name.txt", 19)), 400, "文件名无效。");
     row("check, nul", check("d?name=nul%00name.txt"), 400, "文件名无效。");
+    row("check, hidden directory", check("d/.hidden?name=a"), 404, "目标目录不存在。");
+    row("check, hidden name", check("d?name=.profile"), 404, "不能上传以“.”开头的隐藏文件。");
+    row("hidden directory", put("d/.hidden", one, "1"), 404, "目标目录不存在。",
+        "upload_fail dir_not_found");
+    row("hidden name", putFile(".profile", "1", true), 404, "不能上传以“.”开头的隐藏文件。",
+        "upload_fail hidden_name");
+    row("new hidden name", putFile(".new", "1"), 404, "不能上传以“.”开头的隐藏文件。",
+        "upload_fail hidden_name");
     row("directory", putFile("sub", "1", true), 409, "当前目录中已有同名文件夹，无法覆盖。",
         "upload_conflict sub");
     row("taken", putFile("old.txt", "1"), 409, "当前目录已存在同名文件，请确认是否覆盖。",
@@ -179,6 +195,7 @@ void TestShareUpload::refuses()
     QTRY_COMPARE(log(), logged.isEmpty() ? QStringList() : QStringList(logged));
     QCOMPARE(filesOfTarget(), before);
     QCOMPARE(contentOf(target("old.txt")), QByteArray("old"));
+    QCOMPARE(contentOf(target(".profile")), QByteArray("mine"));
     QCOMPARE(contentOf(m_share->tree().path("outside.txt")), QByteArray("outside"));
     QVERIFY(!QFileInfo::exists(m_share->tree().path("made-by-upload")));
 }
@@ -220,12 +237,49 @@ void TestShareUpload::stores()
     struct stat status;
     QCOMPARE(::stat(QFile::encodeName(target("old.txt")).constData(), &status), 0);
     QCOMPARE(int(status.st_mode & 07777), 0652);
+    m_share->tree().dir(".inbox");
+    m_share->addRoot(QStringLiteral("up"), QStringLiteral("h"), m_share->tree().path(".inbox"));
+    const QByteArray hidden = "X-File-Name: .y\r\nContent-Length: 1\r\n";
+    QCOMPARE(m_share->request(put("h", hidden, "1")).status, 201);
+    QCOMPARE(contentOf(m_share->tree().path(".inbox/.y")), QByteArray("1"));
     QCOMPARE(m_share->request(put("d/sub/", "X-File-Name: y\r\nContent-Length: 1\r\n", "1")).status,
              201);
     QTRY_COMPARE(log(),
                  (QStringList{QStringLiteral("upload_ok 新.txt"), QStringLiteral("upload_ok empty"),
                               QStringLiteral("upload_ok :x"), QStringLiteral("upload_ok old.txt"),
-                              QStringLiteral("upload_ok sub/y")}));
+                              QStringLiteral("upload_ok .y"), QStringLiteral("upload_ok sub/y")}));
+}
+
+void TestShareUpload::fileAppearsWhole_data()
+{
+    QTest::addColumn<share::UploadFile::Storage>("storage");
+    QTest::newRow("without a name") << share::UploadFile::Storage::Unnamed;
+    QTest::newRow("with a hidden name") << share::UploadFile::Storage::HiddenName;
+}
+
+void TestShareUpload::fileAppearsWhole()
+{
+    QFETCH(share::UploadFile::Storage, storage);
+    const QStringList before = filesOfTarget();
+    const share::SharedEntry directory = share::SharedEntry::root(m_share->tree().path("d"));
+    const auto receive = [&](const char *name, bool commits) {
+        share::UploadFile file(directory.descriptor(), storage);
+        const bool received = file.open(0600) && file.write("new", 3);
+        // Neither listed nor served meanwhile.
+        const QByteArray page = m_share->get("/s/down/x/").body;
+        return received && page.contains("old.txt") && !page.contains("morvane-upload") &&
+               (!commits || file.commit(name));
+    };
+    QVERIFY(receive("old.txt", false));
+    QCOMPARE(filesOfTarget(), before);
+    QCOMPARE(contentOf(target("old.txt")), QByteArray("old"));
+    QVERIFY(receive("old.txt", true));
+    QCOMPARE(filesOfTarget(), before);
+    QCOMPARE(contentOf(target("old.txt")), QByteArray("new"));
+    QVERIFY(!receive("sub", true)); // a directory is never replaced
+    QCOMPARE(filesOfTarget(), before);
+    QVERIFY(receive("new.txt", true));
+    QCOMPARE(contentOf(target("new.txt")), QByteArray("new"));
 }
 
 void TestShareUpload::breaksAtAnyByte()
