@@ -98,7 +98,8 @@ void ScanTask::scan(ScanOutcome *outcome)
             m_metadataDone = 0;
     }
     scanMetadata(plan, outcome);
-    if (m_order.request.isDeep() && mayGoOn())
+    // Where no structure can be read, the contents are all that a quick scan has.
+    if ((m_order.request.isDeep() || plan.metadataPhases().empty()) && mayGoOn())
         carve(plan, outcome);
     const Ranges bad = unreadable(plan);
     outcome->unreadableBytes = totalLength(bad);
@@ -124,7 +125,7 @@ void ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
 {
     std::vector<ScanPhase> phases = plan.metadataPhases();
     if (phases.empty() && !m_order.request.isDeep() && mayGoOn())
-        outcome->notes.append(QStringLiteral("没有找到可识别的文件系统，请使用深度扫描"));
+        outcome->notes.append(QStringLiteral("没有可读取的文件系统结构，已按内容查找"));
     for (const ScanPhase &phase : phases)
         m_total += phase.scanner->totalWork();
     for (int i = 0; i < int(phases.size()) && mayGoOn(); ++i) {
