@@ -3,6 +3,7 @@
 #include "recoveryd/ntfs/indexentries.h"
 #include "recoveryd/ntfs/ntfssupport.h"
 #include "recoveryd/ntfs/ntfsvolume.h"
+#include "recoveryd/scan/grading.h"
 #include "support/diskimages.h"
 #include "support/scanharness.h"
 
@@ -391,7 +392,9 @@ void TestRecoverydNtfsRemains::marksWhatCannotBeRead()
 
     const QVector<Finding> findings = scan();
     QCOMPARE(findings.size(), 1);
-    QCOMPARE(findings.first().contentCheck, Finding::Check::Failed);
+    QCOMPARE(findings.first().contentCheck, Finding::Check::Unusable);
+    QVERIFY(!isWhole(findings.first(), Damage()));
+    QCOMPARE(gradeOf(findings.first(), Damage()).label, QStringLiteral("无法直接使用"));
 }
 
 /// Whatever stands on the disk, a scan ends, and within reason.

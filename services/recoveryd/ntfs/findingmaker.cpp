@@ -68,7 +68,7 @@ QVector<Finding> makeFindings(const FileFacts &facts, const Finding &place, Era 
         // not supported.
         if (stream.isEncrypted() || (stream.name.isEmpty() && facts.reparseTag == kWofReparseTag &&
                                      facts.stream(kWofStream)))
-            finding.contentCheck = Finding::Check::Failed;
+            finding.contentCheck = Finding::Check::Unusable;
         findings.append(finding);
     }
     return findings;
