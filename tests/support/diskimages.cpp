@@ -13,18 +13,6 @@ namespace diskimages {
 
 namespace {
 
-bool run(const QString &tool, const QStringList &arguments, QString *error)
-{
-    const QString path = QStandardPaths::findExecutable(
-        tool, {QStringLiteral("/usr/sbin"), QStringLiteral("/sbin"), QStringLiteral("/usr/bin")});
-    QProcess process;
-    process.start(path, arguments);
-    if (process.waitForFinished(60000) && process.exitCode() == 0)
-        return true;
-    *error = tool + QLatin1String(": ") + QString::fromLocal8Bit(process.readAllStandardError());
-    return false;
-}
-
 QByteArray be32(quint32 value)
 {
     QByteArray bytes(4, '\0');
@@ -39,6 +27,18 @@ QByteArray pngChunk(const QByteArray &type, const QByteArray &data)
 
 } // namespace
 
+bool runTool(const QString &tool, const QStringList &arguments, QString *error)
+{
+    const QString path = QStandardPaths::findExecutable(
+        tool, {QStringLiteral("/usr/sbin"), QStringLiteral("/sbin"), QStringLiteral("/usr/bin")});
+    QProcess process;
+    process.start(path, arguments);
+    if (process.waitForFinished(60000) && process.exitCode() == 0)
+        return true;
+    *error = tool + QLatin1String(": ") + QString::fromLocal8Bit(process.readAllStandardError());
+    return false;
+}
+
 bool makeExt(const QString &image, const QString &sourceDir, int sizeKiB,
              const QStringList &options, QString *error)
 {
@@ -47,13 +47,13 @@ bool makeExt(const QString &image, const QString &sourceDir, int sizeKiB,
     if (!sourceDir.isEmpty())
         arguments += {QStringLiteral("-d"), sourceDir};
     arguments += {image, QStringLiteral("%1k").arg(sizeKiB)};
-    return run(QStringLiteral("mke2fs"), arguments, error);
+    return runTool(QStringLiteral("mke2fs"), arguments, error);
 }
 
 bool debugfs(const QString &image, const QString &command, QString *error)
 {
-    return run(QStringLiteral("debugfs"),
-               {QStringLiteral("-w"), QStringLiteral("-R"), command, image}, error);
+    return runTool(QStringLiteral("debugfs"),
+                   {QStringLiteral("-w"), QStringLiteral("-R"), command, image}, error);
 }
 
 bool write(const QString &path, const QByteArray &bytes)

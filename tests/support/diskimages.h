@@ -7,6 +7,8 @@
 /// Disk images and files for tests of recovery. Images come from the real tools of e2fsprogs.
 namespace diskimages {
 
+/// Runs a program of the system to its end, searched for in the places of administrators, too.
+[[nodiscard]] bool runTool(const QString &tool, const QStringList &arguments, QString *error);
 /// Runs mke2fs on a new file of `sizeKiB`, filled from `sourceDir` unless that is empty.
 [[nodiscard]] bool makeExt(const QString &image, const QString &sourceDir, int sizeKiB,
                            const QStringList &options, QString *error);

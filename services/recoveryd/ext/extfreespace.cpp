@@ -5,20 +5,6 @@ namespace recoveryd {
 
 namespace {
 
-bool isPowerOf(int group, int base)
-{
-    qint64 power = base;
-    while (power < group)
-        power *= base;
-    return power == group;
-}
-
-bool holdsBackup(const ExtSuperblock &super, int group)
-{
-    return !super.hasSparseBackups() || group <= 1 || isPowerOf(group, 3) || isPowerOf(group, 5) ||
-           isPowerOf(group, 7);
-}
-
 /// Collects free blocks one by one, joining neighbours.
 class RangeBuilder
 {
@@ -61,7 +47,7 @@ public:
         const qint64 tableBlocks =
             (qint64(ext.groupCount()) * super.descriptorSize + super.blockSize - 1) /
             super.blockSize;
-        if (holdsBackup(super, index))
+        if (super.holdsBackup(index))
             m_backupBlocks = 1 + tableBlocks + super.reservedTableBlocks;
     }
 

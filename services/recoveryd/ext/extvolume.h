@@ -1,35 +1,10 @@
 #pragma once
 
 #include "recoveryd/devices/image.h"
-
-#include <QByteArray>
-#include <QString>
+#include "recoveryd/ext/extsuperblock.h"
 
 namespace services {
 namespace recoveryd {
-
-/// The fields of an ext2/3/4 superblock that are used here; sizes in bytes unless told otherwise.
-struct ExtSuperblock
-{
-    qint64 blockSize = 0;
-    qint64 blockCount = 0;
-    qint64 freeBlocks = 0;
-    qint64 firstDataBlock = 0;
-    qint64 blocksPerGroup = 0;
-    quint32 inodesPerGroup = 0;
-    quint32 inodeCount = 0;
-    int inodeSize = 0;
-    int descriptorSize = 0;
-    qint64 reservedTableBlocks = 0;
-    quint32 compatible = 0;
-    quint32 incompatible = 0;
-    quint32 readOnlyCompatible = 0;
-    QString label;
-
-    QString typeName() const;
-    bool hasClusters() const;
-    bool hasSparseBackups() const;
-};
 
 /// A group descriptor; places in blocks.
 struct ExtGroup

@@ -1,12 +1,13 @@
 #include "recoveryd/scan/filesystemsupport.h"
 
+#include "recoveryd/ext/undelete/extsupport.h"
 #include "recoveryd/ntfs/ntfssupport.h"
 
 namespace services::recoveryd {
 
 const QVector<FileSystemSupport> &supportedFileSystems()
 {
-    static const QVector<FileSystemSupport> families = {ntfsSupport()};
+    static const QVector<FileSystemSupport> families = {extSupport(), ntfsSupport()};
     return families;
 }
 
