@@ -63,7 +63,7 @@ void addRows(const QString &what, const QVector<Subject> &subjects, const QStrin
 
 QByteArray get(const QByteArray &path)
 {
-    return "GET " + path + " HTTP/1.0\r\nHost: x\r\nConnection: close\r\n\r\n";
+    return "GET " + path + " HTTP/1.0\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
 }
 
 void writeFile(const QString &path, qint64 size)

@@ -128,6 +128,7 @@ private slots:
     void keepsTheIdOfTheLastStart();
     void refusesAStartWithoutAnId_data();
     void refusesAStartWithoutAnId();
+    void joinsThePagesOfAList();
     void survivesTheEndOfEitherSide();
     void tellsALostLink();
     void readsPartitions();
@@ -227,7 +228,7 @@ void TestRecoveryControllers::requests_data()
         R"({"devicePath":"/dev/x"})", "sessionDetailReceived(s3, {\"devicePath\":\"/dev/x\"})");
     query(
         "session.getFiles", "s3", [=](Controllers &c) { c.recovery.fetchSessionFiles(text("s3")); },
-        R"({"sessionId":"s3"})", R"({"files":[{"fileId":"f"}]})",
+        R"({"sessionId":"s3","limit":5000,"offset":0})", R"({"files":[{"fileId":"f"}]})",
         "sessionFilesReceived(s3, [{\"fileId\":\"f\"}])");
     query(
         "recovery.getDetail", "r3",
@@ -443,6 +444,41 @@ void TestRecoveryControllers::refusesAStartWithoutAnId()
     Controllers controllers(&client);
     call(controllers);
     QCOMPARE(controllers.waitForSignals(), QStringList(expected));
+}
+
+void TestRecoveryControllers::joinsThePagesOfAList()
+{
+    FakeService service;
+    QVERIFY(service.start());
+    IpcClient client(service.name());
+    QVERIFY(client.ensureConnected(2000));
+    Controllers controllers(&client);
+    const QString method = QStringLiteral("session.getFiles");
+    const auto page = [&](const char *files, int total) {
+        service.replyOnce(
+            method, Reply::ok({{QStringLiteral("files"), QJsonDocument::fromJson(files).array()},
+                               {QStringLiteral("total"), total}}));
+    };
+    page("[1,2]", 4);
+    page("[3]", 4);
+    page("[4]", 4);
+    controllers.recovery.fetchSessionFiles(QStringLiteral("s"));
+    QCOMPARE(controllers.waitForSignals(),
+             QStringList(QStringLiteral("sessionFilesReceived(s, [1,2,3,4])")));
+    QCOMPARE(service.count(method), 3);
+    QCOMPARE(service.lastParams(method).value(QLatin1String("offset")).toInt(), 3);
+
+    // A list that has become shorter meanwhile ends all the same; a failure is told once.
+    page("[1]", 9);
+    page("[]", 9);
+    controllers.recovery.fetchSessionFiles(QStringLiteral("s"));
+    QCOMPARE(controllers.waitForSignals(),
+             QStringList(QStringLiteral("sessionFilesReceived(s, [1])")));
+    page("[1]", 9);
+    service.fail(method, 7, QStringLiteral("weg"));
+    controllers.recovery.fetchSessionFiles(QStringLiteral("s"));
+    QCOMPARE(controllers.waitForSignals().join(QLatin1Char(' ')),
+             QStringLiteral("queryFailed(session.getFiles, s, weg)"));
 }
 
 void TestRecoveryControllers::survivesTheEndOfEitherSide()

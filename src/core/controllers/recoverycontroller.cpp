@@ -8,6 +8,9 @@ namespace controllers {
 
 namespace {
 
+// The service cuts a page earlier where its frame would become too large.
+constexpr int kFilesPerPage = 5000;
+
 QStringList toStringList(const QJsonArray &array)
 {
     QStringList texts;
@@ -108,9 +111,26 @@ void RecoveryController::fetchSessionDetail(const QString &sessionId)
 
 void RecoveryController::fetchSessionFiles(const QString &sessionId)
 {
-    query(QStringLiteral("session.getFiles"), {{QStringLiteral("sessionId"), sessionId}}, sessionId,
-          [this, sessionId](const QJsonObject &data) {
-              emit sessionFilesReceived(sessionId, data.value(QLatin1String("files")).toArray());
+    fetchFilesBehind(sessionId, std::make_shared<QJsonArray>());
+}
+
+void RecoveryController::fetchFilesBehind(const QString &sessionId,
+                                          const std::shared_ptr<QJsonArray> &files)
+{
+    query(QStringLiteral("session.getFiles"),
+          {{QStringLiteral("sessionId"), sessionId},
+           {QStringLiteral("limit"), kFilesPerPage},
+           {QStringLiteral("offset"), files->size()}},
+          sessionId, [this, sessionId, files](const QJsonObject &data) {
+              const QJsonArray page = data.value(QLatin1String("files")).toArray();
+              for (const QJsonValue &file : page)
+                  files->append(file);
+              // A service that gives the whole list at once tells no total.
+              const int total = data.value(QLatin1String("total")).toInt(files->size());
+              if (files->size() < total && !page.isEmpty())
+                  fetchFilesBehind(sessionId, files);
+              else
+                  emit sessionFilesReceived(sessionId, *files);
           });
 }
 

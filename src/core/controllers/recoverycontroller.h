@@ -5,6 +5,8 @@
 #include <QJsonArray>
 #include <QStringList>
 
+#include <memory>
+
 namespace core {
 namespace controllers {
 
@@ -33,6 +35,7 @@ public:
     /// Without a client they do nothing.
     void fetchSessionList(int limit, int offset);
     void fetchSessionDetail(const QString &sessionId);
+    /// The list comes in pages, but is reported as a whole.
     void fetchSessionFiles(const QString &sessionId);
     void fetchRecoveryTaskDetail(const QString &recoveryId);
     /// Ends in sessionDeleted(); without a client it does nothing.
@@ -72,6 +75,8 @@ private slots:
     void onEventReceived(const QString &eventName, const QJsonObject &data);
 
 private:
+    /// Asks for the page behind `files`, which grow until all are there.
+    void fetchFilesBehind(const QString &sessionId, const std::shared_ptr<QJsonArray> &files);
     void onTaskEvent(const QString &event, const QJsonObject &data);
     void onVaultEvent(const QString &event, const QJsonObject &data);
 
