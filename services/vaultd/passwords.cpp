@@ -114,16 +114,5 @@ bool Passwords::read(QList<QByteArray> *lines, QString *error) const
     return true;
 }
 
-bool equalInConstantTime(const QByteArray &a, const QByteArray &b)
-{
-    // Volatile, so that the loop is not cut short.
-    volatile unsigned char difference = a.size() == b.size() ? 0 : 1;
-    const int common = std::min(a.size(), b.size());
-    for (int i = 0; i < common; ++i)
-        difference =
-            static_cast<unsigned char>(difference | static_cast<unsigned char>(a.at(i) ^ b.at(i)));
-    return difference == 0;
-}
-
 } // namespace vaultd
 } // namespace services

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/constanttime.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -26,8 +28,7 @@ private:
     QString m_path;
 };
 
-/// Compares in a time that depends on the lengths only.
-bool equalInConstantTime(const QByteArray &a, const QByteArray &b);
+using core::equalInConstantTime;
 
 } // namespace vaultd
 } // namespace services

@@ -9,7 +9,9 @@
 
 FileShareServerContext::FileShareServerContext()
     : shutdownEvent(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-{}
+{
+    clock.start();
+}
 
 FileShareServerContext::~FileShareServerContext()
 {

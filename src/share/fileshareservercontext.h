@@ -1,6 +1,9 @@
 #pragma once
 
+#include "share/loginthrottle.h"
+
 #include <QAtomicInt>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QMap>
 #include <QMutex>
@@ -54,6 +57,9 @@ struct FileShareServerContext
     QMap<QString, QString> authTokens; ///< Session id to its one login token.
     QMutex sessionCountersMutex;
     QHash<QString, QSharedPointer<QAtomicInt>> sessionCounters; ///< Open requests a session.
+
+    share::LoginThrottle loginThrottle;
+    QElapsedTimer clock; ///< Runs as long as the context lives.
 
     ShareTimeLimits limits;
     QAtomicInt waiters;     ///< Workers that wait for a silent client without a pool slot.

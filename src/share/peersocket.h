@@ -3,6 +3,7 @@
 #include "share/fileshareservercontext.h"
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QString>
 #include <QTcpSocket>
 
@@ -40,6 +41,8 @@ public:
     [[nodiscard]] bool adopt(qintptr descriptor);
     /// An IPv4 address in its own notation, although the listener speaks IPv6.
     QString peerAddress() const;
+    /// The address of this machine that the client has connected to.
+    QHostAddress localAddress() const { return m_socket.localAddress(); }
     /// All bytes that read() has given out so far.
     qint64 received() const { return m_received; }
 

@@ -1,9 +1,12 @@
 #include "share/sessiongate.h"
 
+#include "core/constanttime.h"
 #include "share/browse.h"
 #include "share/filesharedb.h"
 #include "share/httprequest.h"
 #include "share/pagetemplates.h"
+#include "share/peersocket.h"
+#include "share/requestorigin.h"
 #include "share/responses.h"
 #include "share/shareexchange.h"
 #include "share/sharepaths.h"
@@ -44,11 +47,46 @@ ShareSession servedSession(const ShareExchange &exchange)
     return session;
 }
 
+bool isUpload(const ShareExchange &exchange)
+{
+    return exchange.subPath.startsWith(uploadPrefix());
+}
+
+/// The addresses that the script of a page talks to.
+bool isForScript(const ShareExchange &exchange)
+{
+    return isUpload(exchange) || exchange.subPath.startsWith(uploadCheckPrefix());
+}
+
+bool isLogin(const ShareExchange &exchange)
+{
+    return exchange.subPath == QLatin1String("auth");
+}
+
+/// Whether the request comes by way of another web site and could do harm: log in, store a file, or
+/// give that site what needs no password. The cookie of a login is never sent by way of others.
+bool isForeign(const ShareExchange &exchange, const ShareSession &session)
+{
+    const bool changes = isUpload(exchange) ||
+                         (isLogin(exchange) && exchange.request->method == QLatin1String("POST"));
+    return (changes || !session.hasPassword) &&
+           !isOwnRequest(*exchange.request, exchange.socket->localAddress());
+}
+
+void refuseForeign(const ShareExchange &exchange)
+{
+    const QString message = QStringLiteral("请通过共享方提供的地址访问。");
+    if (isUpload(exchange))
+        exchange.log(QStringLiteral("upload_fail"), QStringLiteral("foreign_origin"));
+    if (isForScript(exchange))
+        sendJsonFailure(exchange.socket, 403, QStringLiteral("Forbidden"), message);
+    else
+        sendError(exchange.socket, 403, QStringLiteral("禁止访问"), message);
+}
+
 void askForLogin(const ShareExchange &exchange)
 {
-    const bool isScript = exchange.subPath.startsWith(uploadCheckPrefix()) ||
-                          exchange.subPath.startsWith(uploadPrefix());
-    if (isScript)
+    if (isForScript(exchange))
         sendJsonFailure(exchange.socket, 401, QStringLiteral("Unauthorized"),
                         QStringLiteral("需要先完成访问认证。"));
     else
@@ -61,7 +99,7 @@ void dispatch(const ShareExchange &exchange, const ShareSession &session)
         handleUploadCheck(exchange, session);
         return;
     }
-    if (exchange.subPath.startsWith(uploadPrefix())) {
+    if (isUpload(exchange)) {
         handleUploadPut(exchange, session);
         return;
     }
@@ -77,6 +115,44 @@ void dispatch(const ShareExchange &exchange, const ShareSession &session)
     else
         sendError(exchange.socket, 400, QStringLiteral("请求错误"),
                   QStringLiteral("路径参数无效。"));
+}
+
+QString passwordOf(const QByteArray &form)
+{
+    const QString prefix = QStringLiteral("password=");
+    // With its size: without it the form would end at the first NUL.
+    const QStringList parts =
+        QString::fromUtf8(form.constData(), form.size()).split(QLatin1Char('&'));
+    for (const QString &part : parts) {
+        if (part.startsWith(prefix))
+            return percentDecode(part.mid(prefix.size()));
+    }
+    return QString();
+}
+
+QString waitText(int seconds)
+{
+    constexpr int kMinute = 60;
+    return seconds < 2 * kMinute ? QStringLiteral("%1 秒").arg(seconds)
+                                 : QStringLiteral("%1 分钟").arg((seconds + kMinute - 1) / kMinute);
+}
+
+/// An empty error shows none.
+QByteArray authPage(const QString &sessionId, const QString &error)
+{
+    const QString heading = QStringLiteral("需要密码");
+    const QByteArray note =
+        error.isEmpty() ? QByteArray() : pageTemplate("auth-error").filled({{"text", error}});
+    return page(heading, pageTemplate("auth").filled(
+                             {{"heading", heading}, {"error", note}, {"session", sessionId}}));
+}
+
+void serveWaitPage(const ShareExchange &exchange, int seconds)
+{
+    const QString error = QStringLiteral("密码错误次数过多，请在 %1 后重试").arg(waitText(seconds));
+    sendResponse(exchange.socket, 429, QStringLiteral("Too Many Requests"),
+                 authPage(exchange.sessionId, error), htmlContentType(),
+                 {{QStringLiteral("Retry-After"), QString::number(seconds)}});
 }
 
 } // namespace
@@ -112,7 +188,11 @@ void handleSessionRequest(ShareExchange *exchange)
                   QStringLiteral("当前连接数过多，请稍后再试。"));
         return;
     }
-    if (exchange->subPath == QLatin1String("auth")) {
+    if (isForeign(*exchange, session)) {
+        refuseForeign(*exchange);
+        return;
+    }
+    if (isLogin(*exchange)) {
         if (exchange->request->method == QLatin1String("POST"))
             handleAuthPost(*exchange);
         else
@@ -138,31 +218,31 @@ bool checkAuth(const ShareContextPtr &context, const HttpRequest &request, const
             continue;
         const QString token = cookie.mid(prefix.size());
         QMutexLocker lock(&context->authTokensMutex);
-        return !token.isEmpty() && context->authTokens.value(sessionId) == token;
+        return !token.isEmpty() &&
+               core::equalInConstantTime(context->authTokens.value(sessionId).toUtf8(),
+                                         token.toUtf8());
     }
     return false;
 }
 
 void handleAuthPost(const ShareExchange &exchange)
 {
-    const QString prefix = QStringLiteral("password=");
-    QString password;
-    const QByteArray &body = exchange.request->body;
-    // With its size: without it the form would end at the first NUL.
-    const QStringList parts =
-        QString::fromUtf8(body.constData(), body.size()).split(QLatin1Char('&'));
-    for (const QString &part : parts) {
-        if (part.startsWith(prefix)) {
-            password = percentDecode(part.mid(prefix.size()));
-            break;
-        }
-    }
     const QString stored = FileShareDb::queryPasswordHash(exchange.database, exchange.sessionId);
-    if (stored.isEmpty() || FileShareDb::hashPassword(password) != stored) {
+    LoginThrottle::Attempt attempt;
+    if (!stored.isEmpty()) // there is nothing to guess otherwise
+        attempt = exchange.context->loginThrottle.begin(exchange.clientIp,
+                                                        exchange.context->clock.elapsed());
+    if (attempt.waitSeconds > 0) {
+        serveWaitPage(exchange, attempt.waitSeconds);
+        return;
+    }
+    const QString hash = FileShareDb::hashPassword(passwordOf(exchange.request->body));
+    if (stored.isEmpty() || !core::equalInConstantTime(hash.toUtf8(), stored.toUtf8())) {
         exchange.log(QStringLiteral("auth_fail"));
         serveAuthPage(exchange.socket, exchange.sessionId, true);
         return;
     }
+    exchange.context->loginThrottle.succeed(exchange.clientIp, attempt);
     const QString token = QUuid::createUuid().toString(QUuid::WithoutBraces);
     {
         QMutexLocker lock(&exchange.context->authTokensMutex);
@@ -180,13 +260,8 @@ void handleAuthPost(const ShareExchange &exchange)
 
 void serveAuthPage(PeerSocket *socket, const QString &sessionId, bool showError)
 {
-    QByteArray error;
-    if (showError)
-        error = pageTemplate("auth-error").filled({{"text", QStringLiteral("密码错误，请重试")}});
-    const QString heading = QStringLiteral("需要密码");
-    const QByteArray body = pageTemplate("auth").filled(
-        {{"heading", heading}, {"error", error}, {"session", sessionId}});
-    sendResponse(socket, 200, QStringLiteral("OK"), page(heading, body));
+    const QString error = showError ? QStringLiteral("密码错误，请重试") : QString();
+    sendResponse(socket, 200, QStringLiteral("OK"), authPage(sessionId, error));
 }
 
 } // namespace share
