@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,6 +16,20 @@
 namespace wechat {
 
 namespace {
+
+constexpr int kMostEarly = 16; // Actions; the largest ones, so one is mostly enough.
+
+/// Of the directory, or of the first one above it that exists.
+dev_t deviceOf(FileOperations &operations, QString directory)
+{
+    struct stat info;
+    while (operations.stat(QFile::encodeName(directory), &info) != 0) {
+        if (directory.size() <= 1)
+            return 0;
+        directory = QFileInfo(directory).path();
+    }
+    return info.st_dev;
+}
 
 QString unreadableKept()
 {
@@ -35,27 +50,42 @@ CleanRun::CleanRun(FileOperations &operations, const CleanFolders &folders, Stop
 CleanOutcome CleanRun::run(const QList<CleanAction> &actions)
 {
     CleanLock lock(m_folders);
-    const CleanLock::Result locked = lock.lock(m_shouldStop);
-    if (locked == CleanLock::Result::Locked)
+    CleanLock::Result locked = lock.lock(m_shouldStop);
+    if (locked == CleanLock::Result::Unavailable && isNoSpace(lock.error()))
+        makeRoom(actions, [&] {
+            locked = lock.lock(m_shouldStop);
+            return locked != CleanLock::Result::Unavailable;
+        });
+    if (locked == CleanLock::Result::Locked) {
         mergeAll(actions);
-    else if (locked == CleanLock::Result::Busy)
-        m_outcome.errors.append(CleanLock::busyMessage());
-    else
-        m_outcome.errors.append(recordWriteError(m_folders.top, lock.error()));
+        return m_outcome;
+    }
+    m_outcome.errors.append(locked == CleanLock::Result::Busy
+                                ? CleanLock::busyMessage()
+                                : recordWriteError(m_folders.top, lock.error()));
+    writeRecordOfRun();
     return m_outcome;
+}
+
+void CleanRun::prepare(const QList<CleanAction> &actions)
+{
+    if (!m_record.sessionId.isEmpty())
+        return;
+    m_record.sessionId = createSessionId(m_folders);
+    for (const CleanAction &action : actions)
+        m_total += action.pathCount();
+    m_content = describe(actions);
+    flushKeptFiles(actions);
 }
 
 void CleanRun::mergeAll(const QList<CleanAction> &actions)
 {
-    m_record.sessionId = createSessionId(m_folders);
-    for (const CleanAction &action : actions)
-        m_total += action.pathCount();
-    const JournalContent content = journalContent(actions);
-    flushKeptFiles(actions);
+    prepare(actions);
     // Without a journal a crash could leave a file under its backup name for good.
-    if (!m_journal.begin(content)) {
+    if (!beginJournal(actions)) {
         m_outcome.errors.append(recordWriteError(
-            QFileInfo(m_folders.recordPath(content.id)).fileName(), m_journal.error()));
+            QFileInfo(m_folders.recordPath(m_content.id)).fileName(), m_journal.error()));
+        writeRecordOfRun();
         return;
     }
     for (int index = 0; index < actions.size() && !m_shouldStop(); ++index) {
@@ -67,7 +97,70 @@ void CleanRun::mergeAll(const QList<CleanAction> &actions)
     finish();
 }
 
-JournalContent CleanRun::journalContent(const QList<CleanAction> &actions)
+bool CleanRun::beginJournal(const QList<CleanAction> &actions)
+{
+    return m_journal.begin(m_content) || (isNoSpace(m_journal.error()) && makeRoom(actions, [this] {
+                                              return m_journal.begin(m_content);
+                                          }));
+}
+
+/// Merges the largest copies on the file system of the journal one by one until there is enough
+/// room.
+bool CleanRun::makeRoom(const QList<CleanAction> &actions, const std::function<bool()> &isEnough)
+{
+    prepare(actions);
+    QList<int> bySize;
+    for (int index = 0; index < actions.size(); ++index)
+        bySize.append(index);
+    std::stable_sort(bySize.begin(), bySize.end(),
+                     [&actions](int a, int b) { return actions.at(a).size > actions.at(b).size; });
+    for (int index : QList<int>(bySize.mid(0, kMostEarly))) {
+        if (m_shouldStop())
+            break;
+        if (!m_early.contains(index) && mergeEarly(index, actions.at(index)) && isEnough())
+            return true;
+    }
+    return false;
+}
+
+/// What speaks against the files of the action is reported when its turn comes.
+bool CleanRun::mergeEarly(int index, const CleanAction &action)
+{
+    KeptFile keep;
+    const QStringList errors = m_outcome.errors;
+    const bool isKept = verifyKept(index, action, &keep) &&
+                        keep.identity.device == deviceOf(m_operations, m_folders.top);
+    m_outcome.errors = errors;
+    m_hashed.clear();
+    for (int i = 0; isKept && i < action.groups.size() && !m_shouldStop(); ++i) {
+        // A file with further names would free nothing.
+        const QString path = action.groups.at(i).value(0);
+        FileIdentity identity;
+        if (action.groups.at(i).size() != 1 || !verifyPath(keep, path, &identity).isEmpty() ||
+            identity.sameFile(keep.identity) || identity.links != 1)
+            continue;
+        QString error;
+        const MergeResult result =
+            swapForLink(m_operations, keep, m_record.sessionId, path, identity, &error);
+        if (result == MergeResult::LeftUnderBackup)
+            m_outcome.errors.append(error);
+        if (result != MergeResult::Merged)
+            continue;
+        m_touched.note(keep.identity.device, keep.path);
+        MergedAction merged;
+        merged.keepPath = action.keepPath;
+        merged.size = action.size;
+        merged.hash = QString::fromLatin1(keep.hash.toHex());
+        merged.mergedPaths.append(path);
+        m_early.insert(index, merged);
+        ++m_outcome.mergedCount;
+        m_outcome.reclaimedBytes += keep.size;
+        return true;
+    }
+    return false;
+}
+
+JournalContent CleanRun::describe(const QList<CleanAction> &actions)
 {
     JournalContent content;
     content.id = m_record.sessionId;
@@ -133,7 +226,7 @@ void CleanRun::cleanAction(int index, const CleanAction &action)
     KeptFile keep;
     if (!verifyKept(index, action, &keep))
         return;
-    MergedAction merged;
+    MergedAction merged = m_early.take(index);
     merged.keepPath = action.keepPath;
     merged.size = action.size;
     merged.hash = QString::fromLatin1(keep.hash.toHex());
@@ -274,24 +367,31 @@ QByteArray CleanRun::contentHash(const QString &path, const FileIdentity &identi
 void CleanRun::finish()
 {
     m_releaser.wait();
-    bool recordLost = false;
-    if (!m_record.actions.isEmpty()) {
-        const bool whole = m_outcome.errors.isEmpty() && !m_shouldStop();
-        m_record.status = whole ? QStringLiteral("active") : QStringLiteral("partial");
-        m_record.createdAt = QDateTime::currentDateTime().toString(Qt::ISODate);
-        m_record.reclaimedBytes = m_outcome.reclaimedBytes;
-        m_outcome.sessionId = m_record.sessionId;
-        QString error;
-        recordLost =
-            !writeRecord(m_operations, m_folders, m_record.sessionId, m_record.toJson(), &error);
-        if (recordLost)
-            m_outcome.errors.append(error);
-    }
+    const int errors = m_outcome.errors.size();
+    writeRecordOfRun();
+    const bool recordLost = m_outcome.errors.size() > errors;
     // A journal that still has something to repair stays for the next start. Until the names are
     // on the disk, that may be any of them.
     if (!m_leftover && !recordLost && m_touched.flush(m_operations))
         m_journal.clear();
     SpaceReserve(m_operations, m_folders).refill();
+}
+
+void CleanRun::writeRecordOfRun()
+{
+    // Those whose turn has not come.
+    m_record.actions += m_early.values();
+    m_early.clear();
+    if (m_record.actions.isEmpty())
+        return;
+    const bool whole = m_outcome.errors.isEmpty() && !m_shouldStop();
+    m_record.status = whole ? QStringLiteral("active") : QStringLiteral("partial");
+    m_record.createdAt = QDateTime::currentDateTime().toString(Qt::ISODate);
+    m_record.reclaimedBytes = m_outcome.reclaimedBytes;
+    m_outcome.sessionId = m_record.sessionId;
+    QString error;
+    if (!writeRecord(m_operations, m_folders, m_record.sessionId, m_record.toJson(), &error))
+        m_outcome.errors.append(error);
 }
 
 void CleanRun::advance(int paths)

@@ -5,6 +5,7 @@
 #include "wechat/mergeprotocol.h"
 
 #include <QHash>
+#include <QMap>
 #include <QSet>
 #include <QStringList>
 
@@ -21,7 +22,8 @@ struct CleanOutcome
 };
 
 /// One clean from the actions to the record. Verifies everything anew, so the actions may be old or
-/// wrong. Blocks; use once.
+/// wrong. On a disk so full that not even the journal finds room, a few copies are merged first, in
+/// a way that needs none. Blocks; use once.
 class CleanRun
 {
 public:
@@ -46,9 +48,13 @@ private:
         FileIdentity identity;
     };
 
+    void prepare(const QList<CleanAction> &actions);
     void mergeAll(const QList<CleanAction> &actions);
+    bool beginJournal(const QList<CleanAction> &actions);
+    bool makeRoom(const QList<CleanAction> &actions, const std::function<bool()> &isEnough);
+    bool mergeEarly(int index, const CleanAction &action);
     void flushKeptFiles(const QList<CleanAction> &actions);
-    JournalContent journalContent(const QList<CleanAction> &actions);
+    JournalContent describe(const QList<CleanAction> &actions);
     void cleanAction(int index, const CleanAction &action);
     bool verifyKept(int index, const CleanAction &action, KeptFile *keep);
     bool isDurable(int index, const KeptFile &keep);
@@ -57,6 +63,7 @@ private:
     QString verifyPath(const KeptFile &keep, const QString &path, FileIdentity *identity);
     QByteArray contentHash(const QString &path, const FileIdentity &identity);
     void finish();
+    void writeRecordOfRun();
     void advance(int paths);
 
     FileOperations &m_operations;
@@ -67,6 +74,8 @@ private:
     SpaceReleaser m_releaser;
     CleanOutcome m_outcome;
     OperationRecord m_record;
+    JournalContent m_content;
+    QMap<int, MergedAction> m_early; ///< Merged without a journal, by action; not in m_record yet.
     QList<FileIdentity> m_keptAtStart;
     QSet<dev_t> m_flushedDevices;
     TouchedFileSystems m_touched;

@@ -47,6 +47,11 @@ bool removeBackup(FileOperations &operations, SpaceReleaser &releaser, const QBy
     return removed;
 }
 
+QString rollBackError(const QString &backup)
+{
+    return QStringLiteral("创建硬链接失败且自动回滚失败，请手动检查备份文件：%1").arg(backup);
+}
+
 /// The file that may be removed from under `path` to put the backup back: the one that has the kept
 /// name now, since it loses nothing with a second name, else the one that was hashed.
 FileIdentity replaceableLink(FileOperations &operations, const KeptFile &keep, const QString &path)
@@ -66,7 +71,7 @@ MergeResult rollBack(FileOperations &operations, const KeptFile &keep, const QSt
     if (placement == Placement::Placed)
         return keptIsUnchanged(operations, keep) ? MergeResult::Refused : MergeResult::KeptChanged;
     if (placement == Placement::Refused)
-        *error = QStringLiteral("创建硬链接失败且自动回滚失败，请手动检查备份文件：%1").arg(backup);
+        *error = rollBackError(backup);
     return MergeResult::LeftUnderBackup;
 }
 
@@ -115,6 +120,33 @@ MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const
         return MergeResult::Merged;
     return rollBack(operations, keep, path, backup, QStringLiteral("创建硬链接失败：%1").arg(path),
                     error);
+}
+
+MergeResult swapForLink(FileOperations &operations, const KeptFile &keep, const QString &sessionId,
+                        const QString &path, const FileIdentity &verified, QString *error)
+{
+    const QString backup = backupPath(path, sessionId);
+    const QByteArray name = QFile::encodeName(path);
+    const QByteArray backupName = QFile::encodeName(backup);
+    if (!keptIsUnchanged(operations, keep) || !identify(operations, path).unchanged(verified) ||
+        operations.link(QFile::encodeName(keep.path), backupName) != 0)
+        return MergeResult::Refused;
+    const FileIdentity link = identify(operations, backup);
+    if (link.unchanged(keep.identity) && link.size == keep.size &&
+        operations.exchange(backupName, name) == 0) {
+        if (linkStands(operations, keep, path, backup, verified) &&
+            operations.unlink(backupName) == 0)
+            return MergeResult::Merged;
+        // Whatever was swapped out gets its name back.
+        if (!identify(operations, path).sameFile(link) ||
+            operations.exchange(backupName, name) != 0) {
+            *error = rollBackError(backup);
+            return MergeResult::LeftUnderBackup;
+        }
+    }
+    if (identify(operations, backup).sameFile(link))
+        operations.unlink(backupName);
+    return MergeResult::Refused;
 }
 
 } // namespace wechat

@@ -43,4 +43,11 @@ MergeResult mergePath(FileOperations &operations, SpaceReleaser &releaser, const
                       const QString &sessionId, const QString &path, const FileIdentity &verified,
                       QString *error);
 
+/// The same without a moment in which the path has no file: for use without a journal. The link is
+/// made under the backup name and swapped with the old file. A program that is killed in the middle
+/// leaves an additional file under the backup name, which nothing depends on. Only where the file
+/// system swaps names. The room is free at the return. `error` is set for LeftUnderBackup only.
+MergeResult swapForLink(FileOperations &operations, const KeptFile &keep, const QString &sessionId,
+                        const QString &path, const FileIdentity &verified, QString *error);
+
 } // namespace wechat

@@ -304,6 +304,11 @@ void TestWechatRules::recordFiles_data()
             {"keepPath":"/k","size":"4000000000","hash":"0f","mergedPaths":["/a","/b"]},
             {"keepPath":"/l","size":"7","mergedPaths":["/c"]}]})",
         true, 3, Q_INT64_C(8000000007));
+    row("half undone",
+        R"({"sessionId":"r","actions":[
+            {"keepPath":"/k","size":"10","mergedPaths":["/a","/b","/c"],"restoredPaths":["/b"]},
+            {"keepPath":"/l","size":"7","mergedPaths":["/d"],"restoredPaths":["/d","/e"]}]})",
+        true, 2, 20);
     row("actions are text", R"({"sessionId":"r","actions":"none"})", true, 0, 0);
     row("odd entries", R"({"sessionId":"r","groupCount":-4,"reclaimedBytes":true,"actions":[
             5, null, {"size":"x","mergedPaths":["/a",3,null]}]})",
@@ -323,7 +328,7 @@ void TestWechatRules::recordFiles()
     TempTree tree;
     const QVariantMap record = recordFileToMap(tree.file("r.json"_u, json));
     QCOMPARE(!record.isEmpty(), taken);
-    QTEST(mergedCount(record), "merged");
+    QTEST(countToRestore(record), "merged");
     QTEST(bytesToRestore(record), "restored");
     QVERIFY(record.value("groupCount"_u).toInt() >= 0);
     QVERIFY(record.value("reclaimedBytes"_u).toLongLong() >= 0);
@@ -355,6 +360,8 @@ void TestWechatRules::recordList()
     QCOMPARE(refused, 4);
     QVERIFY(loadOperationRecords(tree.path("missing"_u), &refused).isEmpty());
     QCOMPARE(refused, 0);
+    QVERIFY(loadOperationRecords(tree.path("note.txt"_u), &refused).isEmpty());
+    QCOMPARE(refused, kUnreadableFolder);
 }
 
 void TestWechatRules::damagedSizes()

@@ -153,10 +153,12 @@ bool killedAt(int step, CleanBench &bench, const std::function<void()> &work)
 {
     const pid_t child = ::fork();
     if (child == 0) {
-        bench.operations.hook = [step, n = 0](const QString &, const QString &) mutable {
+        const auto before = bench.operations.hook;
+        bench.operations.hook = [before, step, n = 0](const QString &call,
+                                                      const QString &path) mutable {
             if (++n == step)
                 ::kill(::getpid(), SIGKILL);
-            return 0;
+            return before ? before(call, path) : 0;
         };
         work();
         ::_exit(0);

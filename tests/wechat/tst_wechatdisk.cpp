@@ -55,6 +55,8 @@ private slots:
     void unreadableJournalsAreReported();
     void reserveServesAFullDisk_data();
     void reserveServesAFullDisk();
+    void mergesFirstWithoutAReserve_data();
+    void mergesFirstWithoutAReserve();
     void reserveIsMadeOnceAndRefilled();
     void undoGoesOnWhenItCan_data();
     void undoGoesOnWhenItCan();
@@ -147,18 +149,15 @@ void TestWechatDisk::unreadableJournalsAreReported()
 
 void TestWechatDisk::reserveServesAFullDisk_data()
 {
-    QTest::addColumn<QString>("call"); // That finds no room.
-    QTest::addColumn<bool>("always");  // Or only as long as the reserve has not been used.
-    QTest::newRow("journal cannot be made") << "open"_u << false;
-    QTest::newRow("journal cannot be written") << "write"_u << false;
-    QTest::newRow("journal cannot be flushed") << "fsync"_u << false;
-    QTest::newRow("not even with the reserve") << "write"_u << true;
+    QTest::addColumn<QString>("call"); // That finds no room as long as the reserve is whole.
+    QTest::newRow("journal cannot be made") << "open"_u;
+    QTest::newRow("journal cannot be written") << "write"_u;
+    QTest::newRow("journal cannot be flushed") << "fsync"_u;
 }
 
 void TestWechatDisk::reserveServesAFullDisk()
 {
     QFETCH(QString, call);
-    QFETCH(bool, always);
     CleanBench bench;
     const QVariantList actions = bench.fill();
     const QMap<QString, QByteArray> before = bench.snapshot();
@@ -167,24 +166,74 @@ void TestWechatDisk::reserveServesAFullDisk()
     QCOMPARE(whole, wechat::SpaceReserve::kBytes);
     bench.operations.hook = [&](const QString &name, const QString &path) {
         const bool isOurs = name != "open"_u || path.endsWith(".journal.new"_u);
-        const bool isFull = always || QFileInfo(bench.folders.reserve).size() == whole;
+        const bool isFull = QFileInfo(bench.folders.reserve).size() == whole;
         return name == call && isOurs && isFull ? ENOSPC : 0;
     };
     const wechat::CleanOutcome outcome = bench.clean(actions);
     QCOMPARE(bench.snapshot(), before);
     QCOMPARE(bench.journals(), QStringList());
-    if (always) {
-        QCOMPARE(outcome.errors.size(), 1);
-        QVERIFY(outcome.errors.at(0).startsWith("无法写入清理记录："_u));
-        QVERIFY(outcome.errors.at(0).endsWith(kNoSpace));
-        QCOMPARE(outcome.mergedCount, 0);
-        return;
-    }
     QCOMPARE(outcome.errors, QStringList());
     QCOMPARE(outcome.mergedCount, 7);
     QCOMPARE(bench.status(outcome.sessionId), "active"_u);
     // The clean has made room for the next time.
     QCOMPARE(QFileInfo(bench.folders.reserve).size(), whole);
+}
+
+void TestWechatDisk::mergesFirstWithoutAReserve_data()
+{
+    QTest::addColumn<Work>("change");
+    QTest::addColumn<int>("merged");
+    QTest::addColumn<int>("errors");
+    QTest::newRow("enough") << Work([](CleanBench &) {}) << 7 << 0;
+    QTest::newRow("home on another disk")
+        << Work([](CleanBench &b) { b.operations.otherDevice = "/files/"_u; }) << 0 << 1;
+    QTest::newRow("largest copy has changed")
+        << Work([](CleanBench &b) { b.file("msg/copy", QByteArray(10000, 'b')); }) << 6 << 1;
+    QTest::newRow("never enough") << Work([](CleanBench &b) {
+        b.operations.hook = [](const QString &call, const QString &) {
+            return call == "write"_u ? EDQUOT : 0;
+        };
+    }) << 3 << 2;
+    // Another program takes the name between the check and the swap.
+    QTest::newRow("copy is replaced meanwhile") << Work([](CleanBench &b) {
+        const auto full = b.operations.hook;
+        b.operations.hook = [&b, full, n = 0](const QString &call, const QString &path) mutable {
+            if (call == "exchange"_u && path.contains("msg/copy"_u) && ++n == 1)
+                b.file("msg/copy", QByteArray(10000, 'n'));
+            return full(call, path);
+        };
+    }) << 6 << 1;
+}
+
+void TestWechatDisk::mergesFirstWithoutAReserve()
+{
+    QFETCH(Work, change);
+    QFETCH(int, merged);
+    QFETCH(int, errors);
+    CleanBench bench;
+    const QVariantList actions = bench.fill();
+    // Nothing can be written until some copy has gone.
+    bench.operations.hook = [&](const QString &call, const QString &) {
+        const bool isFull =
+            !linked(bench.path("msg/keep"), bench.path("msg/copy")) &&
+            !linked(bench.path("many/keep"), bench.path("many/0")) &&
+            !linked(bench.path("msg/2024-03/图片.jpg"), bench.path("msg/2024-04/ 换\n行\"'$(x) "));
+        return call == "write"_u && isFull ? ENOSPC : 0;
+    };
+    change(bench);
+    const wechat::CleanOutcome outcome = bench.clean(actions);
+    QCOMPARE(outcome.errors.size(), errors);
+    QCOMPARE(outcome.mergedCount, merged);
+    const QString reason = merged == 3 ? "（磁盘配额已用完）"_u : kNoSpace;
+    if (merged == 0 || merged == 3)
+        QVERIFY(outcome.errors.at(0).startsWith("无法写入清理记录："_u) &&
+                outcome.errors.at(0).endsWith(reason));
+    else
+        QCOMPARE(bench.mergedPaths().size(), merged);
+    const QMap<QString, QByteArray> after = bench.snapshot();
+    QCOMPARE(after.size(), 11);
+    QCOMPARE(after.keys().filter(".morvane"_u), QStringList());
+    QCOMPARE(bench.journals(), QStringList());
 }
 
 void TestWechatDisk::reserveIsMadeOnceAndRefilled()

@@ -68,6 +68,7 @@ class TestWechatFaults : public QObject
 private slots:
     void initTestCase();
     void survivesAKillAnywhere();
+    void survivesAKillOnAFullDisk();
     void survivesAKillOfTheRecovery();
     void survivesAKillOfTheUndo();
     void rollsBack_data();
@@ -133,6 +134,38 @@ void TestWechatFaults::survivesAKillAnywhere()
     }
     // Two of the three steps of each of the seven merges leave a backup.
     QCOMPARE(interrupted, 14);
+}
+
+void TestWechatFaults::survivesAKillOnAFullDisk()
+{
+    int step = 1;
+    for (bool killed = true; killed; ++step) {
+        QVERIFY(step < kMaxSteps);
+        CleanBench bench;
+        const QVariantList actions = bench.fill();
+        const QMap<QString, QByteArray> before = bench.snapshot();
+        // Nothing can be written until the first copy has gone.
+        bench.operations.hook = [&](const QString &call, const QString &) {
+            return call == "write"_u && !linked(bench.path("msg/keep"), bench.path("msg/copy"))
+                       ? ENOSPC
+                       : 0;
+        };
+        killed = killedAt(step, bench, [&] { bench.clean(actions); });
+        bench.operations.hook = nullptr;
+        QCOMPARE(lost(before, bench.snapshot()), QString());
+        QCOMPARE(bench.recover().errors, QStringList());
+        // A name is never without its file, and what may be left is one additional one.
+        QMap<QString, QByteArray> after = bench.snapshot();
+        QVERIFY(after.size() <= before.size() + 1);
+        for (auto it = after.begin(); it != after.end();)
+            it = isOurs(it.key()) ? after.erase(it) : ++it;
+        QCOMPARE(after, before);
+        if (killed)
+            continue;
+        QCOMPARE(mergedAmiss(bench, actions), QString());
+        QCOMPARE(bench.mergedPaths().size(), 7);
+        QCOMPARE(bench.snapshot(), before);
+    }
 }
 
 void TestWechatFaults::survivesAKillOfTheRecovery()

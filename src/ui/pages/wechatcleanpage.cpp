@@ -481,7 +481,7 @@ void WechatCleanPage::onRecordRead(const QString &sessionId, const QVariantMap &
     m_results.outcome = outcome.shown;
     refreshResults();
     switchState(UiState::Results);
-    m_header->setStatus(outcome.shown.line());
+    m_header->setStatus(outcome.shown.title);
     refreshRecordList();
     if (record.isEmpty() || outcome.hasErrors)
         AppNoticeDialog::showWarning(noticeParent(), tr("清理完成"), message);
@@ -531,7 +531,10 @@ void WechatCleanPage::onUndoFinished(bool ok, const QString &, int restoredCount
     m_header->setStatus(tr("撤销未完成"));
     if (ok) {
         m_results.outcome = wechatclean::undoOutcome(restoredCount, errors.size());
-        m_header->setStatus(m_results.outcome.line());
+        const wechatclean::ResultOutcome &outcome = m_results.outcome;
+        // The results show it all.
+        const bool isShown = m_stateBeforeBusy == UiState::Results;
+        m_header->setStatus(isShown ? outcome.title : outcome.title + tr("：") + outcome.text);
         refreshResults();
     }
     switchState(m_stateBeforeBusy);

@@ -1,5 +1,7 @@
 #include "ui/pages/wechatcleanpage/cleanrecords.h"
 
+#include "core/descriptor.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -10,6 +12,8 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
 #include <limits>
 
 namespace wechatclean {
@@ -26,18 +30,30 @@ qint64 decimal(const QJsonValue &value)
     return qMax<qint64>(0, value.toString().toLongLong());
 }
 
+QStringList stringList(const QJsonObject &object, const char *key)
+{
+    QStringList list;
+    const QJsonArray values = object.value(QLatin1String(key)).toArray();
+    for (const QJsonValue &value : values) {
+        if (!value.toString().isEmpty())
+            list.append(value.toString());
+    }
+    return list;
+}
+
 QVariantMap actionOf(const QJsonObject &object)
 {
-    QStringList merged;
-    const QJsonArray paths = object.value(QStringLiteral("mergedPaths")).toArray();
-    for (const QJsonValue &path : paths) {
-        if (!path.toString().isEmpty())
-            merged.append(path.toString());
-    }
     return {{QStringLiteral("keepPath"), object.value(QStringLiteral("keepPath")).toString()},
             {QStringLiteral("size"), decimal(object.value(QStringLiteral("size")))},
             {QStringLiteral("hash"), object.value(QStringLiteral("hash")).toString()},
-            {QStringLiteral("mergedPaths"), merged}};
+            {QStringLiteral("mergedPaths"), stringList(object, "mergedPaths")},
+            {QStringLiteral("restoredPaths"), stringList(object, "restoredPaths")}};
+}
+
+int countOfAction(const QVariantMap &action)
+{
+    return qMax(0, action.value(QStringLiteral("mergedPaths")).toStringList().size() -
+                       action.value(QStringLiteral("restoredPaths")).toStringList().size());
 }
 
 bool isNewer(const QVariant &first, const QVariant &second)
@@ -96,6 +112,13 @@ QVariantMap loadOperationRecord(const QString &folder, const QString &sessionId)
 
 QVariantList loadOperationRecords(const QString &folder, int *refused)
 {
+    const core::Descriptor there(
+        ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!there.isOpen()) {
+        if (refused)
+            *refused = errno == ENOENT ? 0 : kUnreadableFolder;
+        return QVariantList();
+    }
     // Not by the filter of plain files: what only looks like a record is to be counted.
     const QDir dir(folder);
     const QStringList names =
@@ -112,12 +135,12 @@ QVariantList loadOperationRecords(const QString &folder, int *refused)
     return records;
 }
 
-int mergedCount(const QVariantMap &record)
+int countToRestore(const QVariantMap &record)
 {
     int count = 0;
     const QVariantList actions = record.value(QStringLiteral("actions")).toList();
     for (const QVariant &action : actions)
-        count += action.toMap().value(QStringLiteral("mergedPaths")).toStringList().size();
+        count += countOfAction(action.toMap());
     return count;
 }
 
@@ -130,7 +153,7 @@ qint64 bytesToRestore(const QVariantMap &record)
     for (const QVariant &entry : actions) {
         const QVariantMap action = entry.toMap();
         const qint64 size = action.value(QStringLiteral("size")).toLongLong();
-        const int paths = action.value(QStringLiteral("mergedPaths")).toStringList().size();
+        const int paths = countOfAction(action);
         if (paths > 0 && size > (kMost - bytes) / paths)
             return kMost;
         bytes += size * paths;

@@ -10,19 +10,22 @@ namespace wechatclean {
 ///
 /// A record is a map of "sessionId", "createdAt" (QDateTime, may be invalid), "groupCount" (int),
 /// "reclaimedBytes" (qint64), "status" and "actions": maps of "keepPath", "size" (qint64), "hash"
-/// and "mergedPaths" (string list). Files that are no record are refused: too large, no regular
-/// file, no JSON object, or of another session than their name says, since an undo goes by name.
+/// "mergedPaths" and "restoredPaths" (string lists). Files that are no record are refused: too
+/// large, no regular file, no JSON object, or of another session than their name says, since an
+/// undo goes by name.
 
 /// The record in this file; empty if it is refused.
 QVariantMap recordFileToMap(const QString &path);
 /// The record of this session; empty without one.
 QVariantMap loadOperationRecord(const QString &folder, const QString &sessionId);
+constexpr int kUnreadableFolder = -1;
 /// All records of the folder, newest first, those without a valid time last. `refused` counts the
-/// files that are none; may be null.
+/// files that are none, or is kUnreadableFolder if the folder is there and cannot be listed; may be
+/// null.
 QVariantList loadOperationRecords(const QString &folder, int *refused = nullptr);
 
-/// Paths that a record lists as merged, and the bytes that copies of them take.
-int mergedCount(const QVariantMap &record);
+/// Merged paths that an undo has still to restore, and the bytes that copies of them take.
+int countToRestore(const QVariantMap &record);
 qint64 bytesToRestore(const QVariantMap &record);
 
 } // namespace wechatclean

@@ -46,8 +46,6 @@ struct ResultOutcome
     QString title; ///< Empty if there has been none.
     QString text;
     bool isOutdated = false; ///< There are duplicates that the groups do not show.
-
-    QString line() const { return title + QStringLiteral("：") + text; }
 };
 
 /// What the page shows of the last scan.

@@ -174,9 +174,10 @@ QString confirmUndoText(const QVariantMap &record)
     QString text = QStringLiteral("撤销会将本次合并的文件恢复为独立副本，可能无法完全还原原始时间戳"
                                   "等属性。是否继续？");
     if (!record.isEmpty())
-        text += QStringLiteral("\n\n最多恢复 %1 个文件，需要约 %2 的可用空间。合并后对内容的修改会"
-                               "保留在每个副本中。")
-                    .arg(QString::number(mergedCount(record)), formatSize(bytesToRestore(record)));
+        text +=
+            QStringLiteral("\n\n最多恢复 %1 个文件，需要约 %2 的可用空间。合并后对内容的修改会"
+                           "保留在每个副本中。")
+                .arg(QString::number(countToRestore(record)), formatSize(bytesToRestore(record)));
     return text;
 }
 

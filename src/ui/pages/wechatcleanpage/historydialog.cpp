@@ -5,6 +5,7 @@
 #include "ui/common/statwidgets.h"
 #include "ui/common/theme.h"
 #include "ui/common/wraplabel.h"
+#include "ui/pages/wechatcleanpage/cleanrecords.h"
 #include "ui/pages/wechatcleanpage/cleantexts.h"
 
 #include <QDateTime>
@@ -102,8 +103,12 @@ void HistoryDialog::setRecords(const QVariantList &records, int refused)
     m_list->setWidget(page);
     m_list->verticalScrollBar()->setValue(place);
 
-    m_state->setTone(EmptyState::Tone::Plain);
-    m_state->setTexts(tr("还没有清理记录。"), tr("完成一次清理后，可以在这里查看详情或撤销。"));
+    const bool isUnreadable = refused == kUnreadableFolder;
+    m_state->setTone(isUnreadable ? EmptyState::Tone::Error : EmptyState::Tone::Plain);
+    if (isUnreadable)
+        m_state->setTexts(tr("无法读取清理记录"), tr("请检查磁盘和权限，然后重新打开此窗口。"));
+    else
+        m_state->setTexts(tr("还没有清理记录。"), tr("完成一次清理后，可以在这里查看详情或撤销。"));
     m_stack->setCurrentIndex(records.isEmpty() ? 0 : 1);
     showNote();
 }

@@ -30,7 +30,7 @@ class HistoryDialog : public ui::common::FramelessDialog
 public:
     explicit HistoryDialog(QWidget *parent = nullptr);
 
-    /// Maps as loadOperationRecords() gives them; `refused` files were none.
+    /// Maps as loadOperationRecords() gives them; `refused` as there.
     void setRecords(const QVariantList &records, int refused);
     /// No undo can be asked for meanwhile; the note says why.
     void setBusy(const QString &note);

@@ -127,7 +127,7 @@ void ResultPanel::showOutcome(const ResultOutcome &outcome, bool isEmpty)
     m_outcomePill->setText(outcome.title);
     m_outcomePill->setType(outcome.isOutdated ? StatusPill::Info : StatusPill::Success);
     m_outcomeText->setText(outcome.text);
-    m_noResult->setIcon(hasOutcome ? IconWidget::Seal : IconWidget::Search);
+    m_noResult->setIcon(hasOutcome ? IconWidget::History : IconWidget::Search);
     if (hasOutcome)
         m_noResult->setTexts(outcome.title, outcome.text);
     else
@@ -143,6 +143,7 @@ void ResultPanel::setResults(CleanResults *results, bool keepPlace)
     m_dirs->setText(results->scanDirs.join(QStringLiteral("；")));
     // Nothing left and something to find again would contradict each other.
     const bool isOutdated = isEmpty && results->outcome.isOutdated;
+    m_cleanAll->setEnabled(!isOutdated);
     m_summary->setText(isOutdated ? tr("需要重新扫描") : summaryLine(results->summary));
     showOutcome(results->outcome, isEmpty);
     m_note->setVisible(!isEmpty);
