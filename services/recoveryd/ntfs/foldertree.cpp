@@ -7,7 +7,8 @@ namespace services::recoveryd::ntfs {
 namespace {
 
 constexpr int kMaxDepth = 256;
-constexpr int kMaxNodes = 4 * 1000 * 1000;
+constexpr int kMaxNodes = 1000 * 1000;
+constexpr int kMaxPaths = 100 * 1000;
 
 } // namespace
 
@@ -74,6 +75,8 @@ FolderPath FolderTree::pathOf(quint64 reference)
     }
     if (path.knowledge != Finding::Folder::Full && !path.folder.isEmpty())
         path.knowledge = Finding::Folder::Partial;
+    if (m_paths.size() >= kMaxPaths)
+        m_paths.clear();
     m_paths.insert(reference, path);
     return path;
 }

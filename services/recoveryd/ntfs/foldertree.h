@@ -58,7 +58,7 @@ private:
 
     Loader m_loader;
     QHash<quint64, Node> m_nodes;
-    QHash<quint64, FolderPath> m_paths; ///< Of those asked for; empty again after an add().
+    QHash<quint64, FolderPath> m_paths; ///< Some of those asked for since the last add().
     QSet<quint64> m_asked;              ///< Numbers that the loader was asked for.
 };
 

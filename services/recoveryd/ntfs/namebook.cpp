@@ -4,7 +4,7 @@ namespace services::recoveryd::ntfs {
 
 namespace {
 
-constexpr int kMaxDeletions = 2 * 1000 * 1000;
+constexpr int kMaxDeletions = 1000 * 1000;
 constexpr int kMaxRemains = 500 * 1000;
 constexpr int kMaxRecycleInfos = 200 * 1000;
 constexpr int kMaxRecycleInfo = 66 * 1024; ///< Bytes.
@@ -84,10 +84,23 @@ const FileName *NameBook::remainsOf(const Record &record) const
     return nullptr;
 }
 
+/// Of several hard links one whose path is known.
+const FileName *NameBook::bestNameOf(const FileFacts &facts)
+{
+    const FileName *best = facts.bestName();
+    if (facts.names.size() < 2 || best->nameSpace == FileName::Dos)
+        return best;
+    for (const FileName &name : facts.names)
+        if (name.nameSpace != FileName::Dos &&
+            m_folders.pathOf(name.parent).knowledge == Finding::Folder::Full)
+            return &name;
+    return best;
+}
+
 Place NameBook::placeOf(const Record &record, const FileFacts &facts)
 {
     Place place;
-    const FileName *name = facts.bestName();
+    const FileName *name = bestNameOf(facts);
     bool isSettled = true;
     if (!name || isTemporaryName(name->name)) {
         const FileName *remains = remainsOf(record);

@@ -50,6 +50,7 @@ private:
         QByteArray contents;
     };
 
+    const FileName *bestNameOf(const FileFacts &facts);
     const FileName *remainsOf(const Record &record) const;
 
     FolderTree m_folders;

@@ -1,5 +1,6 @@
 #include "recoveryd/ntfs/ntfssupport.h"
 
+#include "recoveryd/devices/bytes.h"
 #include "recoveryd/ntfs/ntfsscanner.h"
 
 #include <cstring>
@@ -72,11 +73,16 @@ bool recogniseBoot(const MediaReader &media, qint64 offset, const QByteArray &by
 }
 
 /// The first record of a file table, where no boot sector is left.
-bool recogniseTable(const MediaReader &media, qint64 offset, FoundVolume *found)
+bool recogniseTable(const MediaReader &media, qint64 offset, const QByteArray &bytes,
+                    FoundVolume *found)
 {
+    // A disk has millions of FILE records, of which few are the first of a table. Before NTFS 3.1
+    // they did not say which they are.
+    const Fields fields(bytes);
+    const bool mayBeFirst = fields.le16(4) < 0x30 || fields.le32(0x2C) == ntfs::kMftRecord;
     ntfs::Geometry geometry;
     qint64 start = 0;
-    if (!ntfs::deriveGeometry(media, offset, &geometry, &start))
+    if (!mayBeFirst || !ntfs::deriveGeometry(media, offset, &geometry, &start))
         return false;
     fill(media, start, geometry.size + geometry.sectorSize, true, found);
     return true;
@@ -87,7 +93,7 @@ bool recognise(const MediaReader &media, qint64 offset, const QByteArray &bytes,
     if (bytes.size() < 512)
         return false;
     if (std::memcmp(bytes.constData(), "FILE", 4) == 0)
-        return recogniseTable(media, offset, found);
+        return recogniseTable(media, offset, bytes, found);
     return std::memcmp(bytes.constData() + 3, "NTFS", 4) == 0 &&
            recogniseBoot(media, offset, bytes, found);
 }

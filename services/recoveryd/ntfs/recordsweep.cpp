@@ -46,7 +46,7 @@ bool RecordSweep::run(const Ranges &ranges, ScanObserver &observer, qint64 doneB
 
 bool RecordSweep::follow(qint64 start, qint64 end, qint64 *reached, ScanObserver &observer)
 {
-    constexpr qint64 kPatience = 4 * kPiece;
+    constexpr qint64 kPatience = 2 * kPiece;
     qint64 idle = 0;
     for (qint64 at = start; at < end && idle < kPatience; at += kPiece) {
         if (!observer.mayGoOn())
