@@ -113,10 +113,12 @@ void UndoRun::restoreAll(const QString &sessionId, QJsonObject record)
     // What the record calls restored has to be on the disk.
     const bool flushed = m_touched.flush(m_operations);
     m_outcome.restoredCount = m_tally.restored;
+    const QJsonObject before = record;
     noteRestored(&record, m_restored);
     record.insert(QStringLiteral("status"), statusAfterUndo(record, m_tally));
     QString error;
-    const bool recorded = writeRecord(m_operations, m_folders, sessionId, record, &error);
+    const bool recorded =
+        record == before || writeRecord(m_operations, m_folders, sessionId, record, &error);
     if (!recorded)
         m_outcome.errors.append(error);
     if (!m_leftover && flushed && recorded)
