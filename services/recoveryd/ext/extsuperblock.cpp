@@ -37,6 +37,7 @@ void parseFeatures(const Fields &at, const QByteArray &bytes, ExtSuperblock *sup
         super->journalMap = bytes.mid(268, 60);
         super->journalSize = qint64((quint64(at.le32(268 + 60)) << 32) | at.le32(268 + 64));
     }
+    super->madeMs = qint64(at.le32(264)) * 1000;
     super->firstMetaGroup = at.le32(260);
     super->backupGroups[0] = at.le32(588);
     super->backupGroups[1] = at.le32(592);

@@ -20,6 +20,7 @@ constexpr quint32 kFileTypes = 0x2;
 constexpr quint32 kNeedsRecovery = 0x4;
 constexpr quint32 kJournalDevice = 0x8;
 constexpr quint32 kMetaGroups = 0x10;
+constexpr quint32 kExtents = 0x40;
 constexpr quint32 k64Bit = 0x80;
 constexpr quint32 kChecksumSeed = 0x2000;
 constexpr quint32 kLargeDirectories = 0x4000;
@@ -55,6 +56,7 @@ struct ExtSuperblock
     quint32 journalInode = 0;         ///< 0 if the journal is on another device, or none.
     QByteArray journalMap;            ///< Backup of the journal inode's map; 60 bytes or empty.
     qint64 journalSize = 0;           ///< With that backup.
+    qint64 madeMs = 0;                ///< When the file system was made; since the epoch.
     QByteArray uuid;
     quint32 checksumSeed = 0; ///< Of all metadata checksums.
     QString label;

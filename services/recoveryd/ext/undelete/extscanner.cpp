@@ -1,6 +1,20 @@
 #include "recoveryd/ext/undelete/extscanner.h"
 
+#include "recoveryd/ext/undelete/blocksweep.h"
+#include "recoveryd/ext/undelete/freespace.h"
+
+#include <algorithm>
+
 namespace services::recoveryd::ext {
+
+namespace {
+
+// A quick scan looks for the directories of an earlier file system where the kernel puts them: at
+// the start of the groups.
+constexpr qint64 kQuickSweepOfGroup = 8 * 1024 * 1024;
+constexpr qint64 kQuickSweep = 256 * 1024 * 1024;
+
+} // namespace
 
 ExtScanner::ExtScanner(const ScanContext &context)
     : m_context(context)
@@ -18,6 +32,11 @@ ExtScanner::ExtScanner(const ScanContext &context)
     m_maps = std::make_unique<MapReader>(*m_blocks);
     m_walk = std::make_unique<VolumeWalk>(*m_blocks, &m_names, &m_tree, m_maps.get());
     m_walk->setFilter([this](const Entry &entry) { return isWanted(entry); });
+    m_former = std::make_unique<FormerFiles>(m_layout);
+    if (!readFreeSpace(*m_blocks, &m_free, nullptr))
+        m_free = {{0, m_context.media->size()}};
+    if (!m_layout.super().hasIncompatible(extfeature::kExtents))
+        m_indirect = std::make_unique<IndirectFiles>(m_layout, m_free);
     m_tree.setLoader([this](quint32 number) { m_walk->loadDirectory(number); });
 }
 
@@ -33,7 +52,8 @@ qint64 ExtScanner::totalWork() const
     if (!m_isOpen)
         return 0;
     const qint64 tables = m_walk->tableBytes(m_context.request.isDeep());
-    return (m_journal ? m_journal->size() : 0) + tables * (m_context.listsExisting ? 2 : 1);
+    return (m_journal ? m_journal->size() : 0) + tables * (m_context.listsExisting ? 2 : 1) +
+           (m_context.request.isDeep() ? totalLength(m_free) : 0);
 }
 
 bool ExtScanner::scan(ScanObserver &observer, QString *error)
@@ -72,12 +92,13 @@ bool ExtScanner::scanAll(ScanObserver &observer)
         if (!reportLives(true, observer))
             return false;
     }
-    if (!walkTables(observer) || !m_walk->loadDirectories(progress(observer, m_done)))
+    if (!walkTables(observer) || !sweepFreeSpace(observer) ||
+        !m_walk->loadDirectories(progress(observer, m_done)))
         return false;
     m_tree.forget();
-    if (!reportLives(false, observer))
+    if (!reportLives(false, observer) || (m_context.listsExisting && !reportExisting(observer)))
         return false;
-    return !m_context.listsExisting || reportExisting(observer);
+    return reportFormer(observer);
 }
 
 bool ExtScanner::readJournal(ScanObserver &observer)
@@ -174,9 +195,68 @@ bool ExtScanner::walkTables(ScanObserver &observer)
                               const QByteArray &block, quint32 slot) {
         if (isInUse && inode.links > 0 && inode.isDirectory())
             m_walk->addDirectory(number, inode, block, slot);
+        else if (!isInUse)
+            m_former->takeInode(number, inode, block, slot);
         return true;
     };
     return m_walk->visitInodes(m_context.request.isDeep(), visit, progress(observer, m_done));
+}
+
+Ranges ExtScanner::rangesToSweep() const
+{
+    if (m_context.request.isDeep())
+        return m_free;
+    if (m_former->isEmpty())
+        return Ranges();
+    const ExtSuperblock &super = m_layout.super();
+    const qint64 step = super.blocksPerGroup * super.blockSize;
+    Ranges starts;
+    qint64 left = kQuickSweep;
+    for (const Range &range : m_free) {
+        // The first free bytes of a group count, not those of its first blocks.
+        for (qint64 at = range.start; at < range.end() && left > 0;) {
+            const qint64 end = qMin(range.end(), (at / step + 1) * step);
+            const qint64 length = qMin(qMin(end - at, kQuickSweepOfGroup), left);
+            starts.append({at, length});
+            left -= length;
+            at = end;
+        }
+    }
+    return starts;
+}
+
+bool ExtScanner::sweepFreeSpace(ScanObserver &observer)
+{
+    const auto visit = [this](qint64 block, const QByteArray &bytes) {
+        takeFreeBlock(block, bytes);
+    };
+    return BlockSweep(m_layout).run(rangesToSweep(), visit, progress(observer, m_done));
+}
+
+void ExtScanner::takeFreeBlock(qint64 block, const QByteArray &bytes)
+{
+    DirectoryBlock parsed;
+    if (parseDirectoryBlock(m_layout, bytes, &parsed)) {
+        if (!m_former->isEmpty())
+            m_former->takeBlock(block, parsed, bytes);
+        const quint32 owner = m_names.addOwner({block, parsed.self, parsed.parent, parsed.seed});
+        visitEntries(m_layout, bytes, [&](Entry entry) {
+            entry.isRemnant = true;
+            if (m_inodes.hasNumber(entry.number))
+                m_names.add(owner, entry, kAnyTime);
+        });
+    } else if (m_indirect) {
+        m_indirect->take(block, bytes);
+    }
+}
+
+bool ExtScanner::reportFormer(ScanObserver &observer)
+{
+    const auto found = [&observer](Finding &&finding) {
+        return observer.mayGoOn() && observer.found(std::move(finding));
+    };
+    return m_former->report(m_layout.super().madeMs, observer) &&
+           (!m_indirect || m_indirect->report(found));
 }
 
 bool ExtScanner::reportExisting(ScanObserver &observer)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "recoveryd/ext/undelete/findingmaker.h"
+#include "recoveryd/ext/undelete/formerfiles.h"
+#include "recoveryd/ext/undelete/indirectfiles.h"
 #include "recoveryd/ext/undelete/journalhistory.h"
 #include "recoveryd/ext/undelete/volumewalk.h"
 #include "recoveryd/scan/scancontext.h"
@@ -25,6 +27,10 @@ private:
     void prepareDirectories();
     [[nodiscard]] bool reportLives(bool onlyFull, ScanObserver &observer);
     [[nodiscard]] bool walkTables(ScanObserver &observer);
+    [[nodiscard]] bool sweepFreeSpace(ScanObserver &observer);
+    Ranges rangesToSweep() const;
+    void takeFreeBlock(qint64 block, const QByteArray &bytes);
+    [[nodiscard]] bool reportFormer(ScanObserver &observer);
     [[nodiscard]] bool reportExisting(ScanObserver &observer);
     bool isWanted(const Entry &entry) const;
     VolumeWalk::GoesOn progress(ScanObserver &observer, qint64 before);
@@ -40,6 +46,9 @@ private:
     NameBook m_names;
     Tree m_tree;
     std::unique_ptr<VolumeWalk> m_walk;
+    std::unique_ptr<FormerFiles> m_former;
+    std::unique_ptr<IndirectFiles> m_indirect; ///< Null where files have extents.
+    Ranges m_free;
     std::vector<bool> m_isReported; ///< By index of the life.
     qint64 m_done = 0;
 };

@@ -158,6 +158,7 @@ void Layout::parseDescriptors(qint64 index, const QByteArray &bytes, bool isPrim
         // A backup is as old as the volume: which inodes are in use, it does not know.
         if (!isPrimary) {
             group.unusedInodes = 0;
+            group.freeClusters = -1;
             group.isBlockBitmapUnwritten = false;
             group.isInodeTableUnwritten = false;
             group.isInodeTableZeroed = false;
@@ -178,6 +179,7 @@ Group Layout::parseGroup(const QByteArray &bytes) const
     group.blockBitmap = place(0, 32);
     group.inodeBitmap = place(4, 36);
     group.inodeTable = place(8, 40);
+    group.freeClusters = (qint64(at.le16(44)) << 16) | at.le16(12);
     if (m_super.hasReadOnly(kGroupChecksums | kMetadataChecksums)) {
         const quint16 flags = at.le16(18);
         group.isBlockBitmapUnwritten = (flags & kBitmapUnwritten) != 0;

@@ -14,6 +14,7 @@ struct Group
     qint64 inodeBitmap = 0;
     qint64 inodeTable = 0;
     quint32 unusedInodes = 0; ///< At the end of the table.
+    qint64 freeClusters = -1; ///< -1 if it is not known.
     bool isBlockBitmapUnwritten = false;
     bool isInodeTableUnwritten = false; ///< No inode of it is in use.
     bool isInodeTableZeroed = false;    ///< It holds nothing older either.
