@@ -248,9 +248,11 @@ bool deleteLargest(Tour &tour, QString *found, QString *error)
         !tour.answerNotice([] {}, QStringLiteral("删除完成"), QString(), &notice, error))
         return false;
     *found = notice;
-    return expectText(question, QStringLiteral("确定要删除文件 %1 吗？").arg(pathOf(tour, 0)),
-                      error) &&
-           expectText(notice, QStringLiteral("成功删除 1 个文件"), error) &&
+    return expect(
+               question.startsWith(QStringLiteral("确定要删除文件 %1 吗？").arg(pathOf(tour, 0))),
+               question, error) &&
+           expect(notice.startsWith(QStringLiteral("成功删除 1 个文件，已移到回收站")), notice,
+                  error) &&
            expect(!QFile::exists(pathOf(tour, 0)), QStringLiteral("the file is gone"), error) &&
            expect(QFile::exists(pathOf(tour, 1)), QStringLiteral("the next one is not"), error) &&
            expectText(table->model()->index(0, 0).data().toString(), QStringLiteral("海边.mp4"),
@@ -277,7 +279,8 @@ bool cleanDuplicates(Tour &tour, QString *found, QString *error)
         left += QFile::exists(pathOf(tour, file));
     *found = notice;
     return expectText(question,
-                      QStringLiteral("将删除所有重复文件组中未勾选的 3 个文件，确定继续？"),
+                      QStringLiteral("将删除所有重复文件组中未勾选的 3 个文件，确定继续？\n\n"
+                                     "文件将被永久删除，无法恢复。"),
                       error) &&
            expectText(notice, QStringLiteral("成功删除 3 个文件"), error) &&
            expect(left == 7, QStringLiteral("one of each group is left"), error) &&

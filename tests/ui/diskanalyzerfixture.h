@@ -99,8 +99,9 @@ protected:
     void show(Tab tab) { child<QTabWidget>("AnalyzerTabs")->setCurrentIndex(tab); }
     QStringList emptyTitles() const;
     void clickPart(int row, DuplicateListView::Part part);
-    /// Runs `act`, which opens a question and later a notice; presses confirm in both.
-    QStringList confirming(const std::function<void()> &act);
+    /// Runs `act`, which opens a question and later a notice; presses `button` in the question and
+    /// confirms the notice. Titles and messages of both.
+    QStringList confirming(const std::function<void()> &act, const char *button = "NoticeOkBtn");
 
     QScopedPointer<TempTree> m_tree;
     QScopedPointer<DiskAnalyzerPage> m_page;
@@ -149,11 +150,12 @@ inline void DiskAnalyzerBench::clickPart(int row, DuplicateListView::Part part)
     QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
 }
 
-inline QStringList DiskAnalyzerBench::confirming(const std::function<void()> &act)
+inline QStringList DiskAnalyzerBench::confirming(const std::function<void()> &act,
+                                                 const char *button)
 {
     QStringList texts;
     {
-        ModalDriver question(support::presses("NoticeOkBtn", &texts));
+        ModalDriver question(support::presses(button, &texts));
         act();
         if (!QTest::qWaitFor([&question] { return question.handled(); }))
             return texts;

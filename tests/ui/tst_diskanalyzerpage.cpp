@@ -102,7 +102,9 @@ void TestDiskAnalyzerPage::scansForReal()
 
     show(Duplicates);
     const QStringList texts = confirming([this] { clickPart(0, DuplicateListView::DeletePart); });
-    QCOMPARE(texts, QStringList({text("确认删除"), text("将删除 1 个未勾选的文件，确定？"),
+    QCOMPARE(texts, QStringList({text("确认删除"),
+                                 text("将删除 1 个未勾选的文件，确定？\n\n"
+                                      "文件将被永久删除，无法恢复。"),
                                  text("清理完成"), text("成功删除 1 个文件")}));
     QCOMPARE(QFile::exists(m_tree->path("films/big.mkv")) +
                  QFile::exists(m_tree->path("films/copy.mkv")),

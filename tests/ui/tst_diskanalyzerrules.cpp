@@ -247,14 +247,19 @@ void TestDiskAnalyzerRules::splitsSizes()
 
 void TestDiskAnalyzerRules::asksBeforeDeletion()
 {
-    QCOMPARE(deleteOneText(text("/a/%1"), false), text("确定要删除文件 /a/%1 吗？"));
+    const QString trash = text("移到回收站：之后可以还原，清空回收站后才会释放空间。");
+    QCOMPARE(deleteOneText(text("/a/%1"), false),
+             text("确定要删除文件 /a/%1 吗？\n\n") + trash + text("\n\n永久删除：文件无法恢复。"));
     QCOMPARE(deleteOneText(text("/a"), true),
-             text("确定要删除文件 /a 吗？\n\n⚠ 该文件位于受保护目录下，删除后将进入保险箱而非永久删"
-                  "除。"));
-    QCOMPARE(deleteManyText(3, 0), text("即将删除 3 个文件，此操作不可撤销。"));
+             text("确定要删除文件 /a 吗？\n\n") + trash +
+                 text("\n\n⚠ 该文件位于受保护目录下，删除后将进入保险箱而非永久删除。"));
     QCOMPARE(deleteManyText(3, 2),
-             text("即将删除 3 个文件，此操作不可撤销。\n\n⚠ 其中 2 "
-                  "个文件位于受保护目录下，删除后将进入保险箱而非永久删除。"));
+             trash + text("\n\n永久删除：即将删除 3 个文件，此操作不可撤销。\n\n⚠ 其中 2 "
+                          "个文件位于受保护目录下，删除后将进入保险箱而非永久删除。"));
+    QVERIFY(!deleteManyText(2, 2).contains(text("永久删除：")));
+    QVERIFY(deletedFilesText(3, 0).contains(text("永久删除")));
+    QVERIFY(deletedFilesText(3, 2).contains(text("其余文件将被永久删除")));
+    QVERIFY(!deletedFilesText(3, 3).contains(text("将被永久删除")));
     QCOMPARE(selectedFilesText(2, 2048), text("选中 2 个文件，共 2.0 KB"));
     QCOMPARE(percentText(sharePercent(1, 100000)), text("<0.1%"));
     QCOMPARE(percentText(sharePercent(1, 3)), text("33.3%"));

@@ -11,18 +11,16 @@
 #include "ui/pages/diskanalyzerpage/directorytab.h"
 #include "ui/pages/diskanalyzerpage/duplicatetab.h"
 #include "ui/pages/diskanalyzerpage/largefilestab.h"
-#include "ui/pages/diskanalyzerpage/mountinfo.h"
 #include "ui/pages/diskanalyzerpage/partitionstrip.h"
 #include "ui/pages/diskanalyzerpage/pooltask.h"
 #include "ui/pages/diskanalyzerpage/scanbar.h"
 #include "ui/pages/diskanalyzerpage/scanengine.h"
-#include "vault/vaultcontroller.h"
+#include "ui/pages/diskanalyzerpage/vaultwatch.h"
 
 #include <QFileInfo>
 #include <QHBoxLayout>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QLabel>
+#include <QPointer>
 #include <QProcess>
 #include <QPushButton>
 #include <QShowEvent>
@@ -39,7 +37,6 @@ namespace {
 
 constexpr ushort kRefreshGlyph = 0xF021;
 constexpr int kGlyphSize = 16;
-const QLatin1String kProtectedDirsKey("protectedDirs");
 
 /// What the worker says of a scan that was stopped.
 QString stopMessage()
@@ -74,7 +71,8 @@ DiskAnalyzerPage::DiskAnalyzerPage(VaultController *controller, QWidget *parent)
     , m_directories(new DirectoryTab(m_tabs))
     , m_duplicates(new DuplicateTab(m_tabs))
     , m_lister(new DirectoryLister(this))
-    , m_deletion(new DeletionFlow(this))
+    , m_vault(new VaultWatch(this))
+    , m_deletion(new DeletionFlow(m_vault, this))
     , m_engine(new ScanEngine(this))
 {
     setObjectName(QStringLiteral("DiskAnalyzerPage"));
@@ -176,9 +174,11 @@ void DiskAnalyzerPage::wireResults()
 void DiskAnalyzerPage::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    // What is used changes while one is elsewhere.
-    if (!event->spontaneous())
-        readPartitions();
+    if (event->spontaneous())
+        return;
+    // What is used and what is protected changes while one is elsewhere.
+    readPartitions();
+    m_vault->refresh();
 }
 
 void DiskAnalyzerPage::setPartitionProvider(const PartitionProvider &provider)
@@ -261,6 +261,7 @@ void DiskAnalyzerPage::scanPath(const QString &path)
         return;
     ++m_scanNumber;
     m_scanRoot = path;
+    m_deletion->setScanRoot(path);
     clearTabs();
     m_bar->setPercent(0);
     m_bar->setStatus(tr("正在扫描：0%"));
@@ -392,44 +393,7 @@ void DiskAnalyzerPage::populateDirFileTable(const QVariantList &files)
 
 void DiskAnalyzerPage::setVaultController(VaultController *controller)
 {
-    if (m_vault)
-        m_vault->disconnect(this);
-    m_vault = controller;
-    setProtectedDirs(QStringList());
-    if (!controller)
-        return;
-    connect(controller, &VaultController::configUpdated, this,
-            &DiskAnalyzerPage::readProtectedDirs);
-    connect(controller, &VaultController::connectionChanged, this, [this](bool connected) {
-        if (connected && m_vault)
-            m_vault->refreshConfig();
-        else
-            setProtectedDirs(QStringList());
-    });
-    if (controller->isConnected())
-        controller->refreshConfig();
-}
-
-void DiskAnalyzerPage::readProtectedDirs(const QJsonObject &config)
-{
-    QStringList dirs;
-    const QJsonArray values = config.value(kProtectedDirsKey).toArray();
-    for (const QJsonValue &value : values)
-        dirs.append(value.toString());
-    setProtectedDirs(dirs);
-    // The plain list holds until the mounts are known.
-    runInPool(
-        this, [dirs] { return withMountAliases(dirs, readMounts()); },
-        [this, number = m_protectionNumber](const QStringList &all) {
-            if (number == m_protectionNumber)
-                m_deletion->setProtectedDirs(all);
-        });
-}
-
-void DiskAnalyzerPage::setProtectedDirs(const QStringList &dirs)
-{
-    ++m_protectionNumber;
-    m_deletion->setProtectedDirs(dirs);
+    m_vault->setController(controller);
 }
 
 void DiskAnalyzerPage::dropRemoved(const QVector<ScannedFile> &files)

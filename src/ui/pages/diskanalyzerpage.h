@@ -5,7 +5,6 @@
 #include "ui/pages/diskanalyzerpage/partitionrules.h"
 
 #include <QModelIndex>
-#include <QPointer>
 #include <QVariantList>
 #include <QVariantMap>
 #include <QWidget>
@@ -13,7 +12,6 @@
 #include <functional>
 
 class QHBoxLayout;
-class QJsonObject;
 class QTabWidget;
 class VaultController;
 
@@ -26,6 +24,7 @@ class LargeFilesTab;
 class PartitionStrip;
 class ScanBar;
 class ScanEngine;
+class VaultWatch;
 } // namespace diskanalyzer
 
 /// What fills a partition: its largest files, its directories and its duplicates. Scans on a thread
@@ -39,7 +38,7 @@ public:
     /// Shows a directory to the user.
     using DirectoryOpener = std::function<void(const QString &directory)>;
 
-    /// Without a controller no file counts as protected.
+    /// Without a controller no file counts as covered by the vault.
     explicit DiskAnalyzerPage(VaultController *controller, QWidget *parent = nullptr);
     /// Stops a running scan and waits for its end.
     ~DiskAnalyzerPage() override;
@@ -86,12 +85,9 @@ private:
     void setScan(Scan scan);
     void clearTabs();
     void endTabs(bool success, bool stopped, const QString &message);
-    void readProtectedDirs(const QJsonObject &config);
-    void setProtectedDirs(const QStringList &dirs);
     void dropRemoved(const QVector<diskanalyzer::ScannedFile> &files);
     void openContainingDir(const QString &filePath);
 
-    QPointer<VaultController> m_vault;
     diskanalyzer::PartitionProvider m_partitionProvider;
     DirectoryOpener m_openDirectory;
     QVector<diskanalyzer::PartitionInfo> m_partitions;
@@ -99,9 +95,8 @@ private:
     QString m_scanRoot;
     AnalyzerSettingsDialog::Settings m_settings;
     Scan m_scan = Scan::None;
-    int m_scanNumber = 0;       ///< Tells results of this scan from late ones of the last.
-    int m_partitionRead = 0;    ///< The same for readings of the partitions.
-    int m_protectionNumber = 0; ///< And of the protected directories.
+    int m_scanNumber = 0;    ///< Tells results of this scan from late ones of the last.
+    int m_partitionRead = 0; ///< The same for readings of the partitions.
     bool m_hasLargeFiles = false;
     bool m_hasTree = false;
     bool m_hasDuplicates = false;
@@ -113,6 +108,7 @@ private:
     diskanalyzer::DirectoryTab *m_directories;
     diskanalyzer::DuplicateTab *m_duplicates;
     diskanalyzer::DirectoryLister *m_lister;
+    diskanalyzer::VaultWatch *m_vault;
     diskanalyzer::DeletionFlow *m_deletion;
     diskanalyzer::ScanEngine *m_engine;
 };

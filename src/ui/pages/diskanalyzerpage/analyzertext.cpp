@@ -7,6 +7,14 @@ namespace {
 constexpr qint64 kKilo = 1024;
 constexpr int kUnits = 3;
 
+QString vaultFilesText(int count)
+{
+    if (count == 0)
+        return QString();
+    return QStringLiteral("\n\n⚠ 其中 %1 个文件位于受保护目录下，删除后将进入保险箱而非永久删除。")
+        .arg(count);
+}
+
 } // namespace
 
 QString formatSize(qint64 bytes)
@@ -43,27 +51,38 @@ QString selectedFilesText(int count, qint64 bytes)
     return QStringLiteral("选中 %1 个文件，共 %2").arg(count).arg(formatSize(bytes));
 }
 
-QString deleteOneText(const QString &path, bool isProtected)
+QString deleteOneText(const QString &path, bool toVault)
 {
     // In two steps: the path may itself hold "%1".
-    QString text = QStringLiteral("确定要删除文件 %1 吗？").arg(path);
-    if (isProtected)
+    QString text = QStringLiteral("确定要删除文件 %1 吗？").arg(path) +
+                   QStringLiteral("\n\n移到回收站：之后可以还原，清空回收站后才会释放空间。");
+    if (toVault)
         text += QStringLiteral("\n\n⚠ 该文件位于受保护目录下，删除后将进入保险箱而非永久删除。");
+    else
+        text += QStringLiteral("\n\n永久删除：文件无法恢复。");
     return text;
 }
 
-QString deleteManyText(int count, int protectedCount)
+QString deleteManyText(int count, int vaultCount)
 {
-    return QStringLiteral("即将删除 %1 个文件，此操作不可撤销。").arg(count) +
-           protectedFilesText(protectedCount);
+    return QStringLiteral("移到回收站：之后可以还原，清空回收站后才会释放空间。\n\n") +
+           deleteLabel(count, vaultCount) +
+           QStringLiteral("：即将删除 %1 个文件，此操作不可撤销。").arg(count) +
+           vaultFilesText(vaultCount);
 }
 
-QString protectedFilesText(int count)
+QString deleteLabel(int count, int vaultCount)
 {
-    if (count == 0)
-        return QString();
-    return QStringLiteral("\n\n⚠ 其中 %1 个文件位于受保护目录下，删除后将进入保险箱而非永久删除。")
-        .arg(count);
+    return vaultCount == count ? QStringLiteral("删除") : QStringLiteral("永久删除");
+}
+
+QString deletedFilesText(int count, int vaultCount)
+{
+    if (vaultCount == count)
+        return vaultFilesText(vaultCount);
+    if (vaultCount > 0)
+        return vaultFilesText(vaultCount) + QStringLiteral("其余文件将被永久删除，无法恢复。");
+    return QStringLiteral("\n\n文件将被永久删除，无法恢复。");
 }
 
 } // namespace diskanalyzer

@@ -14,11 +14,14 @@ double sharePercent(qint64 part, qint64 whole);
 QString percentText(double percent);
 
 QString selectedFilesText(int count, qint64 bytes);
-/// Question before one file is deleted.
-QString deleteOneText(const QString &path, bool isProtected);
-/// Question before several are; `protectedCount` of them reach the vault.
-QString deleteManyText(int count, int protectedCount);
-/// What is added to a question if some of the files reach the vault; empty if none do.
-QString protectedFilesText(int count);
+/// Question before one file goes to the trash or is deleted; the latter reaches the vault if
+/// `toVault`.
+QString deleteOneText(const QString &path, bool toVault);
+/// The same for several files, of which `vaultCount` reach the vault.
+QString deleteManyText(int count, int vaultCount);
+/// What the button says that deletes without the trash.
+QString deleteLabel(int count, int vaultCount);
+/// What is added to a question without a choice: what becomes of the files.
+QString deletedFilesText(int count, int vaultCount);
 
 } // namespace diskanalyzer

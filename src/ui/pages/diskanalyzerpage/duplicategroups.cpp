@@ -1,5 +1,6 @@
 #include "ui/pages/diskanalyzerpage/duplicategroups.h"
 
+#include "analyzer/scanidentity.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 
 #include <algorithm>
@@ -20,6 +21,7 @@ DuplicateGroup groupFromMap(const QVariantMap &map)
         file.path = fileMap.value(QStringLiteral("path")).toString();
         file.modified = fileMap.value(QStringLiteral("modified")).toDateTime();
         file.aliasCount = fileMap.value(QStringLiteral("aliasCount")).toInt();
+        file.identity = identityFromMap(fileMap, group.size);
         file.keep = group.files.isEmpty() || group.hash.isEmpty();
         group.files.append(file);
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/fileidentity.h"
+
 #include <QDateTime>
 #include <QSet>
 #include <QString>
@@ -14,6 +16,7 @@ struct DuplicateFile
     QDateTime modified; ///< As scanned.
     int aliasCount = 0; ///< Other hard links to the same data; while they exist nothing is freed.
     bool keep = true;
+    core::FileIdentity identity; ///< As scanned; not valid if the scan reported none.
 };
 
 /// Files with the same content, or with the same name and size.

@@ -1,60 +1,77 @@
 #include "ui/pages/diskanalyzerpage/filedeletion.h"
 
+#include "core/trash.h"
 #include "ui/pages/diskanalyzerpage/duplicategroups.h"
 #include "ui/pages/diskanalyzerpage/largefilemodel.h"
 
 #include <QFile>
-#include <QFileInfo>
 
-#include <algorithm>
+#include <cerrno>
+#include <unistd.h>
 
 namespace diskanalyzer {
 
 namespace {
 
-constexpr int kMaxNamedFiles = 5;
-
-bool isAsScanned(const ScannedFile &file)
+/// The vault's hook is loaded into this process and catches deletions by path. An errno value.
+int deleteByPath(const QString &path, const ScannedEntry &entry)
 {
-    const QFileInfo info(file.path);
-    // A link leads to another file, which may be the very copy that is to stay.
-    if (info.isSymLink() || !info.isFile() || info.size() != file.size)
-        return false;
-    return !file.modified.isValid() || info.lastModified() == file.modified;
+    errno = 0;
+    if (!QFile::remove(path))
+        return errno == 0 ? EIO : errno;
+    // A folder exchanged at this very moment led to another file.
+    return core::identityAt(entry.folder(), entry.name().constData()).isSameFile(entry.now())
+               ? ESTALE
+               : 0;
 }
 
-void deleteGroup(const DeletionGroup &group, const std::function<bool()> &stopped,
-                 DeletionReport *report)
+/// 0, or an errno value with the file where it was.
+int deleteEntry(const ScannedFile &file, const ScannedEntry &entry, const DeletionOptions &options)
 {
-    for (const ScannedFile &file : group.remove) {
-        if (stopped())
-            return;
-        if (group.asDuplicates && !isAsScanned(file)) {
-            report->changed.append(file.path);
-            continue;
-        }
-        // Asked before each file: a copy may go while large ones are being removed.
-        if (group.asDuplicates && !group.keep.isEmpty() &&
-            std::none_of(group.keep.begin(), group.keep.end(), isAsScanned)) {
-            report->lastCopy.append(file.path);
-            continue;
-        }
-        if (QFile::remove(file.path))
-            report->removed.append(file);
-        else
-            report->failed.append(file.path);
+    if (options.toTrash)
+        return core::Trash().put(entry.folder(), entry.name(), QFile::encodeName(file.path),
+                                 entry.now());
+    if (options.reachesVault && options.reachesVault(file))
+        return deleteByPath(file.path, entry);
+    return ::unlinkat(entry.folder(), entry.name().constData(), 0) == 0 ? 0 : errno;
+}
+
+/// 0 stands for an entry that is no regular file.
+Refusal refusalOf(int code)
+{
+    if (code == ELOOP)
+        return Refusal::LinkInPath;
+    return code == 0 || code == ESTALE ? Refusal::Changed : Refusal::System;
+}
+
+/// Asked before each file: a copy may go while large ones are being removed.
+Refusal objectionTo(const ScannedEntry &entry, const DeletionGroup &group)
+{
+    bool isKept = !group.asDuplicates || group.keep.isEmpty();
+    for (const ScannedFile &file : group.keep) {
+        const ScannedEntry kept(group.root, file);
+        // By a bound folder or a new hard link, what is to go has become what is to stay.
+        if (kept.now().isSameFile(entry.now()))
+            return Refusal::SameAsKept;
+        isKept = isKept || kept.isAsScanned();
     }
+    if (!entry.isAsScanned())
+        return Refusal::Changed;
+    return isKept ? Refusal::None : Refusal::LastCopy;
 }
 
-QString namedFiles(const QString &heading, const QStringList &paths)
+/// Refusal::None if the file is gone.
+RefusedFile deleteFile(const DeletionGroup &group, const ScannedFile &file,
+                       const DeletionOptions &options)
 {
-    if (paths.isEmpty())
-        return QString();
-    QString text = QStringLiteral("\n\n") + heading + QLatin1Char('\n') +
-                   QStringList(paths.mid(0, kMaxNamedFiles)).join(QLatin1Char('\n'));
-    if (paths.size() > kMaxNamedFiles)
-        text += QStringLiteral("\n… 共 %1 个").arg(paths.size());
-    return text;
+    const ScannedEntry entry(group.root, file);
+    if (!entry.isFile())
+        return {file.path, refusalOf(entry.error()), entry.error()};
+    const Refusal objection = objectionTo(entry, group);
+    if (objection != Refusal::None)
+        return {file.path, objection, 0};
+    const int code = deleteEntry(file, entry, options);
+    return {file.path, code == 0 ? Refusal::None : refusalOf(code), code};
 }
 
 } // namespace
@@ -63,7 +80,7 @@ DeletionGroup deletionOf(const QVector<LargeFile> &files)
 {
     DeletionGroup deletion;
     for (const LargeFile &file : files)
-        deletion.remove.append({file.path, file.size, file.modified});
+        deletion.remove.append({file.path, file.size, file.modified, file.identity});
     return deletion;
 }
 
@@ -73,37 +90,27 @@ DeletionGroup deletionOf(const DuplicateGroup &group)
     deletion.asDuplicates = true;
     for (const DuplicateFile &file : group.files)
         (file.keep ? deletion.keep : deletion.remove)
-            .append({file.path, group.size, file.modified});
+            .append({file.path, group.size, file.modified, file.identity});
     return deletion;
 }
 
-DeletionReport deleteFiles(const QVector<DeletionGroup> &groups,
+DeletionReport deleteFiles(const QVector<DeletionGroup> &groups, const DeletionOptions &options,
                            const std::function<bool()> &stopped)
 {
     DeletionReport report;
-    for (const DeletionGroup &group : groups)
-        deleteGroup(group, stopped, &report);
-    return report;
-}
-
-DeletionNotice noticeOf(const DeletionReport &report, bool asDuplicates)
-{
-    DeletionNotice notice;
-    QString failures =
-        namedFiles(QStringLiteral("无法删除文件，可能权限不足"), report.failed) +
-        namedFiles(QStringLiteral("文件在扫描后发生了变化，未删除："), report.changed) +
-        namedFiles(QStringLiteral("保留的副本已不存在或已变化，为避免丢失唯一的副本，未删除："),
-                   report.lastCopy);
-    if (report.removed.isEmpty() && !failures.isEmpty()) {
-        notice.tone = DeletionNotice::Error;
-        notice.title = QStringLiteral("删除失败");
-        notice.message = failures.trimmed();
-        return notice;
+    report.toTrash = options.toTrash;
+    for (const DeletionGroup &group : groups) {
+        for (const ScannedFile &file : group.remove) {
+            if (stopped())
+                return report;
+            const RefusedFile refused = deleteFile(group, file, options);
+            if (refused.reason == Refusal::None)
+                report.removed.append(file);
+            else
+                report.refused.append(refused);
+        }
     }
-    notice.tone = report.isComplete() ? DeletionNotice::Success : DeletionNotice::Warning;
-    notice.title = asDuplicates ? QStringLiteral("清理完成") : QStringLiteral("删除完成");
-    notice.message = QStringLiteral("成功删除 %1 个文件").arg(report.removed.size()) + failures;
-    return notice;
+    return report;
 }
 
 } // namespace diskanalyzer

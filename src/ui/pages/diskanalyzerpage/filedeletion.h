@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QDateTime>
+#include "ui/pages/diskanalyzerpage/scannedfile.h"
+
 #include <QString>
-#include <QStringList>
 #include <QVector>
 
 #include <functional>
@@ -12,50 +12,54 @@ namespace diskanalyzer {
 struct LargeFile;
 struct DuplicateGroup;
 
-/// A file as it was when it was scanned.
-struct ScannedFile
-{
-    QString path;
-    qint64 size = 0; ///< Bytes.
-    QDateTime modified;
-};
-
 /// Files to be removed together.
 struct DeletionGroup
 {
+    QString root; ///< The scanned directory, below which no link is followed.
     QVector<ScannedFile> remove;
     QVector<ScannedFile> keep; ///< Their copies that stay.
-    /// The files go because of their content: one that has changed since the scan is not removed,
-    /// nor is any while none of the copies that should stay is as it was.
+    /// None of the files goes unless one of the copies that should stay is as it was.
     bool asDuplicates = false;
+};
+
+struct DeletionOptions
+{
+    bool toTrash = false; ///< Else for good, as far as the vault does not catch the files.
+    /// True for a file that the vault takes over when it is deleted by its path; may be null.
+    std::function<bool(const ScannedFile &)> reachesVault;
+};
+
+/// Why a file was left where it is.
+enum class Refusal {
+    None,
+    System,     ///< The system refused, or the file is gone.
+    LinkInPath, ///< A folder on the way is a link now.
+    Changed,    ///< No longer the file that was scanned.
+    SameAsKept, ///< The name now leads to a copy that should stay.
+    LastCopy,   ///< The copies that should stay are gone or have changed.
+};
+
+struct RefusedFile
+{
+    QString path;
+    Refusal reason = Refusal::None;
+    int code = 0; ///< errno value of Refusal::System.
 };
 
 struct DeletionReport
 {
     QVector<ScannedFile> removed;
-    QStringList failed;   ///< The system refused.
-    QStringList changed;  ///< No longer what was scanned.
-    QStringList lastCopy; ///< Their copies that should have stayed are gone or have changed.
+    QVector<RefusedFile> refused;
+    bool toTrash = false;
 
-    bool isComplete() const { return failed.isEmpty() && changed.isEmpty() && lastCopy.isEmpty(); }
+    bool isComplete() const { return refused.isEmpty(); }
 };
 
 DeletionGroup deletionOf(const QVector<LargeFile> &files);
 DeletionGroup deletionOf(const DuplicateGroup &group);
 
-/// Removes the files for good, as far as the vault does not catch them. Blocks; `stopped` is asked
-/// before each file. A file that has gone already counts as failed.
-DeletionReport deleteFiles(const QVector<DeletionGroup> &groups,
+/// Removes the files that still are what was scanned. Blocks; `stopped` is asked before each file.
+DeletionReport deleteFiles(const QVector<DeletionGroup> &groups, const DeletionOptions &options,
                            const std::function<bool()> &stopped);
-
-/// What the user is told at the end.
-struct DeletionNotice
-{
-    enum Tone { Success, Warning, Error };
-    Tone tone = Success;
-    QString title;
-    QString message;
-};
-DeletionNotice noticeOf(const DeletionReport &report, bool asDuplicates);
 
 } // namespace diskanalyzer

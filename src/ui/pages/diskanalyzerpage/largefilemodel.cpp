@@ -1,5 +1,6 @@
 #include "ui/pages/diskanalyzerpage/largefilemodel.h"
 
+#include "analyzer/scanidentity.h"
 #include "ui/common/celldelegate.h"
 #include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
@@ -43,6 +44,7 @@ QVector<LargeFile> largeFilesFromList(const QVariantList &list)
         file.name = QFileInfo(file.path).fileName();
         file.size = map.value(QStringLiteral("size")).toLongLong();
         file.modified = map.value(QStringLiteral("modified")).toDateTime();
+        file.identity = identityFromMap(map, file.size);
         files.append(file);
     }
     return files;

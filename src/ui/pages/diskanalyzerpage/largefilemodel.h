@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/fileidentity.h"
+
 #include <QAbstractTableModel>
 #include <QDateTime>
 #include <QSet>
@@ -15,6 +17,7 @@ struct LargeFile
     qint64 size = 0; ///< Bytes.
     QDateTime modified;
     bool checked = false;
+    core::FileIdentity identity; ///< As scanned; not valid if the scan reported none.
 };
 
 /// From the maps that the worker sends. Any thread.
