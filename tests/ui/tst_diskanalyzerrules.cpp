@@ -1,7 +1,8 @@
 #include "ui/common/theme.h"
 #include "ui/pages/analyzersettingsdialog/sizeunits.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
-#include "ui/pages/diskanalyzerpage/directorytree.h"
+#include "ui/pages/diskanalyzerpage/directorymodel.h"
+#include "ui/pages/diskanalyzerpage/dirfilemodel.h"
 #include "ui/pages/diskanalyzerpage/duplicategroups.h"
 #include "ui/pages/diskanalyzerpage/filekinds.h"
 #include "ui/pages/diskanalyzerpage/mountinfo.h"
@@ -9,6 +10,7 @@
 #include "ui/pages/diskanalyzerpage/treemapitems.h"
 #include "ui/pages/diskanalyzerpage/treemaplayout.h"
 
+#include <QSignalSpy>
 #include <QTest>
 
 Q_DECLARE_METATYPE(diskanalyzer::FileKind)
@@ -68,6 +70,8 @@ private slots:
     void knowsKinds_data();
     void knowsKinds();
     void keepsTreeInStep();
+    void removesFilesInOnePass_data();
+    void removesFilesInOnePass();
     void choosesWhatToKeep();
     void countsDuplicatesAfterRemoval();
     void fillsTreemap_data();
@@ -305,15 +309,81 @@ void TestDiskAnalyzerRules::keepsTreeInStep()
     const DirectoryNode *a = tree->children.front().get();
     QCOMPARE(pathOf(tree.get()), text("/"));
     QCOMPARE(pathOf(a->children.front().get()), text("/a/b"));
-    DirectoryNode *b = directoryOfFile(tree, text("/a/b/file"));
-    QCOMPARE(b, a->children.front().get());
-    QVERIFY(!directoryOfFile(tree, text("/a/c/file")));
-    subtractFile(b, 20);
+    const DirectoryNode *b = a->children.front().get();
+    subtractFiles(tree, {{text("/a/b/file"), 15}, {text("/a/b/other"), 5}, {text("/a/c/file"), 7}});
     QCOMPARE(b->fileSize, 40);
+    QCOMPARE(b->totalSize, 40);
     QCOMPARE(a->totalSize, 70);
     QCOMPARE(a->fileSize, 30);
     QCOMPARE(tree->totalSize, 80);
-    QVERIFY(!directoryOfFile(directoryTreeFromMap({}, text("/a")), text("/ab/file")));
+    subtractFiles(tree, {{text("/top"), 4}, {text("/a/file"), 1000}});
+    QCOMPARE(tree->fileSize, 6);
+    QCOMPARE(a->fileSize, 0);
+    QCOMPARE(tree->totalSize, 46);
+    const DirectoryTree other = directoryTreeFromMap(node("x", 9, 9), text("/a"));
+    subtractFiles(other, {{text("/ab/file"), 5}});
+    QCOMPARE(other->totalSize, 9);
+}
+
+void TestDiskAnalyzerRules::removesFilesInOnePass_data()
+{
+    QTest::addColumn<int>("wide");
+    QTest::addColumn<int>("deep");
+    QTest::newRow("wide") << 3000 << 1;
+    QTest::newRow("wide and deep") << 1000 << 3;
+    QTest::newRow("few") << 3 << 2;
+}
+
+/// One file goes from each of many directories beside each other.
+void TestDiskAnalyzerRules::removesFilesInOnePass()
+{
+    QFETCH(int, wide);
+    QFETCH(int, deep);
+    const auto tree = std::make_shared<DirectoryNode>();
+    tree->name = text("/r");
+    QVector<RemovedFile> files;
+    for (int i = 0; i < wide; ++i) {
+        DirectoryNode *parent = tree.get();
+        QString path = tree->name;
+        for (int level = 0; level < deep; ++level) {
+            auto child = std::make_unique<DirectoryNode>();
+            child->name = QString::number(i);
+            child->totalSize = 10;
+            child->fileSize = level == deep - 1 ? 10 : 0;
+            child->parent = parent;
+            child->row = int(parent->children.size());
+            path += QLatin1Char('/') + child->name;
+            parent->children.push_back(std::move(child));
+            parent = parent->children.back().get();
+        }
+        tree->totalSize += 10;
+        files.append({path + text("/file"), 4});
+    }
+    QVERIFY(subtractFiles(tree, files).nodesVisited <= wide * deep);
+    QCOMPARE(tree->totalSize, wide * 6);
+
+    DirectoryModel model;
+    model.setTree(tree);
+    QSignalSpy changes(&model, &DirectoryModel::dataChanged);
+    QSignalSpy layouts(&model, &DirectoryModel::layoutChanged);
+    model.removeFiles(files);
+    QCOMPARE(tree->totalSize, wide * 2);
+    QVERIFY(changes.size() + layouts.size() > 0);
+    QVERIFY(changes.size() + layouts.size() < 50);
+
+    QVariantList listed;
+    QSet<QString> names;
+    for (int i = 0; i <= wide; ++i) {
+        listed.append(QVariantMap{{text("name"), QString::number(i)}});
+        names.insert(QString::number(i + 1));
+    }
+    DirFileModel list;
+    list.setFiles(listed);
+    QSignalSpy resets(&list, &DirFileModel::modelReset);
+    QSignalSpy removals(&list, &DirFileModel::rowsRemoved);
+    list.removeFiles(names);
+    QCOMPARE(list.rowCount(), 1);
+    QVERIFY(resets.size() + removals.size() < 50);
 }
 
 namespace {

@@ -5,9 +5,7 @@
 #include "ui/common/utils/formatutils.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
 
-#include <QHash>
 #include <QIcon>
-#include <QSet>
 #include <QtConcurrentRun>
 
 using ui::common::IconWidget;
@@ -18,6 +16,8 @@ namespace diskanalyzer {
 namespace {
 
 constexpr int kIconSize = 16;
+/// Above this, a signal for each level costs more than one for all.
+constexpr int kMaxLevelSignals = 32;
 
 double shareOf(const DirectoryNode *node)
 {
@@ -47,29 +47,26 @@ void DirectoryModel::setTree(const DirectoryTree &tree)
         QtConcurrent::run([held = std::move(old)]() mutable { held.reset(); });
 }
 
-void DirectoryModel::removeFiles(const QVector<ScannedFile> &files)
+void DirectoryModel::removeFiles(const QVector<RemovedFile> &files)
 {
-    QHash<QString, ScannedFile> sums; // One file a directory, of the size of all.
-    for (const ScannedFile &file : files) {
-        ScannedFile &sum = sums[file.path.left(file.path.lastIndexOf(QLatin1Char('/')))];
-        sum.path = file.path;
-        sum.size += file.size;
-    }
-    QSet<DirectoryNode *> levels; // Parents of what has changed; null is that of the root.
-    for (const ScannedFile &sum : qAsConst(sums)) {
-        DirectoryNode *node = directoryOfFile(m_tree, sum.path);
-        if (!node)
-            continue;
-        subtractFile(node, sum.size);
-        for (; node && !levels.contains(node->parent); node = node->parent)
-            levels.insert(node->parent);
+    const Removal removal = subtractFiles(m_tree, files);
+    if (removal.changedLevels.size() > kMaxLevelSignals) {
+        emit layoutAboutToBeChanged();
+        emit layoutChanged(); // The same rows, all to be painted anew.
+        return;
     }
     // Shares of siblings change with their parent's size.
-    for (DirectoryNode *level : qAsConst(levels)) {
-        const QModelIndex parentIndex = indexOf(level);
-        const int last = level ? int(level->children.size()) - 1 : 0;
+    emitLevelChanged(nullptr);
+    for (DirectoryNode *level : removal.changedLevels)
+        emitLevelChanged(level);
+}
+
+void DirectoryModel::emitLevelChanged(DirectoryNode *level)
+{
+    const QModelIndex parentIndex = indexOf(level);
+    const int last = rowCount(parentIndex) - 1;
+    if (last >= 0)
         emit dataChanged(index(0, SizeColumn, parentIndex), index(last, ShareColumn, parentIndex));
-    }
 }
 
 DirectoryNode *DirectoryModel::nodeOf(const QModelIndex &index) const

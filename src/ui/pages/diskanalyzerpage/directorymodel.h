@@ -1,7 +1,6 @@
 #pragma once
 
 #include "ui/pages/diskanalyzerpage/directorytree.h"
-#include "ui/pages/diskanalyzerpage/filedeletion.h"
 
 #include <QAbstractItemModel>
 #include <QVector>
@@ -26,7 +25,7 @@ public:
     void setTree(const DirectoryTree &tree);
     const DirectoryTree &tree() const { return m_tree; }
     /// Takes removed files off the sizes shown.
-    void removeFiles(const QVector<ScannedFile> &files);
+    void removeFiles(const QVector<RemovedFile> &files);
 
     DirectoryNode *nodeOf(const QModelIndex &index) const;
     QModelIndex indexOf(DirectoryNode *node) const;
@@ -41,6 +40,8 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
+    void emitLevelChanged(DirectoryNode *level);
+
     DirectoryTree m_tree;
 };
 

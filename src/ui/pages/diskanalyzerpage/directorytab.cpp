@@ -12,7 +12,6 @@
 #include "ui/pages/diskanalyzerpage/dirfilemodel.h"
 #include "ui/pages/diskanalyzerpage/treemapwidget.h"
 
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QPushButton>
@@ -259,13 +258,18 @@ void DirectoryTab::showFiles(const QVariantList &files)
 
 void DirectoryTab::removeFiles(const QVector<ScannedFile> &files)
 {
-    m_model->removeFiles(files);
     const QString shown = pathOfIndex(m_tree->currentIndex());
+    QVector<RemovedFile> removed;
+    removed.reserve(files.size());
+    QSet<QString> shownNames;
     for (const ScannedFile &file : files) {
-        const QFileInfo info(file.path);
-        if (info.path() == shown)
-            m_files->removeFile(info.fileName());
+        removed.append({file.path, file.size});
+        const int slash = file.path.lastIndexOf(QLatin1Char('/'));
+        if (file.path.leftRef(qMax(1, slash)) == shown)
+            shownNames.insert(file.path.mid(slash + 1));
     }
+    m_model->removeFiles(removed);
+    m_files->removeFiles(shownNames);
     showDirectory(m_tree->currentIndex());
 }
 

@@ -3,6 +3,7 @@
 #include "core/pathutil.h"
 
 #include <QDir>
+#include <QHash>
 
 namespace diskanalyzer {
 
@@ -25,6 +26,52 @@ void fill(DirectoryNode *node, const QVariantMap &map)
     }
 }
 
+/// Bytes removed from a directory and from those below it, by their names.
+struct RemovedBytes
+{
+    qint64 own = 0;
+    QHash<QString, std::shared_ptr<RemovedBytes>> below;
+
+    bool isEmpty() const { return own == 0 && below.isEmpty(); }
+
+    /// `path` is relative to this directory.
+    void add(const QString &path, qint64 size)
+    {
+        RemovedBytes *at = this;
+        int begin = 0;
+        for (int end = path.indexOf(QLatin1Char('/')); end >= 0;
+             end = path.indexOf(QLatin1Char('/'), begin)) {
+            std::shared_ptr<RemovedBytes> &next = at->below[path.mid(begin, end - begin)];
+            if (!next)
+                next = std::make_shared<RemovedBytes>();
+            at = next.get();
+            begin = end + 1;
+        }
+        at->own += size;
+    }
+};
+
+/// Returns what the directory has lost with all that lies below it. Looks at each child once, and
+/// only at children of directories on the way to a removed file.
+qint64 subtract(DirectoryNode *node, const RemovedBytes &removed, Removal *removal)
+{
+    qint64 bytes = qMin(removed.own, node->fileSize);
+    node->fileSize -= bytes;
+    int left = removed.below.size();
+    for (auto child = node->children.begin(); left > 0 && child != node->children.end(); ++child) {
+        ++removal->nodesVisited;
+        const auto found = removed.below.constFind((*child)->name);
+        if (found == removed.below.constEnd())
+            continue;
+        --left;
+        bytes += subtract(child->get(), **found, removal);
+    }
+    if (bytes > 0 && !node->children.empty())
+        removal->changedLevels.append(node);
+    node->totalSize = qMax<qint64>(0, node->totalSize - bytes);
+    return bytes;
+}
+
 } // namespace
 
 DirectoryTree directoryTreeFromMap(const QVariantMap &root, const QString &rootPath)
@@ -44,31 +91,21 @@ QString pathOf(const DirectoryNode *node)
     return QDir::cleanPath(names.join(QLatin1Char('/')));
 }
 
-DirectoryNode *directoryOfFile(const DirectoryTree &tree, const QString &filePath)
+Removal subtractFiles(const DirectoryTree &tree, const QVector<RemovedFile> &files)
 {
-    if (!tree || !core::isInside(filePath, tree->name))
-        return nullptr;
-    QStringList names = QDir(tree->name).relativeFilePath(filePath).split(QLatin1Char('/'));
-    names.removeLast(); // The file.
-    DirectoryNode *node = tree.get();
-    for (const QString &name : names) {
-        DirectoryNode *next = nullptr;
-        for (const auto &child : node->children) {
-            if (child->name == name)
-                next = child.get();
-        }
-        if (!next)
-            return nullptr;
-        node = next;
+    Removal removal;
+    if (!tree)
+        return removal;
+    RemovedBytes root;
+    for (const RemovedFile &file : files) {
+        if (!core::isInside(file.path, tree->name))
+            continue;
+        const int skipped = tree->name.endsWith(QLatin1Char('/')) ? 0 : 1;
+        root.add(file.path.mid(tree->name.size() + skipped), file.size);
     }
-    return node;
-}
-
-void subtractFile(DirectoryNode *directory, qint64 size)
-{
-    directory->fileSize = qMax<qint64>(0, directory->fileSize - size);
-    for (DirectoryNode *node = directory; node; node = node->parent)
-        node->totalSize = qMax<qint64>(0, node->totalSize - size);
+    if (!root.isEmpty())
+        subtract(tree.get(), root, &removal);
+    return removal;
 }
 
 } // namespace diskanalyzer

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
+#include <QVector>
 
 #include <memory>
 #include <vector>
@@ -29,9 +30,21 @@ using DirectoryTree = std::shared_ptr<DirectoryNode>;
 DirectoryTree directoryTreeFromMap(const QVariantMap &root, const QString &rootPath);
 
 QString pathOf(const DirectoryNode *node);
-/// The directory that holds the file; null if it is not in the tree.
-DirectoryNode *directoryOfFile(const DirectoryTree &tree, const QString &filePath);
-/// Takes a removed file's size off its directory and all above.
-void subtractFile(DirectoryNode *directory, qint64 size);
+
+struct RemovedFile
+{
+    QString path;
+    qint64 size; ///< Bytes.
+};
+
+struct Removal
+{
+    QVector<DirectoryNode *> changedLevels; ///< Whose children's sizes or shares changed.
+    int nodesVisited = 0; ///< Children compared with names: the cost of the removal.
+};
+
+/// Takes the sizes of removed files off their directories and all above, in one pass, whatever the
+/// number of files and siblings. Files outside the tree are left out.
+Removal subtractFiles(const DirectoryTree &tree, const QVector<RemovedFile> &files);
 
 } // namespace diskanalyzer

@@ -9,6 +9,13 @@
 
 namespace diskanalyzer {
 
+namespace {
+
+/// Above this, removing rows one by one costs more than showing the list anew.
+constexpr int kMaxSingleRemovals = 32;
+
+} // namespace
+
 QVariantList listFilesOf(const QString &directory, const std::function<bool()> &stopped)
 {
     struct File
@@ -44,15 +51,23 @@ void DirFileModel::setFiles(const QVariantList &files)
     endResetModel();
 }
 
-void DirFileModel::removeFile(const QString &name)
+void DirFileModel::removeFiles(const QSet<QString> &names)
 {
-    for (int row = 0; row < m_files.size(); ++row) {
-        if (m_files.at(row).toMap().value(QStringLiteral("name")).toString() != name)
+    const auto isGone = [&names](const QVariant &file) {
+        return names.contains(file.toMap().value(QStringLiteral("name")).toString());
+    };
+    if (names.size() > kMaxSingleRemovals) {
+        beginResetModel();
+        m_files.erase(std::remove_if(m_files.begin(), m_files.end(), isGone), m_files.end());
+        endResetModel();
+        return;
+    }
+    for (int row = m_files.size() - 1; row >= 0 && !names.isEmpty(); --row) {
+        if (!isGone(m_files.at(row)))
             continue;
         beginRemoveRows(QModelIndex(), row, row);
         m_files.removeAt(row);
         endRemoveRows();
-        return;
     }
 }
 

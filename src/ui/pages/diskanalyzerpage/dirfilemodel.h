@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractTableModel>
+#include <QSet>
 #include <QVariantList>
 
 #include <functional>
@@ -22,8 +23,8 @@ public:
     using QAbstractTableModel::QAbstractTableModel;
 
     void setFiles(const QVariantList &files);
-    /// Does nothing if there is no such file.
-    void removeFile(const QString &name);
+    /// In one pass. Names that are not listed are ignored.
+    void removeFiles(const QSet<QString> &names);
 
     int rowCount(const QModelIndex &parent = QModelIndex()) const override;
     int columnCount(const QModelIndex &parent = QModelIndex()) const override;
