@@ -273,7 +273,8 @@ FileContent contentOf(const Blocks &blocks, const BlockMap &map, qint64 size, Or
             while (version != versions.end() && version->block == block)
                 ++version;
             if (!newest || newest->order < since || newest->isEscaped ||
-                journal->history().isRevoked(block, newest->order, order))
+                journal->history().isRevoked(block, newest->order, order) ||
+                blocks.layout().readBlock(block) == journal->read(*newest))
                 continue;
             const qint64 before = block - run.block;
             append(run.logical + done, run.block + done, before - done);

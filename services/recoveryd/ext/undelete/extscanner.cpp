@@ -96,7 +96,8 @@ bool ExtScanner::scanAll(ScanObserver &observer)
         !m_walk->loadDirectories(progress(observer, m_done)))
         return false;
     m_tree.forget();
-    if (!reportLives(false, observer) || (m_context.listsExisting && !reportExisting(observer)))
+    if (!reportLives(false, observer) || !reportStanding(observer) ||
+        (m_context.listsExisting && !reportExisting(observer)))
         return false;
     return reportFormer(observer);
 }
@@ -186,7 +187,8 @@ bool ExtScanner::reportLives(bool onlyFull, ScanObserver &observer)
 bool ExtScanner::isWanted(const Entry &entry) const
 {
     return m_context.listsExisting || entry.type == 2 || entry.type == 0 ||
-           m_inodes.hasNumber(entry.number);
+           m_inodes.hasNumber(entry.number) ||
+           std::binary_search(m_standing.begin(), m_standing.end(), entry.number);
 }
 
 bool ExtScanner::walkTables(ScanObserver &observer)
@@ -197,9 +199,45 @@ bool ExtScanner::walkTables(ScanObserver &observer)
             m_walk->addDirectory(number, inode, block, slot);
         else if (!isInUse)
             m_former->takeInode(number, inode, block, slot);
+        if (!isInUse)
+            takeStanding(number, inode);
         return true;
     };
-    return m_walk->visitInodes(m_context.request.isDeep(), visit, progress(observer, m_done));
+    if (!m_walk->visitInodes(m_context.request.isDeep(), visit, progress(observer, m_done)))
+        return false;
+    std::sort(m_standing.begin(), m_standing.end());
+    return true;
+}
+
+/// Of lives with a state in the journal more is known.
+void ExtScanner::takeStanding(quint32 number, const Inode &inode)
+{
+    constexpr size_t kMaxStanding = 16 * 1000 * 1000;
+    if (inode.links > 0 || inode.deletionTime == 0 || !inode.isRegular() || inode.size <= 0 ||
+        !inode.hasMap() || inode.is(Inode::InlineData) || m_standing.size() >= kMaxStanding)
+        return;
+    const Life *const life = m_inodes.lifeAt(number, kNow);
+    if (!life || life->states < 0 || life->generation != inode.generation)
+        m_standing.push_back(number);
+}
+
+bool ExtScanner::reportStanding(ScanObserver &observer)
+{
+    FindingMaker maker(*m_blocks, m_inodes, *m_maps, m_tree);
+    for (quint32 number : m_standing) {
+        const qint64 block = m_layout.blockOfInode(number);
+        if (block == 0)
+            continue;
+        if (!observer.mayGoOn())
+            return false;
+        Inode inode;
+        const quint32 slot =
+            (number - 1) % m_layout.super().inodesPerGroup % m_layout.inodesPerBlock();
+        if (parseInode(m_layout, m_blocks->current(block), slot, &inode) &&
+            !maker.reportStanding(number, inode, observer))
+            return false;
+    }
+    return true;
 }
 
 Ranges ExtScanner::rangesToSweep() const

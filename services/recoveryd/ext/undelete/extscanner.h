@@ -32,6 +32,8 @@ private:
     void takeFreeBlock(qint64 block, const QByteArray &bytes);
     [[nodiscard]] bool reportFormer(ScanObserver &observer);
     [[nodiscard]] bool reportExisting(ScanObserver &observer);
+    void takeStanding(quint32 number, const Inode &inode);
+    [[nodiscard]] bool reportStanding(ScanObserver &observer);
     bool isWanted(const Entry &entry) const;
     VolumeWalk::GoesOn progress(ScanObserver &observer, qint64 before);
 
@@ -49,7 +51,8 @@ private:
     std::unique_ptr<FormerFiles> m_former;
     std::unique_ptr<IndirectFiles> m_indirect; ///< Null where files have extents.
     Ranges m_free;
-    std::vector<bool> m_isReported; ///< By index of the life.
+    std::vector<quint32> m_standing; ///< Freed inodes that still have their map; ascending.
+    std::vector<bool> m_isReported;  ///< By index of the life.
     qint64 m_done = 0;
 };
 

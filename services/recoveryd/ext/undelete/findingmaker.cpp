@@ -143,6 +143,33 @@ bool FindingMaker::reportExisting(quint32 number, const Inode &inode, const QByt
     if (const Life *life = m_inodes.lifeAt(number, kNow))
         if (life->isCurrent)
             question.from = life->from;
+    return reportAll(finding, question, observer);
+}
+
+bool FindingMaker::reportStanding(quint32 number, const Inode &inode, ScanObserver &observer)
+{
+    const BlockMap map =
+        m_maps.read(inode, kNow, m_blocks.layout().inodeSeed(number, inode.generation));
+    if (map.runs.empty())
+        return true;
+    Finding finding;
+    finding.modifiedMs = inode.modifiedMs;
+    finding.deletedMs = qint64(inode.deletionTime) * 1000;
+    finding.recency = 1; // older than all that the journal tells of
+    finding.isMapComplete = map.isComplete;
+    finding.content = contentOf(m_blocks, map, inode.size, kSequenceBase, kNow);
+    if (inode.is(Inode::Encrypted))
+        finding.contentCheck = Finding::Check::Failed;
+    NameQuestion question;
+    question.number = number;
+    question.type = inode.entryType();
+    return reportAll(finding, question, observer);
+}
+
+/// Once for each of its names.
+bool FindingMaker::reportAll(const Finding &finding, const NameQuestion &question,
+                             ScanObserver &observer)
+{
     const QVector<Place> places = m_tree.placesOf(question);
     for (const Place &place : places) {
         Finding named = finding;

@@ -25,6 +25,8 @@ public:
     /// A file that the volume has now. `bytes`: the block of the inode table. False to end.
     [[nodiscard]] bool reportExisting(quint32 number, const Inode &inode, const QByteArray &bytes,
                                       quint32 slot, ScanObserver &observer);
+    /// A deleted file whose map still stands in its inode, as some tools and old kernels leave it.
+    [[nodiscard]] bool reportStanding(quint32 number, const Inode &inode, ScanObserver &observer);
 
 private:
     struct Kept
@@ -39,6 +41,7 @@ private:
     qint64 deletedMs(const Life &life, const InodeState &state, bool isNewest,
                      const InodeState *newer) const;
     QByteArray inlineData(const InodeState &state) const;
+    bool reportAll(const Finding &finding, const NameQuestion &question, ScanObserver &observer);
 
     const Blocks &m_blocks;
     const InodeHistory &m_inodes;
