@@ -24,6 +24,8 @@ bool BlockSweep::run(const Ranges &ranges, const Visit &visit, const GoesOn &goe
         for (qint64 at = range.start; at < range.end(); at += kWindow) {
             if (!goesOn(done))
                 return false;
+            if (at >= m_layout.media().size())
+                return true;
             const qint64 length = qMin(kWindow, range.end() - at);
             m_layout.media().read(at, window.data(), length);
             for (qint64 i = 0; i + size <= length; i += size)

@@ -20,7 +20,8 @@ public:
         : m_layout(layout)
     {}
 
-    /// `ranges` in bytes, at the borders of blocks. False if it was ended.
+    /// `ranges` in bytes, at the borders of blocks; what lies beyond the medium is left out. False
+    /// if it was ended.
     [[nodiscard]] bool run(const Ranges &ranges, const Visit &visit, const GoesOn &goesOn) const;
 
 private:

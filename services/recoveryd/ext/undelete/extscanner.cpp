@@ -24,20 +24,20 @@ ExtScanner::ExtScanner(const ScanContext &context)
     m_isOpen = m_layout.open(&m_openError);
     if (!m_isOpen)
         return;
-    const auto runs = journalRuns(m_layout);
-    auto journal = std::make_unique<Journal>(m_layout);
-    if (!runs.empty() && journal->open(runs))
-        m_journal = std::move(journal);
+    m_journal = openJournal(m_layout);
     m_blocks = std::make_unique<Blocks>(m_layout, m_journal.get());
     m_maps = std::make_unique<MapReader>(*m_blocks);
     m_walk = std::make_unique<VolumeWalk>(*m_blocks, &m_names, &m_tree, m_maps.get());
     m_walk->setFilter([this](const Entry &entry) { return isWanted(entry); });
     m_former = std::make_unique<FormerFiles>(m_layout);
-    if (!readFreeSpace(*m_blocks, &m_free, nullptr))
-        m_free = {{0, m_context.media->size()}};
-    if (!m_layout.super().hasIncompatible(extfeature::kExtents))
-        m_indirect = std::make_unique<IndirectFiles>(m_layout, m_free);
+    readFree();
     m_tree.setLoader([this](quint32 number) { m_walk->loadDirectory(number); });
+}
+
+void ExtScanner::readFree()
+{
+    if (!readFreeSpace(*m_blocks, &m_free, nullptr))
+        m_free = {{0, m_context.media->size() / m_layout.blockSize() * m_layout.blockSize()}};
 }
 
 QString ExtScanner::phaseText() const
@@ -108,10 +108,9 @@ bool ExtScanner::readJournal(ScanObserver &observer)
     if (!history.read(m_journal.get(), progress(observer, 0)))
         return false;
     // Descriptors which say what is in use may be among what has yet to be written.
-    for (const Version &version : m_journal->history().versions())
-        if (const Version *pending = m_journal->pending(version.block))
-            if (pending == &version)
-                m_layout.updateDescriptors(version.block, m_journal->read(version));
+    applyPending(*m_journal, &m_layout);
+    if (m_journal->hasPending())
+        readFree();
     return true;
 }
 
@@ -268,6 +267,8 @@ bool ExtScanner::sweepFreeSpace(ScanObserver &observer)
     const auto visit = [this](qint64 block, const QByteArray &bytes) {
         takeFreeBlock(block, bytes);
     };
+    if (!m_layout.super().hasIncompatible(extfeature::kExtents))
+        m_indirect = std::make_unique<IndirectFiles>(m_layout, m_free);
     return BlockSweep(m_layout).run(rangesToSweep(), visit, progress(observer, m_done));
 }
 

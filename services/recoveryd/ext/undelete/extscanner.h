@@ -28,6 +28,7 @@ private:
     [[nodiscard]] bool reportLives(bool onlyFull, ScanObserver &observer);
     [[nodiscard]] bool walkTables(ScanObserver &observer);
     [[nodiscard]] bool sweepFreeSpace(ScanObserver &observer);
+    void readFree();
     Ranges rangesToSweep() const;
     void takeFreeBlock(qint64 block, const QByteArray &bytes);
     [[nodiscard]] bool reportFormer(ScanObserver &observer);

@@ -1,8 +1,8 @@
 #include "recoveryd/ext/undelete/extsupport.h"
 
 #include "recoveryd/devices/bytes.h"
-#include "recoveryd/ext/extfreespace.h"
 #include "recoveryd/ext/undelete/extscanner.h"
+#include "recoveryd/ext/undelete/freespace.h"
 
 namespace services::recoveryd {
 
@@ -22,8 +22,14 @@ std::unique_ptr<Scanner> makeScanner(const ScanContext &context)
 
 bool freeRanges(const MediaReader &media, Ranges *ranges, QString *error)
 {
-    ExtVolume volume;
-    return volume.open(media.volume(), error) && readFreeRanges(volume, ranges, error);
+    ext::Layout layout(media);
+    if (!layout.open(error))
+        return false;
+    const std::unique_ptr<ext::Journal> journal = ext::openJournal(layout);
+    // After a crash the newest bitmaps may be in the journal only.
+    if (journal && journal->isDirty())
+        ext::readPending(journal.get(), &layout);
+    return ext::readFreeSpace(ext::Blocks(layout, journal.get()), ranges, error);
 }
 
 /// The journal and files that are disk images hold copies of superblocks, too: only one whose

@@ -31,6 +31,8 @@ public:
 
     /// Finds the journal by its runs of blocks of the volume, in order. False if they hold none.
     [[nodiscard]] bool open(const std::vector<std::pair<qint64, qint64>> &runs);
+    /// It was not closed in order: some of it has yet to be written to its place.
+    bool isDirty() const { return m_start != 0; }
     qint64 size() const { return m_blockCount * m_layout.blockSize(); }
 
     /// Reads all of it. False if it was ended.

@@ -1,6 +1,7 @@
 #include "recoveryd/ext/undelete/journalhistory.h"
 
 #include "recoveryd/devices/bytes.h"
+#include "recoveryd/ext/undelete/blocksweep.h"
 #include "recoveryd/ext/undelete/directoryblock.h"
 
 #include <algorithm>
@@ -10,7 +11,8 @@ namespace services::recoveryd::ext {
 
 namespace {
 
-constexpr qint64 kWindow = 1 << 20;
+using Wanted = std::unordered_multimap<quint64, size_t>;
+
 constexpr size_t kMaxUnplaced = 200000;
 
 quint64 matchKey(quint32 slot, const Inode &inode)
@@ -35,42 +37,69 @@ bool isInodeBlock(const Layout &layout, const QByteArray &bytes)
     return inodes > 0;
 }
 
-} // namespace
-
-std::vector<std::pair<qint64, qint64>> journalRuns(const Layout &layout)
+/// The blocks of the journal's file from its start to the first hole.
+std::vector<std::pair<qint64, qint64>> journalRuns(const Layout &layout, const Inode &inode)
 {
     std::vector<std::pair<qint64, qint64>> runs;
+    const Blocks blocks(layout, nullptr);
+    const quint32 seed = layout.inodeSeed(layout.super().journalInode, inode.generation);
+    const BlockMap map = MapReader(blocks).read(inode, kNow, seed);
+    qint64 logical = 0;
+    for (const Run &run : map.runs) {
+        if (run.logical != logical)
+            break;
+        runs.emplace_back(run.block, run.count);
+        logical += run.count;
+    }
+    return runs;
+}
+
+} // namespace
+
+std::unique_ptr<Journal> openJournal(const Layout &layout)
+{
     const ExtSuperblock &super = layout.super();
     if (!super.hasCompatible(extfeature::kHasJournal) || super.journalInode == 0)
-        return runs;
-    const Blocks blocks(layout, nullptr);
-    const auto follow = [&](const Inode &inode) {
-        MapReader reader(blocks);
-        const BlockMap map =
-            reader.read(inode, kNow, layout.inodeSeed(super.journalInode, inode.generation));
-        qint64 logical = 0;
-        for (const Run &run : map.runs) {
-            if (run.logical != logical)
-                break;
-            runs.emplace_back(run.block, run.count);
-            logical += run.count;
-        }
+        return nullptr;
+    const auto openBy = [&layout](const Inode &inode) {
+        auto journal = std::make_unique<Journal>(layout);
+        return journal->open(journalRuns(layout, inode)) ? std::move(journal) : nullptr;
     };
     Inode inode;
     const qint64 table = layout.blockOfInode(super.journalInode);
     const quint32 slot = (super.journalInode - 1) % super.inodesPerGroup % layout.inodesPerBlock();
     if (table > 0 && parseInode(layout, layout.readBlock(table), slot, &inode))
-        follow(inode);
-    if (runs.empty() && super.journalMap.size() == int(inode.map.size())) {
-        inode = Inode();
-        inode.mode = 0x8000;
-        inode.size = super.journalSize;
-        std::memcpy(inode.map.data(), super.journalMap.constData(), inode.map.size());
-        if (Fields(super.journalMap).le16(0) == 0xF30A)
-            inode.flags = Inode::Extents;
-        follow(inode);
-    }
-    return runs;
+        if (auto journal = openBy(inode))
+            return journal;
+    if (super.journalMap.size() != int(inode.map.size()))
+        return nullptr;
+    inode = Inode();
+    inode.mode = 0x8000;
+    inode.size = super.journalSize;
+    std::memcpy(inode.map.data(), super.journalMap.constData(), inode.map.size());
+    if (Fields(super.journalMap).le16(0) == 0xF30A)
+        inode.flags = Inode::Extents;
+    return openBy(inode);
+}
+
+void readPending(Journal *journal, Layout *layout)
+{
+    const auto ignored = [](const Version &, const QByteArray &) {
+    };
+    const auto goesOn = [](qint64) {
+        return true;
+    };
+    if (journal->sweep(ignored, goesOn))
+        applyPending(*journal, layout);
+}
+
+void applyPending(const Journal &journal, Layout *layout)
+{
+    if (!journal.hasPending())
+        return;
+    for (const Version &version : journal.history().versions())
+        if (journal.pending(version.block) == &version)
+            layout->updateDescriptors(version.block, journal.read(version));
 }
 
 bool JournalHistory::read(Journal *journal, const Journal::GoesOn &goesOn)
@@ -84,7 +113,7 @@ bool JournalHistory::read(Journal *journal, const Journal::GoesOn &goesOn)
         if (!takeStray(journal, stray) && m_unplaced.size() < kMaxUnplaced)
             m_unplaced.push_back(stray);
     if (!m_unplaced.empty())
-        matchByGeneration(journal, goesOn);
+        matchByGeneration(journal, [&](qint64) { return goesOn(journal->size()); });
     journal->history().finish();
     return goesOn(journal->size());
 }
@@ -160,7 +189,7 @@ bool JournalHistory::takeStray(Journal *journal, const Journal::Stray &stray)
 /// and time of birth: these outlive a deletion.
 void JournalHistory::matchByGeneration(Journal *journal, const Journal::GoesOn &goesOn)
 {
-    std::unordered_multimap<quint64, size_t> wanted;
+    Wanted wanted;
     for (size_t i = 0; i < m_unplaced.size(); ++i) {
         const QByteArray bytes = journal->read(m_unplaced[i].at);
         for (quint32 slot = 0; slot < m_layout.inodesPerBlock(); ++slot) {
@@ -170,28 +199,23 @@ void JournalHistory::matchByGeneration(Journal *journal, const Journal::GoesOn &
         }
     }
     std::vector<qint64> places(m_unplaced.size(), 0);
-    for (const Group &group : m_layout.groups()) {
-        const qint64 end = group.inodeTable + m_layout.super().inodeTableBlocks();
-        const qint64 step = qMax(qint64(1), kWindow / m_layout.blockSize());
-        for (qint64 block = group.inodeTable; group.inodeTable > 0 && block < end; block += step) {
-            if (!goesOn(journal->size()))
-                return;
-            const QByteArray window = m_layout.media().read(
-                block * m_layout.blockSize(), qMin(step, end - block) * m_layout.blockSize());
-            for (qint64 i = 0; (i + 1) * m_layout.blockSize() <= window.size(); ++i) {
-                const QByteArray bytes = QByteArray::fromRawData(
-                    window.constData() + i * m_layout.blockSize(), int(m_layout.blockSize()));
-                for (quint32 slot = 0; slot < m_layout.inodesPerBlock(); ++slot) {
-                    Inode inode;
-                    if (!parseInode(m_layout, bytes, slot, &inode) || inode.generation == 0)
-                        continue;
-                    const auto range = wanted.equal_range(matchKey(slot, inode));
-                    for (auto it = range.first; it != range.second; ++it)
-                        places[it->second] = block + i;
-                }
-            }
+    Ranges tables;
+    for (const Group &group : m_layout.groups())
+        if (group.inodeTable > 0)
+            tables.append({group.inodeTable * m_layout.blockSize(),
+                           m_layout.super().inodeTableBlocks() * m_layout.blockSize()});
+    const auto visit = [&](qint64 block, const QByteArray &bytes) {
+        for (quint32 slot = 0; slot < m_layout.inodesPerBlock(); ++slot) {
+            Inode inode;
+            if (!parseInode(m_layout, bytes, slot, &inode) || inode.generation == 0)
+                continue;
+            const auto range = wanted.equal_range(matchKey(slot, inode));
+            for (auto it = range.first; it != range.second; ++it)
+                places[it->second] = block;
         }
-    }
+    };
+    if (!BlockSweep(m_layout).run(joinedRanges(tables), visit, goesOn))
+        return;
     for (size_t i = 0; i < m_unplaced.size(); ++i) {
         if (places[i] == 0)
             continue;

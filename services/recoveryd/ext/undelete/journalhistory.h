@@ -38,8 +38,12 @@ private:
     std::vector<Journal::Stray> m_unplaced; ///< Look like blocks of an inode table.
 };
 
-/// The runs of the journal: by its inode, else by the copy of its map in the superblock. Empty if
-/// the volume has none, or has it on another device.
-std::vector<std::pair<qint64, qint64>> journalRuns(const Layout &layout);
+/// The journal of a volume, by its inode or by the copy of its map in the superblock. Null if the
+/// volume has none, has it on another device, or it is damaged. The layout must outlive it.
+std::unique_ptr<Journal> openJournal(const Layout &layout);
+/// Reads what a journal has yet to write to its places, group descriptors into the layout.
+void readPending(Journal *journal, Layout *layout);
+/// Applies group descriptors among what the journal has yet to write.
+void applyPending(const Journal &journal, Layout *layout);
 
 } // namespace services::recoveryd::ext

@@ -53,7 +53,10 @@ bool VolumeWalk::visitTable(quint32 group, bool isThorough, const InodeVisit &vi
     const Layout &layout = m_blocks.layout();
     const qint64 size = layout.blockSize();
     const qint64 table = layout.groups()[group].inodeTable;
-    const qint64 blocks = table > 0 ? blocksToRead(group) : 0;
+    // A damaged descriptor may claim more tables than the medium has room for.
+    const bool isReadable =
+        table > 0 && table < layout.media().size() / size && m_done <= layout.media().size();
+    const qint64 blocks = isReadable ? blocksToRead(group) : 0;
     const qint64 used = m_use.usedCount(group);
     qint64 found = 0;
     for (qint64 at = 0; at < blocks;) {
