@@ -2,7 +2,6 @@
 
 #include "core/jsonnumber.h"
 #include "recoveryd/devices/partitiontable.h"
-#include "recoveryd/ext/extfreespace.h"
 #include "recoveryd/scan/carvingscanner.h"
 #include "recoveryd/scan/volumesearch.h"
 
@@ -98,14 +97,9 @@ bool ScanPlan::readInUse(Live *live) const
     const FileSystemSupport *const family = supportOf(live->fileSystem);
     Ranges free;
     QString error;
-    ExtVolume ext;
-    const auto media = mediaOf(live->range);
-    if (!live->fileSystem.isExt() && (!family || !family->freeRanges))
+    if (!family || !family->freeRanges)
         return false;
-    const bool isRead = family && family->freeRanges ? family->freeRanges(*media, &free, &error)
-                                                     : ext.open(media->volume(), &error) &&
-                                                           readFreeRanges(ext, &free, &error);
-    if (!isRead) {
+    if (!family->freeRanges(*mediaOf(live->range), &free, &error)) {
         qWarning() << "[ScanPlan]" << m_device.path << error;
         return false;
     }

@@ -97,9 +97,9 @@ void ScanTask::scan(ScanOutcome *outcome)
         if (isSearched)
             m_metadataDone = 0;
     }
-    scanMetadata(plan, outcome);
     // Where no structure can be read, the contents are all that a quick scan has.
-    if ((m_order.request.isDeep() || plan.metadataPhases().empty()) && mayGoOn())
+    const bool hasMetadata = scanMetadata(plan, outcome);
+    if ((m_order.request.isDeep() || !hasMetadata) && mayGoOn())
         carve(plan, outcome);
     const Ranges bad = unreadable(plan);
     outcome->unreadableBytes = totalLength(bad);
@@ -121,7 +121,7 @@ void ScanTask::scan(ScanOutcome *outcome)
     tellProgress();
 }
 
-void ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
+bool ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
 {
     std::vector<ScanPhase> phases = plan.metadataPhases();
     if (phases.empty() && !m_order.request.isDeep() && mayGoOn())
@@ -137,16 +137,19 @@ void ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
         runScanner(*phase.scanner, *phase.media, outcome);
         m_results->endScanner();
         if (!mayGoOn() || phase.media->isGone())
-            return;
+            break;
         m_metadataDone = i + 1;
         checkpoint();
     }
+    return !phases.empty();
 }
 
 void ScanTask::carve(ScanPlan &plan, ScanOutcome *outcome)
 {
     const Ranges all = plan.carvingRanges(m_results->closeClaims());
     m_carving = behind(all, m_carvedTo - kCarvedAgain);
+    if (!m_order.request.isDeep()) // which was not foreseen
+        m_total += totalLength(m_carving);
     const std::unique_ptr<Scanner> carver = plan.makeCarver(m_carving);
     runScanner(*carver, *plan.media(), outcome);
     if (!mayGoOn() || plan.media()->isGone())

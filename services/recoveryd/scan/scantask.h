@@ -83,7 +83,8 @@ private:
     bool found(Finding &&finding) override;
 
     void scan(ScanOutcome *outcome);
-    void scanMetadata(ScanPlan &plan, ScanOutcome *outcome);
+    /// False if there was nothing to scan.
+    bool scanMetadata(ScanPlan &plan, ScanOutcome *outcome);
     void carve(ScanPlan &plan, ScanOutcome *outcome);
     /// Reads what was skipped again, and carves what that gives.
     void retrySkipped(ScanPlan &plan, const Ranges &carved, ScanOutcome *outcome);
