@@ -160,12 +160,10 @@ bool chooseFolder(Tour &tour, QString *found, QString *error)
         return folder;
     };
     page->setPathChooser(chooser);
-    if (!tour.click("ShareAddFolderButton", error))
+    if (!tour.click("ShareAddFolderButton", error) ||
+        !tour.waitFor([pending] { return pending->count() == 1; }, kAnswerMs,
+                      QStringLiteral("the folder to be listed"), error))
         return false;
-    if (pending->count() != 1) {
-        *error = QStringLiteral("%1 rows wait to be shared").arg(pending->count());
-        return false;
-    }
     *found = pending->item(0)->text();
     return tour.picture(QStringLiteral("share-pending"), error);
 }

@@ -267,6 +267,14 @@ void TestFileShareDetail::editShowsTheRecord()
     QVERIFY(child<QLineEdit>(bench.dialog.get(), "SharePasswordEdit")->text().isEmpty());
     QCOMPARE(child<QComboBox>(bench.dialog.get(), "ShareAccessModeCombo")->currentText(),
              QStringLiteral("允许上传"));
+    QStringList captions;
+    for (const QLabel *label : bench.dialog->findChildren<QLabel *>()) {
+        if (label->buddy())
+            captions.append(label->text());
+    }
+    QCOMPARE(captions, (QStringList{QStringLiteral("端口:"), QStringLiteral("密码:"),
+                                    QStringLiteral("共享权限:"), QStringLiteral("时长:"),
+                                    QStringLiteral("最大连接数:")}));
     // A duration that is not on offer stays what it is.
     QCOMPARE(child<QComboBox>(bench.dialog.get(), "ShareDurationCombo")->currentText(),
              QStringLiteral("45 分钟"));
@@ -308,7 +316,9 @@ void TestFileShareDetail::savesAndRestarts()
              (QStringList{QStringLiteral("提示"), QStringLiteral("请至少添加一个文件或文件夹。")}));
     shown.clear();
     bench.click("ShareEditAddFilesButton");
+    QTRY_COMPARE(bench.files()->count(), 1);
     bench.click("ShareEditAddFolderButton");
+    QTRY_COMPARE(bench.files()->count(), 2);
     child<QSpinBox>(bench.dialog.get(), "ShareMaxClientsSpin")->setValue(7);
     ModalDriver saved(presses("NoticeOkBtn", &shown));
     bench.click("ShareEditSaveButton");

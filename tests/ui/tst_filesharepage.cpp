@@ -88,6 +88,7 @@ private slots:
     void initTestCase() { useLightTheme(); }
     void pendingList();
     void drops();
+    void asksAboutPrivateFolders();
     void startsAShare();
     void startWithoutAPort();
     void rowsShowTheRecords();
@@ -117,15 +118,16 @@ void TestFileSharePage::pendingList()
     bench.choose({QStringLiteral("/x/a.txt"), QStringLiteral("/x/b.txt")}, QStringLiteral("/x/d"),
                  &titles);
     bench.click("ShareAddFilesButton");
+    QTRY_COMPARE(bench.pending()->count(), 2);
     bench.click("ShareAddFolderButton");
+    QTRY_COMPARE(bench.pending()->count(), 3);
     bench.click("ShareAddFolderButton");
     QCOMPARE(titles, (QStringList{QStringLiteral("选择文件"), QStringLiteral("选择文件夹"),
                                   QStringLiteral("选择文件夹")}));
-    QCOMPARE(bench.pending()->count(), 3);
+    QTRY_VERIFY(textOf(bench.page.get(), "SharePendingStatus")
+                    .startsWith(QStringLiteral("待共享 3 项 · 1 项已在列表中")));
     QCOMPARE(bench.pending()->item(0)->text(), QStringLiteral("a.txt  —  /x/a.txt"));
     QCOMPARE(bench.pending()->item(0)->toolTip(), QStringLiteral("<qt>/x/a.txt</qt>"));
-    QVERIFY(textOf(bench.page.get(), "SharePendingStatus")
-                .startsWith(QStringLiteral("待共享 3 项 · 1 项已在列表中")));
     QVERIFY(!hint->isVisible());
     QVERIFY(bench.isEnabled("ShareStartButton"));
 
@@ -153,15 +155,42 @@ void TestFileSharePage::drops()
     QVERIFY(bench.pending()->property("dropping").toBool());
     QVERIFY(bench.drop({file, web, file}));
     QVERIFY(!bench.pending()->property("dropping").toBool());
+    QTRY_COMPARE(bench.pending()->paths(), QStringList{QStringLiteral("/x/a b")});
     QVERIFY(bench.drop({file}));
     QVERIFY(!bench.drop({web}));
-    QCOMPARE(bench.pending()->paths(), QStringList{QStringLiteral("/x/a b")});
+    QTRY_VERIFY(textOf(bench.page.get(), "SharePendingStatus")
+                    .startsWith(QStringLiteral("待共享 1 项 · 1 项已在列表中")));
+}
+
+void TestFileSharePage::asksAboutPrivateFolders()
+{
+    PageBench bench;
+    const QString home = bench.tree.dir("home");
+    bench.tree.file("home/.ssh/id");
+    const QString plain = bench.tree.file("plain.txt");
+    const QList<QUrl> both{QUrl::fromLocalFile(home), QUrl::fromLocalFile(plain)};
+    QStringList shown;
+    {
+        ModalDriver refused(presses("NoticeCancelBtn", &shown));
+        QVERIFY(bench.drop(both));
+        QTRY_COMPARE(bench.pending()->paths(), QStringList(plain));
+        QVERIFY(refused.handled());
+    }
+    QCOMPARE(shown.first(), QStringLiteral("共享私密内容？"));
+    QVERIFY2(shown.at(1).contains(home + QStringLiteral("（其中有 .ssh）")),
+             qPrintable(shown.at(1)));
+    QVERIFY(!shown.at(1).contains(plain));
+    ModalDriver wanted(presses("NoticeOkBtn", &shown));
+    QVERIFY(bench.drop(both));
+    QTRY_COMPARE(bench.pending()->paths(), (QStringList{plain, home}));
+    QVERIFY(wanted.handled());
 }
 
 void TestFileSharePage::startsAShare()
 {
     PageBench bench;
     bench.drop({QUrl::fromLocalFile(bench.tree.file("甲.txt"))});
+    QTRY_COMPARE(bench.pending()->count(), 1);
     QStringList shown;
     std::unique_ptr<ModalDriver> notice;
     ModalDriver confirm(thenPresses(
@@ -200,6 +229,7 @@ void TestFileSharePage::startsAShare()
 
     // The next one starts with these, but never with the password.
     bench.drop({QUrl::fromLocalFile(QStringLiteral("/x"))});
+    QTRY_COMPARE(bench.pending()->count(), 1);
     ModalDriver again([](QWidget *dialog) {
         QCOMPARE(child<QComboBox>(dialog, "ShareAccessModeCombo")->currentData().toString(),
                  QStringLiteral("upload"));
@@ -219,6 +249,7 @@ void TestFileSharePage::startWithoutAPort()
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::Any, quint16(bench.controller->sharePort())));
     bench.drop({QUrl::fromLocalFile(QStringLiteral("/x"))});
+    QTRY_COMPARE(bench.pending()->count(), 1);
     QStringList shown;
     std::unique_ptr<ModalDriver> notice;
     ModalDriver confirm(thenPresses([](QWidget *dialog) { clickOn(dialog, "ShareConfirmStart"); },
@@ -470,6 +501,7 @@ void TestFileSharePage::oneOperationAtATime()
     const QString id = bench.share("一");
     bench.share("二");
     bench.drop({QUrl::fromLocalFile(QStringLiteral("/x"))});
+    QTRY_COMPARE(bench.pending()->count(), 1);
     QVERIFY(bench.service.start());
     bench.service.hold(kFirewallMethod);
     bool looked = false;

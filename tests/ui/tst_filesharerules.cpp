@@ -1,3 +1,5 @@
+#include "support/temptree.h"
+#include "ui/common/privatefolders.h"
 #include "ui/pages/filesharedetaildialog/logrules.h"
 #include "ui/pages/filesharepage/sharerules.h"
 
@@ -17,6 +19,8 @@ private slots:
     void uniquePaths_data();
     void uniquePaths();
     void droppedAddresses();
+    void findsPrivateFolders_data();
+    void findsPrivateFolders();
     void pendingTexts_data();
     void pendingTexts();
     void linksAndOutcomes();
@@ -134,6 +138,54 @@ void TestFileShareRules::droppedAddresses()
                               QUrl(QStringLiteral("file://server/share/x")),
                               QUrl(QStringLiteral("file:///c%20d")), QUrl()};
     QCOMPARE(localPaths(urls), (QStringList{QStringLiteral("/a b/é"), QStringLiteral("/c d")}));
+}
+
+void TestFileShareRules::findsPrivateFolders_data()
+{
+    QTest::addColumn<QString>("path"); // below the tree
+    QTest::addColumn<QString>("folders");
+    QTest::addColumn<bool>("isInside");
+
+    const auto row = [](const char *path, const char *folders, bool isInside) {
+        QTest::newRow(path) << QString::fromLatin1(path) << QString::fromLatin1(folders)
+                            << isInside;
+    };
+    row("u/me", ".ssh .config/morvane", false);
+    row("u", ".ssh .config/morvane", false); // around the home of the user
+    row("u/me/", ".ssh .config/morvane", false);
+    row("u/me/.config", ".config/morvane", false);
+    row("u/me/.config/morvane", ".config/morvane", true);
+    row("u/me/.ssh/id", ".ssh", true);
+    row("u/me/pictures", "", false);
+    row("u/me/missing", "", false);
+    row("u/menu", "", false);
+    row("backup", ".gnupg", false); // of another home
+    row("backup/.gnupg/keys", ".gnupg", true);
+    row("link", ".ssh .config/morvane", false);
+    row("vault", ".morvane_vault", false);
+    row("file-of-that-name", "", false);
+}
+
+void TestFileShareRules::findsPrivateFolders()
+{
+    QFETCH(QString, path);
+    TempTree tree;
+    tree.file("u/me/.ssh/id");
+    tree.file("u/me/.config/morvane/fileshare.db");
+    tree.file("u/me/pictures/a.jpg");
+    tree.file("u/menu/a");
+    tree.file("backup/.gnupg/keys");
+    tree.file("vault/.morvane_vault/1.dat");
+    tree.file("file-of-that-name/.ssh");
+    tree.link("link", tree.path("u/me"));
+    const PrivateContent content = privateContentOf(tree.path(path), tree.path("u/me"));
+    QTEST(content.folders.join(QLatin1Char(' ')), "folders");
+    QTEST(content.isInside, "isInside");
+    if (content.isEmpty())
+        return;
+    const QString text = privateContentText({content});
+    QVERIFY(text.contains(content.path));
+    QCOMPARE(text.contains(QStringLiteral("会被拿到链接的人读取")), content.isInside);
 }
 
 void TestFileShareRules::pendingTexts_data()

@@ -43,9 +43,8 @@ WrapLabel *hintLabel(const char *name, QWidget *parent)
 
 } // namespace
 
-ShareParameterForm::ShareParameterForm(const QString &labelEnd, QWidget *parent)
+ShareParameterForm::ShareParameterForm(QWidget *parent)
     : QWidget(parent)
-    , m_labelEnd(labelEnd)
     , m_grid(new QGridLayout(this))
     , m_port(new PortSpinBox(core::kDefaultSharePort, this))
     , m_portHint(hintLabel("SharePortHint", this))
@@ -62,12 +61,12 @@ ShareParameterForm::ShareParameterForm(const QString &labelEnd, QWidget *parent)
     m_grid->setHorizontalSpacing(metrics::kCardGap);
     m_grid->setVerticalSpacing(metrics::kFieldGap);
     m_grid->setColumnStretch(1, 1);
-    addRow(tr("端口"), m_port);
+    addRow(tr("端口:"), m_port);
     m_grid->addWidget(m_portHint, m_grid->rowCount(), 1);
-    addRow(tr("密码"), m_password);
-    addRow(tr("共享权限"), m_accessMode);
-    addRow(tr("时长"), m_duration);
-    addRow(tr("最大连接数"), m_maxClients);
+    addRow(tr("密码:"), m_password);
+    addRow(tr("共享权限:"), m_accessMode);
+    addRow(tr("时长:"), m_duration);
+    addRow(tr("最大连接数:"), m_maxClients);
     m_grid->addWidget(m_exposure, m_grid->rowCount(), 0, 1, 2);
     connect(m_password, &QLineEdit::textChanged, this, &ShareParameterForm::showExposure);
     connect(m_accessMode, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
@@ -96,7 +95,7 @@ void ShareParameterForm::buildFields()
 
 void ShareParameterForm::addRow(const QString &caption, QWidget *field)
 {
-    auto *label = new QLabel(caption + m_labelEnd, this);
+    auto *label = new QLabel(caption, this);
     label->setBuddy(field);
     const int row = m_grid->rowCount();
     m_grid->addWidget(label, row, 0);

@@ -24,8 +24,7 @@ class ShareParameterForm : public QWidget
     Q_OBJECT
 
 public:
-    /// `labelEnd` stands behind each label.
-    ShareParameterForm(const QString &labelEnd, QWidget *parent = nullptr);
+    explicit ShareParameterForm(QWidget *parent = nullptr);
 
     int port() const;
     QString password() const;
@@ -43,7 +42,6 @@ private:
     void addRow(const QString &caption, QWidget *field);
     void showExposure();
 
-    QString m_labelEnd;
     QGridLayout *m_grid;
     QSpinBox *m_port;
     ui::common::WrapLabel *m_portHint;

@@ -19,7 +19,7 @@ constexpr int kWidth = 480;
 FileShareConfirmDialog::FileShareConfirmDialog(FileShareController *controller, QWidget *parent)
     : FramelessDialog(parent)
     , m_controller(controller)
-    , m_form(new ShareParameterForm(QStringLiteral(":"), this))
+    , m_form(new ShareParameterForm(this))
 {
     setObjectName(QStringLiteral("FileShareConfirmDialog"));
     setWindowTitle(tr("共享设置"));

@@ -256,12 +256,12 @@ void FileShareDetailDialog::switchToViewMode()
 
 void FileShareDetailDialog::onEditAddFiles()
 {
-    m_editor->list()->addPaths(fileshare::chooseFiles(m_chooser, this));
+    m_editor->addPaths(fileshare::chooseFiles(m_chooser, this));
 }
 
 void FileShareDetailDialog::onEditAddFolder()
 {
-    m_editor->list()->addPaths(fileshare::chooseFolder(m_chooser, this));
+    m_editor->addPaths(fileshare::chooseFolder(m_chooser, this));
 }
 
 void FileShareDetailDialog::onSaveAndRestart()

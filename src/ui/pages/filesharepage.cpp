@@ -6,6 +6,7 @@
 #include "ui/common/filedroptarget.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/operationgate.h"
+#include "ui/common/sharepathadder.h"
 #include "ui/common/sharewidgets.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/wraplabel.h"
@@ -24,6 +25,7 @@ using fileshare::OperationGate;
 using fileshare::PendingCard;
 using fileshare::RecordsPanel;
 using fileshare::SessionTable;
+using fileshare::SharePathAdder;
 using fileshare::SharePathChooser;
 using ui::common::AppNoticeDialog;
 using ui::common::WrapLabel;
@@ -52,6 +54,7 @@ FileSharePage::FileSharePage(FileShareController *controller, QWidget *parent)
     , m_controller(controller)
     , m_chooser(SharePathChooser::dialogs())
     , m_touchedTimer(new QTimer(this))
+    , m_adder(new SharePathAdder(this))
 {
     setObjectName(QStringLiteral("FileSharePage"));
     setStyleSheet(pageSheet());
@@ -97,6 +100,7 @@ void FileSharePage::buildPending()
     m_pending = new PendingCard(this);
     connect(m_pending, &PendingCard::addFilesRequested, this, &FileSharePage::onAddFiles);
     connect(m_pending, &PendingCard::addFolderRequested, this, &FileSharePage::onAddFolder);
+    connect(m_adder, &SharePathAdder::accepted, m_pending, &PendingCard::addPaths);
     connect(m_pending, &PendingCard::portRequested, this, &FileSharePage::onOpenShareSettings);
     connect(m_pending, &PendingCard::startRequested, this, &FileSharePage::onStartShare);
 }
@@ -165,7 +169,7 @@ void FileSharePage::updateStartButtonState()
 
 void FileSharePage::addPathsToList(const QStringList &paths)
 {
-    m_pending->addPaths(paths);
+    m_adder->add(paths);
 }
 
 void FileSharePage::onAddFiles()

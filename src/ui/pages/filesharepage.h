@@ -17,6 +17,7 @@ class OperationGate;
 class PendingCard;
 class RecordsPanel;
 class SessionTable;
+class SharePathAdder;
 } // namespace fileshare
 
 /// File sharing in the local network: the files of the next share, and the records of all shares.
@@ -33,7 +34,8 @@ public:
     void setPathChooser(const fileshare::SharePathChooser &chooser) { m_chooser = chooser; }
 
 public slots:
-    /// Ignores what is listed already.
+    /// Ignores what is listed already. Asks first about what holds private folders; the paths are
+    /// looked at in the background, so they are listed a little later.
     void addPathsToList(const QStringList &paths);
     void onAddFiles();
     void onAddFolder();
@@ -80,6 +82,7 @@ private:
     bool m_refreshDeferred = true; ///< The records have changed since they were shown.
     QSet<QString> m_touched;       ///< Sessions whose counters have changed.
     QTimer *m_touchedTimer;
+    fileshare::SharePathAdder *m_adder;
 
     fileshare::BusyNote *m_busyNote = nullptr;
     fileshare::PendingCard *m_pending = nullptr;

@@ -3,6 +3,7 @@
 #include "ui/common/filedroptarget.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/shareparameterform.h"
+#include "ui/common/sharepathadder.h"
 #include "ui/common/sharepathlist.h"
 #include "ui/common/sharewidgets.h"
 #include "ui/common/widgetstyle.h"
@@ -54,8 +55,10 @@ QBoxLayout *EditCard::buildFiles()
     connect(m_remove, &QPushButton::clicked, m_list, &SharePathList::removeSelected);
     connect(m_list, &QListWidget::itemSelectionChanged, this,
             [this] { m_remove->setEnabled(!m_list->selectedItems().isEmpty()); });
+    m_adder = new SharePathAdder(this);
+    connect(m_adder, &SharePathAdder::accepted, m_list, &SharePathList::addPaths);
     auto *drops = new FileDropTarget(this);
-    connect(drops, &FileDropTarget::dropped, m_list, &SharePathList::addPaths);
+    connect(drops, &FileDropTarget::dropped, m_adder, &SharePathAdder::add);
     connect(drops, &FileDropTarget::hovered, m_list,
             [this](bool isOver) { ui::common::setStyleProperty(m_list, "dropping", isOver); });
     auto *buttons = new QHBoxLayout;
@@ -73,7 +76,7 @@ QBoxLayout *EditCard::buildFiles()
 
 QBoxLayout *EditCard::buildParameters()
 {
-    m_form = new ShareParameterForm(QString(), this);
+    m_form = new ShareParameterForm(this);
     auto *column = new QVBoxLayout;
     column->setSpacing(metrics::kFieldGap);
     column->addWidget(sectionTitle(tr("共享参数"), this));
@@ -89,6 +92,11 @@ void EditCard::load(const ShareSession &session, const QStringList &paths)
     m_form->setValues(session.accessMode, session.durationMin, session.maxClients);
     const QString kept = tr("保存后链接不变，访问记录会清空。");
     m_note->setText(session.hasPassword ? kept + tr("原密码不会保留，需要时请重新输入。") : kept);
+}
+
+void EditCard::addPaths(const QStringList &paths)
+{
+    m_adder->add(paths);
 }
 
 void EditCard::setPort(int port, bool othersRun)

@@ -13,6 +13,7 @@ class QPushButton;
 namespace fileshare {
 
 class ShareParameterForm;
+class SharePathAdder;
 class SharePathList;
 
 /// Edits the files and the parameters of a share. Object names: ShareEditList,
@@ -27,6 +28,8 @@ public:
 
     void load(const ShareSession &session, const QStringList &paths);
     void setPort(int port, bool othersRun);
+    /// Asks first about what holds private folders.
+    void addPaths(const QStringList &paths);
 
     SharePathList *list() const { return m_list; }
     ShareParameterForm *form() const { return m_form; }
@@ -40,6 +43,7 @@ private:
     QBoxLayout *buildParameters();
 
     SharePathList *m_list = nullptr;
+    SharePathAdder *m_adder = nullptr;
     QPushButton *m_remove = nullptr;
     ShareParameterForm *m_form = nullptr;
     QLabel *m_note = nullptr;
