@@ -581,7 +581,8 @@ void TestIndexWatcher::startsAndStopsWithoutLeaks()
     }
     QCOMPARE(openDescriptors(), before);
     QCOMPARE(watchCount(), 0);
-    QVERIFY2(stopping < 200 * 30, qPrintable(QString::number(stopping)));
+    // A stop that waits for a time-out takes a second; a loaded machine takes tens of milliseconds.
+    QVERIFY2(stopping < 200 * 200, qPrintable(QString::number(stopping)));
     QCOMPARE(m_invalidated, 0);
 }
 
