@@ -1,12 +1,12 @@
 #include "core/diagnostics/guidiagnosticsruntime.h"
 
+#include "core/jsontext.h"
 #include "core/privatefile.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QEvent>
 #include <QGuiApplication>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
 #include <QThread>
@@ -29,11 +29,6 @@ QString utcText(const QDateTime &time)
 bool makeRuntimeDir()
 {
     return core::makePrivateDirectory(GuiDiagnosticsRuntime::runtimeDirPath());
-}
-
-QByteArray compactJson(const QJsonObject &object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
 /// Replaces the file in one step, so a reader never sees half of it. Nobody is told of a failure:
@@ -163,7 +158,7 @@ void GuiDiagnosticsRuntime::writeEnvironmentSnapshot(const QString &mode, const 
     const QStringList names = environmentVariableNames();
     for (const QString &name : names)
         snapshot.insert(name, QString::fromLocal8Bit(qgetenv(name.toLatin1().constData())));
-    saveText(environmentSnapshotPath(), compactJson(snapshot));
+    saveText(environmentSnapshotPath(), core::compactJson(snapshot));
 }
 
 void GuiDiagnosticsRuntime::appendSlowOperation(const QString &name, qint64 elapsedMs)
@@ -193,15 +188,15 @@ bool GuiDiagnosticsRuntime::eventFilter(QObject *watched, QEvent *event)
 void GuiDiagnosticsRuntime::writeHeartbeat()
 {
     const auto thread = reinterpret_cast<quintptr>(QThread::currentThreadId());
-    const QByteArray text =
-        compactJson({{QStringLiteral("pid"), QString::number(QCoreApplication::applicationPid())},
-                     {QStringLiteral("updatedAt"), utcText(QDateTime::currentDateTimeUtc())},
-                     {QStringLiteral("page"), m_currentPage},
-                     {QStringLiteral("action"), m_lastAction},
-                     {QStringLiteral("actionAt"), utcText(m_lastActionAt)},
-                     {QStringLiteral("platform"), QGuiApplication::platformName()},
-                     {QStringLiteral("appVersion"), QCoreApplication::applicationVersion()},
-                     {QStringLiteral("threadId"), QString::number(thread)}});
+    const QByteArray text = core::compactJson(
+        {{QStringLiteral("pid"), QString::number(QCoreApplication::applicationPid())},
+         {QStringLiteral("updatedAt"), utcText(QDateTime::currentDateTimeUtc())},
+         {QStringLiteral("page"), m_currentPage},
+         {QStringLiteral("action"), m_lastAction},
+         {QStringLiteral("actionAt"), utcText(m_lastActionAt)},
+         {QStringLiteral("platform"), QGuiApplication::platformName()},
+         {QStringLiteral("appVersion"), QCoreApplication::applicationVersion()},
+         {QStringLiteral("threadId"), QString::number(thread)}});
     // One activation reaches every widget of a window, and each write waits for the disk. The
     // times have whole seconds, so within one of them most writes would repeat the file.
     if (text != m_lastWritten && saveText(heartbeatFilePath(), text))

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <QFutureWatcher>
-#include <QObject>
-#include <QThreadPool>
-#include <QtConcurrentRun>
-
-#include <utility>
+#include "core/runinpool.h"
 
 namespace diskanalyzer {
 
@@ -17,18 +12,11 @@ inline QThreadPool *pagePool()
     return &pool;
 }
 
-/// Runs `work` on the pool of the page and `done` with its result on the thread of `context`,
-/// unless that has gone by then. `work` takes values only.
+/// core::runInPool() on the pool of the page.
 template <typename Work, typename Done>
 void runInPool(QObject *context, Work work, Done done)
 {
-    using Result = decltype(work());
-    auto *watcher = new QFutureWatcher<Result>(context);
-    QObject::connect(watcher, &QFutureWatcher<Result>::finished, context, [watcher, done] {
-        watcher->deleteLater();
-        done(watcher->result());
-    });
-    watcher->setFuture(QtConcurrent::run(pagePool(), std::move(work)));
+    core::runInPool(pagePool(), context, std::move(work), std::move(done));
 }
 
 } // namespace diskanalyzer
