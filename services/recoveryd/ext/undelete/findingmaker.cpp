@@ -143,7 +143,7 @@ bool FindingMaker::reportExisting(quint32 number, const Inode &inode, const QByt
     if (const Life *life = m_inodes.lifeAt(number, kNow))
         if (life->isCurrent)
             question.from = life->from;
-    return reportAll(finding, question, observer);
+    return m_tree.reportAt(m_tree.placesOf(question), finding, observer);
 }
 
 bool FindingMaker::reportStanding(quint32 number, const Inode &inode, ScanObserver &observer)
@@ -163,23 +163,7 @@ bool FindingMaker::reportStanding(quint32 number, const Inode &inode, ScanObserv
     NameQuestion question;
     question.number = number;
     question.type = inode.entryType();
-    return reportAll(finding, question, observer);
-}
-
-/// Once for each of its names.
-bool FindingMaker::reportAll(const Finding &finding, const NameQuestion &question,
-                             ScanObserver &observer)
-{
-    const QVector<Place> places = m_tree.placesOf(question);
-    for (const Place &place : places) {
-        Finding named = finding;
-        named.name = place.name;
-        named.folder = place.folder;
-        named.folderKnowledge = place.knowledge;
-        if (!observer.found(std::move(named)))
-            return false;
-    }
-    return true;
+    return m_tree.reportAt(m_tree.placesOf(question), finding, observer);
 }
 
 } // namespace services::recoveryd::ext

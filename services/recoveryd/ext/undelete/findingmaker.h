@@ -41,7 +41,6 @@ private:
     qint64 deletedMs(const Life &life, const InodeState &state, bool isNewest,
                      const InodeState *newer) const;
     QByteArray inlineData(const InodeState &state) const;
-    bool reportAll(const Finding &finding, const NameQuestion &question, ScanObserver &observer);
 
     const Blocks &m_blocks;
     const InodeHistory &m_inodes;

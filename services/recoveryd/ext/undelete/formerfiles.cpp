@@ -154,15 +154,8 @@ bool FormerFiles::report(qint64 formatMs, ScanObserver &observer)
         question.number = found.number;
         question.type = inode.entryType();
         question.links = inode.links;
-        const QVector<Place> places = m_tree.placesOf(question);
-        for (const Place &place : places) {
-            Finding named = finding;
-            named.name = place.name;
-            named.folder = place.folder;
-            named.folderKnowledge = place.knowledge;
-            if (!observer.found(std::move(named)))
-                return false;
-        }
+        if (!m_tree.reportAt(m_tree.placesOf(question), finding, observer))
+            return false;
     }
     return true;
 }

@@ -60,6 +60,20 @@ QVector<Place> Tree::placesOf(const NameQuestion &question)
     return places;
 }
 
+bool Tree::reportAt(const QVector<Place> &places, const Finding &finding,
+                    ScanObserver &observer) const
+{
+    for (const Place &place : places) {
+        Finding named = finding;
+        named.name = place.name;
+        named.folder = place.folder;
+        named.folderKnowledge = place.knowledge;
+        if (!observer.found(std::move(named)))
+            return false;
+    }
+    return true;
+}
+
 /// The names that fell into the time, the likeliest first, not more than the file had links.
 std::vector<int> Tree::choose(const NameQuestion &question, const QVector<quint32> &parents)
 {

@@ -3,7 +3,7 @@
 #include "recoveryd/ext/undelete/blockmap.h"
 #include "recoveryd/ext/undelete/inodehistory.h"
 #include "recoveryd/ext/undelete/namebook.h"
-#include "recoveryd/scan/finding.h"
+#include "recoveryd/scan/scanner.h"
 
 #include <functional>
 #include <unordered_map>
@@ -57,6 +57,9 @@ public:
 
     /// Up to `links` places of the file, the likeliest first; one without a name if none is known.
     QVector<Place> placesOf(const NameQuestion &question);
+    /// Reports the file once for each of its places. False to end.
+    [[nodiscard]] bool reportAt(const QVector<Place> &places, const Finding &finding,
+                                ScanObserver &observer) const;
 
 private:
     struct Folder
