@@ -50,6 +50,7 @@ private slots:
     void scansByModeAndScope_data();
     void scansByModeAndScope();
     void tellsEachFileInFull();
+    void sendsBatches_data();
     void sendsBatches();
     void pausesResumesAndStops();
     void goesOnPastUnreadableParts();
@@ -189,12 +190,24 @@ void TestRecoverydSessions::tellsEachFileInFull()
     QVERIFY(summary.value(QLatin1String("scannedBytes")).toDouble() > 1e6);
 }
 
+void TestRecoverydSessions::sendsBatches_data()
+{
+    QTest::addColumn<bool>("isQuick");
+    QTest::newRow("deep") << false;
+    // There are no structures to read: contents are all that is left, and the client is told.
+    QTest::newRow("quick") << true;
+}
+
 void TestRecoverydSessions::sendsBatches()
 {
+    QFETCH(bool, isQuick);
     RecoveryClient &client = m_harness->client();
-    const QString id = client.scan(scanParams(kBig, "deep"));
+    const QString id = client.scan(scanParams(kBig, isQuick ? "quick" : "deep"));
     QVERIFY(!id.isEmpty());
     QCOMPARE(client.filesFound(id).size(), kManyFiles);
+    const QJsonObject summary =
+        client.events().last().data.value(QLatin1String("summary")).toObject();
+    QCOMPARE(summary.value(QLatin1String("notes")).toArray().isEmpty(), !isQuick);
     double lastPercent = 0;
     int found = 0;
     int progresses = 0;
