@@ -1,0 +1,20 @@
+#include "recoveryd/exfat/exfatsupport.h"
+
+namespace services::recoveryd {
+
+namespace {
+
+// No scanner yet: a quick scan goes by the contents.
+bool handles(const FileSystem &)
+{
+    return false;
+}
+
+} // namespace
+
+FileSystemSupport exfatSupport()
+{
+    return {handles, nullptr, nullptr, nullptr};
+}
+
+} // namespace services::recoveryd

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "recoveryd/scan/filesystemsupport.h"
+
+namespace services::recoveryd {
+
+/// The family of exFAT.
+FileSystemSupport exfatSupport();
+
+} // namespace services::recoveryd
