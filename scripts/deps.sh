@@ -14,14 +14,14 @@ build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nod
 extraction="poppler-utils catdoc antiword unrtf unzip"
 # Disk images for the tour and the tests: mke2fs, debugfs.
 images="e2fsprogs"
-# NTFS images, for the tests alone; without them these say so and are skipped.
-ntfs_images="ntfs-3g"
+# Images of other file systems, for the tests alone; without them these say so and are skipped.
+other_images="ntfs-3g btrfs-progs xfsprogs dosfstools exfatprogs mtools"
 display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
 packages="$build $extraction $images $display"
 case ${1:-} in
 test | bench)
     packages="$packages clang-format python3 file desktop-file-utils appstream
-              libsqlite3-dev openssl $ntfs_images libreoffice-writer-nogui libreoffice-calc-nogui
+              libsqlite3-dev openssl $other_images libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui curl chromium chromium-driver"
     ;;
 esac
