@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <unistd.h>
+#include <utility>
 
 namespace services {
 
@@ -48,8 +49,18 @@ Reply Reply::failure(int code, const QString &message)
 
 struct ServiceHost::Client
 {
+    enum class Authorization { NotAsked, Asked, Given };
+    struct Waiting
+    {
+        Request request;
+        QString requestId;
+        Respond respond;
+    };
+
     Peer peer;
     QString refusal; ///< Empty if the client is admitted.
+    Authorization authorization = Authorization::Given;
+    QVector<Waiting> waiting; ///< Requests that came before the authorization.
     FrameDecoder decoder;
     int pendingRequests = 0;
     qint64 largestUnsent = 0; ///< Largest frame since everything was sent, in bytes.
@@ -60,6 +71,7 @@ struct ServiceHost::Client
         , decoder(why.isEmpty() ? kMaxRequestBytes : kMaxRefusedRequestBytes)
     {}
     bool isAdmitted() const { return refusal.isEmpty(); }
+    bool mayHear() const { return isAdmitted() && authorization == Authorization::Given; }
 };
 
 ServiceHost::ServiceHost(QObject *parent)
@@ -146,7 +158,7 @@ void ServiceHost::broadcast(const QString &event, const QJsonObject &data,
     for (QLocalSocket *socket : sockets) {
         // Sending to one client may end another.
         const ClientPtr client = m_clients.value(socket);
-        if (client && client->isAdmitted() && (!isMeant || isMeant(client->peer)))
+        if (client && client->mayHear() && (!isMeant || isMeant(client->peer)))
             send(socket, frame);
     }
 }
@@ -177,7 +189,10 @@ void ServiceHost::accept(int descriptor)
     }
 
     auto *const socket = new QLocalSocket(this);
-    m_clients.insert(socket, std::make_shared<Client>(peer, refusal));
+    const auto client = std::make_shared<Client>(peer, refusal);
+    if (m_authorizer)
+        client->authorization = Client::Authorization::NotAsked;
+    m_clients.insert(socket, client);
     connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readFrom(socket); });
     connect(socket, &QLocalSocket::disconnected, this, [this, socket] { forget(socket); });
     if (!socket->setSocketDescriptor(descriptor)) {
@@ -282,6 +297,42 @@ void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
 
     const Request request{frame.value(QLatin1String("method")).toString(),
                           frame.value(QLatin1String("params")).toObject(), client->peer};
+    if (client->authorization == Client::Authorization::Given) {
+        run(request, requestId, respond);
+        return;
+    }
+    client->waiting.append({request, requestId, respond});
+    if (client->authorization == Client::Authorization::NotAsked)
+        authorize(socket);
+}
+
+void ServiceHost::authorize(QLocalSocket *socket)
+{
+    const ClientPtr client = m_clients.value(socket);
+    client->authorization = Client::Authorization::Asked;
+    const QPointer<ServiceHost> host(this);
+    m_authorizer(client->peer, [host, socket, client](bool isAllowed, const QString &reason) {
+        // Another client may have got the address of one that has gone.
+        if (client->authorization != Client::Authorization::Asked || !host ||
+            host->m_clients.value(socket) != client)
+            return;
+        client->authorization = Client::Authorization::Given;
+        if (!isAllowed)
+            client->refusal = reason.isEmpty() ? QStringLiteral("没有使用此服务的权限") : reason;
+        const QVector<Client::Waiting> waiting = std::exchange(client->waiting, {});
+        for (const Client::Waiting &each : waiting) {
+            if (isAllowed)
+                host->run(each.request, each.requestId, each.respond);
+            else
+                each.respond(Reply::failure(kRefusedCode, client->refusal));
+            if (!host)
+                return;
+        }
+    });
+}
+
+void ServiceHost::run(const Request &request, const QString &requestId, const Respond &respond)
+{
     emit requestReceived(request.method, request.params, requestId);
     const RequestHandler handler = m_handlers.value(request.method);
     if (handler)

@@ -75,6 +75,9 @@ public:
     /// Whether the user may use the service; sets `reason`, a text for the user, if not.
     using Admission = std::function<bool(const Peer &peer, QString *reason)>;
     using PeerFilter = std::function<bool(const Peer &peer)>;
+    using Decide = std::function<void(bool isAllowed, const QString &reason)>;
+    /// As Admission, but the answer may come later, on the host's thread; the first one counts.
+    using Authorizer = std::function<void(const Peer &peer, const Decide &decide)>;
 
     explicit ServiceHost(QObject *parent = nullptr);
     ~ServiceHost() override;
@@ -85,6 +88,9 @@ public:
     /// Judges each client once, when it connects. One that is not admitted gets no events, and
     /// kRefusedCode with the reason for each request. Without a judge, everyone is admitted.
     void setAdmission(const Admission &admission) { m_admission = admission; }
+    /// Asked once for each admitted client, at its first request, for instance by a dialog. Until
+    /// the answer comes the client's requests wait and it gets no events.
+    void setAuthorizer(const Authorizer &authorizer) { m_authorizer = authorizer; }
 
     /// Listens under `serviceName`, a plain name or an absolute path, taking over a leftover socket
     /// file; or on the socket that the service manager has opened for this process. Fails if
@@ -131,11 +137,14 @@ private:
     void readFrom(QLocalSocket *socket);
     void processFrame(QLocalSocket *socket, const QByteArray &body);
     Respond responder(QLocalSocket *socket, const QString &requestId);
+    void authorize(QLocalSocket *socket);
+    void run(const Request &request, const QString &requestId, const Respond &respond);
 
     ListeningSocket m_server;
     SocketAccess m_access = SocketAccess::Owner;
     gid_t m_group = gid_t(-1);
     Admission m_admission;
+    Authorizer m_authorizer;
     QHash<QLocalSocket *, ClientPtr> m_clients;
     QHash<QString, RequestHandler> m_handlers;
 };

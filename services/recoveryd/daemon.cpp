@@ -1,5 +1,7 @@
 #include "recoveryd/daemon.h"
 
+#include <grp.h>
+
 namespace services {
 namespace recoveryd {
 
@@ -16,6 +18,22 @@ Daemon::Daemon(const Options &options)
 {
     if (options.withBlockDevices)
         m_catalog.offerBlockDevices(options.blockPaths);
+    if (options.asksAdministrator)
+        admitByAdministrator();
+}
+
+void Daemon::admitByAdministrator()
+{
+    gid_t freeGroup = gid_t(-1);
+    if (const group *const entry = ::getgrnam(qUtf8Printable(m_options.freeGroup)))
+        freeGroup = entry->gr_gid;
+    m_host.setAccess(SocketAccess::Everyone);
+    m_host.setAuthorizer([this, freeGroup](const Peer &peer, const ServiceHost::Decide &decide) {
+        if (freeGroup != gid_t(-1) && peer.isInGroup(freeGroup))
+            decide(true, QString());
+        else
+            m_polkit.check(QStringLiteral("org.example.morvane.recover"), peer, decide);
+    });
 }
 
 bool Daemon::start(QString *error)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/outputfile.h"
+#include "common/polkit.h"
 #include "common/servicehost.h"
 #include "recoveryd/devices/deviceservice.h"
 #include "recoveryd/forensics/forensicsservice.h"
@@ -27,6 +28,10 @@ public:
         QString stateDir;
         QString socketName;
         QString mountedDir; ///< Where the installed system is mounted, if it is.
+        /// Everyone may connect; who is neither root nor in `freeGroup` needs the leave of an
+        /// administrator. Otherwise only the service's own user may connect.
+        bool asksAdministrator = false;
+        QString freeGroup; ///< Empty: none.
         RecoveryService::FreeBytes freeBytes = freeBytesAt;
     };
 
@@ -36,7 +41,10 @@ public:
     [[nodiscard]] bool start(QString *error);
 
 private:
+    void admitByAdministrator();
+
     Options m_options;
+    Polkit m_polkit;
     DeviceCatalog m_catalog;
     DeviceUse m_use;
     SessionStore m_store;

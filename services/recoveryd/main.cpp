@@ -40,7 +40,15 @@ int main(int argc, char *argv[])
     const QCommandLineOption exitWithParent(
         QStringLiteral("exit-with-parent"),
         QStringLiteral("End when the program that started this one ends."));
-    parser.addOptions({image, devices, state, socket, target, exitWithParent});
+    const QCommandLineOption askAdministrator(
+        QStringLiteral("ask-administrator"),
+        QStringLiteral("Lets every user connect, with the leave of an administrator."));
+    const QCommandLineOption freeGroup(
+        QStringLiteral("free-group"),
+        QStringLiteral("With --ask-administrator: members of this group need no leave."),
+        QStringLiteral("group"));
+    parser.addOptions(
+        {image, devices, state, socket, target, askAdministrator, freeGroup, exitWithParent});
     parser.process(app);
     if (parser.isSet(exitWithParent) && !services::exitWithParent(parent))
         return 1;
@@ -51,6 +59,8 @@ int main(int argc, char *argv[])
     options.stateDir = parser.value(state);
     options.socketName = parser.value(socket);
     options.mountedDir = QDir::cleanPath(parser.value(target));
+    options.asksAdministrator = parser.isSet(askAdministrator);
+    options.freeGroup = parser.value(freeGroup);
     services::recoveryd::Daemon daemon(options);
     QString error;
     if (options.images.isEmpty() && !options.withBlockDevices)

@@ -1,4 +1,5 @@
 #include "common/mailbox.h"
+#include "common/polkit.h"
 #include "common/servicehost.h"
 #include "core/ipc/ipcclient.h"
 
@@ -83,6 +84,10 @@ private slots:
     void removesOnlyItsOwnSocketFile();
     void tellsHandlersWhoAsks();
     void answersAClientThatIsNotAdmittedWithTheReason();
+    void letsRequestsWaitForTheAuthorization_data();
+    void letsRequestsWaitForTheAuthorization();
+    void asksTheAuthorizationManager_data();
+    void asksTheAuthorizationManager();
     void dropsAClientThatDoesNotRead();
     void limitsOneClient();
     void mailboxForgetsWorkAtItsEnd();
@@ -399,6 +404,107 @@ void TestServiceHost::answersAClientThatIsNotAdmittedWithTheReason()
     // It may not make the service hold much, either.
     refused.sendRequest(QStringLiteral("m"), {{QStringLiteral("t"), QString(100000, QChar(0x61))}});
     QTRY_COMPARE(host.clientCount(), 1);
+}
+
+void TestServiceHost::letsRequestsWaitForTheAuthorization_data()
+{
+    QTest::addColumn<bool>("isAllowed");
+    QTest::newRow("given") << true;
+    QTest::newRow("refused") << false;
+}
+
+void TestServiceHost::letsRequestsWaitForTheAuthorization()
+{
+    QFETCH(bool, isAllowed);
+    ServiceHost host;
+    QVector<ServiceHost::Decide> asked;
+    host.setAuthorizer(
+        [&](const services::Peer &, const ServiceHost::Decide &decide) { asked.append(decide); });
+    int calls = 0;
+    host.handle(QStringLiteral("m"), [&](const QJsonObject &) {
+        ++calls;
+        return Reply::ok();
+    });
+    QVERIFY(host.listen(kName));
+    IpcClient client(kName);
+    QVERIFY(client.ensureConnected(1000));
+    QSignalSpy events(&client, &IpcClient::eventReceived);
+    QSignalSpy arrived(&host, &ServiceHost::requestReceived);
+    QVector<int> codes;
+    const auto ask = [&] {
+        client.sendRequest(QStringLiteral("m"), QJsonObject(),
+                           [&](bool, const QJsonObject &, const QJsonObject &error) {
+                               codes.append(error.value(QLatin1String("code")).toInt());
+                           });
+    };
+    ask();
+    ask();
+    QTRY_COMPARE(asked.size(), 1);
+    host.broadcast(QStringLiteral("e"), QJsonObject());
+    QCOMPARE(calls, 0);
+
+    asked.first()(isAllowed, QStringLiteral("没有授权"));
+    asked.first()(!isAllowed, QString()); // the first answer counts
+    ask();
+    const int code = isAllowed ? 0 : ServiceHost::kRefusedCode;
+    QTRY_COMPARE(codes, (QVector<int>{code, code, code}));
+    QCOMPARE(calls, isAllowed ? 3 : 0);
+    QCOMPARE(arrived.size(), calls);
+    QCOMPARE(asked.size(), 1);
+    QCOMPARE(events.size(), 0);
+    // An answer for a client that has gone reaches nobody.
+    client.disconnectFromService();
+    QTRY_COMPARE(host.clientCount(), 0);
+    asked.first()(true, QString());
+    QCOMPARE(calls, isAllowed ? 3 : 0);
+}
+
+void TestServiceHost::asksTheAuthorizationManager_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<bool>("isAllowed");
+    // The checker gets action and subject; what it is given decides the first two rows.
+    QTest::newRow("the process itself")
+        << QByteArrayLiteral(R"([ "$2" = do.it ] && [ "$4" = "$SUBJECT" ])") << true;
+    QTest::newRow("refused") << QByteArrayLiteral("exit 1") << false;
+    QTest::newRow("dismissed") << QByteArrayLiteral("exit 3") << false;
+    QTest::newRow("killed") << QByteArrayLiteral("kill -9 $$") << false;
+    QTest::newRow("not there") << QByteArray() << false;
+}
+
+void TestServiceHost::asksTheAuthorizationManager()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(bool, isAllowed);
+    const QString checker = QDir::tempPath() + QStringLiteral("/checker");
+    QFile::remove(checker);
+    if (!script.isEmpty()) {
+        QFile file(checker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\n" + script + '\n');
+        file.close();
+        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+    }
+    services::Peer peer;
+    peer.uid = 1234; // root is not asked about
+    peer.pid = ::getpid();
+    const QString subject = services::polkitSubject(peer);
+    QVERIFY(subject.startsWith(QStringLiteral("%1,").arg(::getpid())));
+    qputenv("SUBJECT", subject.toUtf8());
+
+    services::Polkit polkit(checker);
+    QVector<bool> answers;
+    QString reason;
+    polkit.check(QStringLiteral("do.it"), peer, [&](bool isGiven, const QString &why) {
+        answers.append(isGiven);
+        reason = why;
+    });
+    QTRY_COMPARE(answers, QVector<bool>{isAllowed});
+    QCOMPARE(reason.isEmpty(), isAllowed);
+    peer.pid = 0; // has ended
+    polkit.check(QStringLiteral("do.it"), peer,
+                 [&](bool isGiven, const QString &) { answers.append(isGiven); });
+    QCOMPARE(answers, (QVector<bool>{isAllowed, false}));
 }
 
 void TestServiceHost::dropsAClientThatDoesNotRead()
