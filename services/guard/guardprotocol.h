@@ -81,6 +81,7 @@ struct GuardDone
 /*
  * Map file. Written under another name and renamed into place; its size never changes. After that
  * the writer sets `isReplaced` in the old file, which is what running programs have mapped.
+ * The members up to `isReplaced` keep their places in every version.
  * Tables stand at offsets from the start of the file, paths and names without a NUL.
  */
 #define GUARD_MAX_MAP_SIZE (4u * 1024 * 1024)

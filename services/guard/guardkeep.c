@@ -1,0 +1,184 @@
+#include "guard/guardkeep.h"
+
+#include "guard/guardcalls.h"
+#include "guard/guardconfig.h"
+#include "guard/guardmap.h"
+#include "guard/guardprocess.h"
+#include "guard/guardtalk.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#define PATH_SIZE 4096
+
+/* A deletion as the program asked for it. */
+struct Call
+{
+    int folder;
+    const char *path;
+    size_t length;
+    const char *name; /* Last component of the path. */
+    size_t nameLength;
+    enum GuardKind kind;
+};
+
+/* Fails for pointers that the real call will refuse, and for what names no file. */
+static bool describe(struct Call *call, int folder, const char *path, enum GuardKind kind)
+{
+    /* The first page is never mapped; volatile since the compiler takes the path as not null. */
+    const volatile uintptr_t address = (uintptr_t)path;
+    if (address < PATH_SIZE)
+        return false;
+    call->folder = folder;
+    call->path = path;
+    call->length = strnlen(path, PATH_SIZE);
+    call->name = guardNameIn(path, call->length);
+    call->nameLength = (size_t)(path + call->length - call->name);
+    call->kind = kind;
+    return call->length < PATH_SIZE && call->nameLength > 0 && call->nameLength < GUARD_NAME_SIZE;
+}
+
+/* Copies the path of the parent folder; *text is then "." or the part before the name. */
+static bool parentOf(const struct Call *call, char *text, size_t size)
+{
+    size_t length = (size_t)(call->name - call->path);
+    if (length == 0) {
+        text[0] = '.';
+        text[1] = '\0';
+        return true;
+    }
+    if (length >= size)
+        return false;
+    memcpy(text, call->path, length);
+    text[length] = '\0';
+    return true;
+}
+
+/* Whether the file may be an item of a trash under a name that says nothing about it. Cheap: no
+ * system call if the path is absolute or there is no trash. */
+static bool mayBeInTrash(const struct GuardMapHeader *map, const struct Call *call)
+{
+    if (map->trashes.count == 0 || call->kind != GuardDeletion)
+        return false;
+    if (call->path[0] == '/')
+        return guardIsBelowTrash(map, call->path, call->length);
+    char parent[GUARD_NAME_SIZE];
+    struct GuardStat status;
+    return parentOf(call, parent, sizeof(parent)) &&
+           guardStatAt(call->folder, parent, 0, &status) &&
+           guardIsTrashFolder(map, status.device, status.inode);
+}
+
+static bool isWanted(const struct GuardMapHeader *map, const struct Call *call)
+{
+    if (!(map->flags & GuardMapEnabled) ||
+        (call->kind == GuardReplacement && !(map->flags & GuardMapReplacements)))
+        return false;
+    return guardHasExtension(map, map->extensions, call->name, call->nameLength) ||
+           mayBeInTrash(map, call);
+}
+
+static __attribute__((noinline)) int openParent(const struct Call *call)
+{
+    char parent[PATH_SIZE];
+    return parentOf(call, parent, sizeof(parent))
+               ? guardOpen(call->folder, parent, O_PATH | O_DIRECTORY)
+               : -1;
+}
+
+static __attribute__((noinline)) void spool(struct GuardedDeletion *deletion,
+                                            const struct GuardMapHeader *map, uint32_t uid,
+                                            int file, const struct GuardStat *status,
+                                            const char *path)
+{
+    /* Root spools for the file's owner, everybody else for themselves. */
+    if (guardIsSecureExecution() || (uid != 0 && uid != status->uid))
+        return;
+    const struct GuardSpool *place = guardSpoolFor(map, status->device, status->uid);
+    if (!place || place->path.length >= PATH_SIZE)
+        return;
+    char folder[PATH_SIZE];
+    memcpy(folder, guardText(map, place->path), place->path.length);
+    folder[place->path.length] = '\0';
+    deletion->isKept = guardSpoolPut(folder, place->uid, file, status, path, &deletion->spooled);
+}
+
+static __attribute__((noinline)) enum GuardOutcome talk(struct GuardedDeletion *deletion,
+                                                        const struct GuardMapHeader *map,
+                                                        const struct Call *call, int file)
+{
+    if (guardServiceIsSilent())
+        return GuardIsSilent;
+    const int parent = openParent(call);
+    if (parent < 0)
+        return GuardGoAhead;
+    const enum GuardOutcome outcome = guardTalk(
+        map->uid, file, parent, call->name, call->nameLength, call->kind, &deletion->connection);
+    guardClose(parent);
+    return outcome;
+}
+
+static __attribute__((noinline)) void keep(struct GuardedDeletion *deletion,
+                                           const struct GuardMapHeader *map,
+                                           const struct Call *call, uint32_t uid, int file)
+{
+    char path[PATH_SIZE];
+    const size_t length = guardPathOf(file, path, sizeof(path));
+    if (length == 0 || (guardOwnerOf(map, path, length, call->kind, uid) < 0 &&
+                        (call->kind != GuardDeletion || !guardIsBelowTrash(map, path, length))))
+        return;
+    path[length] = '\0';
+    struct GuardStat status;
+    if (!guardStatAt(file, "", AT_EMPTY_PATH, &status) || !S_ISREG(status.mode) ||
+        status.links == 0 || guardIsFiltered())
+        return;
+    const enum GuardOutcome outcome = talk(deletion, map, call, file);
+    if (outcome == GuardIsKept)
+        deletion->isKept = true;
+    else if (outcome == GuardIsSilent)
+        spool(deletion, map, uid, file, &status, path);
+}
+
+void guardBefore(struct GuardedDeletion *deletion, int folder, const char *path,
+                 enum GuardKind kind)
+{
+    deletion->isKept = false;
+    deletion->connection = -1;
+    deletion->spooled.folder = -1;
+    struct Call call;
+    if (!describe(&call, folder, path, kind))
+        return;
+    const uint32_t uid = guardEffectiveUid();
+    const struct GuardLease lease = guardLeaseMap(uid);
+    /* A handler that jumps away would leave descriptors open and a deletion half reported. */
+    if (lease.map && isWanted(lease.map, &call) && guardHoldSignals(&deletion->formerSignals)) {
+        const int file = guardOpen(folder, path, O_PATH | O_NOFOLLOW);
+        if (file >= 0) {
+            keep(deletion, lease.map, &call, uid, file);
+            guardClose(file);
+        }
+        if (!deletion->isKept)
+            guardReleaseSignals(&deletion->formerSignals);
+    }
+    guardEndLease(&lease);
+}
+
+void guardAfter(struct GuardedDeletion *deletion, int error)
+{
+    if (!deletion->isKept)
+        return;
+    if (deletion->connection >= 0)
+        guardTalkEnd(deletion->connection, error);
+    guardSpoolEnd(&deletion->spooled, error == 0);
+    guardReleaseSignals(&deletion->formerSignals);
+}
+
+bool guardKeepsReplaced(void)
+{
+    const struct GuardLease lease = guardLeaseMap(guardEffectiveUid());
+    const bool keeps = lease.map && (lease.map->flags & GuardMapEnabled) &&
+                       (lease.map->flags & GuardMapReplacements);
+    guardEndLease(&lease);
+    return keeps;
+}
