@@ -1,6 +1,9 @@
 #include "recoveryd/scan/resultlist.h"
 
+#include "recoveryd/scan/contentcheck.h"
 #include "recoveryd/scan/filetypes.h"
+
+#include <QElapsedTimer>
 
 #include <algorithm>
 
@@ -95,6 +98,7 @@ void ResultList::reload()
         m_byContent.insert(contentKey(row.finding), number);
         m_claims.add(number, row.finding.content, row.finding.recency, !row.finding.isDeleted);
         setWhole(number, isWhole(row.finding, row.damage));
+        planCheck(number, row.finding);
     }
     m_isReloaded = true;
 }
@@ -153,6 +157,7 @@ bool ResultList::add(Finding &&finding)
     const int number = m_log.append(finding, damage);
     m_byContent.insert(key, number);
     setWhole(number, isWhole(finding, damage));
+    planCheck(number, finding);
     if (finding.source != FindingSource::Carving)
         m_claims.add(number, finding.content, finding.recency, !finding.isDeleted);
     announce(number, finding, damage);
@@ -236,6 +241,38 @@ void ResultList::endScanner()
         row.damage.overwritten = loss.bytes;
         m_log.setDamage(loss.number, row.damage);
         setWhole(loss.number, isWhole(row.finding, row.damage));
+    }
+}
+
+/// Notes a file whose blocks may hold something else by now.
+void ResultList::planCheck(int number, const Finding &finding)
+{
+    const bool isFromMap =
+        finding.source == FindingSource::Metadata || finding.source == FindingSource::Journal;
+    if (finding.isDeleted && isFromMap && finding.contentCheck == Finding::Check::None &&
+        m_isWhole[size_t(number - 1)] && !finding.content.extents.isEmpty() &&
+        isCheckable(suffixOf(finding.name)))
+        m_unchecked.emplace_back(finding.content.extents.first().physical, number);
+}
+
+void ResultList::checkContents(const MediaReader &device, qint64 budgetMs,
+                               const std::function<bool()> &mayGoOn)
+{
+    std::vector<std::pair<qint64, int>> planned;
+    planned.swap(m_unchecked);
+    std::sort(planned.begin(), planned.end());
+    QElapsedTimer clock;
+    clock.start();
+    for (const auto &entry : planned) {
+        if (clock.elapsed() > budgetMs || !mayGoOn())
+            return;
+        ResultRow row;
+        if (!m_isWhole[size_t(entry.second - 1)] || !m_log.read(entry.second, &row) ||
+            checkBySuffix(device, row.finding) != Finding::Check::Failed)
+            continue;
+        row.finding.contentCheck = Finding::Check::Failed;
+        m_log.replace(entry.second, row.finding, row.damage);
+        setWhole(entry.second, false);
     }
 }
 

@@ -7,6 +7,8 @@
 
 #include <QVector>
 
+#include <functional>
+
 namespace services::recoveryd {
 
 class MediaReader;
@@ -39,6 +41,12 @@ public:
     /// Settles the claims of the scanner's files.
     void endScanner();
 
+    /// Checks the contents of files that were deleted and claim to be whole against their suffixes,
+    /// in the order of their places on `device`, until `mayGoOn` says no or `budgetMs` milliseconds
+    /// have passed. To be called after endScanner().
+    void checkContents(const MediaReader &device, qint64 budgetMs,
+                       const std::function<bool()> &mayGoOn);
+
     /// The bytes of the files that need no second search; the claims are forgotten, since carving
     /// makes none. To be called once, when the last scanner of metadata has ended.
     Ranges closeClaims();
@@ -58,6 +66,7 @@ private:
     Merge mergeByContent(quint64 key, const Finding &finding);
     Merge mergeByStart(const Finding &finding);
     void setWhole(int number, bool whole);
+    void planCheck(int number, const Finding &finding);
     void announce(int number, const Finding &finding, const Damage &damage);
 
     ResultLog &m_log;
@@ -68,8 +77,9 @@ private:
     bool m_isReloaded = false; ///< The next scanner goes on where an interrupted one stopped.
     ClaimMap m_claims;
     HashIndex m_byContent;
-    std::vector<bool> m_isWhole;                  ///< By number - 1.
-    std::vector<std::pair<qint64, int>> m_starts; ///< Files to be completed by their contents.
+    std::vector<bool> m_isWhole;                     ///< By number - 1.
+    std::vector<std::pair<qint64, int>> m_unchecked; ///< First byte and number.
+    std::vector<std::pair<qint64, int>> m_starts;    ///< Files to be completed by their contents.
     QVector<FoundFile> m_new;
 };
 

@@ -15,6 +15,8 @@ constexpr qint64 kSaveEveryMs = 3000;
 // A carver reports a file when it has seen its end, so what it passed shortly before may still be
 // open when the scan is cut off.
 constexpr qint64 kCarvedAgain = 64 * 1024 * 1024;
+// A drive with a thousand files on each of its tracks must not make a quick scan a slow one.
+constexpr qint64 kCheckBudgetMs = 8000;
 constexpr double kAlmostDone = 99.0;
 
 /// The place on the device that is `done` bytes into the ranges.
@@ -136,6 +138,8 @@ bool ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
         m_results->beginScanner(phase.place);
         runScanner(*phase.scanner, *phase.media, outcome);
         m_results->endScanner();
+        beginPhase(QStringLiteral("正在核对文件内容"));
+        m_results->checkContents(*plan.media(), kCheckBudgetMs, [this] { return mayGoOn(); });
         if (!mayGoOn() || phase.media->isGone())
             break;
         m_metadataDone = i + 1;
