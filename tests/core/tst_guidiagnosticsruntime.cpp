@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -111,14 +110,12 @@ void TestGuiDiagnosticsRuntime::writesOnlyWhenSomethingChanged()
     runtime.noteAction(QStringLiteral("wheel"));
     QVERIFY(takeHeartbeat());
     // The same action is news once a second, however often it comes.
-    QElapsedTimer sinceStart;
-    sinceStart.start();
-    int written = 0;
-    while (sinceStart.elapsed() < 1100) {
+    const qint64 firstSecond = QDateTime::currentSecsSinceEpoch();
+    for (int written = 0; written < 2;) {
         runtime.noteAction(QStringLiteral("wheel"));
         written += takeHeartbeat() ? 1 : 0;
     }
-    QVERIFY2(written >= 1 && written <= 3, qPrintable(QString::number(written)));
+    QVERIFY(QDateTime::currentSecsSinceEpoch() > firstSecond);
 }
 
 void TestGuiDiagnosticsRuntime::namesEvents_data()

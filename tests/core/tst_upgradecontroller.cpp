@@ -19,6 +19,7 @@ using testsupport::UpdateServer;
 
 namespace {
 
+constexpr int kShortStallMs = 2000;
 const QString kInstall = QStringLiteral("vault.installPackage");
 const QString kPackage = QStringLiteral("/morvane.deb");
 
@@ -73,6 +74,7 @@ private:
     std::unique_ptr<FakeService> m_vault;
     QStringList m_agents;
     QList<QUrl> m_opened;
+    int m_stallTimeoutMs = 0;
 };
 
 void TestUpgradeController::init()
@@ -86,6 +88,7 @@ void TestUpgradeController::init()
     m_vault->reply(kInstall, {});
     m_agents = QStringList{QStringLiteral("/nonexistent/agent")};
     m_opened.clear();
+    m_stallTimeoutMs = UpgradeEnvironment().stallTimeoutMs;
 }
 
 void TestUpgradeController::cleanup()
@@ -103,7 +106,7 @@ std::unique_ptr<UpgradeController> TestUpgradeController::newController(core::Ap
     environment.updateServer = m_server->url();
     environment.vaultService = m_vault->name();
     environment.agentCandidates = m_agents;
-    environment.stallTimeoutMs = 1000;
+    environment.stallTimeoutMs = m_stallTimeoutMs;
     auto *opened = const_cast<QList<QUrl> *>(&m_opened);
     environment.openUrl = [opened](const QUrl &url) {
         opened->append(url);
@@ -264,7 +267,7 @@ void TestUpgradeController::installsOnlyWhatMatches_data()
     const QString wrong = QStringLiteral("更新包校验失败，请稍后重试。");
     QTest::newRow("the package") << good << same << submittedText();
     UpdateServer::Answer trickle = good;
-    trickle.pieces = 250; // Takes longer than a stall may, and never stands still.
+    trickle.pieces = 500; // Takes longer than kShortStallMs, and never stands still.
     QTest::newRow("slow") << trickle << same << submittedText();
     UpdateServer::Answer stalled = good;
     stalled.holdAfter = 1000;
@@ -304,6 +307,8 @@ void TestUpgradeController::installsOnlyWhatMatches()
     QFETCH(QString, message);
     offerUpdate(changes);
     m_server->answer(kPackage, package);
+    if (package.pieces > 1 || package.holdAfter >= 0)
+        m_stallTimeoutMs = kShortStallMs;
 
     const auto controller = newController();
     bool ok = false;

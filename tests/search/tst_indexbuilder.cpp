@@ -116,7 +116,10 @@ private:
 /// Tools are looked for once a run, so the fake one must be there before the first build.
 void TestIndexBuilder::initTestCase()
 {
-    m_tools.script("pdftotext", "case \"$4\" in *hang*) exec sleep 600;; *bad*) exit 1;; esac\n"
+    m_tools.script("pdftotext", "case \"$4\" in\n"
+                                "*hang*) : >\"$(dirname \"$0\")/hanging\"; exec sleep 600 ;;\n"
+                                "*bad*) exit 1 ;;\n"
+                                "esac\n"
                                 "echo \"pages of $(basename \"$4\")\"\n");
     qputenv("PATH", QFile::encodeName(m_tools.path()) + ':' + qgetenv("PATH"));
 }
@@ -332,12 +335,12 @@ void TestIndexBuilder::stopEndsAHangingTool()
         m_tree->file(QStringLiteral("r/hang%1.pdf").arg(i));
     BuildRun run(m_dbPath);
     std::thread stopper;
+    bool hangs = false;
     QElapsedTimer sinceStop;
     run.onProgress = [&](int, const QString &text) {
         if (text == QStringLiteral("正在提取文件内容（0 / 40）...")) {
-            stopper = std::thread([&run, &sinceStop] {
-                // Long enough for the tools to be running.
-                QThread::msleep(400);
+            stopper = std::thread([&] {
+                hangs = QTest::qWaitFor([this] { return QFile::exists(m_tools.path("hanging")); });
                 sinceStop.start();
                 run.builder->requestStop();
             });
@@ -345,7 +348,9 @@ void TestIndexBuilder::stopEndsAHangingTool()
     };
     run.build({at("r")}, {}, {QStringLiteral("pdf")});
     stopper.join();
-    QVERIFY2(sinceStop.elapsed() < 1500, qPrintable(QString::number(sinceStop.elapsed())));
+    QVERIFY(hangs);
+    // Without the stop a tool is waited for 15 s.
+    QVERIFY2(sinceStop.elapsed() < 10000, qPrintable(QString::number(sinceStop.elapsed())));
     QCOMPARE(run.message, cancelled);
     QVERIFY(!run.success);
     QCOMPARE(rows().size(), 40);

@@ -2,6 +2,7 @@
 #include "support/diskimages.h"
 #include "support/recoveryharness.h"
 
+#include <QDateTime>
 #include <QTest>
 
 using namespace diskimages;
@@ -287,7 +288,9 @@ void TestRecoverydSessions::keepsSessions()
     QStringList ids;
     for (int i = 0; i < 3; ++i) {
         ids.prepend(m_harness->client().scan(scanParams(kDevice, i == 1 ? "deep" : "quick")));
-        QTest::qWait(2); // the order is by the millisecond
+        // The order is by the millisecond.
+        const qint64 millisecond = QDateTime::currentMSecsSinceEpoch();
+        QTRY_VERIFY(QDateTime::currentMSecsSinceEpoch() > millisecond);
     }
     const auto list = [this](const QJsonObject &params) {
         QStringList found;

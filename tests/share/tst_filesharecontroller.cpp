@@ -458,11 +458,8 @@ void TestFileShareController::endsDuringTheWait()
             }
         },
         Qt::QueuedConnection);
-    QElapsedTimer clock;
-    clock.start();
     const QString id = create(controller);
     QVERIFY(hasEnded && controller.isNull());
-    QVERIFY(clock.elapsed() < 2000);
     QCOMPARE(fixture.service.lastParams(kSync).value("active"_s).toBool(true), false);
     QCOMPARE(fixture.column("SELECT session_id||status FROM share_sessions"),
              QStringList(id + "stopped"_s));

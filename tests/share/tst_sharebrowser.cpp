@@ -197,7 +197,15 @@ void TestShareBrowser::errorPageLeadsBack()
     QCOMPARE(m_browser->text(".muted"), QStringLiteral("该共享已停止。"));
     QVERIFY(
         m_browser->run(QStringLiteral("return document.getElementById('back').hidden")).toBool());
-    QTest::qWait(300); // the page has looked again and found nothing new
+    // The page looks again and finds nothing new.
+    m_browser->run(QStringLiteral("window.looks = 0;"
+                                  "const ask = window.fetch;"
+                                  "window.fetch = (...what) => ask(...what).then(answer => {"
+                                  "  ++window.looks;"
+                                  "  return answer;"
+                                  "});"
+                                  "window.dispatchEvent(new Event('pageshow'))"));
+    QTRY_VERIFY(m_browser->run(QStringLiteral("return window.looks")).toInt() > 0);
     QCOMPARE(m_browser->text(".code"), QStringLiteral("410"));
     m_share->setStatus(QStringLiteral("up"), QStringLiteral("active"));
     m_browser->run(QStringLiteral("window.dispatchEvent(new Event('pageshow'))"));
