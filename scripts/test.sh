@@ -3,7 +3,8 @@
 #
 #   scripts/test.sh [dev|release|asan|tsan] [ctest arguments]
 #
-# tsan runs the tests of the threaded parts.
+# tsan runs the tests of the threaded parts. MORVANE_WERROR=ON or OFF in the environment takes the
+# place of what the preset says about warnings.
 set -eu
 cd "$(dirname "$0")/.."
 preset=dev
@@ -15,7 +16,7 @@ dev | release | asan | tsan)
 esac
 
 scripts/deps.sh test
-cmake --preset "$preset"
+cmake --preset "$preset" ${MORVANE_WERROR:+"-DMORVANE_WERROR=$MORVANE_WERROR"}
 cmake --build --preset "$preset"
 if [ "$preset" = tsan ]; then
     set -- -L threads "$@"
