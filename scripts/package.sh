@@ -1,9 +1,14 @@
 #!/bin/sh
-# Builds the Debian package into build/release.
+# Builds the two Debian packages into build/release. Two builds of the same commit are equal byte by
+# byte: all times in the packages are that of the commit.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/deps.sh
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)}
+export SOURCE_DATE_EPOCH
 cmake --preset release
-cmake --build --preset release --target morvane
+cmake --build --preset release --target morvane morvane_recoveryd morvane_vaultd morvane_guard
 cd build/release
+rm -rf _CPack_Packages morvane*.deb
+umask 022
 cpack -G DEB
