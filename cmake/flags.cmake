@@ -35,7 +35,7 @@ target_compile_options(
             -Wnon-virtual-dtor
             -Woverloaded-virtual
             -Wold-style-cast
-            -fpch-preprocess
+            $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
             $<$<BOOL:${MORVANE_WERROR}>:-Werror>)
 
 if(MORVANE_SANITIZE)

@@ -5,12 +5,14 @@
 #   scripts/deps.sh          to build and run
 #   scripts/deps.sh test     to test as well
 #   scripts/deps.sh bench    to measure as well
+#   scripts/deps.sh medium   to build the recovery medium
+#   scripts/deps.sh fuzz     to feed the parsers with mutated input
 set -eu
 cd "$(dirname "$0")/.."
 
 build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nodejs npm
-       pkg-config zlib1g-dev libzstd-dev libext2fs-dev libblkid-dev libudev-dev libjpeg62-turbo-dev libpng-dev libbz2-dev liblzma-dev
-       libpam0g-dev"
+       pkg-config zlib1g-dev libzstd-dev libext2fs-dev libblkid-dev libudev-dev
+       libjpeg62-turbo-dev libpng-dev libbz2-dev liblzma-dev libpam0g-dev"
 extraction="poppler-utils catdoc antiword unrtf unzip"
 # Disk images for the tour and the tests: mke2fs, debugfs.
 images="e2fsprogs"
@@ -23,6 +25,13 @@ test | bench)
     packages="$packages clang-format python3 file desktop-file-utils appstream
               libsqlite3-dev openssl $other_images libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui curl chromium chromium-driver"
+    ;;
+esac
+[ "${1:-}" != fuzz ] || packages="$packages $other_images clang libclang-rt-14-dev fdisk"
+case ${1:-} in
+medium)
+    packages="$packages mmdebstrap squashfs-tools xorriso grub-pc-bin grub-common
+              grub-efi-amd64-signed shim-signed dosfstools mtools"
     ;;
 esac
 # A server to measure the share server against.
