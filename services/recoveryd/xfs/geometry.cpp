@@ -169,6 +169,8 @@ bool parseSuperblock(const QByteArray &bytes, Geometry *geometry)
     found.uuid = (incompatible & kMetaUuid) != 0 ? view.bytes(248, 16) : found.userUuid;
     if (!isSound(view, found))
         return false;
+    if (found.offsetOfInode(found.rootInode) < 0)
+        found.rootInode = 0; // as mkfs leaves it in most copies
     *geometry = found;
     return true;
 }

@@ -36,6 +36,9 @@ quint64 keyOf(quint64 parent, const DirectoryEntry &entry)
 
 void NameBook::add(quint64 parent, const DirectoryEntry &entry, quint64 lsn)
 {
+    // The root is its own parent; copies of the superblock need not tell which inode it is.
+    if (m_root == 0 && entry.name == ".." && entry.child == parent)
+        m_root = parent;
     if (entry.name == "." || entry.name == ".." || entry.name.size() > 255)
         return;
     quint64 key = keyOf(parent, entry);

@@ -29,6 +29,7 @@ public:
     /// Stands for a directory of which only a block is known, until setOwner().
     static quint64 unknownOwner(qint64 offset) { return kIsBlock | quint64(offset); }
 
+    /// The directory that paths begin at; 0: not known.
     void setRoot(quint64 root) { m_root = root; }
     /// An entry of `parent` as it stood at `lsn`; of a freed one, it was removed before.
     void add(quint64 parent, const DirectoryEntry &entry, quint64 lsn);

@@ -181,7 +181,7 @@ void XfsScanner::takeInode(quint64 number, const View &bytes, bool isAllocated)
 
 void XfsScanner::takeInUse(quint64 number, const Inode &inode)
 {
-    if (inode.isDirectory()) {
+    if (inode.isDirectory() && !inode.isSpecial) {
         m_directories->readExisting(number, inode);
     } else if (inode.isRegular() && inode.links == 0 && inode.size > 0) {
         // Deleted while it was open, and then the machine went down.
