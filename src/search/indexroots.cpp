@@ -12,7 +12,8 @@ namespace search {
 QString cleanRoot(const QString &root)
 {
     const QString exact = core::cleanedPath(root);
-    return QFileInfo(exact).isDir() ? exact : QDir::cleanPath(root.trimmed());
+    const QString trimmed = QDir::cleanPath(root.trimmed());
+    return exact == trimmed || QFileInfo(exact).isDir() ? exact : trimmed;
 }
 
 QStringList outermostRoots(const QStringList &roots)

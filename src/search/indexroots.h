@@ -5,8 +5,9 @@
 
 namespace search {
 
-/// The clean path of an index root as the settings have it. A directory of exactly that name comes
-/// first, then the one without blanks around it. Asks the disk. Empty for blanks only.
+/// The clean path of an index root or an excluded directory as the settings have it. A directory of
+/// exactly that name comes first, then the one without blanks around it. Asks the disk. Empty for
+/// blanks only.
 QString cleanRoot(const QString &root);
 
 /// Clean paths of existing directories, none of which lies in another one, so that no file is

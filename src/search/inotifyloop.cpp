@@ -142,7 +142,7 @@ void InotifyLoop::handleDirectory(uint32_t mask, const QString &path)
         else
             ++it;
     }
-    reportChange(path, QStringLiteral("remove-dir"), m_db.removeByPathPrefix(path));
+    reportChange(path, QStringLiteral("remove-dir"), m_db.removeDirectory(path));
 }
 
 void InotifyLoop::handleFile(uint32_t mask, const QString &path)

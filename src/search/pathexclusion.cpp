@@ -1,11 +1,11 @@
 #include "search/pathexclusion.h"
 
-#include <QDir>
+#include "search/indexroots.h"
 
 PathExclusion::PathExclusion(const QStringList &entries)
 {
     for (const QString &entry : entries) {
-        const QString clean = QDir::cleanPath(entry.trimmed());
+        const QString clean = search::cleanRoot(entry);
         if (clean.isEmpty())
             continue;
         if (clean.contains(QLatin1Char('/')))

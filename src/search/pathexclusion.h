@@ -10,7 +10,8 @@ class PathExclusion
 {
 public:
     PathExclusion() = default;
-    /// Entries are trimmed and cleaned; empty ones are ignored.
+    /// Entries are trimmed and cleaned, unless a directory has just that name; empty ones are
+    /// ignored. Asks the disk.
     explicit PathExclusion(const QStringList &entries);
 
     /// Tests every segment and every parent of `cleanPath`. Case counts.

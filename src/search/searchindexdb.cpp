@@ -208,6 +208,24 @@ bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
     const QString cleaned = QDir::cleanPath(path);
     if (cleaned.isEmpty())
         return true;
+    return removeWhere(QStringLiteral("path = ? OR path LIKE ?"),
+                       {cleaned, QString(cleaned + QLatin1String("/%"))}, error);
+}
+
+bool SearchIndexDB::removeDirectory(const QString &path, QString *error)
+{
+    const QString cleaned = QDir::cleanPath(path);
+    if (cleaned.isEmpty())
+        return true;
+    // In the order of the index, "/" is followed by "0".
+    const QString base = cleaned == QLatin1String("/") ? QString() : cleaned;
+    return removeWhere(
+        QStringLiteral("path = ? OR (path >= ? AND path < ?)"),
+        {cleaned, QString(base + QLatin1Char('/')), QString(base + QLatin1Char('0'))}, error);
+}
+
+bool SearchIndexDB::removeWhere(const QString &condition, const QStringList &values, QString *error)
+{
     if (!open(error))
         return false;
     const QSqlDatabase database = connection();
@@ -215,11 +233,10 @@ bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
     if (!transaction.begin(error))
         return false;
     QSqlQuery query(database);
-    const QString sql = QStringLiteral("DELETE FROM file_index WHERE path = ? OR path LIKE ?");
-    if (!prepareQuery(&query, sql, error))
+    if (!prepareQuery(&query, QStringLiteral("DELETE FROM file_index WHERE ") + condition, error))
         return false;
-    query.addBindValue(cleaned);
-    query.addBindValue(QString(cleaned + QLatin1String("/%")));
+    for (const QString &value : values)
+        query.addBindValue(value);
     if (!query.exec())
         return fail(error, query.lastError().text());
     const bool removed = query.numRowsAffected() > 0;

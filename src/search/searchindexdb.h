@@ -72,8 +72,11 @@ public:
     [[nodiscard]] bool upsertFile(const QFileInfo &file, const QString &content,
                                   QString *error = nullptr);
     [[nodiscard]] bool removeFile(const QString &path, QString *error = nullptr);
-    /// Removes a directory's row and all rows below it.
+    /// Removes the row of a path and all rows below it. `%` and `_` in the path match anything, as
+    /// LIKE has it, and ASCII letters match in either case: see removeDirectory().
     [[nodiscard]] bool removeByPathPrefix(const QString &path, QString *error = nullptr);
+    /// Removes a directory's row and all rows below it, and no others.
+    [[nodiscard]] bool removeDirectory(const QString &path, QString *error = nullptr);
     /// Checkpoints the log and compacts the file.
     [[nodiscard]] bool vacuum(QString *error = nullptr);
 
@@ -97,6 +100,7 @@ private:
     QSqlDatabase connection() const;
     bool commit(search::Transaction *transaction, QString *error);
     void noteRemovedText();
+    bool removeWhere(const QString &condition, const QStringList &values, QString *error);
 
     QString m_dbFilePath;
     QString m_connectionName;

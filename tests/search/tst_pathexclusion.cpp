@@ -1,4 +1,5 @@
 #include "search/pathexclusion.h"
+#include "support/temptree.h"
 
 #include <QtTest>
 
@@ -9,6 +10,7 @@ class TestPathExclusion : public QObject
 private slots:
     void excludes_data();
     void excludes();
+    void namesThatTrimmingWouldChange();
     void matchesSuffixes_data();
     void matchesSuffixes();
 };
@@ -46,6 +48,18 @@ void TestPathExclusion::excludes()
     // Other entries neither hide nor add anything.
     QTEST(PathExclusion({QStringLiteral("zzz"), entry, QStringLiteral("/zzz")}).excludes(path),
           "excluded");
+}
+
+void TestPathExclusion::namesThatTrimmingWouldChange()
+{
+    TempTree tree;
+    const QString plain = tree.dir("d");
+    const QString blank = tree.dir("d ");
+    QVERIFY(PathExclusion({blank}).excludes(blank));
+    QVERIFY(!PathExclusion({blank}).excludes(plain));
+    QVERIFY(!PathExclusion({plain}).excludes(blank));
+    tree.remove("d ");
+    QVERIFY(PathExclusion({blank}).excludes(plain));
 }
 
 void TestPathExclusion::matchesSuffixes_data()

@@ -254,13 +254,20 @@ void TestSearchIndexDb::removesPrefixes_data()
 {
     QTest::addColumn<QString>("prefix");
     QTest::addColumn<QStringList>("left");
+    QTest::addColumn<QStringList>("leftExactly");
     const QStringList all{s("/a/b"),  s("/a/b/c"),   s("/a/b/c/d"),
                           s("/a/bc"), s("/a/x_z/f"), s("/a/xyz/f")};
-    QTest::newRow("directory") << s("/a/b") << QStringList(all.mid(3));
-    QTest::newRow("cleaned") << s("/a//b/./") << QStringList(all.mid(3));
-    QTest::newRow("file") << s("/a/bc") << QStringList(all.mid(0, 3) + all.mid(4));
-    QTest::newRow("nothing there") << s("/a/") + s("q") << all;
-    QTest::newRow("a wildcard in the name widens") << s("/a/x_z") << QStringList(all.mid(0, 4));
+    const auto row = [](const char *name, const char *prefix, const QStringList &left) {
+        QTest::newRow(name) << s(prefix) << left << left;
+    };
+    row("directory", "/a/b", all.mid(3));
+    row("cleaned", "/a//b/./", all.mid(3));
+    row("file", "/a/bc", all.mid(0, 3) + all.mid(4));
+    row("nothing there", "/a/q", all);
+    QTest::newRow("a wildcard in the name widens")
+        << s("/a/x_z") << QStringList(all.mid(0, 4)) << QStringList(all.mid(0, 4) + all.mid(5));
+    QTest::newRow("so does the case") << s("/A/b") << QStringList({all.at(0)}) + all.mid(3) << all;
+    QTest::newRow("everything") << s("/") << all << QStringList();
 }
 
 void TestSearchIndexDb::removesPrefixes()
@@ -270,6 +277,10 @@ void TestSearchIndexDb::removesPrefixes()
         give({{s(path), s("text")}});
     QVERIFY(m_index->removeByPathPrefix(prefix));
     QTEST(paths(m_raw.data()), "left");
+    for (const char *path : {"/a/b", "/a/b/c", "/a/b/c/d", "/a/bc", "/a/x_z/f", "/a/xyz/f"})
+        give({{s(path), s("text")}});
+    QVERIFY(m_index->removeDirectory(prefix));
+    QTEST(paths(m_raw.data()), "leftExactly");
 }
 
 void TestSearchIndexDb::countsFilesAndTexts()

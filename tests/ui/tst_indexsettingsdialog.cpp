@@ -205,7 +205,9 @@ void TestIndexSettingsDialog::addsAndRemovesDirectories()
     QCOMPARE(addDirectory("IndexRootsAdd", folder), QStringLiteral("选择索引根目录"));
     QCOMPARE(addDirectory("ExcludeDirsAdd", folder), QStringLiteral("选择排除目录"));
     QCOMPARE(m_dialog->settings().roots, QStringList(words("/a /b /c") << folder));
-    QCOMPARE(m_dialog->settings().excludeDirs, QStringList(folder));
+    const QString blank = m_tree->dir(QStringLiteral("目 录 "));
+    QCOMPARE(addDirectory("ExcludeDirsAdd", blank), QStringLiteral("选择排除目录"));
+    QCOMPARE(m_dialog->settings().excludeDirs, QStringList({folder, blank}));
 
     auto *list = child<QListWidget>("IndexRootsList");
     QVERIFY(!child<QPushButton>("IndexRootsRemove")->isEnabled());

@@ -1,6 +1,7 @@
 #include "ui/pages/indexsettingsdialog.h"
 
 #include "core/pathutil.h"
+#include "search/indexroots.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/apptooltip.h"
 #include "ui/common/layoutmetrics.h"
@@ -222,7 +223,7 @@ void IndexSettingsDialog::addPathToList(QListWidget *list, const QString &path)
 {
     if (path.trimmed().isEmpty())
         return;
-    const QString clean = QDir::cleanPath(path.trimmed());
+    const QString clean = search::cleanRoot(path);
     if (listToStringList(list).contains(clean))
         return;
     // Plain names, which only stored settings bring, match anywhere.
