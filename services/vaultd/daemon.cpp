@@ -58,10 +58,11 @@ bool Daemon::start(QString *error)
     if (!QDir().mkpath(m_options.stateDir))
         return fail(error, QStringLiteral("无法创建 %1").arg(m_options.stateDir));
     m_settings.load();
-    VaultChanges changes;
-    if (!m_vault.start(&changes.added, error))
+    if (!m_vault.start(error))
         return false;
-    m_index.apply(changes);
+    if (!m_index.open(m_options.stateDir))
+        return fail(error, QStringLiteral("无法读取索引"));
+    m_vault.protect(m_settings.config(), m_settings.isEnabled());
     // After the folders are there, and before the look that finds what came until now.
     watch();
     m_vault.refresh(m_settings.config());

@@ -1,6 +1,7 @@
 #include "vaultd/expiry.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace services {
 namespace vaultd {
@@ -9,27 +10,44 @@ namespace {
 constexpr qint64 kSecondsPerDay = 24 * 60 * 60;
 } // namespace
 
+Expiry::Expiry(const VaultConfig &limits, qint64 now, qint64 usedBytes, qint64 freeBytes)
+    : m_limits(limits)
+    , m_oldest(now - limits.retentionDays * kSecondsPerDay)
+    , m_used(usedBytes)
+    , m_free(freeBytes)
+{}
+
+bool Expiry::takes(const VaultFile &file)
+{
+    const bool isTooMuch = m_limits.maxSpaceBytes > 0 && m_used > m_limits.maxSpaceBytes;
+    const bool isEmergency = m_free >= 0 && m_free < m_limits.emergencyThresholdBytes;
+    if (file.keptSince > m_oldest && !isTooMuch && !isEmergency)
+        return false;
+    m_used -= file.fileSize;
+    if (m_free >= 0)
+        m_free += file.fileSize;
+    return true;
+}
+
 QStringList expiredIds(QVector<VaultFile> files, const VaultConfig &limits, qint64 now,
                        qint64 freeBytes)
 {
-    std::sort(files.begin(), files.end(), [](const VaultFile &a, const VaultFile &b) {
-        return a.keptSince != b.keptSince ? a.keptSince < b.keptSince : a.id < b.id;
-    });
     qint64 used = 0;
     for (const VaultFile &file : qAsConst(files))
         used += file.fileSize;
-
+    Expiry expiry(limits, now, used, freeBytes);
+    const auto rank = [&expiry](const VaultFile &file) {
+        return file.keptSince <= expiry.oldest() ? 0 : file.isReplaced ? 1 : 2;
+    };
+    std::sort(files.begin(), files.end(), [&rank](const VaultFile &a, const VaultFile &b) {
+        return std::make_tuple(rank(a), a.keptSince, a.id) <
+               std::make_tuple(rank(b), b.keptSince, b.id);
+    });
     QStringList ids;
-    qint64 freed = 0;
     for (const VaultFile &file : qAsConst(files)) {
-        const bool isOld = now - file.keptSince >= limits.retentionDays * kSecondsPerDay;
-        const bool isTooMuch = limits.maxSpaceBytes > 0 && used - freed > limits.maxSpaceBytes;
-        const bool isEmergency =
-            freeBytes >= 0 && freeBytes + freed < limits.emergencyThresholdBytes;
-        if (!isOld && !isTooMuch && !isEmergency)
+        if (!expiry.takes(file))
             break;
         ids.append(file.id);
-        freed += file.fileSize;
     }
     return ids;
 }

@@ -1,56 +1,32 @@
 #include "vaultd/fileindex.h"
 
-#include <algorithm>
-
 namespace services {
 namespace vaultd {
 
-namespace {
-
-bool isNewer(const VaultFile &a, const VaultFile &b)
+bool FileIndex::open(const QString &stateDir)
 {
-    return a.deletedAt != b.deletedAt ? a.deletedAt > b.deletedAt : a.id < b.id;
+    m_index = std::make_unique<VaultIndex>(stateDir);
+    const bool isOpen = m_index->openForReading();
+    apply(VaultChanges());
+    return isOpen;
 }
 
-} // namespace
-
-void FileIndex::apply(const VaultChanges &changes)
+void FileIndex::apply(const VaultChanges &)
 {
-    remove(changes.removed);
-    if (!changes.added.isEmpty()) {
-        m_files += changes.added;
-        std::sort(m_files.begin(), m_files.end(), isNewer);
-    }
-    remove(changes.expired);
-    m_usedBytes = 0;
-    for (const VaultFile &file : qAsConst(m_files))
-        m_usedBytes += file.fileSize;
-}
-
-void FileIndex::remove(const QStringList &ids)
-{
-    QSet<QString> gone;
-    for (const QString &id : ids)
-        gone.insert(id);
-    if (gone.isEmpty())
+    if (!m_index)
         return;
-    const auto isGone = [&gone](const VaultFile &file) {
-        return gone.contains(file.id);
-    };
-    m_files.erase(std::remove_if(m_files.begin(), m_files.end(), isGone), m_files.end());
+    m_count = m_index->count();
+    m_usedBytes = m_index->usedBytes();
 }
 
 FileIndex::Page FileIndex::page(int limit, int offset, const QString &filter) const
 {
     Page page;
-    for (const VaultFile &file : m_files) {
-        if (!filter.isEmpty() && !file.fileName.contains(filter, Qt::CaseInsensitive) &&
-            !file.originalPath.contains(filter, Qt::CaseInsensitive))
-            continue;
-        if (page.totalCount >= offset && page.files.size() < limit)
-            page.files.append(file.toJson());
-        ++page.totalCount;
-    }
+    if (!m_index)
+        return page;
+    const QVector<VaultFile> files = m_index->page(limit, offset, filter, &page.totalCount);
+    for (const VaultFile &file : files)
+        page.files.append(file.toJson());
     return page;
 }
 

@@ -1,19 +1,26 @@
 #pragma once
 
-#include "vaultd/vaultstore.h"
+#include "vaultd/index/vaultindex.h"
+#include "vaultd/vaultchanges.h"
 
 #include <QJsonArray>
+
+#include <memory>
 
 namespace services {
 namespace vaultd {
 
-/// The list of files as requests see it, newest first.
+/// The list of files as requests see it, newest first: read from the index that the vault's thread
+/// writes. One thread, which need not be that one.
 class FileIndex
 {
 public:
+    /// To be called once the vault's thread has opened the index.
+    [[nodiscard]] bool open(const QString &stateDir);
+    /// To be called after each change: the totals are read anew.
     void apply(const VaultChanges &changes);
 
-    int count() const { return m_files.size(); }
+    int count() const { return m_count; }
     qint64 usedBytes() const { return m_usedBytes; }
 
     struct Page
@@ -25,9 +32,8 @@ public:
     Page page(int limit, int offset, const QString &filter) const;
 
 private:
-    void remove(const QStringList &ids);
-
-    QVector<VaultFile> m_files;
+    std::unique_ptr<VaultIndex> m_index;
+    int m_count = 0;
     qint64 m_usedBytes = 0;
 };
 

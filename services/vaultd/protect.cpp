@@ -22,7 +22,7 @@ bool copyIn(const VaultLayout &layout, const VaultFile &file, QString *error)
 {
     static const std::atomic<bool> never{false};
     const QString changed = QStringLiteral("文件在保护过程中被修改");
-    OutputFile output(layout.root(), VaultLayout::unfinishedContentName(file.id));
+    OutputFile output(layout.folder(), VaultLayout::unfinishedContentName(file.id));
     struct stat info;
     if (!output.open(error, 0600) || !copyInto(file.originalPath, output, &info, never, error))
         return false;
@@ -31,7 +31,7 @@ bool copyIn(const VaultLayout &layout, const VaultFile &file, QString *error)
     if (output.publish(VaultLayout::contentName(file.id), error) != OutputFile::Publish::Done)
         return false;
     // As short as can be between the last look at the original and its end.
-    const bool isSynced = syncDirectory(layout.root());
+    const bool isSynced = syncDirectory(layout.folder());
     struct stat now;
     const bool isThere = look(file.originalPath, &now);
     if (!isSynced)
@@ -95,7 +95,7 @@ bool protectFile(const VaultLayout &layout, const QString &path, qint64 now, Vau
         ::unlink(QFile::encodeName(layout.record(taken.id)).constData());
         return false;
     }
-    syncDirectory(layout.root());
+    syncDirectory(layout.folder());
     syncDirectory(folder);
     *file = taken;
     return true;

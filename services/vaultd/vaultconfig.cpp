@@ -25,6 +25,12 @@ const QString kExtensions = QStringLiteral("protectedExtensions");
 const QString kDays = QStringLiteral("retentionDays");
 const QString kMaxSpace = QStringLiteral("maxSpaceBytes");
 const QString kEmergency = QStringLiteral("emergencyThresholdBytes");
+const QString kSecondNet = QStringLiteral("secondNet");
+const QString kExcludedDirs = QStringLiteral("excludedDirs");
+const QString kExcludedNames = QStringLiteral("excludedNames");
+const QString kCopyLimit = QStringLiteral("copyLimitBytes");
+const QStringList kSecondNets{QStringLiteral("auto"), QStringLiteral("always"),
+                              QStringLiteral("never")};
 
 bool hasControl(const QString &text)
 {
@@ -86,6 +92,45 @@ bool isExtension(const QString &text)
            });
 }
 
+bool isFolderName(const QString &text)
+{
+    return !text.isEmpty() && text.size() < 256 && !hasControl(text) &&
+           !text.contains(QLatin1Char('/')) && text != QLatin1String(".") &&
+           text != QLatin1String("..");
+}
+
+/// What clients leave out, and a configuration file may have.
+bool readOptional(const QJsonObject &object, VaultConfig *read, QString *error)
+{
+    const auto readList = [&](const QString &key, const QString &label,
+                              bool (*isFit)(const QString &), const QString &rule,
+                              QStringList *texts) {
+        QStringList given;
+        if (!object.contains(key))
+            return true;
+        if (!readTexts(object, key, label, isFit, rule, &given, error))
+            return false;
+        *texts = given;
+        return true;
+    };
+    if (!readList(kExcludedDirs, QStringLiteral("排除目录"), isDirectory,
+                  QStringLiteral("须为绝对路径，且不含“..”"), &read->excludedDirs) ||
+        !readList(kExcludedNames, QStringLiteral("排除的目录名"), isFolderName,
+                  QStringLiteral("须为不含“/”的名称"), &read->excludedNames))
+        return false;
+    if (object.contains(kCopyLimit) && !readNumber(object, kCopyLimit, QStringLiteral("复制上限"),
+                                                   0, kMaxBytes, &read->copyLimitBytes, error))
+        return false;
+    if (!object.contains(kSecondNet))
+        return true;
+    const int net = kSecondNets.indexOf(object.value(kSecondNet).toString());
+    if (net < 0)
+        return fail(error, QStringLiteral("第二道防线（%1）须为 %2 之一")
+                               .arg(kSecondNet, kSecondNets.join(QStringLiteral("、"))));
+    read->secondNet = VaultConfig::SecondNet(net);
+    return true;
+}
+
 } // namespace
 
 VaultConfig VaultConfig::defaultsFor(const QString &vaultParent)
@@ -95,7 +140,19 @@ VaultConfig VaultConfig::defaultsFor(const QString &vaultParent)
     config.protectedExtensions =
         QStringLiteral("doc,docx,pdf,xls,xlsx,ppt,pptx,wps,et,dps,odt,ods,odp,txt,md,ofd,rtf")
             .split(QLatin1Char(','));
+    config.excludedDirs =
+        QStringList{QDir::cleanPath(QDir(vaultParent).absoluteFilePath(QStringLiteral(".cache")))};
     return config;
+}
+
+QJsonObject VaultConfig::toFile() const
+{
+    QJsonObject object = toJson();
+    object.insert(kSecondNet, kSecondNets.at(int(secondNet)));
+    object.insert(kExcludedDirs, QJsonArray::fromStringList(excludedDirs));
+    object.insert(kExcludedNames, QJsonArray::fromStringList(excludedNames));
+    object.insert(kCopyLimit, copyLimitBytes);
+    return object;
 }
 
 QJsonObject VaultConfig::toJson() const
@@ -109,7 +166,9 @@ QJsonObject VaultConfig::toJson() const
 
 bool parseConfig(const QJsonObject &object, VaultConfig *config, QString *error)
 {
-    VaultConfig read;
+    VaultConfig read = *config;
+    read.protectedDirs.clear();
+    read.protectedExtensions.clear();
     qint64 days = 0;
     if (!readTexts(object, kDirs, QStringLiteral("保护目录"), isDirectory,
                    QStringLiteral("须为保护区之外的绝对路径，且不含“..”"), &read.protectedDirs,
@@ -121,7 +180,8 @@ bool parseConfig(const QJsonObject &object, VaultConfig *config, QString *error)
         !readNumber(object, kMaxSpace, QStringLiteral("空间上限"), 0, kMaxBytes,
                     &read.maxSpaceBytes, error) ||
         !readNumber(object, kEmergency, QStringLiteral("紧急释放阈值"), 0, kMaxBytes,
-                    &read.emergencyThresholdBytes, error))
+                    &read.emergencyThresholdBytes, error) ||
+        !readOptional(object, &read, error))
         return false;
     read.retentionDays = int(days);
     for (QString &dir : read.protectedDirs)

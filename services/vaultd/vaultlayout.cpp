@@ -3,6 +3,7 @@
 #include "common/outputfile.h"
 #include "common/text.h"
 #include "core/filename.h"
+#include "core/posixfile.h"
 #include "vaultd/failure.h"
 
 #include <QDir>
@@ -32,23 +33,64 @@ bool makeFolder(const QString &path, QString *error)
 
 } // namespace
 
-VaultLayout::VaultLayout(const QString &parent)
+VaultLayout::VaultLayout(const QString &parent, uid_t owner)
     : m_root(QDir(parent).absoluteFilePath(QLatin1String(vault::kVaultDir)))
+    , m_owner(owner)
 {
     // As a file in it would be found, whatever links lead to the parent.
     const QString canonical = QDir(parent).canonicalPath();
     if (!canonical.isEmpty())
         m_root = QDir(canonical).filePath(QLatin1String(vault::kVaultDir));
+    if (owner != ::geteuid() && ::geteuid() == 0)
+        m_dir = std::make_shared<VaultDir>(QFile::encodeName(parent), VaultOwner{owner});
+}
+
+VaultLayout VaultLayout::ofMount(const QByteArray &mountPoint)
+{
+    VaultLayout layout;
+    layout.m_root = QDir(QFile::decodeName(mountPoint)).filePath(QLatin1String(vault::kVaultDir));
+    layout.m_dir = std::make_shared<VaultDir>(mountPoint, VaultOwner());
+    return layout;
+}
+
+QString VaultLayout::folder() const
+{
+    return m_dir && m_dir->isOpen() ? m_dir->path() : m_root;
+}
+
+int VaultLayout::openFolder() const
+{
+    return m_dir && m_dir->isOpen()
+               ? ::openat(m_dir->root(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+               : ::open(QFile::encodeName(m_root).constData(),
+                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+int VaultLayout::openContent(const QString &id) const
+{
+    return ::open(QFile::encodeName(content(id)).constData(),
+                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
 }
 
 bool VaultLayout::prepare(QString *error) const
 {
+    if (m_dir)
+        return m_dir->open(error);
     return makeFolder(m_root, error) && makeFolder(meta(), error);
 }
 
+bool VaultLayout::prepareExisting(QString *error) const
+{
+    if (m_dir)
+        return m_dir->openExisting(error);
+    struct stat info;
+    return (look(meta(), &info) && S_ISDIR(info.st_mode)) ||
+           fail(error, QStringLiteral("没有保护区"));
+}
+
 VaultLock::VaultLock(const VaultLayout &layout)
-    : m_fd(::open(QFile::encodeName(layout.root()).constData(),
-                  O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))
+    : m_change(layout.dir())
+    , m_fd(layout.openFolder())
 {
     while (m_fd >= 0 && ::flock(m_fd, LOCK_EX) != 0) {
         if (errno == EINTR)
@@ -118,13 +160,37 @@ bool writeRecord(const VaultLayout &layout, const VaultFile &file, QString *erro
 {
     const QByteArray bytes = QJsonDocument(file.toRecord()).toJson(QJsonDocument::Compact);
     OutputFile output(layout.meta(), VaultLayout::unfinishedRecordName(file.id));
-    if (!output.open(error, 0600) || !output.write(bytes.constData(), bytes.size(), error) ||
-        !output.sync(error))
+    if (!output.open(error, layout.dir() ? 0640 : 0600) ||
+        !output.write(bytes.constData(), bytes.size(), error) || !output.sync(error))
         return false;
     const OutputFile::Publish result = output.publish(VaultLayout::recordName(file.id), error);
     return result == OutputFile::Publish::Done ||
            (result == OutputFile::Publish::Taken &&
             fail(error, QStringLiteral("无法写入记录"), EEXIST));
+}
+
+int putRecord(const VaultLayout &layout, const VaultFile &file)
+{
+    const QByteArray bytes = QJsonDocument(file.toRecord()).toJson(QJsonDocument::Compact);
+    const QByteArray unfinished = QFile::encodeName(layout.meta() + QLatin1Char('/') +
+                                                    VaultLayout::unfinishedRecordName(file.id));
+    const core::Descriptor record(::open(unfinished.constData(),
+                                         O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
+                                         layout.dir() ? 0640 : 0600));
+    if (!record.isOpen())
+        return errno;
+    if (layout.dir() && layout.dir()->owner().isShared()) {
+        ::fchmod(record.get(), 0600);
+        if (file.user > 0)
+            allowReading(record.get(), uid_t(file.user), false);
+    }
+    int code = core::writeAll(record.get(), bytes);
+    if (code == 0 && ::rename(unfinished.constData(),
+                              QFile::encodeName(layout.record(file.id)).constData()) != 0)
+        code = errno;
+    if (code != 0)
+        ::unlink(unfinished.constData());
+    return code;
 }
 
 bool look(const QString &path, struct stat *info)

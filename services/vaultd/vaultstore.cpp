@@ -3,6 +3,7 @@
 #include "common/outputfile.h"
 #include "vaultd/expiry.h"
 #include "vaultd/failure.h"
+#include "vaultd/keep/mountvault.h"
 
 #include <QDebug>
 #include <QFile>
@@ -17,6 +18,8 @@ namespace {
 
 // So many files are removed before the folders are flushed, and before a stop is heard.
 constexpr int kBatch = 500;
+constexpr int kAddBatch = 5000;    // Files in one transaction of the index.
+constexpr int kLargeVault = 20000; // Files; looking through so many takes longer than a start may.
 
 /// 0, also if there was nothing; or the error.
 int removePath(const QString &path)
@@ -29,8 +32,11 @@ int removePath(const QString &path)
 VaultStore::VaultStore(const VaultLayout &layout, const QString &stateDir,
                        const std::atomic<bool> &stop)
     : m_layout(layout)
+    , m_stateDir(stateDir)
     , m_restorer(layout, stateDir + QStringLiteral("/restoring.json"), stop)
     , m_stop(stop)
+    , m_index(stateDir)
+    , m_recorder(layout, m_index)
 {}
 
 bool VaultStore::open(QString *error)
@@ -43,46 +49,120 @@ bool VaultStore::open(QString *error)
             return false;
         m_restorer.finishInterrupted();
     }
+    if (!m_index.open(error))
+        return false;
+    m_stamp = m_index.stamp();
+    m_recorder.expectUnsealed();
+    if (m_index.count() >= kLargeVault)
+        return true;
     VaultChanges changes;
     return refresh(&changes, error);
 }
 
-QVector<VaultFile> VaultStore::files() const
+bool VaultStore::recordKept(VaultChanges *changes)
 {
-    QVector<VaultFile> files;
-    files.reserve(m_files.size());
-    for (const VaultFile &file : m_files)
-        files.append(file);
-    return files;
+    if (!m_keeper)
+        return false;
+    const VaultLock lock(m_layout);
+    QString error;
+    if (!lock.isHeld(&error)) {
+        qWarning() << "[VaultStore]" << error;
+        return true;
+    }
+    const bool isInStep = !m_stamp.isEmpty() && m_stamp == stampNow();
+    const bool mustComeBack = m_recorder.run(*m_keeper, changes);
+    if (isInStep)
+        keepStamp();
+    const core::Descriptor folder(m_layout.openFolder());
+    m_keeper->shorten(folder.get());
+    return mustComeBack;
+}
+
+bool VaultStore::seal()
+{
+    m_recorder.sealAll(m_keeper ? m_keeper->copyLimit() : 0);
+    return m_recorder.hasUnsealed();
 }
 
 bool VaultStore::refresh(VaultChanges *changes, QString *error)
 {
     if (!m_layout.prepare(error))
         return false;
-    const VaultLock lock(m_layout);
-    Ids records;
-    Ids contents;
-    if (!lock.isHeld(error) || !list(&records, &contents, error))
-        return false;
-    const QStringList known = m_files.keys();
-    for (const QString &id : known) {
-        if (records.contains(id) && contents.contains(id))
-            continue;
-        m_files.remove(id);
-        changes->removed.append(id);
+    {
+        const VaultLock lock(m_layout);
+        if (!lock.isHeld(error))
+            return false;
+        if (m_stamp.isEmpty() || m_stamp != stampNow()) {
+            Look look{m_layout, QByteArray(), {}, {}, {}, {}};
+            if (!reconcile(&look, changes, error))
+                return false;
+            keepStamp();
+        }
     }
-    m_skipped.intersect(Ids(records).unite(contents));
-    for (const QString &id : qAsConst(records))
-        if (!m_files.contains(id) && !m_skipped.contains(id))
-            readNew(id, contents, changes);
-    for (const QString &id : qAsConst(contents))
-        if (!records.contains(id) && !m_skipped.contains(id))
-            adopt(id, changes);
+    if (m_layout.dir())
+        reconcileMounts(changes);
+    if (m_keeper)
+        m_keeper->reserve().refill();
     return true;
 }
 
-bool VaultStore::list(Ids *records, Ids *contents, QString *error)
+/// What the index holds becomes what the vault holds.
+bool VaultStore::reconcile(Look *look, VaultChanges *changes, QString *error)
+{
+    if (!list(look, error))
+        return false;
+    const Ids known = m_index.ids(look->parent);
+    for (const QString &id : known)
+        if (!look->records.contains(id) || !look->contents.contains(id))
+            look->removed.append(id);
+    for (const QString &id : qAsConst(look->records))
+        if (!known.contains(id) && !m_skipped.contains(id))
+            readNew(id, look, changes);
+    // Nothing is known of a content on a removable disk: it may be anyone's.
+    if (look->parent.isEmpty())
+        for (const QString &id : qAsConst(look->contents))
+            if (!look->records.contains(id) && !m_skipped.contains(id))
+                adopt(id, look, changes);
+    return publish(look, changes, error);
+}
+
+bool VaultStore::publish(Look *look, VaultChanges *changes, QString *error)
+{
+    const bool isDone = m_index.change(look->removed, look->added, error);
+    if (isDone) {
+        changes->removed += look->removed;
+        for (const IndexedFile &indexed : qAsConst(look->added))
+            changes->added.append(indexed.file);
+    }
+    look->removed.clear();
+    look->added.clear();
+    return isDone;
+}
+
+/// Disks come and go with what is on them.
+void VaultStore::reconcileMounts(VaultChanges *changes)
+{
+    QSet<QByteArray> gone = m_index.vaults();
+    const QList<QByteArray> mounts = mountsWithVaults();
+    for (const QByteArray &mount : mounts) {
+        Look look{VaultLayout::ofMount(mount), mount, {}, {}, {}, {}};
+        QString error;
+        if (look.layout.root() == m_layout.root() || !look.layout.prepareExisting(&error))
+            continue;
+        gone.remove(mount);
+        const VaultLock lock(look.layout);
+        if (!lock.isHeld(&error) || !reconcile(&look, changes, &error))
+            qWarning() << "[VaultStore]" << mount << error;
+    }
+    for (const QByteArray &mount : qAsConst(gone)) {
+        Look look{m_layout, mount, {}, {}, {}, m_index.ids(mount).values()};
+        QString error;
+        if (!publish(&look, changes, &error))
+            qWarning() << "[VaultStore]" << error;
+    }
+}
+
+bool VaultStore::list(Look *look, QString *error)
 {
     const auto take = [](const QStringList &names, const QString &suffix, Ids *ids) {
         for (const QString &name : names) {
@@ -91,15 +171,16 @@ bool VaultStore::list(Ids *records, Ids *contents, QString *error)
                 ids->insert(id);
         }
     };
+    const VaultLayout &layout = look->layout;
     QStringList names;
-    if (!listNames(m_layout.meta(), &names, error))
+    if (!listNames(layout.meta(), &names, error))
         return false;
-    removeUnfinished(m_layout.meta(), names, VaultLayout::unfinishedRecordName(QString()));
-    take(names, VaultLayout::recordName(QString()), records);
-    if (!listNames(m_layout.root(), &names, error))
+    removeUnfinished(layout.meta(), names, VaultLayout::unfinishedRecordName(QString()));
+    take(names, VaultLayout::recordName(QString()), &look->records);
+    if (!listNames(layout.folder(), &names, error))
         return false;
-    removeUnfinished(m_layout.root(), names, VaultLayout::unfinishedContentName(QString()));
-    take(names, VaultLayout::contentName(QString()), contents);
+    removeUnfinished(layout.folder(), names, VaultLayout::unfinishedContentName(QString()));
+    take(names, VaultLayout::contentName(QString()), &look->contents);
     return true;
 }
 
@@ -112,41 +193,54 @@ void VaultStore::removeUnfinished(const QString &dir, const QStringList &names,
 }
 
 /// A record that has come since the last look.
-void VaultStore::readNew(const QString &id, const Ids &contents, VaultChanges *changes)
+void VaultStore::readNew(const QString &id, Look *look, VaultChanges *changes)
 {
     VaultFile file;
     QString error;
-    if (!readRecord(m_layout, id, &file, &error)) {
+    if (m_keeper && m_keeper->isKept(id))
+        return; // Its deletion is not over.
+    if (!readRecord(look->layout, id, &file, &error)) {
         skip(id, error);
         return;
     }
+    if (!look->parent.isEmpty() && (file.user < 0 || uid_t(file.user) != m_layout.owner())) {
+        m_skipped.insert(id); // Another user's.
+        return;
+    }
     struct stat original;
-    const bool hasOriginal = !file.originalPath.isEmpty() && look(file.originalPath, &original);
-    if (!contents.contains(id)) {
+    const bool hasOriginal =
+        !file.originalPath.isEmpty() && ::lstat(file.pathBytes().constData(), &original) == 0;
+    if (!look->contents.contains(id)) {
         if (!hasOriginal)
             qWarning() << "[VaultStore] record dropped, its content is gone:" << file.originalPath;
-        drop(id);
+        drop(look->layout, id);
         return;
     }
     struct stat content;
-    if (!look(m_layout.content(id), &content) || !S_ISREG(content.st_mode)) {
+    if (!vaultd::look(look->layout.content(id), &content) || !S_ISREG(content.st_mode)) {
         skip(id, QStringLiteral("内容不是普通文件"));
         return;
     }
-    if (hasOriginal && !file.originalState.isEmpty() && stateText(original) == file.originalState) {
+    const bool isInPlace =
+        hasOriginal &&
+        ((original.st_dev == content.st_dev && original.st_ino == content.st_ino) ||
+         (!file.originalState.isEmpty() && stateText(original) == file.originalState));
+    if (isInPlace) {
         qInfo() << "[VaultStore] copy dropped, its original is in place:" << file.originalPath;
-        drop(id);
+        drop(look->layout, id);
         return;
     }
-    add(file, content, changes);
+    add(file, content, look, changes);
 }
 
 /// A content that nothing is known of.
-void VaultStore::adopt(const QString &id, VaultChanges *changes)
+void VaultStore::adopt(const QString &id, Look *look, VaultChanges *changes)
 {
     struct stat content;
     QString error;
-    if (!look(m_layout.content(id), &content) || !S_ISREG(content.st_mode)) {
+    if (m_keeper && m_keeper->isKept(id))
+        return;
+    if (!vaultd::look(look->layout.content(id), &content) || !S_ISREG(content.st_mode)) {
         skip(id, QStringLiteral("内容不是普通文件"));
         return;
     }
@@ -155,28 +249,38 @@ void VaultStore::adopt(const QString &id, VaultChanges *changes)
     file.fileName = QStringLiteral("恢复的文件-%1").arg(id);
     file.fileSize = qint64(content.st_size);
     file.deletedAt = qint64(content.st_ctim.tv_sec);
-    if (!writeRecord(m_layout, file, &error)) {
+    if (!writeRecord(look->layout, file, &error)) {
         qWarning() << "[VaultStore] no record for" << id << error;
         return;
     }
     qWarning() << "[VaultStore] content without a record is listed as" << file.fileName;
-    add(file, content, changes);
+    add(file, content, look, changes);
 }
 
-void VaultStore::drop(const QString &id)
+void VaultStore::drop(const VaultLayout &layout, const QString &id)
 {
-    if (removePath(m_layout.content(id)) == 0) {
-        syncDirectory(m_layout.root());
-        removePath(m_layout.record(id));
+    if (removePath(layout.content(id)) == 0) {
+        syncDirectory(layout.folder());
+        removePath(layout.record(id));
     }
 }
 
-void VaultStore::add(VaultFile file, const struct stat &content, VaultChanges *changes)
+void VaultStore::add(VaultFile file, const struct stat &content, Look *look, VaultChanges *changes)
 {
     file.fileSize = qint64(content.st_size);
     file.keptSince = file.deletedAt >= 1 ? file.deletedAt : qint64(content.st_ctim.tv_sec);
-    m_files.insert(file.id, file);
-    changes->added.append(file);
+    file.vaultParent = look->parent;
+    IndexedFile indexed;
+    indexed.file = file;
+    indexed.content = content;
+    indexed.originalInode = originalInodeOf(file);
+    indexed.isSealed = content.st_uid == ::geteuid();
+    if (!indexed.isSealed)
+        m_recorder.expectUnsealed();
+    look->added.append(indexed);
+    QString error;
+    if (look->added.size() >= kAddBatch && !publish(look, changes, &error))
+        qWarning() << "[VaultStore]" << error;
 }
 
 void VaultStore::skip(const QString &id, const QString &why)
@@ -188,14 +292,50 @@ void VaultStore::skip(const QString &id, const QString &why)
 bool VaultStore::restore(const QString &id, const QString &targetDir, QString *placed,
                          VaultChanges *changes, QString *error)
 {
-    const auto file = m_files.constFind(id);
-    if (file == m_files.constEnd())
+    VaultFile listed;
+    VaultFile file;
+    VaultLayout layout = m_layout;
+    if (!m_index.find(id, &listed))
         return fail(error, QStringLiteral("保护区中没有这个文件"));
-    if (!m_restorer.restore(*file, targetDir, placed, error))
+    if (!layoutOf(listed, m_layout, &layout, error))
         return false;
-    m_files.erase(file);
-    changes->removed.append(id);
+    // The list does not hold all that a file had.
+    if (!readRecord(layout, id, &file, error))
+        file = listed;
+    file.vaultParent = listed.vaultParent;
+    const bool isHome = listed.vaultParent.isEmpty();
+    const QString journal = m_stateDir + QStringLiteral("/restoring.json");
+    const bool isDone =
+        isHome ? m_restorer.restore(file, targetDir, placed, error)
+               : Restorer(layout, journal, m_stop).restore(file, targetDir, placed, error);
+    if (!isDone)
+        return false;
+    forget({id}, changes);
     return true;
+}
+
+/// Of what is no longer in a vault. The index is put right by the next refresh if need be.
+void VaultStore::forget(const QStringList &ids, VaultChanges *changes)
+{
+    QString error;
+    if (!m_index.change(ids, {}, &error)) {
+        qWarning() << "[VaultStore]" << error;
+        m_stamp.clear();
+    }
+    changes->removed += ids;
+}
+
+/// 0 or the error. *layout: of the vault that it was in.
+int VaultStore::removeContent(const QString &id, VaultLayout *layout)
+{
+    VaultFile file;
+    QString error;
+    if (!m_index.find(id, &file))
+        return ENOENT;
+    if (!layoutOf(file, m_layout, layout, &error))
+        return ENODEV;
+    const VaultDir::Change change(layout->dir());
+    return removePath(layout->content(id));
 }
 
 void VaultStore::remove(const QStringList &ids, VaultChanges *changes,
@@ -210,31 +350,43 @@ void VaultStore::remove(const QStringList &ids, VaultChanges *changes,
                 failures->insert(id, error);
             continue;
         }
+        const bool isInStep = !m_stamp.isEmpty() && m_stamp == stampNow();
         // The contents first: a record alone is dropped at the next start, a content comes back.
         QStringList gone;
+        QVector<VaultLayout> places;
         for (const QString &id : batch) {
-            int code = 0;
-            if (!m_files.contains(id))
+            VaultLayout layout = m_layout;
+            const int code = removeContent(id, &layout);
+            if (code == ENOENT)
                 failures->insert(id, QStringLiteral("保护区中没有这个文件"));
-            else if ((code = removePath(m_layout.content(id))) != 0)
+            else if (code != 0)
                 failures->insert(id, (fail(&error, QStringLiteral("无法删除"), code), error));
-            else
-                gone.append(id);
+            if (code != 0)
+                continue;
+            gone.append(id);
+            places.append(layout);
         }
-        syncDirectory(m_layout.root());
-        for (const QString &id : qAsConst(gone)) {
-            removePath(m_layout.record(id));
-            m_files.remove(id);
-        }
+        syncDirectory(m_layout.folder());
+        for (int i = 0; i < gone.size(); ++i)
+            removePath(places.at(i).record(gone.at(i)));
         syncDirectory(m_layout.meta());
-        changes->removed += gone;
+        forget(gone, changes);
+        if (isInStep)
+            keepStamp();
     }
 }
 
 void VaultStore::expire(const VaultConfig &limits, qint64 now, qint64 freeBytes,
                         VaultChanges *changes)
 {
-    const QStringList ids = expiredIds(files(), limits, now, freeBytes);
+    Expiry expiry(limits, now, m_index.usedBytes(), freeBytes);
+    QStringList ids;
+    m_index.visitForExpiry(expiry.oldest(), [&expiry, &ids](const VaultFile &file) {
+        const bool mustGo = expiry.takes(file);
+        if (mustGo)
+            ids.append(file.id);
+        return mustGo;
+    });
     if (ids.isEmpty())
         return;
     VaultChanges removed;
@@ -243,6 +395,29 @@ void VaultStore::expire(const VaultConfig &limits, qint64 now, qint64 freeBytes,
     for (auto it = failures.cbegin(); it != failures.cend(); ++it)
         qWarning() << "[VaultStore] cannot expire" << it.key() << it.value();
     changes->expired += removed.removed;
+}
+
+/// Which folders these are, and when a name in them last changed. While a keeper puts contents in
+/// at any time, only the records' folder tells of others.
+QByteArray VaultStore::stampNow() const
+{
+    QStringList states;
+    for (const QString &dir : {m_layout.meta(), m_layout.folder()}) {
+        struct stat info;
+        if (::stat(QFile::encodeName(dir).constData(), &info) != 0)
+            return QByteArray();
+        states.append(stateText(info));
+        if (m_layout.dir())
+            break;
+    }
+    return states.join(QLatin1Char(' ')).toLatin1();
+}
+
+void VaultStore::keepStamp()
+{
+    m_stamp = stampNow();
+    if (!m_index.setStamp(m_stamp))
+        m_stamp.clear();
 }
 
 } // namespace vaultd

@@ -4,9 +4,28 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QTimer>
 
 namespace services {
 namespace vaultd {
+
+namespace {
+
+constexpr int kGroupMs = 50;       // Deletions of this time are recorded together.
+constexpr int kAgainMs = 1000;     // Between two looks at what is not settled.
+constexpr int kFrequentTries = 60; // After so many, contents that are in use wait longer.
+constexpr qint64 kSealLaterMs = 60 * 1000;
+
+KeepRules rulesOf(const VaultConfig &config)
+{
+    KeepRules rules;
+    rules.leftOutDirs = config.excludedDirs;
+    rules.leftOutNames = config.excludedNames;
+    rules.copyLimitBytes = config.copyLimitBytes;
+    return rules;
+}
+
+} // namespace
 
 VaultThread::Environment VaultThread::Environment::ofSystem()
 {
@@ -18,8 +37,11 @@ VaultThread::VaultThread(const VaultLayout &layout, const QString &stateDir,
     : m_layout(layout)
     , m_environment(environment)
     , m_onChanges(std::move(onChanges))
+    , m_keeper(layout, layout.owner(), stateDir)
     , m_store(layout, stateDir, m_stop)
-{}
+{
+    m_keeper.setRules(rulesOf(VaultConfig()));
+}
 
 VaultThread::~VaultThread()
 {
@@ -27,14 +49,54 @@ VaultThread::~VaultThread()
     m_thread.stop();
 }
 
-bool VaultThread::start(QVector<VaultFile> *files, QString *error)
+bool VaultThread::start(QString *error)
 {
-    if (!m_store.open(error))
+    m_store.setKeeper(&m_keeper);
+    if (!m_keeper.open(error) || !m_store.open(error))
         return false;
-    *files = m_store.files();
     m_jobs = new Mailbox;
+    m_round = new QTimer(m_jobs);
+    m_round->setSingleShot(true);
+    QObject::connect(m_round, &QTimer::timeout, m_jobs, [this] { round(); });
     m_thread.start(m_jobs, QStringLiteral("vault"));
+    m_keeper.setWake([this] { wake(); });
+    wake(); // For what an earlier process has left.
     return true;
+}
+
+void VaultThread::protect(const VaultConfig &config, bool isEnabled)
+{
+    Q_UNUSED(isEnabled)
+    m_keeper.setRules(rulesOf(config));
+}
+
+/// From any thread: what is kept within a short time is recorded together.
+void VaultThread::wake()
+{
+    if (m_isWoken.exchange(true))
+        return;
+    m_jobs->post([this] { m_round->start(kGroupMs); });
+}
+
+void VaultThread::round()
+{
+    m_isWoken = false;
+    VaultChanges changes;
+    bool mustComeBack = m_store.recordKept(&changes);
+    if (!changes.isEmpty()) {
+        m_sealTries = 0;
+        m_sealAtMs = 0;
+    }
+    if (keptClockMs() >= m_sealAtMs) {
+        const bool isFrequent = ++m_sealTries < kFrequentTries;
+        m_sealAtMs = isFrequent ? 0 : keptClockMs() + kSealLaterMs;
+        mustComeBack = (m_store.seal() && isFrequent) || mustComeBack;
+    }
+    if (mustComeBack && !m_round->isActive())
+        m_round->start(kAgainMs);
+    if (changes.isEmpty())
+        return;
+    m_inbox.post([this, changes] { m_onChanges(changes); });
 }
 
 void VaultThread::refresh(const VaultConfig &limits)
@@ -46,6 +108,7 @@ void VaultThread::refresh(const VaultConfig &limits)
                 qWarning() << "[VaultThread]" << error;
             m_store.expire(limits, m_environment.now(), m_environment.freeBytes(m_layout.root()),
                            changes);
+            m_round->start(0);
         },
         OnDone());
 }
@@ -75,15 +138,9 @@ void VaultThread::remove(const QStringList &ids, const OnDone &done)
 
 void VaultThread::removeAll(const OnDone &done)
 {
-    post(
-        [this](VaultChanges *changes, Outcome *outcome) {
-            QStringList ids;
-            const QVector<VaultFile> files = m_store.files();
-            for (const VaultFile &file : files)
-                ids.append(file.id);
-            m_store.remove(ids, changes, &outcome->failures);
-        },
-        done);
+    post([this](VaultChanges *changes,
+                Outcome *outcome) { m_store.remove(m_store.ids(), changes, &outcome->failures); },
+         done);
 }
 
 void VaultThread::post(const Work &work, const OnDone &done)

@@ -2,7 +2,10 @@
 
 #include "common/mailbox.h"
 #include "core/workerthread.h"
+#include "vaultd/keep/vaultkeeper.h"
 #include "vaultd/vaultstore.h"
+
+class QTimer;
 
 namespace services {
 namespace vaultd {
@@ -32,8 +35,12 @@ public:
     /// Ends what runs at the next safe place and waits for it.
     ~VaultThread();
 
-    /// Opens the vault, which takes its time, and gives the list; the thread runs from then on.
-    [[nodiscard]] bool start(QVector<VaultFile> *files, QString *error);
+    /// Opens the vault, which takes its time, and its index; the thread runs from then on.
+    [[nodiscard]] bool start(QString *error);
+    /// Takes files of other programs into this vault, from any thread. It lives as long as this.
+    Keeper *keeper() { return &m_keeper; }
+    /// What is protected from now on; nothing if it is off.
+    void protect(const VaultConfig &config, bool isEnabled);
 
     // Each is done in order. Changes come before the outcome; neither comes after destruction.
     /// Looks for what others have changed and removes what exceeds the limits.
@@ -46,13 +53,20 @@ private:
     using Work = std::function<void(VaultChanges *, Outcome *)>;
 
     void post(const Work &work, const OnDone &done);
+    void wake();
+    void round();
 
     VaultLayout m_layout;
     Environment m_environment;
     OnChanges m_onChanges;
     std::atomic<bool> m_stop{false};
+    VaultKeeper m_keeper;
     VaultStore m_store; ///< Only the thread touches it once it runs.
-    Mailbox m_inbox;    // before the thread, which posts to it until it ends
+    std::atomic<bool> m_isWoken{false};
+    QTimer *m_round = nullptr; ///< Of the thread.
+    qint64 m_sealAtMs = 0;
+    int m_sealTries = 0;
+    Mailbox m_inbox; // before the thread, which posts to it until it ends
     Mailbox *m_jobs = nullptr;
     core::WorkerThread m_thread;
 };

@@ -1,0 +1,213 @@
+#include "vaultd/keep/recorder.h"
+
+#include "core/posixfile.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QJsonDocument>
+
+#include <cerrno>
+#include <fcntl.h>
+
+namespace services::vaultd {
+
+namespace {
+
+constexpr qint64 kSettleMs = 1000;        // So long a deletion may take to be told.
+constexpr qint64 kAbandonMs = 60 * 1000;  // So long a file whose deletion is not done is held.
+constexpr qint64 kComesBackMs = 5 * 1000; // A program that replaces a file does it within this.
+constexpr int kSealBatch = 1000;
+constexpr char kAccessList[] = "system.posix_acl_access";
+
+bool statOf(const QByteArray &path, struct stat *info)
+{
+    return ::lstat(path.constData(), info) == 0;
+}
+
+/// All of a state but the time of its last change, which a link or another name's end changes, too.
+QString lastingState(const QString &state)
+{
+    return state.section(QLatin1Char(':'), 0, 3);
+}
+
+IndexedFile indexedFrom(const KeptFile &kept, const struct stat &content)
+{
+    IndexedFile indexed;
+    indexed.file = kept.file;
+    indexed.content = content;
+    indexed.file.fileSize = qint64(content.st_size);
+    indexed.originalInode = originalInodeOf(kept.file);
+    indexed.isSealed = content.st_uid == ::geteuid() && kept.means != Means::Link;
+    return indexed;
+}
+
+} // namespace
+
+bool layoutOf(const VaultFile &file, const VaultLayout &home, VaultLayout *layout, QString *error)
+{
+    *layout = file.vaultParent.isEmpty() ? home : VaultLayout::ofMount(file.vaultParent);
+    return file.vaultParent.isEmpty() || layout->prepareExisting(error);
+}
+
+Recorder::Recorder(const VaultLayout &layout, VaultIndex &index)
+    : m_layout(layout)
+    , m_index(index)
+{}
+
+bool Recorder::run(VaultKeeper &keeper, VaultChanges *changes)
+{
+    const QVector<KeptFile> all = keeper.kept();
+    QVector<IndexedFile> added;
+    QStringList done;
+    QStringList letGo;
+    bool mustComeBack = false;
+    for (const KeptFile &kept : all) {
+        VaultLayout layout = m_layout;
+        QString error;
+        if (!layoutOf(kept.file, m_layout, &layout, &error)) {
+            mustComeBack = true;
+            continue;
+        }
+        const VaultDir::Change change(layout.dir());
+        switch (verdictOn(kept, layout)) {
+        case Verdict::Wait:
+            mustComeBack = true;
+            continue;
+        case Verdict::Drop:
+            ::unlink(QFile::encodeName(layout.content(kept.file.id)).constData());
+            ::unlink(QFile::encodeName(layout.record(kept.file.id)).constData());
+            letGo.append(kept.file.id);
+            continue;
+        case Verdict::List:
+            break;
+        }
+        IndexedFile indexed;
+        if (!record(kept, layout, &indexed)) {
+            mustComeBack = !keeper.reserve().release() || mustComeBack;
+            continue;
+        }
+        added.append(indexed);
+        done.append(kept.file.id);
+        m_hasUnsealed = m_hasUnsealed || !indexed.isSealed;
+        m_recent.append({kept.file.id, kept.file.pathBytes(), kept.sinceMs});
+    }
+    QString error;
+    if (!m_index.change(QStringList(), added, &error)) {
+        qWarning() << "[Recorder]" << error;
+        return true;
+    }
+    for (const IndexedFile &indexed : qAsConst(added))
+        changes->added.append(indexed.file);
+    if (!done.isEmpty() || !letGo.isEmpty())
+        keeper.flush();
+    keeper.recorded(done + letGo);
+    markReplaced();
+    return mustComeBack || !m_recent.isEmpty();
+}
+
+/// A file that nothing was told of counts as deleted once its name is gone or another file's.
+Recorder::Verdict Recorder::verdictOn(const KeptFile &kept, const VaultLayout &layout) const
+{
+    struct stat content;
+    if (!look(layout.content(kept.file.id), &content))
+        // Not taken yet, or never.
+        return keptClockMs() - kept.sinceMs < kAbandonMs ? Verdict::Wait : Verdict::Drop;
+    if (kept.state == KeptFile::State::Deleted)
+        return Verdict::List;
+    if (kept.state == KeptFile::State::LetGo)
+        return Verdict::Drop;
+    const qint64 age = keptClockMs() - kept.sinceMs;
+    if (age < kSettleMs)
+        return Verdict::Wait;
+    const QByteArray path =
+        kept.file.deletedFrom.isEmpty() ? kept.file.pathBytes() : kept.file.deletedFrom;
+    struct stat now;
+    const bool isThere = statOf(path, &now) &&
+                         ((now.st_dev == content.st_dev && now.st_ino == content.st_ino) ||
+                          lastingState(stateText(now)) == lastingState(kept.file.originalState));
+    if (!isThere)
+        return Verdict::List;
+    return age < kAbandonMs ? Verdict::Wait : Verdict::Drop;
+}
+
+bool Recorder::record(const KeptFile &kept, const VaultLayout &layout, IndexedFile *indexed) const
+{
+    struct stat content;
+    const int code =
+        look(layout.content(kept.file.id), &content) ? putRecord(layout, kept.file) : ENOENT;
+    if (code != 0)
+        qWarning() << "[Recorder] no record for" << kept.file.originalPath << code;
+    *indexed = indexedFrom(kept, content);
+    return code == 0;
+}
+
+/// Where a file is again, the one in the vault is the first to go when space is short.
+void Recorder::markReplaced()
+{
+    const qint64 now = keptClockMs();
+    QVector<Recent> left;
+    for (const Recent &recent : qAsConst(m_recent)) {
+        struct stat info;
+        if (now - recent.sinceMs < kComesBackMs)
+            left.append(recent);
+        else if (statOf(recent.path, &info) && S_ISREG(info.st_mode) &&
+                 !m_index.setReplaced(recent.id))
+            qWarning() << "[Recorder] cannot mark as replaced:" << recent.id;
+    }
+    m_recent = left;
+}
+
+void Recorder::sealAll(qint64 copyLimit)
+{
+    if (!m_hasUnsealed)
+        return;
+    const QVector<VaultFile> files = m_index.unsealed(kSealBatch);
+    bool areAllSealed = files.size() < kSealBatch;
+    for (const VaultFile &file : files) {
+        if (!sealOne(file, copyLimit))
+            areAllSealed = false;
+        else if (!m_index.setSealed(file.id))
+            areAllSealed = false;
+    }
+    m_hasUnsealed = !areAllSealed;
+}
+
+bool Recorder::sealOne(const VaultFile &file, qint64 copyLimit)
+{
+    VaultLayout layout = m_layout;
+    VaultFile recorded;
+    QString error;
+    if (!layoutOf(file, m_layout, &layout, &error) ||
+        !readRecord(layout, file.id, &recorded, &error))
+        return false;
+    const core::Descriptor folder(layout.openFolder());
+    const QByteArray name = VaultLayout::contentName(file.id).toLatin1();
+    const core::Descriptor content(
+        ::openat(folder.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info;
+    if (!content.isOpen() || ::fstat(content.get(), &info) != 0 || !S_ISREG(info.st_mode))
+        return false;
+    // An earlier version did not record what is about to be changed.
+    if (recorded.mode < 0) {
+        recorded.setAttributes(info);
+        const QByteArray list = accessListOf(content.get());
+        if (!list.isEmpty())
+            recorded.attributes.insert(kAccessList, list);
+        if (putRecord(layout, recorded) != 0)
+            return false;
+    }
+    const VaultDir::Change change(layout.dir());
+    switch (seal(folder.get(), name)) {
+    case Seal::Done:
+        return true;
+    case Seal::Shared:
+        return unshare(folder.get(), name, VaultLayout::unfinishedContentName(file.id).toLatin1(),
+                       copyLimit) == 0;
+    case Seal::Busy:
+    case Seal::Failed:
+        break;
+    }
+    return false;
+}
+
+} // namespace services::vaultd
