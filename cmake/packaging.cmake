@@ -63,8 +63,8 @@ set(MORVANE_LIBEXEC "libexec/morvane")
 install(TARGETS morvane_recoveryd morvane_vaultd RUNTIME DESTINATION "${MORVANE_LIBEXEC}"
         COMPONENT services)
 # In the system's own library folder, where the loader's $LIB leads.
-if(TARGET morvane_guard)
-  install(TARGETS morvane_guard LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT services)
+if(TARGET morvane-guard)
+  install(TARGETS morvane-guard LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT services)
 endif()
 install(
   FILES "${MORVANE_PACKAGING}/systemd/morvane-recoveryd.service"

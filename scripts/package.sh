@@ -7,7 +7,7 @@ scripts/deps.sh
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)}
 export SOURCE_DATE_EPOCH
 cmake --preset release
-cmake --build --preset release --target morvane morvane_recoveryd morvane_vaultd morvane_guard
+cmake --build --preset release --target morvane morvane_recoveryd morvane_vaultd morvane-guard
 cd build/release
 rm -rf _CPack_Packages morvane*.deb
 umask 022
