@@ -50,12 +50,16 @@ public:
     HookService(const HookService &) = delete;
     HookService &operator=(const HookService &) = delete;
 
-    /// Makes the folder, listens for root and for users without a vault. Nothing is protected yet.
+    /// Makes the folder. Nothing is protected yet, but what a former run protected still goes to
+    /// the spools.
     [[nodiscard]] bool start(QString *error);
     /// Begins to protect for the user, or changes what is protected; adopts the user's spools.
     [[nodiscard]] bool openFor(const UserProtection &protection, QString *error);
     /// Ends the protection for the user: at once for programs that are running, too.
     void close(uid_t uid);
+    /// Ends the protection of users whom a former run protected and this one has not opened. To be
+    /// called once all are opened.
+    void closeOthers();
     /// Ends all protection and removes maps and sockets. For the time when the library is removed.
     void withdraw();
 

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "core/descriptor.h"
+#include "core/ipc/peer.h"
+#include "core/mounttable.h"
+#include "guard/guardprotocol.h"
+#include "vaultd/hook/protections.h"
+
+#include <sys/stat.h>
+
+namespace services::vaultd {
+
+/// What the library has sent: neither the descriptors nor the name are trusted.
+struct DeletionRequest
+{
+    int file = -1; ///< Stay the caller's.
+    int parent = -1;
+    QByteArray name;
+    GuardKind kind = GuardDeletion;
+    core::ipc::Peer peer;
+};
+
+/// A deletion that was found to be what it claims. The descriptors are this service's own, on its
+/// own mounts.
+struct AcceptedDeletion
+{
+    core::Descriptor file{-1};
+    core::Descriptor parent{-1};
+    QByteArray path;
+    QByteArray originalPath; ///< Empty: `path`.
+    uid_t owner = uid_t(-1); ///< Whose vault takes it.
+    struct stat status = {};
+};
+
+/// Decides what comes into a vault. One thread.
+///
+/// A regular file is accepted if
+/// - the parent folder holds it under the name at this moment;
+/// - the sender may remove names from that folder (by file system rights, sticky bit observed);
+/// - its path, which the kernel reports, is protected for somebody: that user's vault takes it;
+/// - it is that user's, or it is a plain file (no setuid or setgid bit, not root's) that the user
+///   may read anyway.
+class Acceptance
+{
+public:
+    explicit Acceptance(const Protections &protections);
+
+    [[nodiscard]] bool judge(const DeletionRequest &request, AcceptedDeletion *accepted,
+                             QString *reason);
+
+private:
+    bool reopen(const DeletionRequest &request, AcceptedDeletion *accepted, QString *reason);
+    bool reopenByHandle(int parent, const struct stat &expected, AcceptedDeletion *accepted);
+    bool openParent(const QByteArray &path, const struct stat &expected,
+                    AcceptedDeletion *accepted);
+    bool findOwner(const DeletionRequest &request, const ProtectionSnapshot &snapshot,
+                   AcceptedDeletion *accepted, QString *reason) const;
+    void refreshMounts();
+
+    const Protections &m_protections;
+    core::Descriptor m_mountsChanged; ///< Of /proc/self/mountinfo.
+    QVector<core::Mount> m_mounts;
+};
+
+/// The path of an open file as the kernel reports it; empty if it has none.
+QByteArray pathOfDescriptor(int fd);
+/// Whether the folder holds the file under that name.
+bool holdsName(int parent, const QByteArray &name, const struct stat &file);
+
+} // namespace services::vaultd
