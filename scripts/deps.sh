@@ -6,6 +6,7 @@
 #   scripts/deps.sh test     to test as well
 #   scripts/deps.sh bench    to measure as well
 #   scripts/deps.sh medium   to build the recovery medium
+#   scripts/deps.sh systemtest  to prove packages and medium in booted machines
 #   scripts/deps.sh fuzz     to feed the parsers with mutated input
 set -eu
 cd "$(dirname "$0")/.."
@@ -29,9 +30,14 @@ test | bench)
 esac
 [ "${1:-}" != fuzz ] || packages="$packages $other_images clang libclang-rt-14-dev fdisk"
 case ${1:-} in
-medium)
+medium | systemtest)
     packages="$packages mmdebstrap squashfs-tools xorriso grub-pc-bin grub-common
               grub-efi-amd64-signed shim-signed dosfstools mtools"
+    ;;
+esac
+case ${1:-} in
+systemtest)
+    packages="$packages $other_images python3 qemu-system-x86 ovmf"
     ;;
 esac
 # A server to measure the share server against.

@@ -1,0 +1,129 @@
+"""A virtual machine under plain emulation, driven over its serial console."""
+
+import os
+import re
+import socket
+import subprocess
+import time
+
+
+class Failure(Exception):
+    """A promise that the machine did not keep."""
+
+
+class Machine:
+    """Starts at construction. Limits are in seconds and wide: emulation is slow, and two machines
+    may run side by side."""
+
+    def __init__(self, name, folder, arguments, memory=1024, log=None):
+        self.name = name
+        self.place = os.path.join(folder, name + ".serial")
+        if os.path.exists(self.place):
+            os.unlink(self.place)
+        self.monitor = os.path.join(folder, name + ".monitor")
+        self.log = open(log or os.path.join(folder, name + ".log"), "wb")
+        self.text = ""
+        self.process = subprocess.Popen(
+            ["qemu-system-x86_64", "-accel", "tcg", "-cpu", "max", "-m", str(memory), "-nic", "none", "-display", "none",
+             "-vga", "std", "-serial", "unix:%s,server=on,wait=off" % self.place,
+             "-monitor", "unix:%s,server=on,wait=off" % self.monitor] + arguments,
+            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        self.connection = socket.socket(socket.AF_UNIX)
+        until = time.time() + 30
+        while True:
+            try:
+                self.connection.connect(self.place)
+                break
+            except OSError:
+                if time.time() > until or self.process.poll() is not None:
+                    raise Failure("%s: the machine did not start" % name)
+                time.sleep(0.1)
+        self.connection.settimeout(1)
+
+    def read(self):
+        try:
+            data = self.connection.recv(65536)
+        except socket.timeout:
+            return
+        if not data and self.process.poll() is not None:
+            raise Failure("%s: the machine has ended:\n%s" % (self.name, self.text[-2000:]))
+        self.log.write(data)
+        self.log.flush()
+        self.text += data.decode("utf-8", "replace").replace("\r", "")
+
+    def expect(self, pattern, limit):
+        """Waits for the pattern behind what was matched last; the match."""
+        until = time.time() + limit
+        while True:
+            match = re.search(pattern, self.text)
+            if match:
+                self.text = self.text[match.end():]
+                return match
+            if time.time() > until:
+                raise Failure("%s: no %r within %d s; last lines:\n%s" % (self.name, pattern, limit, self.text[-3000:]))
+            self.read()
+
+    def send(self, line):
+        self.connection.sendall(line.encode() + b"\n")
+
+    def log_in(self, user, limit, password=None):
+        self.expect(r"login: ", limit)
+        self.send(user)
+        if password is not None:
+            self.expect(r"(?i)password: ", 60)
+            self.send(password)
+        self.expect(r"[$#] ", 120)
+        # Echo and colours off, and a prompt that no output looks like.
+        self.send("stty -echo cols 500; export TERM=dumb PS1= PAGER=cat LC_ALL=C.UTF-8; echo re''ady")
+        self.expect(r"ready\n", 60)
+
+    def run(self, command, limit=60, check=True):
+        """Runs one shell line; what it prints, and raises where it fails."""
+        self.send("{ %s\n} 2>&1; echo \"<$?>e''nd\"" % command)
+        match = self.expect(r"(?s)(.*?)<(\d+)>end\n", limit)
+        output, code = match.group(1).strip("\n"), int(match.group(2))
+        if check and code != 0:
+            raise Failure("%s: `%s` ended with %d:\n%s" % (self.name, command, code, output))
+        return output
+
+    def screen(self, path):
+        """A picture of the screen, as PPM."""
+        with socket.socket(socket.AF_UNIX) as monitor:
+            monitor.connect(self.monitor)
+            monitor.sendall(("screendump %s\n" % path).encode())
+            until = time.time() + 20
+            while time.time() < until and not (os.path.exists(path) and os.path.getsize(path) > 1000):
+                time.sleep(0.2)
+
+    def wait_for_end(self, limit):
+        self.process.wait(limit)
+
+    def pull_plug(self):
+        self.process.kill()
+        self.process.wait()
+        self.connection.close()
+        self.log.close()
+
+
+class Report:
+    """One line a promise."""
+
+    def __init__(self, title):
+        self.title = title
+        self.failures = 0
+        self.start = time.time()
+
+    def check(self, promise, is_kept, detail=""):
+        print("%-4s %s: %s%s" % ("ok" if is_kept else "FAIL", self.title, promise, "" if is_kept else "  " + str(detail)),
+              flush=True)
+        self.failures += not is_kept
+
+    def attempt(self, promise, work):
+        """Runs a piece of work that raises where the promise is not kept."""
+        try:
+            work()
+        except (Failure, OSError, subprocess.SubprocessError) as failure:
+            self.check(promise, False, failure)
+            return False
+        self.check(promise, True)
+        return True
