@@ -141,6 +141,41 @@ bool choosePort(Tour &tour, QString *found, QString *error)
     return chain.run("SharePortSettingsButton");
 }
 
+bool chooseFrom(Tour &tour, const QString &folder, QString *error)
+{
+    auto *page = tour.find<FileSharePage>("FileSharePage", error);
+    if (!page)
+        return false;
+    fileshare::SharePathChooser chooser = fileshare::SharePathChooser::dialogs();
+    chooser.folder = [folder](QWidget *, const QString &) {
+        return folder;
+    };
+    page->setPathChooser(chooser);
+    return tour.click("ShareAddFolderButton", error);
+}
+
+/// Warned of, and then not shared.
+bool choosePrivateFolder(Tour &tour, QString *found, QString *error)
+{
+    const QString folder = tour.root() + QStringLiteral("/个人");
+    auto *pending = tour.find<QListWidget>("SharePendingList", error);
+    if (!pending || !QDir().mkpath(folder + QStringLiteral("/.ssh")) ||
+        !writeFile(folder + QStringLiteral("/.ssh/id"), "key", error))
+        return false;
+    QString clickError;
+    const auto look = [&](QDialog *dialog, QString *why) {
+        auto *title = dialog->findChild<QLabel *>(QStringLiteral("NoticeTitle"));
+        *found = title ? title->text() : dialog->windowTitle();
+        return tour.picture(QStringLiteral("share-private"), why);
+    };
+    if (!tour.withDialog([&] { chooseFrom(tour, folder, &clickError); }, look, error))
+        return false;
+    if (pending->count() == 0 && *found == QStringLiteral("共享私密内容？"))
+        return true;
+    *error = QStringLiteral("“%1”, and %2 listed").arg(*found).arg(pending->count());
+    return false;
+}
+
 bool chooseFolder(Tour &tour, QString *found, QString *error)
 {
     const QString folder = sharedFolder(tour);
@@ -151,16 +186,8 @@ bool chooseFolder(Tour &tour, QString *found, QString *error)
         !writeFile(folder + QStringLiteral("/照片 & 视频/合影.jpg"), content, error) ||
         !writeFile(folder + QStringLiteral("/说明.txt"), "hello", error))
         return false;
-    auto *page = tour.find<FileSharePage>("FileSharePage", error);
     auto *pending = tour.find<QListWidget>("SharePendingList", error);
-    if (!page || !pending)
-        return false;
-    fileshare::SharePathChooser chooser = fileshare::SharePathChooser::dialogs();
-    chooser.folder = [folder](QWidget *, const QString &) {
-        return folder;
-    };
-    page->setPathChooser(chooser);
-    if (!tour.click("ShareAddFolderButton", error) ||
+    if (!pending || !chooseFrom(tour, folder, error) ||
         !tour.waitFor([pending] { return pending->count() == 1; }, kAnswerMs,
                       QStringLiteral("the folder to be listed"), error))
         return false;
@@ -367,6 +394,11 @@ bool stop(Tour &tour, QString *found, QString *error)
 
 QList<TourStep> shareSteps()
 {
-    return {{"共享端口", choosePort},  {"选择共享文件夹", chooseFolder}, {"开始共享", start},
-            {"从别的设备访问", visit}, {"共享详情", showDetail},         {"停止共享", stop}};
+    return {{"共享端口", choosePort},
+            {"私密文件夹", choosePrivateFolder},
+            {"选择共享文件夹", chooseFolder},
+            {"开始共享", start},
+            {"从别的设备访问", visit},
+            {"共享详情", showDetail},
+            {"停止共享", stop}};
 }

@@ -265,7 +265,9 @@ bool undo(Tour &tour, QString *found, QString *error)
         return false;
     const bool isSaved = tour.picture(QStringLiteral("wechat-undone"), error);
     // Now each of the four is a file of its own, the two that were one among them.
-    return tour.click("WechatHistoryClose", error) && isSaved && checkDisk(tour, {}, found, error);
+    return tour.click("WechatHistoryClose", error) && isSaved &&
+           tour.picture(QStringLiteral("wechat-scan-again"), error) &&
+           checkDisk(tour, {}, found, error);
 }
 
 QString smallPath(const Tour &tour, int group, int copy)

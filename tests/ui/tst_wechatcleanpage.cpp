@@ -80,6 +80,7 @@ void TestWechatCleanPage::scanCleanAndUndo()
     QCOMPARE(textOf(bench.page.get(), "WechatStatus"), "清理完成"_u);
     QCOMPARE(textOf(bench.page.get(), "WechatSummaryLine"),
              "共发现 0 组重复文件，预计可释放 0 B"_u);
+    QVERIFY(!child<QWidget>(bench.page.get(), "WechatCleanAllButton")->isEnabled());
     bench.told.clear();
 
     QWidget *history = bench.history();

@@ -143,7 +143,8 @@ void ResultPanel::setResults(CleanResults *results, bool keepPlace)
     m_dirs->setText(results->scanDirs.join(QStringLiteral("；")));
     // Nothing left and something to find again would contradict each other.
     const bool isOutdated = isEmpty && results->outcome.isOutdated;
-    m_cleanAll->setEnabled(!isOutdated);
+    // Where a clean has left nothing, the next step is another scan.
+    m_cleanAll->setEnabled(!isEmpty || results->outcome.title.isEmpty());
     m_summary->setText(isOutdated ? tr("需要重新扫描") : summaryLine(results->summary));
     showOutcome(results->outcome, isEmpty);
     m_note->setVisible(!isEmpty);
