@@ -69,6 +69,36 @@ bool OutputFile::openLink(const QString &existing)
     return m_fd >= 0;
 }
 
+bool OutputFile::becomeLink(const QString &existing)
+{
+    const QByteArray from = QFile::encodeName(existing);
+    const QByteArray name = QFile::encodeName(path(m_temporaryName));
+    const QByteArray aside = name + ".link";
+    ::unlink(aside.constData());
+    if (::link(from.constData(), aside.constData()) != 0)
+        return false;
+    // Not by the new name: others may write the folder.
+    const int fd = ::open(from.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 || ::rename(aside.constData(), name.constData()) != 0) {
+        ::unlink(aside.constData());
+        if (fd >= 0)
+            ::close(fd);
+        return false;
+    }
+    ::close(m_fd);
+    m_fd = fd;
+    return true;
+}
+
+bool OutputFile::isNamed(const QByteArray &name) const
+{
+    struct stat own;
+    struct stat named;
+    const QByteArray full = QFile::encodeName(m_dir) + '/' + name;
+    return ::fstat(m_fd, &own) == 0 && ::lstat(full.constData(), &named) == 0 &&
+           own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+}
+
 bool OutputFile::write(const char *bytes, qint64 length, QString *error)
 {
     while (length > 0) {
@@ -122,7 +152,8 @@ bool OutputFile::sync(QString *error)
 bool OutputFile::readBack(QString *sha256, QString *error) const
 {
     ::posix_fadvise(m_fd, 0, 0, POSIX_FADV_DONTNEED);
-    QFile file(path(m_temporaryName));
+    // Not by its name, which others may have given away meanwhile.
+    QFile file(QStringLiteral("/proc/self/fd/%1").arg(m_fd));
     if (!file.open(QIODevice::ReadOnly)) {
         *error = QStringLiteral("无法读回文件：%1").arg(file.errorString());
         return false;
@@ -141,8 +172,13 @@ bool OutputFile::readBack(QString *sha256, QString *error) const
 
 OutputFile::Publish OutputFile::publish(const QString &name, QString *error)
 {
-    const int code =
-        renameToFree(QFile::encodeName(path(m_temporaryName)), QFile::encodeName(path(name)));
+    return publish(QFile::encodeName(name), error);
+}
+
+OutputFile::Publish OutputFile::publish(const QByteArray &name, QString *error)
+{
+    const int code = renameToFree(QFile::encodeName(path(m_temporaryName)),
+                                  QFile::encodeName(m_dir) + '/' + name);
     if (code == EEXIST)
         return Publish::Taken;
     if (code != 0) {

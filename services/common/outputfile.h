@@ -26,6 +26,11 @@ public:
     /// In place of open(): a second name of a file that is there, with its content. False, with
     /// nothing done, where that cannot be, such as on another file system.
     [[nodiscard]] bool openLink(const QString &existing);
+    /// Puts such a second name in the place of what has been opened. The descriptor is the existing
+    /// file's then.
+    [[nodiscard]] bool becomeLink(const QString &existing);
+    /// Whether the name leads to this very file.
+    bool isNamed(const QByteArray &name) const;
     [[nodiscard]] bool write(const char *bytes, qint64 length, QString *error);
     /// Places a hole or goes back; the file is extended by what is written next, or by setSize().
     [[nodiscard]] bool seek(qint64 offset, QString *error);
@@ -41,9 +46,14 @@ public:
     /// after its cached pages have been let go.
     [[nodiscard]] bool readBack(QString *sha256, QString *error) const;
 
+    /// For what else there is to set; below 0 before it is open.
+    int descriptor() const { return m_fd; }
+
     enum class Publish { Done, Taken, Failed };
     /// Gives the file its name and syncs the directory. Taken: a file of that name is there.
     Publish publish(const QString &name, QString *error);
+    /// The same for names that no text can hold.
+    Publish publish(const QByteArray &name, QString *error);
 
 private:
     QString path(const QString &name) const { return m_dir + QLatin1Char('/') + name; }

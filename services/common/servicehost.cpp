@@ -58,6 +58,7 @@ struct ServiceHost::Client
     };
 
     Peer peer;
+    quint64 connection;
     QString refusal; ///< Empty if the client is admitted.
     Authorization authorization = Authorization::Given;
     QVector<Waiting> waiting; ///< Requests that came before the authorization.
@@ -65,8 +66,9 @@ struct ServiceHost::Client
     int pendingRequests = 0;
     qint64 largestUnsent = 0; ///< Largest frame since everything was sent, in bytes.
 
-    Client(const Peer &who, const QString &why)
+    Client(const Peer &who, quint64 number, const QString &why)
         : peer(who)
+        , connection(number)
         , refusal(why)
         , decoder(why.isEmpty() ? kMaxRequestBytes : kMaxRefusedRequestBytes)
     {}
@@ -189,7 +191,7 @@ void ServiceHost::accept(int descriptor)
     }
 
     auto *const socket = new QLocalSocket(this);
-    const auto client = std::make_shared<Client>(peer, refusal);
+    const auto client = std::make_shared<Client>(peer, ++m_connections, refusal);
     if (m_authorizer)
         client->authorization = Client::Authorization::NotAsked;
     m_clients.insert(socket, client);
@@ -296,7 +298,8 @@ void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
     }
 
     const Request request{frame.value(QLatin1String("method")).toString(),
-                          frame.value(QLatin1String("params")).toObject(), client->peer};
+                          frame.value(QLatin1String("params")).toObject(), client->peer,
+                          client->connection};
     if (client->authorization == Client::Authorization::Given) {
         run(request, requestId, respond);
         return;

@@ -36,6 +36,7 @@ struct Request
     QString method;
     QJsonObject params;
     Peer peer;
+    quint64 connection = 0; ///< Above 0; of this connection only, as long as the host lives.
 };
 
 /// The service side of the protocol: accepts clients on a local socket, decodes their requests,
@@ -144,6 +145,7 @@ private:
     SocketAccess m_access = SocketAccess::Owner;
     gid_t m_group = gid_t(-1);
     Admission m_admission;
+    quint64 m_connections = 0; ///< So many there have been.
     Authorizer m_authorizer;
     QHash<QLocalSocket *, ClientPtr> m_clients;
     QHash<QString, RequestHandler> m_handlers;

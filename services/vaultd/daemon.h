@@ -1,57 +1,64 @@
 #pragma once
 
 #include "common/servicehost.h"
+#include "vaultd/deploy/protection.h"
 #include "vaultd/filerequests.h"
-#include "vaultd/hookstate.h"
+#include "vaultd/hook/hookservice.h"
+#include "vaultd/rights/authenticator.h"
 #include "vaultd/settingsrequests.h"
 #include "vaultd/systemrequests.h"
+#include "vaultd/users/vaultusers.h"
 
-#include <QFileSystemWatcher>
+#include <QHash>
 #include <QTimer>
+
+#include <mutex>
 
 namespace services {
 namespace vaultd {
 
-/// The whole service: a vault, what is kept in the state folder, and the methods on a socket.
+/// The whole service: the vaults of all users or a single one, and the methods on a socket.
 class Daemon
 {
 public:
     struct Options
     {
-        QString vaultParent; ///< An existing folder.
+        QString vaultParent; ///< An existing folder; empty: every user's home, for root only.
         QString stateDir;
-        QString passwordFile; ///< Empty: nobody is let in.
-        QString socketName;
-        QString hookLibrary; ///< Empty: none.
+        QString passwordFile; ///< Empty: the system's authentication modules.
+        QString socketName;   ///< For all users: in a folder of root's, made if missing.
+        QString program;      ///< This one, to start again for a password.
+        QByteArray hookEntry; ///< As Protection::Options; empty: no hook.
         QString preloadList = QStringLiteral("/etc/ld.so.preload");
-        int checkIntervalMs = 60 * 1000; ///< Between two looks at ages and free space.
-        VaultThread::Environment environment = VaultThread::Environment::ofSystem();
+        QByteArray hookFolder; ///< The hook's maps and sockets.
     };
 
     explicit Daemon(const Options &options);
+    ~Daemon();
 
-    /// Listens, opens the vault and the state folder. Without all of it there is no service.
+    /// Listens, opens the vaults and the state folder. Without all of it there is no service.
     [[nodiscard]] bool start(QString *error);
 
 private:
-    void registerMethods();
-    QJsonObject status() const;
-    Reply authenticate(const QJsonObject &params) const;
-    void watch();
-    void onChanges(const VaultChanges &changes);
-    void warnOfSpace();
+    void onOpened(UserVault *vault);
+    void onFilesChanged(const UserVault &vault, const VaultChanges &changes);
+    ServiceHost::PeerFilter ownerOf(const UserVault &vault) const;
+    [[nodiscard]] bool listen(QString *error);
+    void linkFormerName() const;
+    [[nodiscard]] bool startHook(QString *error);
 
     Options m_options;
-    VaultLayout m_layout;
-    FileIndex m_index;
+    std::mutex m_keepersMutex;
+    QHash<uid_t, Keeper *> m_keepers; ///< Also for the hook's threads.
     ServiceHost m_host;
+    VaultUsers m_users;
+    std::unique_ptr<HookService> m_hook; // before the vaults go, whose keepers it calls
+    Protection m_protection;
+    Authenticator m_authenticator;
     SettingsRequests m_settings;
     SystemRequests m_system;
-    QFileSystemWatcher m_watcher;
-    QTimer m_noticed; ///< Lets several changes of the folder pass as one.
-    QTimer m_check;
-    VaultThread m_vault;
     FileRequests m_files;
+    QTimer m_reopen; ///< For homes that were not there before.
 };
 
 } // namespace vaultd

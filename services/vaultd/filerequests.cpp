@@ -1,6 +1,10 @@
 #include "vaultd/filerequests.h"
 
 #include "common/params.h"
+#include "vaultd/rights/authenticator.h"
+#include "vaultd/users/vaulthandler.h"
+
+#include <QJsonArray>
 
 namespace services {
 namespace vaultd {
@@ -53,32 +57,32 @@ Reply replyOf(const VaultThread::Outcome &outcome, bool isRestore)
 
 } // namespace
 
-FileRequests::FileRequests(ServiceHost &host, const VaultLayout &layout, const FileIndex &index,
-                           VaultThread &vault)
-    : m_layout(layout)
-    , m_index(index)
-    , m_vault(vault)
+FileRequests::FileRequests(ServiceHost &host, VaultUsers &users, const Authenticator &authenticator)
 {
-    using Respond = ServiceHost::Respond;
-    host.handle(QStringLiteral("vault.listFiles"),
-                [this](const QJsonObject &params) { return list(params); });
-    host.handle(QStringLiteral("vault.restoreFiles"),
-                ServiceHost::Handler([this](const QJsonObject &params, const Respond &respond) {
-                    restore(params, respond);
-                }));
-    host.handle(QStringLiteral("vault.deleteFiles"),
-                ServiceHost::Handler([this](const QJsonObject &params, const Respond &respond) {
-                    remove(params, respond);
-                }));
-    host.handle(QStringLiteral("vault.clearAll"),
-                ServiceHost::Handler([this](const QJsonObject &, const Respond &respond) {
-                    m_vault.removeAll([respond](const VaultThread::Outcome &outcome) {
-                        respond(replyOf(outcome, false));
-                    });
-                }));
+    using Ask = const Request &;
+    const auto on = [&host, &users](const char *method, const VaultHandler &handler) {
+        handleForVault(host, QLatin1String(method), users, handler);
+    };
+    on("vault.listFiles", [](UserVault *vault, Ask request, const Respond &respond) {
+        respond(list(*vault, request.params));
+    });
+    on("vault.restoreFiles", [](UserVault *vault, Ask request, const Respond &respond) {
+        restore(vault, request.params, respond);
+    });
+    on("vault.deleteFiles",
+       [&authenticator](UserVault *vault, Ask request, const Respond &respond) {
+           if (authenticator.admit(request, respond))
+               remove(vault, request.params, respond);
+       });
+    on("vault.clearAll", [&authenticator](UserVault *vault, Ask request, const Respond &respond) {
+        if (authenticator.admit(request, respond))
+            vault->thread().removeAll([respond](const VaultThread::Outcome &outcome) {
+                respond(replyOf(outcome, false));
+            });
+    });
 }
 
-Reply FileRequests::list(const QJsonObject &params) const
+Reply FileRequests::list(const UserVault &vault, const QJsonObject &params)
 {
     const int limit = countParam(params, QStringLiteral("limit"), kDefaultLimit);
     const int offset = countParam(params, QStringLiteral("offset"), 0);
@@ -89,12 +93,12 @@ Reply FileRequests::list(const QJsonObject &params) const
         return badParam(QStringLiteral("offset"));
     if (!filter.isUndefined() && !filter.isString())
         return badParam(QStringLiteral("filter"));
-    const FileIndex::Page page = m_index.page(limit, offset, filter.toString());
+    const FileIndex::Page page = vault.index().page(limit, offset, filter.toString());
     return Reply::ok(
         {{QStringLiteral("files"), page.files}, {QStringLiteral("totalCount"), page.totalCount}});
 }
 
-void FileRequests::restore(const QJsonObject &params, const ServiceHost::Respond &respond)
+void FileRequests::restore(UserVault *vault, const QJsonObject &params, const Respond &respond)
 {
     QStringList ids;
     Reply refusal;
@@ -104,20 +108,20 @@ void FileRequests::restore(const QJsonObject &params, const ServiceHost::Respond
         respond(refusal);
     else if (!targetDir.isString())
         respond(badParam(QStringLiteral("targetDir")));
-    else if (!checkTarget(m_layout, targetDir.toString(), &error))
+    else if (!checkTarget(vault->layout(), targetDir.toString(), &error))
         respond(Reply::failure(kBadParamsCode, error));
     else
-        m_vault.restore(ids, targetDir.toString(), [respond](const VaultThread::Outcome &outcome) {
-            respond(replyOf(outcome, true));
-        });
+        vault->thread().restore(
+            ids, targetDir.toString(),
+            [respond](const VaultThread::Outcome &outcome) { respond(replyOf(outcome, true)); });
 }
 
-void FileRequests::remove(const QJsonObject &params, const ServiceHost::Respond &respond)
+void FileRequests::remove(UserVault *vault, const QJsonObject &params, const Respond &respond)
 {
     QStringList ids;
     Reply refusal;
     if (readIds(params, &ids, &refusal))
-        m_vault.remove(ids, [respond](const VaultThread::Outcome &outcome) {
+        vault->thread().remove(ids, [respond](const VaultThread::Outcome &outcome) {
             respond(replyOf(outcome, false));
         });
     else

@@ -1,28 +1,27 @@
 #pragma once
 
 #include "common/servicehost.h"
-#include "vaultd/fileindex.h"
-#include "vaultd/vaultthread.h"
+#include "vaultd/users/vaultusers.h"
 
 namespace services {
 namespace vaultd {
 
-/// The requests about the files: listFiles, restoreFiles, deleteFiles, clearAll.
+class Authenticator;
+
+/// The requests about the files: listFiles, restoreFiles, deleteFiles, clearAll. What empties the
+/// vault is done only for a connection that has authenticated.
 class FileRequests
 {
 public:
     /// The references must outlive the host's handlers.
-    FileRequests(ServiceHost &host, const VaultLayout &layout, const FileIndex &index,
-                 VaultThread &vault);
+    FileRequests(ServiceHost &host, VaultUsers &users, const Authenticator &authenticator);
 
 private:
-    Reply list(const QJsonObject &params) const;
-    void restore(const QJsonObject &params, const ServiceHost::Respond &respond);
-    void remove(const QJsonObject &params, const ServiceHost::Respond &respond);
+    using Respond = ServiceHost::Respond;
 
-    VaultLayout m_layout;
-    const FileIndex &m_index;
-    VaultThread &m_vault;
+    static Reply list(const UserVault &vault, const QJsonObject &params);
+    static void restore(UserVault *vault, const QJsonObject &params, const Respond &respond);
+    static void remove(UserVault *vault, const QJsonObject &params, const Respond &respond);
 };
 
 } // namespace vaultd

@@ -1,73 +1,95 @@
 #include "vaultd/settingsrequests.h"
 
-#include "common/errorcodes.h"
-#include "common/jsonfile.h"
-
-#include <QDebug>
-#include <QFile>
+#include "vaultd/deploy/protection.h"
+#include "vaultd/users/vaulthandler.h"
 
 namespace services {
 namespace vaultd {
 
 namespace {
-const QString kEnabled = QStringLiteral("enabled");
+
+const QString kDeployMode = QStringLiteral("deployMode");
+const QString kNeedReboot = QStringLiteral("needReboot");
+
+QJsonObject statusObject(const UserVault &vault, const HookFacts &hook)
+{
+    const bool isEnabled = vault.settings().isEnabled();
+    return {{QStringLiteral("running"), true},
+            {QStringLiteral("enabled"), isEnabled},
+            {QStringLiteral("preloadActive"), hook.isActive},
+            {QStringLiteral("soFileExists"), hook.isLibraryThere},
+            {kNeedReboot, hook.needsReboot},
+            {QStringLiteral("protectedFileCount"), vault.index().count()},
+            {QStringLiteral("usedSpaceBytes"), vault.index().usedBytes()},
+            {kDeployMode, hook.deployMode(isEnabled)}};
+}
+
 } // namespace
 
-SettingsRequests::SettingsRequests(ServiceHost &host, const QString &vaultParent,
-                                   const QString &stateDir, std::function<QString(bool)> deployMode,
-                                   std::function<void()> onConfig)
-    : m_configPath(stateDir + QStringLiteral("/config.json"))
-    , m_switchPath(stateDir + QStringLiteral("/protection.json"))
-    , m_deployMode(std::move(deployMode))
-    , m_onConfig(std::move(onConfig))
-    , m_config(VaultConfig::defaultsFor(vaultParent))
+SettingsRequests::SettingsRequests(ServiceHost &host, VaultUsers &users, Protection &protection)
+    : m_protection(protection)
 {
-    host.handle(QStringLiteral("vault.getConfig"),
-                [this](const QJsonObject &) { return Reply::ok(m_config.toJson()); });
-    host.handle(QStringLiteral("vault.setConfig"),
-                [this](const QJsonObject &params) { return setConfig(params); });
+    using Ask = const Request &;
+    const auto on = [&host, &users](const char *method, const VaultHandler &handler) {
+        handleForVault(host, QLatin1String(method), users, handler);
+    };
+    on("vault.getConfig", [](UserVault *vault, Ask, const Respond &respond) {
+        respond(Reply::ok(vault->settings().config().toJson()));
+    });
+    on("vault.setConfig", [this](UserVault *vault, Ask request, const Respond &respond) {
+        setConfig(vault, request.params, respond);
+    });
     for (const char *method : {"vault.enable", "vault.enableGlobal"})
-        host.handle(QLatin1String(method),
-                    [this](const QJsonObject &) { return setEnabled(true); });
-    host.handle(QStringLiteral("vault.disable"),
-                [this](const QJsonObject &) { return setEnabled(false); });
+        on(method, [this](UserVault *vault, Ask, const Respond &respond) {
+            setEnabled(vault, true, respond);
+        });
+    on("vault.disable", [this](UserVault *vault, Ask, const Respond &respond) {
+        setEnabled(vault, false, respond);
+    });
+    on("vault.getStatus", [this](UserVault *vault, Ask, const Respond &respond) {
+        m_protection.facts(vault, [vault, respond](const HookFacts &hook) {
+            respond(Reply::ok(statusObject(*vault, hook)));
+        });
+    });
+    on("vault.getDeployMode", [this](UserVault *vault, Ask, const Respond &respond) {
+        m_protection.facts(vault, [vault, respond](const HookFacts &hook) {
+            respond(Reply::ok({{kDeployMode, hook.deployMode(vault->settings().isEnabled())}}));
+        });
+    });
 }
 
-void SettingsRequests::load()
+void SettingsRequests::setConfig(UserVault *vault, const QJsonObject &params,
+                                 const Respond &respond)
 {
-    QJsonObject object;
+    VaultConfig config = vault->settings().config(); // What clients do not send stays.
     QString error;
-    if (QFile::exists(m_configPath) &&
-        (!readJson(m_configPath, &object, &error) || !parseConfig(object, &m_config, &error)))
-        qWarning() << "[SettingsRequests] configuration not used:" << error;
-    if (QFile::exists(m_switchPath) && !readJson(m_switchPath, &object, &error))
-        qWarning() << "[SettingsRequests] switch not used:" << error;
+    if (!parseConfig(params, &config, &error)) {
+        respond(Reply::failure(kBadParamsCode, error));
+    } else if (!vault->setConfig(config, &error)) {
+        respond(Reply::failure(kIoCode, error));
+    } else {
+        m_protection.apply(vault);
+        respond(Reply::ok(config.toJson()));
+    }
+}
+
+void SettingsRequests::setEnabled(UserVault *vault, bool isEnabled, const Respond &respond)
+{
+    const auto done = [this, vault, isEnabled, respond](bool isDone, const QString &error) {
+        if (!isDone) {
+            respond(Reply::failure(kIoCode, error));
+            return;
+        }
+        m_protection.facts(vault, [isEnabled, respond](const HookFacts &hook) {
+            respond(Reply::ok({{QStringLiteral("success"), true},
+                               {kDeployMode, hook.deployMode(isEnabled)},
+                               {kNeedReboot, hook.needsReboot}}));
+        });
+    };
+    if (isEnabled)
+        m_protection.enable(vault, done);
     else
-        m_isEnabled = object.value(kEnabled).toBool();
-}
-
-Reply SettingsRequests::setConfig(const QJsonObject &params)
-{
-    VaultConfig config;
-    QString error;
-    if (!parseConfig(params, &config, &error))
-        return Reply::failure(kBadParamsCode, error);
-    if (!writeJson(m_configPath, config.toJson(), &error))
-        return Reply::failure(kIoCode, error);
-    m_config = config;
-    m_onConfig();
-    return Reply::ok(m_config.toJson());
-}
-
-Reply SettingsRequests::setEnabled(bool isEnabled)
-{
-    QString error;
-    if (!writeJson(m_switchPath, {{kEnabled, isEnabled}}, &error))
-        return Reply::failure(kIoCode, error);
-    m_isEnabled = isEnabled;
-    return Reply::ok({{QStringLiteral("success"), true},
-                      {QStringLiteral("deployMode"), m_deployMode(isEnabled)},
-                      {QStringLiteral("needReboot"), false}});
+        m_protection.disable(vault, done);
 }
 
 } // namespace vaultd

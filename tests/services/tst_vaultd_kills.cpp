@@ -97,7 +97,8 @@ void TestVaultdKills::losesNothing()
             QCOMPARE(ids.size(), 1);
             const QJsonObject params{{QStringLiteral("fileIds"), QJsonArray::fromStringList(ids)},
                                      {QStringLiteral("targetDir"), vaultd.tree.path("out")}};
-            wasKilled = !vaultd.start(faults) || !vaultd.ask(operation.constData(), params).success;
+            wasKilled = !vaultd.start(faults) || !vaultd.authenticate() ||
+                        !vaultd.ask(operation.constData(), params).success;
         }
         // The repair may be killed too, sooner or later in it.
         vaultd.start({{dieAt, QString::number(3 + step % 7)}});

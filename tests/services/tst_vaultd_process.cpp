@@ -188,7 +188,7 @@ void TestVaultdProcess::refusesRequests()
         {"syncShareFirewall", R"({"active":1,"port":9800})"},
     };
     m_vaultd->tree.file("file");
-    QVERIFY(m_vaultd->start());
+    QVERIFY(m_vaultd->start() && m_vaultd->authenticate());
     for (const auto &row : rows) {
         QByteArray params = row.params;
         params.replace("@", m_vaultd->tree.path().toUtf8());
@@ -226,6 +226,7 @@ void TestVaultdProcess::protectsListsAndRemoves()
     QCOMPARE(ask("getStatus").data.value(QLatin1String("usedSpaceBytes")).toInt(),
              kContent.size() + 6);
 
+    QVERIFY(m_vaultd->authenticate());
     // One is there and goes; the other is not there, and makes it a partial success.
     const VaultdProcess::Answer answer =
         ask("deleteFiles",
@@ -272,8 +273,11 @@ void TestVaultdProcess::answersDuringLongWork()
         ::open(QFile::encodeName(path("home/.morvane_vault")).constData(), O_RDONLY | O_DIRECTORY);
     QVERIFY(fd >= 0 && ::flock(fd, LOCK_EX) == 0);
     bool isDone = false;
+    QVERIFY(m_vaultd->setPassword("me", "secret"));
     core::ipc::IpcClient other(path("s"));
     QVERIFY(other.ensureConnected(3000));
+    other.sendRequest(QStringLiteral("vault.authenticate"),
+                      json(R"({"username":"me","password":"secret"})"));
     other.sendRequest(QStringLiteral("vault.clearAll"), QJsonObject(),
                       [&isDone](bool success, const QJsonObject &data, const QJsonObject &) {
                           isDone = success && data.value(QLatin1String("success")).toBool();
@@ -315,47 +319,37 @@ void TestVaultdProcess::expiresWhatExceedsTheLimits()
 
 void TestVaultdProcess::authenticates()
 {
-    const auto enter = [this](const char *user, const char *password) {
-        const VaultdProcess::Answer answer =
-            ask("authenticate", {{QStringLiteral("username"), text(user)},
-                                 {QStringLiteral("password"), text(password)}});
-        // A refusal is a plain answer with a message, an admission has none.
-        const bool isIn = answer.data.value(QLatin1String("success")).toBool();
-        const QString message = answer.data.value(QLatin1String("message")).toString();
-        return answer.success && isIn == message.isEmpty() && isIn;
-    };
-    QVERIFY(m_vaultd->start());
-    QVERIFY(!enter("me", "secret"));
-
-    m_vaultd->extraArguments = QStringList{QStringLiteral("--password-file"), path("passwords")};
-    const auto setPassword = [this](const char *user, const char *password) {
-        QProcess process;
-        process.start(QStringLiteral(MORVANE_VAULTD),
-                      m_vaultd->extraArguments +
-                          QStringList{QStringLiteral("--set-password"), text(user)});
-        process.write(password);
-        process.closeWriteChannel();
-        return process.waitForFinished(20000) && process.exitCode() == 0;
-    };
-    QVERIFY(setPassword("me", "old\n"));
-    QVERIFY(setPassword("you", "密码\n"));
-    QVERIFY(setPassword("me", "secret"));
-    QVERIFY(!setPassword("me", "\n"));
-    QVERIFY(!setPassword("a:b", "secret\n"));
+    QVERIFY(m_vaultd->setPassword("me", "old\n"));
+    QVERIFY(m_vaultd->setPassword("you", "密码\n"));
+    QVERIFY(m_vaultd->setPassword("me", "secret"));
+    QVERIFY(!m_vaultd->setPassword("me", "\n"));
+    QVERIFY(!m_vaultd->setPassword("a:b", "secret\n"));
     struct stat info;
     QCOMPARE(::stat(QFile::encodeName(path("passwords")).constData(), &info), 0);
     QCOMPARE(info.st_mode & 07777, mode_t(0600));
     QVERIFY(!contentOf(path("passwords")).contains("secret"));
 
     QVERIFY(m_vaultd->start());
-    QVERIFY(enter("me", "secret"));
-    QVERIFY(enter("you", "密码"));
-    for (const char *password : {"", "old", "Secret", "secret ", "密码"})
-        QVERIFY(!enter("me", password));
-    QVERIFY(!enter("", "secret") && !enter("me:", "secret") && !enter("nobody", "secret"));
+    const QStringList ids = m_vaultd->protect({m_vaultd->tree.file("home/a.txt", kContent)});
+    QTRY_COMPARE_WITH_TIMEOUT(list().size(), 1, 20000);
+    const QJsonObject files{{QStringLiteral("fileIds"), QJsonArray::fromStringList(ids)}};
+    const auto isRefused = [this, &files] {
+        return ask("deleteFiles", files).errorCode == 403 && ask("clearAll").errorCode == 403;
+    };
+    QVERIFY(isRefused());
+    QVERIFY(!m_vaultd->enter("me", "old"));
+    QVERIFY(isRefused());
+    QVERIFY(m_vaultd->enter("you", "密码"));
+    QVERIFY(m_vaultd->enter("me", "secret"));
+    QVERIFY(ask("deleteFiles", files).data.value(QLatin1String("success")).toBool());
+    // A failure ends what an earlier success has given.
+    QVERIFY(!m_vaultd->enter("me", "Secret"));
+    QVERIFY(isRefused());
+    QVERIFY(m_vaultd->enter("me", "secret"));
+    QVERIFY(ask("clearAll").success);
     QVERIFY(QFile::setPermissions(path("passwords"),
                                   QFile::ReadOwner | QFile::WriteOwner | QFile::WriteOther));
-    QVERIFY(!enter("me", "secret"));
+    QVERIFY(!m_vaultd->enter("me", "secret"));
 }
 
 void TestVaultdProcess::recordsRequestsToTheSystem()

@@ -34,9 +34,10 @@ VaultdProcess::VaultdProcess()
 
 QStringList VaultdProcess::arguments() const
 {
-    return QStringList{QStringLiteral("--vault-parent"), tree.path("home"),
-                       QStringLiteral("--state"),        tree.path("state"),
-                       QStringLiteral("--socket"),       tree.path("s")} +
+    return QStringList{QStringLiteral("--vault-parent"),  tree.path("home"),
+                       QStringLiteral("--state"),         tree.path("state"),
+                       QStringLiteral("--socket"),        tree.path("s"),
+                       QStringLiteral("--password-file"), tree.path("passwords")} +
            extraArguments;
 }
 
@@ -52,6 +53,33 @@ bool VaultdProcess::start(const Faults &faults)
         },
         kPatienceMs);
     return isUp && m_client->isConnected() && ask("getStatus").success;
+}
+
+bool VaultdProcess::setPassword(const char *user, const QByteArray &password)
+{
+    QProcess process;
+    process.start(QStringLiteral(MORVANE_VAULTD),
+                  {QStringLiteral("--password-file"), tree.path("passwords"),
+                   QStringLiteral("--set-password"), QString::fromUtf8(user)});
+    process.write(password);
+    process.closeWriteChannel();
+    return process.waitForFinished(kPatienceMs) && process.exitCode() == 0;
+}
+
+bool VaultdProcess::enter(const char *user, const char *password)
+{
+    const Answer answer =
+        ask("authenticate", {{QStringLiteral("username"), QString::fromUtf8(user)},
+                             {QStringLiteral("password"), QString::fromUtf8(password)}});
+    // A refusal is a plain answer with a message, an admission has none.
+    const bool isIn = answer.data.value(QLatin1String("success")).toBool();
+    const QString message = answer.data.value(QLatin1String("message")).toString();
+    return answer.success && isIn == message.isEmpty() && isIn;
+}
+
+bool VaultdProcess::authenticate()
+{
+    return setPassword("tester", "right") && enter("tester", "right");
 }
 
 void VaultdProcess::stop()

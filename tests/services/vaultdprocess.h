@@ -16,12 +16,18 @@ public:
     /// Variables by name; with any, the program that obeys them runs (see faultycalls.cpp).
     using Faults = QHash<QString, QString>;
 
-    /// A fresh tree with "home" for the vault and "state"; nothing runs.
+    /// A fresh tree with "home" for the vault, "state" and "passwords"; nothing runs.
     VaultdProcess();
     ~VaultdProcess() { stop(); }
 
     /// Starts it anew. False if it does not come up, or dies at once of its faults.
     bool start(const Faults &faults = Faults());
+    /// By the command that the program has for it.
+    bool setPassword(const char *user, const QByteArray &password);
+    /// Whether the service lets the user in.
+    bool enter(const char *user, const char *password);
+    /// Shows the service who asks, for what it does only then.
+    bool authenticate();
     /// Kills it.
     void stop();
     QStringList arguments() const;
