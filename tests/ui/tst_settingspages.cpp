@@ -122,7 +122,10 @@ void TestSettingsPages::toolsAreCopiedAndNeverRun()
 
 void TestSettingsPages::aboutShowsTheAgreement()
 {
+    QCoreApplication::setApplicationVersion(QStringLiteral("9.8.7"));
     const AboutPage page(nullptr, write(m_dir, "about.md", "**协议**\n"));
+    QCoreApplication::setApplicationVersion(QString());
+    QCOMPARE(part<QLabel>(page, "AboutProgramVersion")->text(), QStringLiteral("程序版本 9.8.7"));
     QCOMPARE(part<QPlainTextEdit>(page, "AboutProtocolText")->toPlainText(),
              QStringLiteral("**协议**\n"));
     QCOMPARE(part<QLabel>(page, "AboutVersion")->text(), QStringLiteral("v0.1.0"));

@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kLogoSize = 64;
 
-// The version of the product as its users know it; that of the program stands in the settings.
+// The version of the product as its users know it; the program has one of its own.
 QString productVersion()
 {
     return QStringLiteral("v0.1.0");
@@ -60,6 +60,10 @@ QWidget *AboutPage::buildProduct()
     auto *name = newLabel(tr("墨川归档"), "page-title", card);
     auto *version = newLabel(productVersion(), "subtle", card);
     version->setObjectName(QStringLiteral("AboutVersion"));
+    auto *program =
+        newLabel(tr("程序版本 %1").arg(QCoreApplication::applicationVersion()), "subtle", card);
+    program->setObjectName(QStringLiteral("AboutProgramVersion"));
+    program->setVisible(!QCoreApplication::applicationVersion().isEmpty());
     const QString address = core::deployment::makerSiteUrl().toString().toHtmlEscaped();
     auto *link = new QLabel(card);
     link->setObjectName(QStringLiteral("AboutMakerLink"));
@@ -72,6 +76,7 @@ QWidget *AboutPage::buildProduct()
     texts->setSpacing(metrics::kFieldGap / 2);
     texts->addWidget(name);
     texts->addWidget(version);
+    texts->addWidget(program);
     texts->addWidget(link);
     auto *row = new QHBoxLayout(card);
     row->setContentsMargins(metrics::kCardPadding, metrics::kCardPadding, metrics::kCardPadding,
