@@ -1,6 +1,7 @@
 #include "recoveryd/devices/fatprobe.h"
 
 #include "recoveryd/devices/bytes.h"
+#include "recoveryd/devices/fatgeometry.h"
 
 namespace services {
 namespace recoveryd {
@@ -9,43 +10,6 @@ namespace {
 
 constexpr qint64 kMaxTable = 16 * 1024 * 1024;
 constexpr quint32 kUnknown = 0xFFFFFFFF;
-
-/// The geometry in the boot sector; sizes in sectors.
-struct Geometry
-{
-    quint32 sectorSize = 0;
-    quint32 sectorsPerCluster = 0;
-    quint32 reserved = 0;
-    quint32 tableSize = 0;
-    quint32 clusters = 0;
-    quint64 sectors = 0;
-    int bits = 0; ///< 12, 16 or 32; 0 if this is no FAT.
-};
-
-Geometry geometryOf(const Fields &boot)
-{
-    Geometry fat;
-    fat.sectorSize = boot.le16(11);
-    fat.sectorsPerCluster = boot.u8(13);
-    fat.reserved = boot.le16(14);
-    const quint32 tables = boot.u8(16);
-    const quint32 rootEntries = boot.le16(17);
-    const quint8 media = boot.u8(21);
-    fat.tableSize = boot.le16(22) ? boot.le16(22) : boot.le32(36);
-    fat.sectors = boot.le16(19) ? boot.le16(19) : boot.le32(32);
-    if (boot.le16(510) != 0xAA55 || !isPowerOfTwo(fat.sectorSize) || fat.sectorSize < 512 ||
-        fat.sectorSize > 4096 || !isPowerOfTwo(fat.sectorsPerCluster) || fat.reserved == 0 ||
-        tables < 1 || tables > 2 || (media != 0xF0 && media < 0xF8) || fat.tableSize == 0)
-        return fat;
-    const quint64 rootSectors = (quint64(rootEntries) * 32 + fat.sectorSize - 1) / fat.sectorSize;
-    const quint64 system = fat.reserved + quint64(tables) * fat.tableSize + rootSectors;
-    if (fat.sectors <= system)
-        return fat;
-    fat.clusters = quint32((fat.sectors - system) / fat.sectorsPerCluster);
-    // The number of clusters alone decides the width of an entry.
-    fat.bits = fat.clusters < 4085 ? 12 : fat.clusters < 65525 ? 16 : 32;
-    return fat;
-}
 
 quint32 entryAt(const Fields &table, int bits, quint32 cluster)
 {
@@ -61,7 +25,7 @@ quint32 entryAt(const Fields &table, int bits, quint32 cluster)
     }
 }
 
-quint32 countFree(const Volume &volume, const Geometry &fat)
+quint32 countFree(const Volume &volume, const FatGeometry &fat)
 {
     const qint64 length = qint64(fat.tableSize) * fat.sectorSize;
     const qint64 needed = (qint64(fat.clusters) + 2) * fat.bits / 8;
@@ -78,7 +42,7 @@ quint32 countFree(const Volume &volume, const Geometry &fat)
 }
 
 /// FAT32 keeps a count of free clusters; it may be missing or absurd.
-quint32 notedFree(const Volume &volume, const Geometry &fat, const Fields &boot)
+quint32 notedFree(const Volume &volume, const FatGeometry &fat, const Fields &boot)
 {
     const quint32 sector = boot.le16(48);
     const Fields info(volume.read(qint64(sector) * fat.sectorSize, 512));
@@ -95,8 +59,8 @@ FileSystem probeFat(const Volume &volume)
     FileSystem found;
     const QByteArray bytes = volume.read(0, 512);
     const Fields boot(bytes);
-    const Geometry fat = geometryOf(boot);
-    if (fat.bits == 0)
+    FatGeometry fat;
+    if (!parseFatGeometry(bytes, &fat))
         return found;
     found.type = QStringLiteral("fat%1").arg(fat.bits);
     found.label = QString::fromLatin1(bytes.mid(fat.bits == 32 ? 71 : 43, 11)).trimmed();

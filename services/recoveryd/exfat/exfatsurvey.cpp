@@ -1,0 +1,179 @@
+#include "recoveryd/exfat/exfatsurvey.h"
+
+#include "recoveryd/fat/clustersweep.h"
+
+namespace services::recoveryd::exfat {
+
+using fat::ClusterRun;
+using fat::ClusterRuns;
+using fat::FolderTree;
+using fat::Life;
+
+namespace {
+
+constexpr qint64 kMaxDirectory = 256 * 1024 * 1024;
+constexpr qint64 kMaxRead = 4 * 1024 * 1024; // of one cluster at once
+constexpr int kMaxFolders = 500 * 1000;
+
+} // namespace
+
+ExfatSurvey::ExfatSurvey(const MediaReader &media, const ExfatLayout &layout,
+                         const fat::AllocationTable &table)
+    : m_media(media)
+    , m_layout(layout)
+    , m_table(table)
+    , m_hasBitmap(readBitmap(media, layout, table, &m_used))
+    , m_read(layout.grid)
+    , m_book({m_media, m_layout.grid, &m_table, m_used}, m_folders)
+{}
+
+bool ExfatSurvey::walk(ScanObserver &observer)
+{
+    if (m_layout.grid.contains(m_layout.rootCluster) && !m_read.contains(m_layout.rootCluster)) {
+        bool isComplete = false;
+        const quint32 limit = m_layout.grid.clustersFor(kMaxDirectory);
+        ClusterRuns runs = m_table.chain(m_layout.rootCluster, limit, &isComplete);
+        if (runs.isEmpty())
+            runs.append({m_layout.rootCluster, 1});
+        m_nodes.insert(m_layout.rootCluster, FolderTree::kRoot);
+        m_live.push_back({runs, FolderTree::kRoot, Life::Live});
+    }
+    while (!m_live.empty() || !m_lost.empty()) {
+        if (!observer.mayGoOn())
+            return false;
+        // What exists first: a directory that was moved has its former entry besides.
+        std::deque<Folder> &queue = m_live.empty() ? m_lost : m_live;
+        const Folder folder = queue.front();
+        queue.pop_front();
+        readFolder(folder);
+    }
+    return true;
+}
+
+void ExfatSurvey::readFolder(const Folder &folder)
+{
+    const fat::ClusterGrid &grid = m_layout.grid;
+    EntrySetReader reader;
+    for (const ClusterRun &run : folder.runs) {
+        for (quint32 cluster = run.first; cluster < run.end(); ++cluster) {
+            const qint64 length = qMin(grid.clusterSize, kMaxRead);
+            if (m_read.contains(cluster))
+                return;
+            const QByteArray bytes = m_media.read(grid.offsetOf(cluster), length);
+            const bool isOwn =
+                folder.life == Life::Live || hasEntrySets(bytes.constData(), bytes.size());
+            if (!isOwn)
+                continue;
+            m_read.insert(cluster);
+            m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
+            readSlots(bytes, folder, &reader);
+        }
+    }
+}
+
+void ExfatSurvey::readSlots(const QByteArray &bytes, const Folder &folder, EntrySetReader *reader)
+{
+    for (int at = 0; at + kSlot <= bytes.size(); at += kSlot)
+        if (reader->feed(bytes.constData() + at))
+            takeEntry(reader->entry(), folder);
+}
+
+void ExfatSurvey::takeEntry(const fat::DirectoryEntry &entry, const Folder &folder)
+{
+    const Life life = entry.isDeleted             ? Life::Deleted
+                      : folder.life == Life::Live ? Life::Live
+                                                  : Life::Former;
+    if (entry.isDirectory)
+        takeSubfolder(entry, folder, life);
+    else
+        m_book.add(entry, folder.node, life);
+}
+
+ClusterRuns ExfatSurvey::runsOf(const fat::DirectoryEntry &entry) const
+{
+    const quint32 count =
+        qMax(quint32(1), m_layout.grid.clustersFor(qMin(entry.size, kMaxDirectory)));
+    bool isComplete = false;
+    ClusterRuns runs;
+    if (!entry.isContiguous)
+        runs = m_table.chain(entry.firstCluster, count, &isComplete);
+    if (entry.isContiguous || runs.isEmpty())
+        runs = {{entry.firstCluster, qMin(count, m_layout.grid.end() - entry.firstCluster)}};
+    return runs;
+}
+
+void ExfatSurvey::takeSubfolder(const fat::DirectoryEntry &entry, const Folder &parent, Life life)
+{
+    if (!m_layout.grid.contains(entry.firstCluster))
+        return;
+    const auto head = m_nodes.constFind(entry.firstCluster);
+    if (head != m_nodes.constEnd() && m_folders.isPlaced(*head))
+        return;
+    const int node = m_folders.count() < kMaxFolders ? m_folders.add() : FolderTree::kNone;
+    if (node == FolderTree::kNone)
+        return;
+    m_folders.place(node, parent.node, entry.name);
+    const Folder folder = {runsOf(entry), node, life};
+    // Clusters that were swept before are parts of it.
+    for (const ClusterRun &run : folder.runs) {
+        for (quint32 cluster = run.first; cluster < run.end(); ++cluster) {
+            const auto swept = m_nodes.constFind(cluster);
+            if (swept != m_nodes.constEnd() && !m_folders.isPlaced(*swept))
+                m_folders.place(*swept, node, QByteArray());
+        }
+    }
+    m_nodes.insert(entry.firstCluster, node);
+    (life == Life::Live ? m_live : m_lost).push_back(folder);
+}
+
+bool ExfatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done)
+{
+    const bool isDone = fat::sweepClusters(
+        m_media, m_layout.grid, ranges, observer, done,
+        [this](quint32 cluster, const char *bytes, int length) { visit(cluster, bytes, length); });
+    if (!isDone)
+        return false;
+    readOrphans();
+    return walk(observer);
+}
+
+void ExfatSurvey::visit(quint32 cluster, const char *bytes, int length)
+{
+    const bool isRoot = isRootDirectory(bytes, length);
+    if (m_read.contains(cluster) || (!isRoot && !hasEntrySets(bytes, length)))
+        return;
+    const int node = m_orphans.size() < kMaxFolders ? m_folders.add() : FolderTree::kNone;
+    if (node == FolderTree::kNone)
+        return;
+    if (isRoot) // of an earlier format, or of this one where its chain is damaged
+        m_folders.place(node, FolderTree::kRoot, QByteArray());
+    m_nodes.insert(cluster, node);
+    m_orphans.append(cluster);
+}
+
+void ExfatSurvey::readOrphans()
+{
+    EntrySetReader reader;
+    quint32 before = 0;
+    for (quint32 cluster : qAsConst(m_orphans)) {
+        if (m_read.contains(cluster))
+            continue;
+        if (cluster != before + 1)
+            reader = EntrySetReader();
+        before = cluster;
+        m_read.insert(cluster);
+        m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
+        const Life life = m_used.contains(cluster) ? Life::Live : Life::Former;
+        const QByteArray bytes = m_media.read(m_layout.grid.offsetOf(cluster),
+                                              qMin(m_layout.grid.clusterSize, kMaxRead));
+        readSlots(bytes, {ClusterRuns(), m_nodes.value(cluster), life}, &reader);
+    }
+    m_orphans.clear();
+}
+
+bool ExfatSurvey::report(bool listsExisting, ScanObserver &observer)
+{
+    return m_book.report(listsExisting, observer);
+}
+
+} // namespace services::recoveryd::exfat

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "recoveryd/exfat/entryset.h"
+#include "recoveryd/exfat/exfatlayout.h"
+#include "recoveryd/fat/filebook.h"
+
+#include <QHash>
+
+#include <deque>
+
+namespace services::recoveryd::exfat {
+
+/// Reads the directories of an exFAT volume: those that can be reached from the root, in use or
+/// deleted, and those found by sweeping. Directories do not say which they are, so a swept cluster
+/// is placed by the entry that names it. One thread.
+class ExfatSurvey
+{
+public:
+    ExfatSurvey(const MediaReader &media, const ExfatLayout &layout,
+                const fat::AllocationTable &table);
+
+    /// Follows the tree. False if the observer ended it.
+    [[nodiscard]] bool walk(ScanObserver &observer);
+    /// Looks for lost directories in what walk() has not seen.
+    [[nodiscard]] bool sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done);
+    [[nodiscard]] bool report(bool listsExisting, ScanObserver &observer);
+
+    const fat::ClusterSet &used() const { return m_used; }
+    /// Without it all clusters are taken as free.
+    bool hasBitmap() const { return m_hasBitmap; }
+
+private:
+    struct Folder
+    {
+        fat::ClusterRuns runs;
+        int node = fat::FolderTree::kNone;
+        fat::Life life = fat::Life::Live;
+    };
+
+    void readFolder(const Folder &folder);
+    void readSlots(const QByteArray &bytes, const Folder &folder, EntrySetReader *reader);
+    void takeEntry(const fat::DirectoryEntry &entry, const Folder &folder);
+    void takeSubfolder(const fat::DirectoryEntry &entry, const Folder &parent, fat::Life life);
+    fat::ClusterRuns runsOf(const fat::DirectoryEntry &entry) const;
+    void visit(quint32 cluster, const char *bytes, int length);
+    void readOrphans();
+
+    const MediaReader &m_media;
+    ExfatLayout m_layout;
+    const fat::AllocationTable &m_table;
+    fat::ClusterSet m_used;
+    bool m_hasBitmap;
+    fat::ClusterSet m_read; ///< Clusters whose entries are known.
+    fat::FolderTree m_folders;
+    QHash<quint32, int> m_nodes; ///< Of directories and swept clusters, by cluster.
+    std::deque<Folder> m_live;   ///< Still to be read.
+    std::deque<Folder> m_lost;
+    QVector<quint32> m_orphans;
+    fat::FileBook m_book;
+};
+
+} // namespace services::recoveryd::exfat
