@@ -9,20 +9,27 @@
 
 namespace guard_test {
 
+services::vaultd::UserProtection protectionIn(const QByteArray &home)
+{
+    services::vaultd::UserProtection protection;
+    protection.uid = ::geteuid();
+    protection.gid = ::getegid();
+    protection.home = home;
+    protection.directories = {home + "/documents"};
+    protection.extensions = {"doc", "txt", "tar.gz"};
+    protection.isEnabled = true;
+    protection.spoolDirs = {home + "/.local/share/spool"};
+    protection.leftOutDirectories = {home + "/documents/cache"};
+    return protection;
+}
+
 GuardHarness::GuardHarness()
     : m_root(QFile::encodeName(QDir(m_dir.path()).canonicalPath()))
 {
     for (const QByteArray &dir : {home(), documents(), elsewhere()})
         ::mkdir(dir.constData(), 0700);
-    m_keeper = std::make_unique<LinkKeeper>(m_root + "/vault");
-    protection.uid = ::geteuid();
-    protection.gid = ::getegid();
-    protection.home = home();
-    protection.directories = {documents()};
-    protection.extensions = {"doc", "txt", "tar.gz"};
-    protection.isEnabled = true;
-    protection.spoolDirs = {spool()};
-    protection.leftOutDirectories = {documents() + "/cache"};
+    m_keeper = std::make_unique<LinkKeeper>(vault());
+    protection = protectionIn(home());
 }
 
 bool GuardHarness::start(QString *error)

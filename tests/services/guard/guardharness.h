@@ -11,6 +11,9 @@
 
 namespace guard_test {
 
+/// What the tests protect in a home: "documents" in it, for the user of this process.
+services::vaultd::UserProtection protectionIn(const QByteArray &home);
+
 /// A home with a protected folder, the service's side of the hook in this process, and programs
 /// that run with the library. Nothing of the machine's own is touched.
 class GuardHarness
@@ -22,6 +25,7 @@ public:
     /// The service is gone; what programs delete goes to the spool.
     void stop() { m_hook.reset(); }
 
+    QByteArray vault() const { return m_root + "/vault"; }
     QByteArray home() const { return m_root + "/home"; }
     QByteArray documents() const { return home() + "/documents"; } ///< Protected.
     QByteArray elsewhere() const { return home() + "/elsewhere"; } ///< Not protected.

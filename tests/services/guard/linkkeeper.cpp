@@ -42,7 +42,7 @@ QByteArray LinkKeeper::file(const QByteArray &id, const char *suffix) const
     return m_dir + '/' + id + suffix;
 }
 
-/// What a killed process has left: a content whose original is still there was not deleted.
+/// What a killed process has left: a program may have had the answer and still be about to delete.
 void LinkKeeper::load()
 {
     const QStringList names =
@@ -51,21 +51,13 @@ void LinkKeeper::load()
         if (!name.endsWith(QLatin1String(".path")))
             continue;
         const QByteArray id = QFile::encodeName(name.left(name.size() - 5));
-        const QByteArray path = readLink(file(id, ".path"));
         struct stat content = {};
-        struct stat original = {};
-        const bool isComplete = ::lstat(file(id, ".file").constData(), &content) == 0;
-        const bool isThere =
-            ::lstat(path.constData(), &original) == 0 && original.st_ino == content.st_ino;
-        if (!isComplete || isThere) {
-            ::unlink(file(id, ".file").constData());
-            ::unlink(file(id, ".path").constData());
+        if (::lstat(file(id, ".file").constData(), &content) != 0)
             continue;
-        }
         KeptFile kept;
-        kept.path = path;
+        kept.path = readLink(file(id, ".path"));
         kept.inode = content.st_ino;
-        kept.isSettled = true;
+        kept.isLeft = true;
         m_files.insert(id, kept);
     }
 }
@@ -130,6 +122,11 @@ QVector<KeptFile> LinkKeeper::files() const
     QVector<KeptFile> files;
     for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
         KeptFile kept = it.value();
+        struct stat original = {};
+        if (kept.isLeft && ::lstat(kept.path.constData(), &original) == 0 &&
+            original.st_ino == kept.inode)
+            continue;
+        kept.isSettled = kept.isSettled || kept.isLeft;
         kept.content = readAll(file(it.key(), ".file"));
         files.append(kept);
     }

@@ -22,6 +22,7 @@ struct KeptFile
     uid_t peer = 0;
     bool isReplaced = false;
     bool isSettled = false;
+    bool isLeft = false; ///< By a former process.
 };
 
 /// A vault in its simplest form: hard links in one folder, each with a symbolic link that says
@@ -35,7 +36,7 @@ public:
     void settle(const QString &id, bool isDeleted) override;
     bool holds(const struct stat &file, const QByteArray &path) override;
 
-    /// As they are now.
+    /// As they are now; those of a former process only if their original is gone.
     QVector<KeptFile> files() const;
     QVector<KeptFile> filesAt(const QByteArray &path) const;
     int count() const { return files().size(); }
