@@ -109,6 +109,7 @@ set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_CONTACT "Morvane developers <packages@example.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/sametimes.cmake")
 set(CPACK_COMPONENTS_ALL morvane services)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS OFF)
@@ -140,9 +141,9 @@ The recovery service finds deleted files on disks, with their names, folders
 and dates, and writes them elsewhere. The vault service keeps protected files
 that users delete for a time and gives them back; a library that programs are
 started with reports deletions to it once a user has enabled the protection.")
-set(CPACK_DEBIAN_SERVICES_PACKAGE_DEPENDS "libpam-runtime, init-system-helpers")
+set(CPACK_DEBIAN_SERVICES_PACKAGE_DEPENDS "libpam-runtime")
 set(CPACK_DEBIAN_SERVICES_PACKAGE_RECOMMENDS
-    "morvane (= ${PROJECT_VERSION}), polkitd, systemd, util-linux")
+    "morvane (= ${PROJECT_VERSION}), polkitd, systemd")
 set(CPACK_DEBIAN_SERVICES_PACKAGE_SUGGESTS "ntfs-3g")
 set(CPACK_DEBIAN_SERVICES_PACKAGE_CONTROL_EXTRA "${_control_files}")
 include(CPack)

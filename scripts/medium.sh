@@ -16,10 +16,12 @@ scripts/deps.sh medium
 out=build/medium
 mkdir -p "$out"
 packages=$(grep -v '^#' medium/packages.txt | tr -s ' \n' ',,' | sed 's/,$//')
+# What the kernel's initial RAM file system takes in; the rest of the tree comes in later.
+early="etc/udev etc/initramfs-tools etc/lvm etc/mdadm"
 key=$({
     echo "$packages"
-    cat medium/configure.sh
-    cd medium/tree && find . -type f -exec sha256sum {} + -o -type l -printf '%p %l\n' | sort
+    # shellcheck disable=SC2086
+    cd medium/tree && find $early -type f -exec sha256sum {} + -o -type l -printf '%p %l\n' | sort
 } | sha256sum | cut -c1-16)
 base=$out/base-$key.tar
 
@@ -27,12 +29,8 @@ if [ ! -f "$base" ]; then
     rm -f "$out"/base-*.tar
     # Our rules are in the tree before the kernel makes its initial RAM file system, so that this is
     # made once.
-    # shellcheck disable=SC2016
     mmdebstrap --variant=minbase --components=main --include="$packages" \
-        --essential-hook='tar -C medium/tree --owner=0 --group=0 -cf - . | tar -C "$1" -xf -' \
-        --customize-hook='upload medium/configure.sh /configure.sh' \
-        --customize-hook='chroot "$1" /configure.sh' \
-        --customize-hook='rm "$1/configure.sh"' \
+        --essential-hook="tar -C medium/tree --owner=0 --group=0 -cf - $early | tar -C \"\$1\" -xf -" \
         --dpkgopt='force-confold' \
         bookworm "$base.part"
     mv "$base.part" "$base"
@@ -44,7 +42,8 @@ mkdir -p "$root"
 tar -C "$root" -xf "$base"
 mkdir -p "$root/packages"
 cp build/release/morvane_*.deb build/release/morvane-services_*.deb "$root/packages/"
-cp medium/install.sh "$root/install.sh"
+cp -a --no-preserve=ownership medium/tree/. "$root/"
+cp medium/configure.sh medium/install.sh "$root/"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
 cp -a /etc/apt/sources.list* "$root/etc/apt/" 2>/dev/null || true
 # No service is started in there, and update-initramfs runs at most once.
@@ -54,8 +53,9 @@ unshare --mount --pid --fork --kill-child bash -ec "
     mount -t proc proc '$root/proc'
     mount --bind /dev '$root/dev'
     chroot '$root' apt-get update -q
-    chroot '$root' /install.sh"
-rm -f "$root/install.sh" "$root/usr/sbin/policy-rc.d" "$root/etc/resolv.conf"
+    chroot '$root' sh /configure.sh
+    chroot '$root' sh /install.sh"
+rm -f "$root/configure.sh" "$root/install.sh" "$root/usr/sbin/policy-rc.d" "$root/etc/resolv.conf"
 ln -sf ../run/NetworkManager/resolv.conf "$root/etc/resolv.conf"
 : >"$root/etc/machine-id"
 

@@ -6,6 +6,8 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)}
 export SOURCE_DATE_EPOCH
+# The resource compiler writes the times of the files that it takes in.
+export QT_RCC_SOURCE_DATE_OVERRIDE="$SOURCE_DATE_EPOCH"
 cmake --preset release
 cmake --build --preset release --target morvane morvane_recoveryd morvane_vaultd morvane-guard
 cd build/release
