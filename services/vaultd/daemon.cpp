@@ -133,6 +133,7 @@ bool Daemon::start(QString *error)
     if (!startHook(error) || !m_users.start(error))
         return false;
     m_protection.start();
+    m_system.start();
     m_reopen.start();
     return true;
 }

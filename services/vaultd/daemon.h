@@ -6,7 +6,7 @@
 #include "vaultd/hook/hookservice.h"
 #include "vaultd/rights/authenticator.h"
 #include "vaultd/settingsrequests.h"
-#include "vaultd/systemrequests.h"
+#include "vaultd/system/systemrequests.h"
 #include "vaultd/users/vaultusers.h"
 
 #include <QHash>

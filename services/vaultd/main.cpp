@@ -92,6 +92,15 @@ int takeBrokenHookOut(const Protection::Options &options)
     return isDone ? 0 : 1;
 }
 
+int closePorts(const QString &stateDir)
+{
+    QString error;
+    if (closeFirewall(firewallStateFile(stateDir), &error))
+        return 0;
+    complain(error);
+    return 1;
+}
+
 /// What the command line says.
 class Arguments
 {
@@ -103,7 +112,7 @@ public:
         parser.addHelpOption();
         parser.addOptions({system, vaultParent, state, passwordFile, socket, hookLibrary,
                            preloadList, hookFolder, exitWithParent, protect, password, checkedUser,
-                           checkedHook, removedHook});
+                           checkedHook, removedHook, closedFirewall});
         parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("Files to protect."),
                                      QStringLiteral("[file…]"));
     }
@@ -163,6 +172,10 @@ public:
         QStringLiteral("Take the library out of the preload list if programs fail with it.")};
     const QCommandLineOption removedHook{
         QStringLiteral("remove-hook"), QStringLiteral("Take the library out of the preload list.")};
+
+    const QCommandLineOption closedFirewall{
+        QStringLiteral("close-firewall"),
+        QStringLiteral("Close the ports that a service has left open in the firewall.")};
 
 private:
     QString valueOr(const QCommandLineOption &option, const QString &fallback) const
@@ -231,6 +244,8 @@ int main(int argc, char *argv[])
         return takeBrokenHookOut(arguments.hookOptions());
     if (parser.isSet(arguments.removedHook))
         return takeHookOut(arguments.hookOptions());
+    if (parser.isSet(arguments.closedFirewall))
+        return closePorts(arguments.hookOptions().stateDir);
     const QString vaultParent = parser.value(arguments.vaultParent);
     if (vaultParent.isEmpty() && !arguments.isSystem()) {
         complain(QStringLiteral("没有给出保护区的上级目录（--vault-parent）"));

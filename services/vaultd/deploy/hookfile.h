@@ -14,8 +14,10 @@ QString libraryOf(const QByteArray &entry);
 /// running it.
 [[nodiscard]] bool checkLibrary(const QString &path, QString *error);
 
-/// Programs of 32 bits can run here and would look for the entry in a folder of theirs in vain, so
-/// each of them would print an error at its start.
-bool isMissingFor32Bit(const QByteArray &entry);
+/// Where 32-bit programs can run and no library for them lies where they look for the entry, puts
+/// an empty one there: each of them would print an error at its start.
+[[nodiscard]] bool provideFor32Bit(const QByteArray &entry, QString *error);
+/// Takes that one away.
+void removeFor32Bit(const QByteArray &entry);
 
 } // namespace services::vaultd

@@ -2,6 +2,7 @@
 
 #include "common/text.h"
 #include "vaultd/failure.h"
+#include "vaultd/system/command.h"
 #include "vaultd/users/uservault.h"
 
 #include <QDir>
@@ -45,19 +46,6 @@ private:
     UserIdentity m_user;
     bool m_changes;
 };
-
-/// A filter on system calls is inherited, and the hook does nothing in a program that has one.
-bool hasSystemCallFilter()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return false;
-    const QList<QByteArray> lines = status.readAll().split('\n');
-    for (const QByteArray &line : lines)
-        if (line.startsWith("Seccomp:"))
-            return line.mid(8).trimmed() != "0";
-    return false;
-}
 
 /// A protected folder that the user can write, and a name there that is protected.
 bool findPlace(const UserVault &vault, QString *folder, QString *suffix, QString *error)
@@ -154,6 +142,7 @@ void HookProbe::startProgram(const QByteArray &preload)
     environment.insert(QStringLiteral("PATH"), QStringLiteral("/usr/sbin:/usr/bin:/sbin:/bin"));
     environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
     const QString preloaded = QStringLiteral("LD_PRELOAD=") + QFile::decodeName(preload);
+    // The hook does nothing in a program with a filter on system calls, and filters are inherited.
     if (hasSystemCallFilter()) {
         m_program = std::make_unique<QProcess>();
         QStringList wrapped{QStringLiteral("--quiet"),

@@ -105,12 +105,8 @@ void Protection::enable(UserVault *vault, const Done &done)
 void Protection::prove(UserVault *vault, const Done &done)
 {
     QString error;
-    if (!checkLibrary(m_library, &error)) {
+    if (!checkLibrary(m_library, &error) || !provideFor32Bit(m_options.entry, &error)) {
         giveUp(vault, error, done);
-        return;
-    }
-    if (isMissingFor32Bit(m_options.entry)) {
-        giveUp(vault, QStringLiteral("缺少 32 位程序所需的预加载库"), done);
         return;
     }
     if (!m_hook.open(*vault, &error)) {
@@ -270,6 +266,7 @@ bool removeHook(const Protection::Options &options, QString *error)
         return false;
     QFile::remove(options.stateDir + kUnproven);
     QFile::remove(options.stateDir + kDeployment);
+    removeFor32Bit(options.entry);
     return true;
 }
 
