@@ -38,6 +38,17 @@ void FindingMaker::completeFork(LostFile *lost) const
     lost->inode.hasFork = true;
 }
 
+/// Whether a map that was left of a freed inode leads to entries: its kind is cleared with it.
+bool FindingMaker::isDirectory(quint64 number, const BlockMap &map) const
+{
+    if (map.extents.empty())
+        return false;
+    const QByteArray block = m_volume.read(m_geometry.offsetOfBlock(map.extents.front().block),
+                                           int(m_geometry.blockSize));
+    const DirectoryHead head = directoryHead(View(block));
+    return head.size > 0 && (!head.isV5 || head.owner == number);
+}
+
 bool FindingMaker::isNew(const LostFile &lost, const FileContent &content)
 {
     quint64 hash = lost.number * 0x9E3779B97F4A7C15ULL;
@@ -59,6 +70,8 @@ bool FindingMaker::make(LostFile lost, NameBook &names, bool isNumberInUse, Find
     const BlockMap map = lost.isSizeKnown
                              ? m_forks.read(lost.number, lost.inode, m_geometry)
                              : m_forks.readRemains(lost.number, lost.inode, m_geometry);
+    if (!lost.isSizeKnown && isDirectory(lost.number, map))
+        return false;
     const qint64 size = lost.isSizeKnown ? qint64(lost.inode.size)
                                          : estimatedSize(map, m_volume.media(), m_geometry);
     *finding = Finding();

@@ -30,6 +30,7 @@ public:
 
 private:
     void completeFork(LostFile *lost) const;
+    bool isDirectory(quint64 number, const BlockMap &map) const;
     quint64 recencyOf(const Inode &inode) const;
     bool isNew(const LostFile &lost, const FileContent &content);
 

@@ -20,7 +20,7 @@ struct Geometry
     quint64 blocks = 0;
     quint64 logStart = 0; ///< 0: the log is on another device.
     quint32 logBlocks = 0;
-    quint64 rootInode = 0; ///< 0: not known.
+    quint64 rootInode = 0;      ///< 0: not known.
     QVector<quint64> ownInodes; ///< Files of the file system's own: realtime maps and quotas.
     int agBlockLog = 0;         ///< Bits of a block number within its group.
     int inodesPerBlockLog = 0;  ///< Bits of an inode number within its block.

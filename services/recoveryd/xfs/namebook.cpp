@@ -133,8 +133,9 @@ int NameBook::rank(const Name &name, const Life &life, quint64 *nearness) const
     if (isCurrent && life.isNumberInUse && name.firstLive == kNow)
         return 0;
     const quint64 end = life.end == 0 ? kNow : life.end;
-    if (name.firstLive != 0 && name.firstLive <= end) {
-        *nearness = qMin(name.lastLive, end);
+    // What is in use after the change that ended the life is the name of the next one.
+    if (name.firstLive != 0 && name.firstLive < end) {
+        *nearness = qMin(name.lastLive, end - 1);
         return name.firstLive >= life.begin || name.lastLive >= life.begin ? 4 : 2;
     }
     if (name.freed != 0) {

@@ -162,20 +162,30 @@ Inode XfsScanner::currentState(quint64 number, const Inode &onDisk)
     return onDisk;
 }
 
+bool XfsScanner::stateOf(quint64 number, const View &bytes, Inode *onDisk, Inode *state)
+{
+    if (isGenuine(bytes, m_volume.geometry().uuid, number) && parseInode(bytes, onDisk)) {
+        *state = currentState(number, *onDisk);
+        return true;
+    }
+    // A crash may come before a new block of inodes is first written.
+    const Inode *const logged = m_history.now(number);
+    if (logged)
+        *state = *logged;
+    return logged != nullptr;
+}
+
 void XfsScanner::takeInode(quint64 number, const View &bytes, bool isAllocated)
 {
     Inode onDisk;
-    if (!isGenuine(bytes, m_volume.geometry().uuid, number) || !parseInode(bytes, &onDisk))
-        onDisk = Inode();
-    const bool isOnDisk = onDisk.hasFork;
-    if (!isOnDisk && !m_history.now(number))
+    Inode state;
+    if (!stateOf(number, bytes, &onDisk, &state))
         return;
-    const Inode state = isOnDisk ? currentState(number, onDisk) : *m_history.now(number);
     if (isAllocated && !state.isFree())
         takeInUse(number, state);
     else if (!state.isFree())
         m_history.loseNow(number);
-    if (!isAllocated && isOnDisk)
+    if (!isAllocated && onDisk.hasFork)
         takeFreed(number, onDisk);
 }
 
@@ -346,11 +356,10 @@ bool XfsScanner::reportExisting(ScanObserver &observer)
             return false;
     return m_walk->run(
         [&](quint64 number, const View &bytes, bool isAllocated) {
-            Inode inode;
-            if (!isAllocated || !isGenuine(bytes, m_volume.geometry().uuid, number) ||
-                !parseInode(bytes, &inode))
+            Inode onDisk;
+            Inode state;
+            if (!isAllocated || !stateOf(number, bytes, &onDisk, &state))
                 return true;
-            const Inode state = currentState(number, inode);
             return state.links == 0 || tell(number, state);
         },
         [&observer](qint64) { return observer.mayGoOn(); });

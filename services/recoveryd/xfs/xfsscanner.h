@@ -38,6 +38,8 @@ private:
     void takeStray(quint64 number, const Inode &inode, bool isInFreeSpace);
     /// The state that counts: that on disk, or that in the log where it is not yet on disk.
     Inode currentState(quint64 number, const Inode &onDisk);
+    /// The same for an inode's place; `onDisk` lacks its fork where no inode stands there yet.
+    [[nodiscard]] bool stateOf(quint64 number, const View &bytes, Inode *onDisk, Inode *state);
     bool isInFreeSpace(qint64 offset) const;
 
     ScanContext m_context;
