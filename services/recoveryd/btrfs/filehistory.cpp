@@ -55,6 +55,8 @@ constexpr quint64 kEnd = ~quint64(0);
 /// Which offsets of the file the leaf of a piece speaks for.
 std::pair<quint64, quint64> coverage(const Piece &piece)
 {
+    if (piece.isFromLog)
+        return {0, 0};
     const bool isFirst = !piece.isOpenBefore || piece.hasFacts || !piece.names.isEmpty();
     const quint64 first = isFirst                   ? 0
                           : piece.extents.isEmpty() ? kEnd
@@ -71,11 +73,6 @@ quint64 plainBytes(const QVector<ExtentItem> &extents)
         if (extent.kind == ExtentItem::Kind::Inline || extent.address != 0)
             sum += extent.length;
     return sum;
-}
-
-bool isLog(const Piece &piece)
-{
-    return piece.tree == kLogTree;
 }
 
 /// Puts a file together out of the pieces of its leaves.
@@ -122,11 +119,18 @@ private:
         return others;
     }
 
+    static void cover(const Piece &piece, const QVector<ExtentItem> &extents, Stretches *covered)
+    {
+        const auto stretch = coverage(piece);
+        covered->add(stretch.first, stretch.second);
+        for (const ExtentItem &extent : extents)
+            covered->add(extent.offset, extent.offset + 1);
+    }
+
     void complete(const Piece &piece, FileVersion *version) const
     {
         Stretches covered;
-        const auto own = coverage(piece);
-        covered.add(own.first, own.second);
+        cover(piece, version->extents, &covered);
         quint64 sum = plainBytes(version->extents);
         for (const Piece *other : candidates(piece)) {
             if (sum >= piece.facts.storedBytes)
@@ -138,8 +142,7 @@ private:
                     added.append(extent);
             version->extents += added;
             sum += plainBytes(added);
-            const auto stretch = coverage(*other);
-            covered.add(stretch.first, stretch.second);
+            cover(*other, added, &covered);
         }
         std::stable_sort(
             version->extents.begin(), version->extents.end(),
@@ -177,7 +180,7 @@ public:
             if (extent.isStored() && extent.kind == ExtentItem::Kind::Regular &&
                 !m_stored.holds(stretch.first, stretch.second))
                 return false;
-            if (extent.kind == ExtentItem::Kind::Inline && !m_inline.contains(inlineKey(version)))
+            if (extent.kind == ExtentItem::Kind::Inline && !m_inline.contains(extent.inlineHash))
                 return false;
         }
         return true;
@@ -189,26 +192,19 @@ public:
             if (extent.isStored() && extent.kind == ExtentItem::Kind::Regular)
                 m_stored.add(stretch.first, stretch.second);
             if (extent.kind == ExtentItem::Kind::Inline)
-                m_inline.insert(inlineKey(version));
+                m_inline.insert(extent.inlineHash);
         }
     }
 
 private:
-    using InlineKey = QPair<quint64, qint64>;
-
     static std::pair<quint64, quint64> stretchOf(const ExtentItem &extent)
     {
         if (extent.compression != 0)
             return {extent.address, extent.address + extent.storedLength};
         return {extent.address + extent.skip, extent.address + extent.skip + extent.length};
     }
-    static InlineKey inlineKey(const FileVersion &version)
-    {
-        return {version.facts.size, version.facts.modifiedMs};
-    }
-
     Stretches m_stored;
-    QSet<InlineKey> m_inline;
+    QSet<quint32> m_inline; ///< Hashes of the bytes.
 };
 
 /// Pieces with the facts of regular files, one for each state: the live ones, then the newest.
@@ -219,12 +215,13 @@ QVector<const Piece *> states(const QVector<Piece> &pieces)
         if (piece.hasFacts && (piece.facts.mode & kFormatMask) == kRegular &&
             piece.facts.generation != 0)
             states.append(&piece);
-    std::stable_sort(states.begin(), states.end(), [](const Piece *a, const Piece *b) {
-        return std::make_tuple(a->facts.generation, !a->isLive, ~a->lastGeneration,
-                               ~a->facts.transaction) <
-               std::make_tuple(b->facts.generation, !b->isLive, ~b->lastGeneration,
-                               ~b->facts.transaction);
-    });
+    // Within a transaction the log has a state for each time that the file was synchronised.
+    const auto rank = [](const Piece *piece) {
+        return std::make_tuple(piece->facts.generation, !piece->isLive, ~piece->lastGeneration,
+                               ~piece->facts.transaction, -piece->facts.changedMs);
+    };
+    std::stable_sort(states.begin(), states.end(),
+                     [&rank](const Piece *a, const Piece *b) { return rank(a) < rank(b); });
     return states;
 }
 
@@ -232,15 +229,13 @@ QVector<const Piece *> states(const QVector<Piece> &pieces)
 void resolveLog(QVector<Piece> *pieces, quint64 mainTree)
 {
     for (Piece &piece : *pieces) {
-        if (!isLog(piece))
+        if (!piece.isFromLog)
             continue;
         const auto owner = std::find_if(pieces->cbegin(), pieces->cend(), [&](const Piece &other) {
-            return !isLog(other) && other.hasFacts && piece.hasFacts &&
+            return !other.isFromLog && other.hasFacts && piece.hasFacts &&
                    other.facts.generation == piece.facts.generation;
         });
         piece.tree = owner != pieces->cend() ? owner->tree : mainTree;
-        // It has only what changed.
-        piece.isOpenBehind = piece.isOpenBehind || piece.hasFacts;
     }
 }
 

@@ -64,6 +64,8 @@ void readExtent(const ItemView &item, const NodeView &leaf, qint64 offset, Piece
     if (extent.kind == ExtentItem::Kind::Inline) {
         extent.inlineLength = item.size - kExtentHeadSize;
         extent.inlineAt = offset + (item.data + kExtentHeadSize - leaf.bytes());
+        extent.inlineHash = quint32(
+            qHash(QByteArray::fromRawData(item.data + kExtentHeadSize, extent.inlineLength)));
         extent.length = qMin(extent.unpacked, quint64(kMaxNodeSize));
     } else {
         if (item.size < kExtentItemSize)

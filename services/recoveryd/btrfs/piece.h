@@ -44,6 +44,7 @@ struct ExtentItem
     // Of an inline one:
     qint64 inlineAt = 0; ///< On the device.
     int inlineLength = 0;
+    quint32 inlineHash = 0; ///< Of its bytes.
 
     bool isStored() const { return kind != Kind::Inline && address != 0; }
 };
@@ -57,6 +58,7 @@ struct Piece
     InodeFacts facts;
     QVector<Reference> names;
     QVector<ExtentItem> extents; ///< Ascending by offset.
+    bool isFromLog = false;      ///< It has only what changed since the last transaction.
     /// More of the inode may stand in the leaf before or behind.
     bool isOpenBefore = false;
     bool isOpenBehind = false;
@@ -81,6 +83,7 @@ void forEachPiece(const NodeView &leaf, qint64 offset, Visit visit)
         Piece piece;
         piece.inode = leaf.item(i).key.id;
         piece.tree = leaf.owner();
+        piece.isFromLog = leaf.owner() == kLogTree;
         piece.firstGeneration = piece.lastGeneration = leaf.generation();
         piece.isOpenBefore = i == 0 && leaf.item(i).key.type != kInodeItem;
         for (; i < leaf.count() && leaf.item(i).key.id == piece.inode; ++i)

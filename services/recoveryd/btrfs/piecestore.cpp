@@ -109,6 +109,7 @@ void writeExtent(const ExtentItem &extent, Writer *to)
     to->number(extent.length);
     if (extent.kind == ExtentItem::Kind::Inline) {
         to->number(quint64(extent.inlineLength));
+        to->number(extent.inlineHash);
         return;
     }
     to->number(extent.address);
@@ -129,6 +130,7 @@ ExtentItem readExtent(Reader *from)
     extent.length = from->number();
     if (extent.kind == ExtentItem::Kind::Inline) {
         extent.inlineLength = int(from->number());
+        extent.inlineHash = quint32(from->number());
         return extent;
     }
     extent.address = from->number();
@@ -154,11 +156,6 @@ void encode(const Piece &piece, QByteArray *to)
     writer.number(quint64(piece.extents.size()));
     for (const ExtentItem &extent : piece.extents)
         writeExtent(extent, &writer);
-}
-
-quint32 shortHash(const QByteArray &text, uint seed)
-{
-    return quint32(qHash(text, seed));
 }
 
 } // namespace
@@ -200,11 +197,11 @@ quint32 PieceStore::keep(const QByteArray &text)
     return quint32(place / kUnit);
 }
 
-void PieceStore::add(const Piece &piece, uint inlineHash)
+void PieceStore::add(const Piece &piece)
 {
     encode(piece, &m_buffer);
     const quint32 tree = treeIndex(piece.tree);
-    const quint32 hash = shortHash(m_buffer, inlineHash);
+    const quint32 hash = quint32(qHash(m_buffer));
     const quint64 key = quint64(hash) << 32 ^ piece.inode * 0x9E3779B97F4A7C15u ^ tree;
     bool isKnown = false;
     m_index.find(key, [&](int number) {
@@ -252,6 +249,7 @@ Piece PieceStore::decoded(const Record &record) const
     Piece piece;
     piece.inode = record.inode;
     piece.tree = m_trees[record.tree];
+    piece.isFromLog = piece.tree == kLogTree;
     piece.firstGeneration = record.firstGeneration;
     piece.lastGeneration = record.lastGeneration;
     piece.isLive = record.isLive;

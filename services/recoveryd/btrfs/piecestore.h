@@ -15,8 +15,7 @@ namespace services::recoveryd::btrfs {
 class PieceStore
 {
 public:
-    /// `inlineHash`: of the bytes of its inline extents.
-    void add(const Piece &piece, uint inlineHash);
+    void add(const Piece &piece);
     /// Sorts; to be called once, behind the last add().
     void finish();
 

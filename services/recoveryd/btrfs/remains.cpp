@@ -12,17 +12,6 @@ constexpr quint32 kFormatMask = 0170000;
 constexpr quint32 kFolder = 0040000;
 constexpr quint32 kRegular = 0100000;
 
-uint inlineHash(const Piece &piece, const NodeView &leaf, qint64 offset)
-{
-    uint hash = 0;
-    for (const ExtentItem &extent : piece.extents)
-        if (extent.kind == ExtentItem::Kind::Inline)
-            hash = qHash(QByteArray::fromRawData(leaf.bytes() + (extent.inlineAt - offset),
-                                                 extent.inlineLength),
-                         hash + 1);
-    return hash;
-}
-
 } // namespace
 
 void Remains::setDevice(quint64 id)
@@ -64,7 +53,7 @@ void Remains::addPieces(qint64 offset, const NodeView &leaf, bool isLive)
             piece.hasFacts ? kind == kRegular : !piece.names.isEmpty() || !piece.extents.isEmpty();
         if (!isOfFile)
             return;
-        m_pieces.add(piece, inlineHash(piece, leaf, offset));
+        m_pieces.add(piece);
         if (m_treeSizes.size() < kMaxTrees)
             ++m_treeSizes[piece.tree];
     });
