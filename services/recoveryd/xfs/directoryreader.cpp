@@ -33,15 +33,27 @@ void DirectoryReader::readExisting(quint64 number, const Inode &inode)
 
 void DirectoryReader::readGone(quint64 number, const Inode &inode)
 {
-    constexpr quint64 kEmpty = 6; // size of a directory that holds nothing
     if (inode.isDirectory() && inode.format == ForkFormat::Local)
         readShort(number, View(inode.fork), inode.size, known(inode.lsn), known(inode.lsn));
     else if (inode.isDirectory())
         readBlocks(number, m_forks.read(number, inode, m_geometry), false);
     else if (m_forks.readRemains(number, inode, m_geometry).isComplete)
         readBlocks(number, m_forks.readRemains(number, inode, m_geometry), false);
-    else if (View(inode.fork).u16(0) == 0)
-        readShort(number, View(inode.fork), kEmpty, known(inode.lsn), known(inode.lsn));
+    else
+        readFreedShort(number, inode);
+}
+
+/// As a directory is emptied and freed at once, what it held may never be overwritten in its inode.
+void DirectoryReader::readFreedShort(quint64 number, const Inode &inode)
+{
+    const View fork(inode.fork);
+    const quint64 size = quint64(fork.size());
+    if (fork.u8(1) > fork.u8(0) || quint64(fork.u8(0)) * 8 > size)
+        return;
+    forEachShortEntry(fork, size, m_geometry, [&](DirectoryEntry entry) {
+        entry.isFreed = true;
+        m_names.add(number, entry, known(inode.lsn));
+    });
 }
 
 void DirectoryReader::readLogged(quint64 number, const Inode &inode)

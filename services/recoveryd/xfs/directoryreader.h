@@ -30,6 +30,7 @@ public:
     void readPieces(const LoggedBuffer &item, quint64 lsn);
 
 private:
+    void readFreedShort(quint64 number, const Inode &inode);
     void readShort(quint64 number, const View &fork, quint64 size, quint64 live, quint64 freed);
     void readBlocks(quint64 number, const BlockMap &map, bool exists);
     void addEntries(quint64 directory, const View &stretch, int at, quint64 live, quint64 freed);
