@@ -97,6 +97,12 @@ size_t guardPathOf(int descriptor, char *buffer, size_t size)
     return (size_t)length;
 }
 
+size_t guardWorkingDirectory(char *buffer, size_t size)
+{
+    const long length = syscall(SYS_getcwd, buffer, size); /* With the NUL. */
+    return length > 1 && buffer[0] == '/' ? (size_t)length - 1 : 0;
+}
+
 bool guardHoldSignals(uint64_t *former)
 {
     uint64_t all = ~UINT64_C(0);

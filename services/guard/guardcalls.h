@@ -34,6 +34,9 @@ ssize_t guardReadFile(const char *path, char *buffer, size_t size);
 /* The absolute path that the descriptor was opened by, without a NUL; 0 if it has none. */
 size_t guardPathOf(int descriptor, char *buffer, size_t size);
 
+/* The working directory; 0 if it cannot be reached from the process's root. */
+size_t guardWorkingDirectory(char *buffer, size_t size);
+
 /* Holds back all signals but those that a fault raises. *former: what to give back. */
 bool guardHoldSignals(uint64_t *former);
 void guardReleaseSignals(const uint64_t *former);

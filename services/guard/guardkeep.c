@@ -119,25 +119,66 @@ static __attribute__((noinline)) enum GuardOutcome talk(struct GuardedDeletion *
     return outcome;
 }
 
-static __attribute__((noinline)) void keep(struct GuardedDeletion *deletion,
-                                           const struct GuardMapHeader *map,
-                                           const struct Call *call, uint32_t uid, int file)
+/* The path of a file that is named without its folder: found without opening anything. */
+static size_t pathByFolder(const struct Call *call, char path[PATH_SIZE])
 {
-    char path[PATH_SIZE];
-    const size_t length = guardPathOf(file, path, sizeof(path));
-    if (length == 0 || (guardOwnerOf(map, path, length, call->kind, uid) < 0 &&
-                        (call->kind != GuardDeletion || !guardIsBelowTrash(map, path, length))))
-        return;
-    path[length] = '\0';
+    if (call->name != call->path)
+        return 0;
+    size_t length = call->folder == AT_FDCWD ? guardWorkingDirectory(path, PATH_SIZE)
+                                             : guardPathOf(call->folder, path, PATH_SIZE);
+    if (length == 0 || length + 1 + call->nameLength >= PATH_SIZE)
+        return 0;
+    if (path[length - 1] != '/')
+        path[length++] = '/';
+    memcpy(path + length, call->name, call->nameLength);
+    return length + call->nameLength;
+}
+
+static bool isProtected(const struct GuardMapHeader *map, const struct Call *call, const char *path,
+                        size_t length, uint32_t uid)
+{
+    return guardOwnerOf(map, path, length, call->kind, uid) >= 0 ||
+           (call->kind == GuardDeletion && guardIsBelowTrash(map, path, length));
+}
+
+/* `path` ends in a NUL. */
+static void keepFile(struct GuardedDeletion *deletion, const struct GuardMapHeader *map,
+                     const struct Call *call, uint32_t uid, int file, const char *path)
+{
     struct GuardStat status;
     if (!guardStatAt(file, "", AT_EMPTY_PATH, &status) || !S_ISREG(status.mode) ||
         status.links == 0 || guardIsFiltered())
+        return;
+    /* A handler that jumps away would leave descriptors open and a deletion half reported. */
+    if (!guardHoldSignals(&deletion->formerSignals))
         return;
     const enum GuardOutcome outcome = talk(deletion, map, call, file);
     if (outcome == GuardIsKept)
         deletion->isKept = true;
     else if (outcome == GuardIsSilent)
         spool(deletion, map, uid, file, &status, path);
+    if (!deletion->isKept)
+        guardReleaseSignals(&deletion->formerSignals);
+}
+
+static __attribute__((noinline)) void keep(struct GuardedDeletion *deletion,
+                                           const struct GuardMapHeader *map,
+                                           const struct Call *call, uint32_t uid)
+{
+    char path[PATH_SIZE];
+    size_t length = pathByFolder(call, path);
+    if (length != 0 && !isProtected(map, call, path, length, uid))
+        return;
+    const int file = guardOpen(call->folder, call->path, O_PATH | O_NOFOLLOW);
+    if (file < 0)
+        return;
+    if (length == 0)
+        length = guardPathOf(file, path, sizeof(path));
+    if (length != 0 && isProtected(map, call, path, length, uid)) {
+        path[length] = '\0';
+        keepFile(deletion, map, call, uid, file, path);
+    }
+    guardClose(file);
 }
 
 void guardBefore(struct GuardedDeletion *deletion, int folder, const char *path,
@@ -151,16 +192,8 @@ void guardBefore(struct GuardedDeletion *deletion, int folder, const char *path,
         return;
     const uint32_t uid = guardEffectiveUid();
     const struct GuardLease lease = guardLeaseMap(uid);
-    /* A handler that jumps away would leave descriptors open and a deletion half reported. */
-    if (lease.map && isWanted(lease.map, &call) && guardHoldSignals(&deletion->formerSignals)) {
-        const int file = guardOpen(folder, path, O_PATH | O_NOFOLLOW);
-        if (file >= 0) {
-            keep(deletion, lease.map, &call, uid, file);
-            guardClose(file);
-        }
-        if (!deletion->isKept)
-            guardReleaseSignals(&deletion->formerSignals);
-    }
+    if (lease.map && isWanted(lease.map, &call))
+        keep(deletion, lease.map, &call, uid);
     guardEndLease(&lease);
 }
 
@@ -172,13 +205,4 @@ void guardAfter(struct GuardedDeletion *deletion, int error)
         guardTalkEnd(deletion->connection, error);
     guardSpoolEnd(&deletion->spooled, error == 0);
     guardReleaseSignals(&deletion->formerSignals);
-}
-
-bool guardKeepsReplaced(void)
-{
-    const struct GuardLease lease = guardLeaseMap(guardEffectiveUid());
-    const bool keeps = lease.map && (lease.map->flags & GuardMapEnabled) &&
-                       (lease.map->flags & GuardMapReplacements);
-    guardEndLease(&lease);
-    return keeps;
 }

@@ -24,5 +24,3 @@ void guardBefore(struct GuardedDeletion *deletion, int folder, const char *path,
                  enum GuardKind kind);
 /* `error`: the real call's errno, 0 for success. */
 void guardAfter(struct GuardedDeletion *deletion, int error);
-/* Whether replaced files are kept for the current user. */
-bool guardKeepsReplaced(void);
