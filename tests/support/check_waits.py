@@ -30,6 +30,8 @@ ALLOWED = {
     ("tests/services/tst_recoveryd_sessions.cpp", "400"): ABSENCE,
     ("tests/services/guard/linkkeeper.cpp", "static_cast<unsigned long>(m_delayMs)"):
         "a keeper that is slow on purpose",
+    ("tests/services/guard/tst_guard_kills.cpp", "1"):
+        "the interval at which the ends of processes are looked for",
     ("tests/share/tst_fileshareserver.cpp", "20"): "sends in separate segments; together will do",
     ("tests/system/machine.py", "0.1"): "between two looks at a socket file of another program",
     ("tests/system/machine.py", "0.2"): "between two looks at a file of another program",
