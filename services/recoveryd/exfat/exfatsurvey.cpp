@@ -29,7 +29,7 @@ ExfatSurvey::ExfatSurvey(const MediaReader &media, const ExfatLayout &layout,
 
 bool ExfatSurvey::walk(ScanObserver &observer)
 {
-    if (m_layout.grid.contains(m_layout.rootCluster) && !m_read.contains(m_layout.rootCluster)) {
+    if (m_layout.grid.contains(m_layout.rootCluster)) {
         bool isComplete = false;
         const quint32 limit = m_layout.grid.clustersFor(kMaxDirectory);
         ClusterRuns runs = m_table.chain(m_layout.rootCluster, limit, &isComplete);
@@ -38,6 +38,11 @@ bool ExfatSurvey::walk(ScanObserver &observer)
         m_nodes.insert(m_layout.rootCluster, FolderTree::kRoot);
         m_live.push_back({runs, FolderTree::kRoot, Life::Live});
     }
+    return readQueued(observer);
+}
+
+bool ExfatSurvey::readQueued(ScanObserver &observer)
+{
     while (!m_live.empty() || !m_lost.empty()) {
         if (!observer.mayGoOn())
             return false;
@@ -134,7 +139,7 @@ bool ExfatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *do
     if (!isDone)
         return false;
     readOrphans();
-    return walk(observer);
+    return readQueued(observer);
 }
 
 void ExfatSurvey::visit(quint32 cluster, const char *bytes, int length)

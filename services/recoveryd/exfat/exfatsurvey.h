@@ -37,6 +37,7 @@ private:
         fat::Life life = fat::Life::Live;
     };
 
+    [[nodiscard]] bool readQueued(ScanObserver &observer);
     void readFolder(const Folder &folder);
     void readSlots(const QByteArray &bytes, const Folder &folder, EntrySetReader *reader);
     void takeEntry(const fat::DirectoryEntry &entry, const Folder &folder);

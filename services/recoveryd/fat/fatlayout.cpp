@@ -12,6 +12,7 @@ constexpr qint64 kTableSearch = 16 * 1024 * 1024;
 constexpr qint64 kMaxTable = 256 * 1024 * 1024;
 constexpr qint64 kWindow = 1024 * 1024;
 constexpr qint64 kMaxCluster = 256 * 1024;
+constexpr quint32 kMostNarrow = 4084; ///< Clusters with entries of 12 bits.
 // Root directory of a hard disk or card with FAT16; and of a floppy disk.
 constexpr quint32 kUsualRootEntries[] = {512, 224, 112, 256, 1024, 2048, 64, 128};
 
@@ -27,9 +28,11 @@ qint64 findCopy(const MediaReader &media, const QByteArray &first, qint64 from, 
     return -1;
 }
 
+/// Tables may be longer than the format lets them count.
 quint32 tableCapacity(const TableLayout &table)
 {
-    return quint32(qMin(qint64(0x0FFFFFF5), table.length * 8 / table.bits - 2));
+    const qint64 most = table.bits == 12 ? kMostNarrow : table.bits == 16 ? 65524 : 0x0FFFFFF5;
+    return quint32(qMin(most, table.length * 8 / table.bits - 2));
 }
 
 /// How many of the directories that the first clusters' heads name stand where the grid says.
@@ -82,6 +85,21 @@ void tryRoot(const MediaReader &media, qint64 behindTables, quint32 rootEntries,
         *best = score;
         *layout = tried;
     }
+}
+
+/// Fills the grid in for the width of entries; gives how many directories agree.
+int tryWidth(const MediaReader &media, qint64 behindTables, FatLayout *layout)
+{
+    int best = 0;
+    if (layout->table.bits != 32) {
+        for (quint32 entries : kUsualRootEntries)
+            tryRoot(media, behindTables, entries, &best, layout);
+        return best;
+    }
+    layout->rootCluster = ClusterGrid::kFirst;
+    fillGrid(media, behindTables,
+             fittingClusterSize(media.size() - behindTables, tableCapacity(layout->table)), layout);
+    return qMax(0, agreements(media, layout->grid));
 }
 
 bool isSoundBoot(const MediaReader &media, qint64 offset, FatLayout *layout)
@@ -155,19 +173,19 @@ bool deriveLayout(const MediaReader &media, qint64 tableOffset, FatLayout *layou
     const qint64 behind = copy + derived.table.length;
     if (behind >= media.size())
         return false;
+    // Chains of one cluster at the beginning make narrow entries look like wide ones.
     int best = 0;
-    if (derived.table.bits == 32) {
-        const qint64 fitting =
-            fittingClusterSize(media.size() - behind, tableCapacity(derived.table));
-        fillGrid(media, behind, fitting, &derived);
-        derived.rootCluster = ClusterGrid::kFirst;
-        best = agreements(media, derived.grid);
-    } else {
-        for (quint32 entries : kUsualRootEntries)
-            tryRoot(media, behind, entries, &best, &derived);
+    for (int bits : {32, 16, 12}) {
+        FatLayout tried = derived;
+        tried.table.bits = bits;
+        const int score = bits <= derived.table.bits ? tryWidth(media, behind, &tried) : 0;
+        const bool isNarrow = bits == 12 && score == best && layout->grid.count <= kMostNarrow;
+        if (score == 0 || (score <= best && !isNarrow))
+            continue;
+        best = score;
+        *layout = tried;
     }
-    *layout = derived;
-    return derived.grid.count > 0 && best > 0;
+    return best > 0;
 }
 
 bool findFatLayout(const MediaReader &media, FatLayout *layout)

@@ -34,6 +34,11 @@ bool FatSurvey::walk(ScanObserver &observer)
         m_nodes.insert(m_layout.rootCluster, FolderTree::kRoot);
         m_live.push_back({m_layout.rootCluster, FolderTree::kRoot, Life::Live});
     }
+    return readQueued(observer);
+}
+
+bool FatSurvey::readQueued(ScanObserver &observer)
+{
     while (!m_live.empty() || !m_lost.empty()) {
         if (!observer.mayGoOn())
             return false;
@@ -200,7 +205,7 @@ bool FatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done
         return false;
     readOrphans();
     attachLoose();
-    return walk(observer);
+    return readQueued(observer);
 }
 
 void FatSurvey::visit(quint32 cluster, const char *bytes, int length)

@@ -62,6 +62,7 @@ private:
     };
 
     ClusterRuns runsOf(const Folder &folder) const;
+    [[nodiscard]] bool readQueued(ScanObserver &observer);
     void readFolder(const Folder &folder);
     void readFixedRoot();
     void readFurther(Reading *reading, quint32 last);

@@ -29,8 +29,8 @@ void FileBook::add(const DirectoryEntry &entry, int folder, Life life, bool lack
     const ClusterGrid &grid = m_volume.grid;
     const bool isPossible = entry.size > 0 && entry.size <= grid.count * grid.clusterSize &&
                             (grid.contains(entry.firstCluster) || lacksHighHalf);
-    if (life == Life::Deleted && entry.firstCluster >= 0x10000)
-        m_losesHighHalf = false;
+    if (entry.firstCluster >= 0x10000)
+        (life == Life::Deleted ? m_keepsHighHalf : m_usesHighHalf) = true;
     const bool isRoom = m_files.size() < kMaxFiles && m_names.size() < kMaxNames;
     if (!isPossible || !isRoom || entry.name.size() > std::numeric_limits<quint16>::max())
         return;
@@ -54,6 +54,7 @@ void FileBook::add(const DirectoryEntry &entry, int folder, Life life, bool lack
 void FileBook::addDirectory(const ClusterRuns &runs, qint64 createdMs)
 {
     m_occupied.add(runs, createdMs);
+    m_usesHighHalf = m_usesHighHalf || (!runs.isEmpty() && runs.first().first >= 0x10000);
 }
 
 bool FileBook::report(bool listsExisting, ScanObserver &observer)
@@ -208,7 +209,7 @@ bool FileBook::completeFirstCluster(File *file) const
 {
     const quint32 low = file->first & 0xFFFF;
     const ClusterGrid &grid = m_volume.grid;
-    if (grid.end() <= 0x10000)
+    if (grid.end() <= 0x10000 || !m_usesHighHalf)
         return true;
     quint32 best = 0;
     int fitting = 0;
@@ -220,12 +221,12 @@ bool FileBook::completeFirstCluster(File *file) const
                                                      file->allocatedMs(), grid, &isComplete);
         const Finding::Check result = check(*file, runs);
         if (result == Finding::Check::None)
-            return !m_losesHighHalf;
+            return m_keepsHighHalf;
         if (result != Finding::Check::Passed)
             continue;
         best = best == 0 ? cluster : best;
         ++fitting;
-        if (cluster == low && !m_losesHighHalf)
+        if (cluster == low && m_keepsHighHalf)
             return true;
     }
     if (best != 0)

@@ -89,8 +89,10 @@ private:
     QHash<quint32, ClusterRuns> m_split; ///< By index, of files in more than one piece.
     Occupancy m_occupied;
     ClusterSet m_owned; ///< By existing files that the directories name.
-    /// No deleted entry has a high half, as older Windows leaves them.
-    bool m_losesHighHalf = true;
+    // Numbers above 65,535 are in use, and in deleted entries, too: older Windows clears them
+    // there.
+    bool m_usesHighHalf = false;
+    bool m_keepsHighHalf = false;
     ntfs::RecycleBin m_recycleBin;
 
     // FAT counts in steps of two seconds when a file was written.
