@@ -136,7 +136,9 @@ bool isTableStart(const QByteArray &bytes, int *bits)
 {
     const Fields fields(bytes);
     const quint8 media = fields.u8(0);
-    if ((media != 0xF0 && media < 0xF8) || fields.u8(1) != 0xFF || fields.u8(2) != 0xFF)
+    // 0xFF, of floppy disks of 320 KiB, would be any table's sector with ends of chains.
+    if ((media != 0xF0 && media < 0xF8) || media == 0xFF || fields.u8(1) != 0xFF ||
+        fields.u8(2) != 0xFF)
         return false;
     // The two highest bits of the second entry tell whether the volume was put away cleanly.
     if ((fields.le32(0) & 0x0FFFFF00) == 0x0FFFFF00 && (fields.le32(4) & 0x03FFFFFF) == 0x03FFFFFF)
