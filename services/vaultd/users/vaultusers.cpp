@@ -44,6 +44,7 @@ bool VaultUsers::start(QString *error)
     // Who looks into it learns who has which settings.
     const QByteArray users = QFile::encodeName(m_options.stateDir + QStringLiteral("/users"));
     if (!QDir().mkpath(m_options.stateDir) ||
+        ::chmod(QFile::encodeName(m_options.stateDir).constData(), 0700) != 0 ||
         (::mkdir(users.constData(), 0700) != 0 && errno != EEXIST))
         return fail(error, QStringLiteral("无法创建 %1").arg(m_options.stateDir));
     openEnabled();
