@@ -126,6 +126,15 @@ bool hasEntrySets(const char *bytes, int length)
     return false;
 }
 
+bool hasEntrySetAnywhere(const char *bytes, int length)
+{
+    EntrySetReader reader;
+    for (int at = 0; at + kSlot <= length; at += kSlot)
+        if (reader.feed(bytes + at))
+            return true;
+    return false;
+}
+
 bool isRootDirectory(const char *bytes, int length)
 {
     bool hasBitmap = false;

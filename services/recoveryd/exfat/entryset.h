@@ -28,6 +28,8 @@ private:
 
 /// Whether entry sets stand in the bytes, a cluster or its beginning.
 bool hasEntrySets(const char *bytes, int length);
+/// The same, but with anything before and between.
+bool hasEntrySetAnywhere(const char *bytes, int length);
 /// Whether they are of a root directory: with an allocation bitmap and an up-case table.
 bool isRootDirectory(const char *bytes, int length);
 

@@ -36,15 +36,14 @@ bool ExfatScanner::scan(ScanObserver &observer, QString *error)
     const fat::ClusterGrid &grid = m_layout.grid;
     const fat::AllocationTable table(media, m_layout.table, grid);
     ExfatSurvey survey(media, m_layout, table);
-    // Where the tree is damaged, directories in use may be lost, too.
-    Ranges ranges = m_context.listsExisting || !survey.hasBitmap()
-                        ? Ranges{{grid.heapOffset, grid.count * grid.clusterSize}}
-                        : survey.used().complement(grid);
+    // What is in use, too: behind the end of a file its cluster may hold older entries.
+    Ranges ranges = {{grid.heapOffset, grid.count * grid.clusterSize}};
     if (!sweepsEverything())
         ranges = fat::firstBytes(ranges, fat::kQuickSweep);
     qint64 done = 0;
     // A stop is no error, and the medium's read errors are told by the reader.
-    return (survey.walk(observer) && survey.sweep(ranges, observer, &done) &&
+    return (survey.walk(observer) &&
+            survey.sweep(ranges, m_context.listsExisting, observer, &done) &&
             survey.report(m_context.listsExisting, observer)) ||
            true;
 }

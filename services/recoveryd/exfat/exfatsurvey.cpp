@@ -22,10 +22,13 @@ ExfatSurvey::ExfatSurvey(const MediaReader &media, const ExfatLayout &layout,
     : m_media(media)
     , m_layout(layout)
     , m_table(table)
-    , m_hasBitmap(readBitmap(media, layout, table, &m_used))
     , m_read(layout.grid)
     , m_book({m_media, m_layout.grid, &m_table, m_used}, m_folders)
-{}
+{
+    // Without a bitmap all clusters are taken as free.
+    if (!readBitmap(media, layout, table, &m_used))
+        m_used = fat::ClusterSet(layout.grid);
+}
 
 bool ExfatSurvey::walk(ScanObserver &observer)
 {
@@ -131,8 +134,11 @@ void ExfatSurvey::takeSubfolder(const fat::DirectoryEntry &entry, const Folder &
     (life == Life::Live ? m_live : m_lost).push_back(folder);
 }
 
-bool ExfatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done)
+bool ExfatSurvey::sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer,
+                        qint64 *done)
 {
+    m_includesUsed = includesUsed;
+    m_slack = m_book.slack();
     const bool isDone = fat::sweepClusters(
         m_media, m_layout.grid, ranges, observer, done,
         [this](quint32 cluster, const char *bytes, int length) { visit(cluster, bytes, length); });
@@ -142,10 +148,27 @@ bool ExfatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *do
     return readQueued(observer);
 }
 
+int ExfatSurvey::freePartOf(quint32 cluster) const
+{
+    if (!m_used.contains(cluster))
+        return 0;
+    const int end = m_slack.value(cluster, -1);
+    // Without an owner it is a directory in use, or a lost one.
+    return end < 0 ? end : (end + kSlot - 1) / kSlot * kSlot;
+}
+
 void ExfatSurvey::visit(quint32 cluster, const char *bytes, int length)
 {
-    const bool isRoot = isRootDirectory(bytes, length);
-    if (m_read.contains(cluster) || (!isRoot && !hasEntrySets(bytes, length)))
+    const int from = qMax(0, freePartOf(cluster));
+    if (m_read.contains(cluster) || from >= length)
+        return;
+    const bool isRoot = from == 0 && isRootDirectory(bytes, length);
+    const bool isOwned = from == 0 && m_used.contains(cluster);
+    if (isOwned && !m_includesUsed)
+        return;
+    // Of what an existing file may have only a directory's beginning counts.
+    if (!isRoot && (isOwned ? !hasEntrySets(bytes, length)
+                            : !hasEntrySetAnywhere(bytes + from, length - from)))
         return;
     const int node = m_orphans.size() < kMaxFolders ? m_folders.add() : FolderTree::kNone;
     if (node == FolderTree::kNone)
@@ -167,10 +190,13 @@ void ExfatSurvey::readOrphans()
             reader = EntrySetReader();
         before = cluster;
         m_read.insert(cluster);
-        m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
-        const Life life = m_used.contains(cluster) ? Life::Live : Life::Former;
-        const QByteArray bytes = m_media.read(m_layout.grid.offsetOf(cluster),
-                                              qMin(m_layout.grid.clusterSize, kMaxRead));
+        const int from = qMax(0, freePartOf(cluster));
+        const bool isLive = from == 0 && m_used.contains(cluster);
+        const Life life = isLive ? Life::Live : Life::Former;
+        const QByteArray bytes = m_media.read(m_layout.grid.offsetOf(cluster) + from,
+                                              qMin(m_layout.grid.clusterSize, kMaxRead) - from);
+        if (from == 0 && hasEntrySets(bytes.constData(), bytes.size()))
+            m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
         readSlots(bytes, {ClusterRuns(), m_nodes.value(cluster), life}, &reader);
     }
     m_orphans.clear();

@@ -21,13 +21,11 @@ public:
 
     /// Follows the tree. False if the observer ended it.
     [[nodiscard]] bool walk(ScanObserver &observer);
-    /// Looks for lost directories in what walk() has not seen.
-    [[nodiscard]] bool sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done);
+    /// Looks for lost directories in what walk() has not seen: in free clusters, behind the ends
+    /// of existing files, and with `includesUsed` in all others.
+    [[nodiscard]] bool sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer,
+                             qint64 *done);
     [[nodiscard]] bool report(bool listsExisting, ScanObserver &observer);
-
-    const fat::ClusterSet &used() const { return m_used; }
-    /// Without it all clusters are taken as free.
-    bool hasBitmap() const { return m_hasBitmap; }
 
 private:
     struct Folder
@@ -43,6 +41,8 @@ private:
     void takeEntry(const fat::DirectoryEntry &entry, const Folder &folder);
     void takeSubfolder(const fat::DirectoryEntry &entry, const Folder &parent, fat::Life life);
     fat::ClusterRuns runsOf(const fat::DirectoryEntry &entry) const;
+    /// The part of a cluster that no existing file has, for sweeping: its offset; -1: none.
+    int freePartOf(quint32 cluster) const;
     void visit(quint32 cluster, const char *bytes, int length);
     void readOrphans();
 
@@ -50,13 +50,14 @@ private:
     ExfatLayout m_layout;
     const fat::AllocationTable &m_table;
     fat::ClusterSet m_used;
-    bool m_hasBitmap;
+    bool m_includesUsed = false;
     fat::ClusterSet m_read; ///< Clusters whose entries are known.
     fat::FolderTree m_folders;
     QHash<quint32, int> m_nodes; ///< Of directories and swept clusters, by cluster.
     std::deque<Folder> m_live;   ///< Still to be read.
     std::deque<Folder> m_lost;
     QVector<quint32> m_orphans;
+    QHash<quint32, int> m_slack; ///< See FileBook::slack().
     fat::FileBook m_book;
 };
 

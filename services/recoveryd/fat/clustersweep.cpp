@@ -5,7 +5,6 @@ namespace services::recoveryd::fat {
 namespace {
 
 constexpr qint64 kPiece = 4 * 1024 * 1024;
-constexpr qint64 kShown = 64 * 1024;
 
 } // namespace
 
@@ -30,7 +29,7 @@ bool sweepClusters(const MediaReader &media, const ClusterGrid &grid, const Rang
                        qMin(kPiece, count * grid.clusterSize));
             for (quint32 i = 0; i < count; ++i)
                 visit(cluster + i, piece.constData() + i * grid.clusterSize,
-                      int(qMin(kShown, grid.clusterSize)));
+                      int(qMin(kPiece, grid.clusterSize)));
             *done += count * grid.clusterSize;
             observer.advanced(*done);
         }

@@ -9,7 +9,7 @@
 namespace services::recoveryd::fat {
 
 /// Reads all clusters that begin in `ranges`, in large sequential pieces, and shows them: `bytes`
-/// is the cluster, or its first 64 KiB. `done` counts the bytes on for the progress. False if the
+/// is the cluster, or its first 4 MiB. `done` counts the bytes on for the progress. False if the
 /// observer ended it.
 [[nodiscard]] bool
 sweepClusters(const MediaReader &media, const ClusterGrid &grid, const Ranges &ranges,

@@ -59,15 +59,13 @@ bool FatScanner::scanAll(ScanObserver &observer)
     FatSurvey survey(media, m_layout, &table);
     qint64 done = m_layout.table.length;
     observer.advanced(done);
-    // Where the tree is damaged, directories in use may be lost, too.
-    Ranges ranges = m_context.listsExisting || m_layout.isDerived
-                        ? Ranges{{grid.heapOffset, grid.count * grid.clusterSize}}
-                        : survey.used().complement(grid);
+    // What is in use, too: behind the end of a file its cluster may hold older entries.
+    const bool isDamaged = m_context.listsExisting || m_layout.isDerived;
+    Ranges ranges = {{grid.heapOffset, grid.count * grid.clusterSize}};
     if (!sweepsEverything())
         ranges = firstBytes(ranges, kQuickSweep);
-    return survey.walk(observer) && survey.sweep(ranges, observer, &done) &&
-           survey.report(m_context.listsExisting || m_layout.isDerived, observer) &&
-           scanFormer(survey.strays(), observer, &done);
+    return survey.walk(observer) && survey.sweep(ranges, isDamaged, observer, &done) &&
+           survey.report(isDamaged, observer) && scanFormer(survey.strays(), observer, &done);
 }
 
 bool FatScanner::scanFormer(const QVector<StrayDirectory> &strays, ScanObserver &observer,
@@ -79,7 +77,7 @@ bool FatScanner::scanFormer(const QVector<StrayDirectory> &strays, ScanObserver 
     FatSurvey survey(*m_context.media, former, nullptr);
     const Ranges everything = {
         {former.grid.heapOffset, former.grid.count * former.grid.clusterSize}};
-    return survey.sweep(firstBytes(everything, m_work), observer, done) &&
+    return survey.sweep(firstBytes(everything, m_work), true, observer, done) &&
            survey.report(false, observer);
 }
 

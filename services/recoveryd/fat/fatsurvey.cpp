@@ -196,8 +196,10 @@ void FatSurvey::takeSubfolder(const DirectoryEntry &entry, const Folder &parent,
     (life == Life::Live ? m_live : m_lost).push_back(folder);
 }
 
-bool FatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done)
+bool FatSurvey::sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer, qint64 *done)
 {
+    m_includesUsed = includesUsed;
+    m_slack = m_book.slack();
     const bool isDone = sweepClusters(
         m_media, m_layout.grid, ranges, observer, done,
         [this](quint32 cluster, const char *bytes, int length) { visit(cluster, bytes, length); });
@@ -210,28 +212,49 @@ bool FatSurvey::sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done
 
 void FatSurvey::visit(quint32 cluster, const char *bytes, int length)
 {
-    const ClusterGrid &grid = m_layout.grid;
-    if (m_read.contains(cluster))
+    const bool isUsed = m_used.contains(cluster);
+    const int end = isUsed ? m_slack.value(cluster, 0) : 0;
+    if (m_read.contains(cluster) || (isUsed && end == 0 && !m_includesUsed))
         return;
-    for (int at = 0; at + 2 * kSlot <= length; at += kSector) {
+    // A driver clears the rest of a file's last sector only.
+    const int from = (end + kSector - 1) / kSector * kSector;
+    for (int at = from; at + 2 * kSlot <= length; at += kSector) {
         quint32 own = 0;
         quint32 parent = 0;
         if (bytes[at] != '.' || !isDirectoryHead(bytes + at, length - at, &own, &parent))
             continue;
-        if (at != 0 || own != cluster) {
-            if (m_strays.size() < kMaxStrays)
-                m_strays.append({grid.offsetOf(cluster) + at, own});
-            continue;
-        }
-        const int node = m_orphans.size() < kMaxFolders ? m_folders.add() : FolderTree::kNone;
-        if (node == FolderTree::kNone)
+        visitHead(cluster, at, own);
+        if (at == 0 && own == cluster)
             return;
-        m_nodes.insert(cluster, node);
-        m_orphans.append({cluster, node, m_used.contains(cluster) ? Life::Live : Life::Former});
+    }
+    visitLoose(cluster, from, bytes, length);
+}
+
+void FatSurvey::visitHead(quint32 cluster, int at, quint32 own)
+{
+    if (at != 0 || own != cluster) {
+        if (m_strays.size() < kMaxStrays)
+            m_strays.append({m_layout.grid.offsetOf(cluster) + at, own});
         return;
     }
-    if (m_loose.size() < kMaxFolders && looksLikeDirectory(bytes, length, grid))
-        m_loose.append(cluster);
+    const int node = m_orphans.size() < kMaxFolders ? m_folders.add() : FolderTree::kNone;
+    if (node == FolderTree::kNone)
+        return;
+    m_nodes.insert(cluster, node);
+    m_orphans.append({cluster, node, m_used.contains(cluster) ? Life::Live : Life::Former});
+}
+
+/// A later file that is smaller than a cluster leaves the rest of a directory.
+void FatSurvey::visitLoose(quint32 cluster, int from, const char *bytes, int length)
+{
+    constexpr int kMostTries = 64;
+    const int step = qMax(kSector, length / kMostTries);
+    for (int at = from; at < length && m_loose.size() < kMaxFolders; at += step) {
+        if (bytes[at] == 0 || !looksLikeDirectory(bytes + at, length - at, m_layout.grid))
+            continue;
+        m_loose.append({cluster, at});
+        return;
+    }
 }
 
 void FatSurvey::readOrphans()
@@ -245,7 +268,8 @@ void FatSurvey::readOrphans()
 /// was cut must fit, or else the nearest place before.
 void FatSurvey::attachLoose()
 {
-    for (quint32 cluster : qAsConst(m_loose)) {
+    for (const LoosePart &part : qAsConst(m_loose)) {
+        const quint32 cluster = part.cluster;
         if (m_read.contains(cluster))
             continue;
         OpenEnd *best = nullptr;
@@ -254,14 +278,16 @@ void FatSurvey::attachLoose()
                 best = &end;
         Reading reading;
         reading.folder = {cluster, FolderTree::kNone,
-                          m_used.contains(cluster) ? Life::Live : Life::Former};
+                          m_used.contains(cluster) && part.from == 0 ? Life::Live : Life::Former};
         if (best) {
             reading.folder = best->folder;
             reading.reader = best->reader;
         }
         m_read.insert(cluster);
-        m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
-        readSlots(m_media.read(m_layout.grid.offsetOf(cluster), m_layout.grid.clusterSize),
+        if (part.from == 0)
+            m_book.addDirectory({{cluster, 1}}, Finding::kUnknownTime);
+        readSlots(m_media.read(m_layout.grid.offsetOf(cluster) + part.from,
+                               m_layout.grid.clusterSize - part.from),
                   &reading);
         if (!best)
             continue;

@@ -29,11 +29,11 @@ public:
     /// Follows the tree. False if the observer ended it.
     [[nodiscard]] bool walk(ScanObserver &observer);
     /// Looks for lost directories in what walk() has not seen.
-    [[nodiscard]] bool sweep(const Ranges &ranges, ScanObserver &observer, qint64 *done);
+    /// In free clusters, behind the ends of existing files, and with `includesUsed` in all others.
+    [[nodiscard]] bool sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer,
+                             qint64 *done);
     [[nodiscard]] bool report(bool listsExisting, ScanObserver &observer);
 
-    const ClusterSet &used() const { return m_used; }
-    int directoriesFound() const { return m_folders.count() - 1; }
     const QVector<StrayDirectory> &strays() const { return m_strays; }
 
 private:
@@ -50,6 +50,13 @@ private:
         Folder folder;
         qint64 lastCreatedMs = Finding::kUnknownTime;
         ShortEntryReader reader; ///< With the part of a name that is still open.
+    };
+
+    /// Entries without a head, up to the end of a cluster.
+    struct LoosePart
+    {
+        quint32 cluster = 0;
+        int from = 0; ///< Bytes.
     };
 
     /// What is carried from one cluster of a directory to the next.
@@ -72,6 +79,8 @@ private:
     bool isHeadOf(quint32 cluster, const Folder &parent) const;
     quint32 headOf(const DirectoryEntry &entry, const Folder &parent, Life life) const;
     void visit(quint32 cluster, const char *bytes, int length);
+    void visitHead(quint32 cluster, int at, quint32 own);
+    void visitLoose(quint32 cluster, int from, const char *bytes, int length);
     void readOrphans();
     void attachLoose();
 
@@ -85,7 +94,9 @@ private:
     std::deque<Folder> m_live;   ///< Still to be read.
     std::deque<Folder> m_lost;
     QVector<Folder> m_orphans;
-    QVector<quint32> m_loose; ///< Parts of directories without a head.
+    QVector<LoosePart> m_loose;
+    QHash<quint32, int> m_slack; ///< See FileBook::slack().
+    bool m_includesUsed = false;
     QVector<OpenEnd> m_openEnds;
     QVector<StrayDirectory> m_strays;
     FileBook m_book;

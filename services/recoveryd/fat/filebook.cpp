@@ -57,6 +57,25 @@ void FileBook::addDirectory(const ClusterRuns &runs, qint64 createdMs)
     m_usesHighHalf = m_usesHighHalf || (!runs.isEmpty() && runs.first().first >= 0x10000);
 }
 
+QHash<quint32, int> FileBook::slack() const
+{
+    const ClusterGrid &grid = m_volume.grid;
+    QHash<quint32, int> slack;
+    for (const File &file : m_files) {
+        const int end = int(file.size % grid.clusterSize);
+        if (file.life != Life::Live || end == 0)
+            continue;
+        const quint32 count = grid.clustersFor(file.size);
+        bool isComplete = file.isContiguous;
+        ClusterRuns runs = {{file.first, count}};
+        if (!file.isContiguous && m_volume.table)
+            runs = m_volume.table->chain(file.first, count, &isComplete);
+        if (isComplete)
+            slack.insert(runs.last().end() - 1, end);
+    }
+    return slack;
+}
+
 bool FileBook::report(bool listsExisting, ScanObserver &observer)
 {
     if (!placeLive(observer) || !placeLost(observer))

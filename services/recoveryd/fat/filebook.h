@@ -39,6 +39,10 @@ public:
     /// Clusters that hold a directory's entries still, so that no file has had them since.
     void addDirectory(const ClusterRuns &runs, qint64 createdMs);
 
+    /// Where existing files end within their last cluster: what follows there is older. Bytes from
+    /// the start of the cluster, by its number.
+    QHash<quint32, int> slack() const;
+
     /// Works the clusters out and reports. False if the observer ended it.
     [[nodiscard]] bool report(bool listsExisting, ScanObserver &observer);
 
