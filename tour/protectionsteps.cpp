@@ -159,6 +159,8 @@ bool openLockedPage(Tour &tour, QString *found, QString *error)
 {
     MainWindowOptions options;
     options.vaultService = socketPath(tour);
+    // The service that the tour has started is of its own user.
+    options.vaultPolicy.mayHearSecrets = options.vaultPolicy.isTrusted;
     tour.showWindow(new MainWindow(core::AppMode::normal, nullptr, options));
     if (!tour.click("Nav_realtime_protection", error))
         return false;

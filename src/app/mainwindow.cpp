@@ -96,7 +96,7 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &o
     buildChrome();
     if (m_appMode == AppMode::livecd)
         buildRecoveryServices(options.recoveryService);
-    buildVaultLink(options.vaultService);
+    buildVaultLink(options.vaultService, options.vaultPolicy);
     buildNavigation();
 
     if (m_appMode == AppMode::normal) {
@@ -290,9 +290,9 @@ void MainWindow::setupLiveCdFlow()
     new RecoveryFlow(m_recoveryClient, m_recoveryController, m_workflowWindow, this);
 }
 
-void MainWindow::buildVaultLink(const QString &serviceName)
+void MainWindow::buildVaultLink(const QString &serviceName, const core::ipc::ServicePolicy &policy)
 {
-    m_vaultClient = new IpcClient(serviceName, this);
+    m_vaultClient = new IpcClient(serviceName, this, policy);
     m_vaultController = new VaultController(m_vaultClient, this);
 
     m_startupNoticeTimer = new QTimer(this);

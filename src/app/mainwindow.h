@@ -3,6 +3,7 @@
 #include "app/systemtray.h"
 #include "app/vaultstartupnotice.h"
 #include "core/appmode.h"
+#include "core/ipc/ipcclient.h"
 #include "ui/common/iconwidget.h"
 
 #include <QJsonObject>
@@ -56,6 +57,8 @@ struct MainWindowOptions
     QString recoveryService = QStringLiteral("morvane-service-v1");
     /// Local socket of the vault service.
     QString vaultService = QStringLiteral("morvane-vault-v1");
+    /// Whom the vault service must be to be talked to, and to be told a password.
+    core::ipc::ServicePolicy vaultPolicy;
     /// Empty: the one of the deployment.
     QUrl updateServer;
 };
@@ -121,7 +124,7 @@ private:
     void buildChrome();
     void syncOutline();
     void buildRecoveryServices(const QString &serviceName);
-    void buildVaultLink(const QString &serviceName);
+    void buildVaultLink(const QString &serviceName, const core::ipc::ServicePolicy &policy);
     void buildNavigation();
     void toggleVisible();
     void quitFromTray();

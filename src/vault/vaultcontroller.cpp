@@ -46,6 +46,13 @@ bool VaultController::isConnected() const
     return m_client && m_client->isConnected();
 }
 
+QString VaultController::passwordRefusal() const
+{
+    return isConnected() && !m_client->mayHearSecrets()
+               ? tr("守护进程不是以系统管理员身份运行，不能向其发送密码")
+               : QString();
+}
+
 QString VaultController::refusal() const
 {
     return m_client ? m_client->refusal() : QString();
@@ -152,6 +159,10 @@ void VaultController::authenticate(const QString &username, const QString &passw
 {
     if (!m_client) {
         emit authenticateCompleted(false, noClientMessage());
+        return;
+    }
+    if (!passwordRefusal().isEmpty()) {
+        emit authenticateCompleted(false, passwordRefusal());
         return;
     }
     const QPointer<VaultController> self(this);

@@ -27,6 +27,9 @@ public:
     bool isConnected() const;
     /// Why the client has refused the service, in words for the user; empty if it has not.
     QString refusal() const;
+    /// Why the service that is connected is told no password, in words for the user; empty if it
+    /// is.
+    QString passwordRefusal() const;
     /// Starts connecting; does nothing without a client. Does not block.
     void connectToVaultDaemon();
 
@@ -46,7 +49,8 @@ public:
     void restoreFiles(const QStringList &fileIds, const QString &targetDir);
     void deleteFiles(const QStringList &fileIds);
     void clearAllFiles();
-    /// Ends in authenticateCompleted() alone, whichever way the service refuses.
+    /// Ends in authenticateCompleted() alone, whichever way the service refuses. The password is
+    /// sent to a service of root only.
     void authenticate(const QString &username, const QString &password);
     /// Ends in a statusUpdated() that holds "deployMode" and nothing else.
     void getDeployMode();

@@ -322,7 +322,12 @@ void TestVaultController::authenticates()
     QFETCH(QString, message);
     QFETCH(QString, signalled);
     FakeService service;
-    IpcClient client(service.name());
+    core::ipc::ServicePolicy policy;
+    bool isRoots = true;
+    policy.mayHearSecrets = [&isRoots](const core::ipc::Peer &peer) {
+        return isRoots && peer.pid == QCoreApplication::applicationPid();
+    };
+    IpcClient client(service.name(), nullptr, policy);
     VaultController controller(&client);
     Signals seen(&controller);
     const QString method = QStringLiteral("vault.authenticate");
@@ -335,6 +340,16 @@ void TestVaultController::authenticates()
     QTRY_COMPARE(seen.lines, QStringList(signalled));
     const QByteArray sent(R"({"username":"我","password":" p\"w "})");
     QCOMPARE(service.lastParams(method), json(sent));
+
+    // Another service gets everything but a password.
+    seen.lines.clear();
+    isRoots = false;
+    const int requests = service.requests().size();
+    controller.authenticate(QStringLiteral("我"), QStringLiteral("secret"));
+    QCOMPARE(seen.lines,
+             QStringList(QStringLiteral("authenticated false ") + controller.passwordRefusal()));
+    QVERIFY(!controller.passwordRefusal().isEmpty());
+    QCOMPARE(service.requests().size(), requests);
 
     seen.lines.clear();
     VaultController bare(nullptr);

@@ -57,6 +57,14 @@ inline QJsonObject statusOf(bool enabled, bool hook = true)
             {"protectedFileCount"_u, 3}};
 }
 
+/// The service of a test is of the test's own user, which need not be root.
+inline core::ipc::ServicePolicy testPolicy()
+{
+    core::ipc::ServicePolicy policy;
+    policy.mayHearSecrets = policy.isTrusted;
+    return policy;
+}
+
 /// The page over a service of its own.
 struct Bench
 {
@@ -67,7 +75,7 @@ struct Bench
     QStringList told; ///< Titles and messages of the notices.
 
     explicit Bench(AppMode mode = AppMode::livecd, int files = 3)
-        : client(service.name())
+        : client(service.name(), nullptr, testPolicy())
         , controller(&client)
     {
         service.reply(kStatus, statusOf(true));

@@ -36,6 +36,7 @@ private slots:
     void startsLocked();
     void password();
     void takesNoPasswordForAForeignService();
+    void takesNoPasswordForAServiceThatIsNotRoots();
     void passwordTimesOut();
     void passwordDialogOutlivesAll_data();
     void passwordDialogOutlivesAll();
@@ -129,6 +130,26 @@ void TestProtectionLock::takesNoPasswordForAForeignService()
     QCOMPARE(textOf(&page, "LockMessage"), client.refusal());
     QVERIFY(client.refusal().contains("不可信任"_u));
     QVERIFY(service.requests().isEmpty());
+}
+
+void TestProtectionLock::takesNoPasswordForAServiceThatIsNotRoots()
+{
+    FakeService service;
+    QVERIFY(service.start());
+    core::ipc::ServicePolicy policy;
+    policy.mayHearSecrets = [](const core::ipc::Peer &) {
+        return false;
+    };
+    IpcClient client(service.name(), nullptr, policy);
+    VaultController controller(&client);
+    RealtimeProtectionPage page(&controller, AppMode::normal);
+    page.show();
+    controller.connectToVaultDaemon();
+    QTRY_VERIFY(controller.isConnected());
+    page.requestUnlock(); // opens no dialog
+    QCOMPARE(textOf(&page, "LockMessage"), controller.passwordRefusal());
+    QVERIFY(!page.isFileListUnlocked() && !controller.passwordRefusal().isEmpty());
+    QVERIFY(service.lastParams(kAuthenticate).isEmpty());
 }
 
 void TestProtectionLock::passwordTimesOut()

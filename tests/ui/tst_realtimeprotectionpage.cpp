@@ -16,6 +16,7 @@ private slots:
     }
     void followsTheLink();
     void fetchesAllFiles();
+    void warnsOfSpaceUntilThereIsRoom();
     void asksForMoreOnlyWhileMoreComes_data();
     void asksForMoreOnlyWhileMoreComes();
     void searches();
@@ -77,6 +78,35 @@ void TestRealtimeProtectionPage::fetchesAllFiles()
     QTRY_COMPARE(fills.size(), 2);
     QCOMPARE(bench.tree()->topLevelItem(0)->childCount(), 150);
     QCOMPARE(bench.text("FileListHeading"), "受保护文件列表 (150 个文件)"_u);
+}
+
+void TestRealtimeProtectionPage::warnsOfSpaceUntilThereIsRoom()
+{
+    Bench bench;
+    QJsonObject status = statusOf(true);
+    status.insert("usedSpaceBytes"_u, 9500000);
+    bench.service.reply(kStatus, status);
+    bench.service.reply(kConfig, {{"maxSpaceBytes"_u, 10000000}});
+    QVERIFY(bench.service.start());
+    auto *line = bench.page->findChild<QWidget *>("SpaceWarning"_u);
+    QVERIFY(line && !line->isVisible());
+    bench.controller.connectToVaultDaemon();
+    QTRY_VERIFY(bench.service.requests().size() >= 3); // The service has the client by then.
+    bench.service.broadcast("vault.spaceWarning"_u,
+                            {{"usedBytes"_u, 9500000}, {"maxBytes"_u, 10000000}});
+    QTRY_VERIFY(line->isVisible());
+    QVERIFY(textOf(bench.page.get(), "SpaceWarningText").contains("9.1 MB"_u));
+    bool isOpened = false;
+    ModalDriver driver([&isOpened](QWidget *dialog) {
+        isOpened = qobject_cast<ShieldSettingsDialog *>(dialog) != nullptr;
+        qobject_cast<QDialog *>(dialog)->reject();
+    });
+    bench.page->findChild<QPushButton *>("SpaceSettingsButton"_u)->click();
+    QVERIFY(isOpened);
+    status.insert("usedSpaceBytes"_u, 1000);
+    bench.service.reply(kStatus, status);
+    bench.controller.refreshStatus();
+    QTRY_VERIFY(!line->isVisible());
 }
 
 void TestRealtimeProtectionPage::asksForMoreOnlyWhileMoreComes_data()

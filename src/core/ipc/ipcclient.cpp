@@ -25,6 +25,7 @@ QJsonObject makeError(ClientErrorCode code, const QString &message)
 
 ServicePolicy::ServicePolicy()
     : isTrusted([](const Peer &service) { return isTrustedService(service, ::geteuid()); })
+    , mayHearSecrets([](const Peer &service) { return service.uid == 0; })
 {}
 
 /// Marks that the socket is inside one of its signals, for the destructor. The client may be gone
@@ -157,12 +158,11 @@ void IpcClient::startConnecting()
 
 bool IpcClient::isServiceTrusted()
 {
-    Peer service;
-    if (!readPeer(m_socket->socketDescriptor(), &service, &m_refusal))
+    if (!readPeer(m_socket->socketDescriptor(), &m_service, &m_refusal))
         return false;
-    if (!m_policy.isTrusted(service))
+    if (!m_policy.isTrusted(m_service))
         m_refusal = QStringLiteral("提供该服务的进程属于其他用户（UID %1），不可信任，已拒绝连接")
-                        .arg(service.uid);
+                        .arg(m_service.uid);
     return m_refusal.isEmpty();
 }
 

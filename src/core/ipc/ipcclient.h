@@ -25,7 +25,10 @@ struct ServicePolicy
     /// The process that has accepted the connection must pass; nothing is sent to another.
     std::function<bool(const Peer &service)> isTrusted;
 
-    /// Trusts root and the own user.
+    /// The process that may be told a password, too.
+    std::function<bool(const Peer &service)> mayHearSecrets;
+
+    /// Trusts root and the own user; with passwords, root alone.
     ServicePolicy();
 };
 
@@ -50,6 +53,8 @@ public:
     [[nodiscard]] bool ensureConnected(int timeoutMs);
     void disconnectFromService();
     bool isConnected() const;
+    /// Whether the service that is connected may be told a password.
+    bool mayHearSecrets() const { return isConnected() && m_policy.mayHearSecrets(m_service); }
     /// Why the service was refused at the last attempt, in words for the user; empty if it was not.
     QString refusal() const { return m_refusal; }
 
@@ -89,6 +94,7 @@ private:
 
     QString m_serviceName;
     ServicePolicy m_policy;
+    Peer m_service;                   ///< Of the present connection.
     QString m_refusal;                ///< Why the last connection was refused; else empty.
     bool m_triesSystemSocket = false; ///< Its failure is no error: the plain name comes next.
     QLocalSocket *m_socket;

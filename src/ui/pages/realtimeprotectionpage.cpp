@@ -38,6 +38,8 @@ QString pageSheet()
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QLabel#StatusDot { border-radius: 6px; }
 QFrame#StatCard { background: @headerBackground@; border: 1px solid @border@; border-radius: 8px; }
+QFrame#SpaceWarning { background: @warningBackground@; border: 1px solid @warningBorder@; border-radius: 8px; }
+QFrame#SpaceWarning QLabel { color: @warningInk@; }
 QFrame#StatCard QLabel#LargeValue { font-size: @20px@; }
 )qss"));
 }
@@ -159,6 +161,8 @@ void RealtimeProtectionPage::connectController()
             &RealtimeProtectionPage::onConnectionChanged);
     connect(m_controller, &VaultController::fileProtected, this,
             &RealtimeProtectionPage::onFileProtected);
+    connect(m_controller, &VaultController::spaceWarning, this,
+            [this](qint64 used, qint64 limit) { m_status->showSpaceWarning(used, limit); });
     connectCompletions();
     connect(m_controller, &VaultController::operationError, this,
             [this](const QString &, const QString &message) {
@@ -230,6 +234,7 @@ void RealtimeProtectionPage::onStatusUpdated(const QJsonObject &object)
     const auto status = realtimeprotection::ServiceStatus::fromJson(object);
     m_isProtectionEnabled = status.isEnabled;
     m_status->showStatus(realtimeprotection::viewOf(status));
+    m_status->updateSpaceWarning(status.usedBytes);
     const QString warning = m_breakage.warningFor(status);
     if (!warning.isEmpty())
         m_notices->add(AppNoticeDialog::Warning, tr("保护状态异常"), warning);
@@ -239,6 +244,7 @@ void RealtimeProtectionPage::onConfigUpdated(const QJsonObject &config)
 {
     m_config = config;
     m_protectedDirs = shieldsettings::fromConfig(config).protectedDirs;
+    m_status->updateSpaceLimit(shieldsettings::fromConfig(config).maxSpaceBytes);
 }
 
 void RealtimeProtectionPage::onFileListUpdated(const QJsonArray &files, int totalCount)
@@ -379,6 +385,10 @@ void RealtimeProtectionPage::requestUnlock()
     if (!isConnected()) {
         const QString refusal = m_controller ? m_controller->refusal() : QString();
         m_overlay->setMessage(refusal.isEmpty() ? tr("守护进程未连接，无法验证") : refusal);
+        return;
+    }
+    if (!m_controller->passwordRefusal().isEmpty()) {
+        m_overlay->setMessage(m_controller->passwordRefusal());
         return;
     }
     // On the heap, since the page may go with its window while the dialog is open.

@@ -3,6 +3,7 @@
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/statwidgets.h"
 #include "ui/common/widgetstyle.h"
+#include "ui/common/wraplabel.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -30,6 +31,7 @@ StatusCard::StatusCard(QWidget *parent)
                                metrics::kCardPadding);
     column->setSpacing(metrics::kCardGap);
     column->addLayout(buildStatusRow());
+    column->addWidget(buildSpaceWarning());
     column->addLayout(buildStats());
 }
 
@@ -60,6 +62,23 @@ QBoxLayout *StatusCard::buildStatusRow()
     row->addWidget(m_settings);
     row->addWidget(m_toggle);
     return row;
+}
+
+QWidget *StatusCard::buildSpaceWarning()
+{
+    m_spaceWarning = new QFrame(this);
+    m_spaceWarning->setObjectName(QStringLiteral("SpaceWarning"));
+    m_spaceText = new ui::common::WrapLabel(QString(), m_spaceWarning);
+    m_spaceText->setObjectName(QStringLiteral("SpaceWarningText"));
+    auto *settings = new QPushButton(tr("调整设置"), m_spaceWarning);
+    settings->setObjectName(QStringLiteral("SpaceSettingsButton"));
+    connect(settings, &QPushButton::clicked, this, &StatusCard::settingsRequested);
+    auto *row = new QHBoxLayout(m_spaceWarning);
+    row->setContentsMargins(kStatPadding, kStatPadding / 2, kStatPadding, kStatPadding / 2);
+    row->addWidget(m_spaceText, 1);
+    row->addWidget(settings);
+    m_spaceWarning->hide();
+    return m_spaceWarning;
 }
 
 QBoxLayout *StatusCard::buildStats()
@@ -101,6 +120,30 @@ void StatusCard::showStatus(const StatusView &view)
     m_files->setValue(view.fileCount);
     m_space->setValue(view.usedSpace);
     m_deployMode->setValue(view.deployMode);
+}
+
+void StatusCard::showSpaceWarning(qint64 usedBytes, qint64 maxBytes)
+{
+    m_usedBytes = usedBytes;
+    m_maxBytes = maxBytes;
+    m_spaceText->setText(spaceWarningText(usedBytes, maxBytes));
+    m_spaceWarning->show();
+}
+
+void StatusCard::updateSpaceWarning(qint64 usedBytes)
+{
+    if (m_spaceWarning->isHidden())
+        return;
+    if (isSpaceShort(usedBytes, m_maxBytes))
+        showSpaceWarning(usedBytes, m_maxBytes);
+    else
+        m_spaceWarning->hide();
+}
+
+void StatusCard::updateSpaceLimit(qint64 maxBytes)
+{
+    m_maxBytes = maxBytes;
+    updateSpaceWarning(m_usedBytes);
 }
 
 void StatusCard::showDisconnected(bool isRefused)

@@ -84,6 +84,18 @@ StatusView viewOf(const ServiceStatus &status)
     return view;
 }
 
+bool isSpaceShort(qint64 usedBytes, qint64 maxBytes)
+{
+    return maxBytes > 0 && usedBytes >= maxBytes - maxBytes / 10;
+}
+
+QString spaceWarningText(qint64 usedBytes, qint64 maxBytes)
+{
+    return QStringLiteral(
+               "保护区空间即将用满：已用 %1，上限 %2。达到上限后，最旧的受保护文件将被自动清理。")
+        .arg(protectedfiles::byteText(usedBytes), protectedfiles::byteText(maxBytes));
+}
+
 QColor dotColor(Health health)
 {
     switch (health) {

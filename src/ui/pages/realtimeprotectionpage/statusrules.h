@@ -41,6 +41,11 @@ struct StatusView
 
 StatusView viewOf(const ServiceStatus &status);
 
+/// At nine tenths of the limit, or above; never without a limit. Bytes.
+bool isSpaceShort(qint64 usedBytes, qint64 maxBytes);
+/// What to say then.
+QString spaceWarningText(qint64 usedBytes, qint64 maxBytes);
+
 QColor dotColor(Health health);
 
 /// Sees to it that a broken protection is warned of once a spell. A short stop of the service does
