@@ -13,6 +13,9 @@ namespace {
 
 constexpr qint64 kMaxDirectory = 256 * 1024 * 1024;
 constexpr qint64 kMaxRead = 4 * 1024 * 1024; // of one cluster at once
+// Of a lost directory, so that a damaged size does not make one claim the volume.
+constexpr quint32 kMaxLostClusters = 4096;
+constexpr int kMaxMisses = 8;
 constexpr int kMaxFolders = 500 * 1000;
 
 } // namespace
@@ -62,14 +65,16 @@ void ExfatSurvey::readFolder(const Folder &folder)
 {
     const fat::ClusterGrid &grid = m_layout.grid;
     EntrySetReader reader;
+    int misses = 0;
     for (const ClusterRun &run : folder.runs) {
         for (quint32 cluster = run.first; cluster < run.end(); ++cluster) {
             const qint64 length = qMin(grid.clusterSize, kMaxRead);
-            if (m_read.contains(cluster))
+            if (m_read.contains(cluster) || misses > kMaxMisses)
                 return;
             const QByteArray bytes = m_media.read(grid.offsetOf(cluster), length);
             const bool isOwn =
                 folder.life == Life::Live || hasEntrySets(bytes.constData(), bytes.size());
+            misses += isOwn ? 0 : 1;
             if (!isOwn)
                 continue;
             m_read.insert(cluster);
@@ -97,10 +102,11 @@ void ExfatSurvey::takeEntry(const fat::DirectoryEntry &entry, const Folder &fold
         m_book.add(entry, folder.node, life);
 }
 
-ClusterRuns ExfatSurvey::runsOf(const fat::DirectoryEntry &entry) const
+ClusterRuns ExfatSurvey::runsOf(const fat::DirectoryEntry &entry, Life life) const
 {
+    const quint32 most = life == Life::Live ? m_layout.grid.count : kMaxLostClusters;
     const quint32 count =
-        qMax(quint32(1), m_layout.grid.clustersFor(qMin(entry.size, kMaxDirectory)));
+        qBound(quint32(1), m_layout.grid.clustersFor(qMin(entry.size, kMaxDirectory)), most);
     bool isComplete = false;
     ClusterRuns runs;
     if (!entry.isContiguous)
@@ -121,7 +127,7 @@ void ExfatSurvey::takeSubfolder(const fat::DirectoryEntry &entry, const Folder &
     if (node == FolderTree::kNone)
         return;
     m_folders.place(node, parent.node, entry.name);
-    const Folder folder = {runsOf(entry), node, life};
+    const Folder folder = {runsOf(entry, life), node, life};
     // Clusters that were swept before are parts of it.
     for (const ClusterRun &run : folder.runs) {
         for (quint32 cluster = run.first; cluster < run.end(); ++cluster) {

@@ -40,7 +40,7 @@ private:
     void readSlots(const QByteArray &bytes, const Folder &folder, EntrySetReader *reader);
     void takeEntry(const fat::DirectoryEntry &entry, const Folder &folder);
     void takeSubfolder(const fat::DirectoryEntry &entry, const Folder &parent, fat::Life life);
-    fat::ClusterRuns runsOf(const fat::DirectoryEntry &entry) const;
+    fat::ClusterRuns runsOf(const fat::DirectoryEntry &entry, fat::Life life) const;
     /// The part of a cluster that no existing file has, for sweeping: its offset; -1: none.
     int freePartOf(quint32 cluster) const;
     void visit(quint32 cluster, const char *bytes, int length);
