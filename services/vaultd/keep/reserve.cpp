@@ -1,5 +1,6 @@
 #include "vaultd/keep/reserve.h"
 
+#include <QDebug>
 #include <QFile>
 
 #include <cerrno>
@@ -34,8 +35,8 @@ void Reserve::refill()
         qint64(disk.f_bavail) * qint64(disk.f_frsize) < 2 * kBytes)
         return;
     // Blocks that are there but never read or written; where the file system has none, no reserve.
-    if (::fallocate(file.get(), 0, 0, kBytes) != 0)
-        ::ftruncate(file.get(), 0);
+    if (::fallocate(file.get(), 0, 0, kBytes) != 0 && ::ftruncate(file.get(), 0) != 0)
+        qWarning() << "[Vault] the reserve cannot be emptied:" << qt_error_string(errno);
 }
 
 bool Reserve::release()
