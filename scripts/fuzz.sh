@@ -56,7 +56,7 @@ make_ntfs() {
 
 make_fat() {
     blank "$2" 6M
-    mkfs.fat -F "$1" "$2" >/dev/null
+    mkfs.fat -s "$((17 - $1))" -F "$1" "$2" >/dev/null
     mcopy -i "$2" -s "$tree/folder" :: && mdel -i "$2" "::folder/file 7.txt" && mdeltree -i "$2" ::folder/below
 }
 

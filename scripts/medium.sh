@@ -32,8 +32,8 @@ if [ ! -f "$base" ]; then
     mmdebstrap --variant=minbase --components=main --include="$packages" \
         --essential-hook="tar -C medium/tree --owner=0 --group=0 -cf - $early | tar -C \"\$1\" -xf -" \
         --dpkgopt='force-confold' \
-        bookworm "$base.part"
-    mv "$base.part" "$base"
+        bookworm "$out/part.tar"
+    mv "$out/part.tar" "$base"
 fi
 
 root=$out/root

@@ -27,8 +27,8 @@ if [[ " ${ways[*]} " == *" installed "* ]]; then
         mmdebstrap --variant=minbase --components=main --include="linux-image-amd64,systemd-sysv,udev,dbus,sudo,python3-minimal,libpam-runtime,libpam-modules,libpam-systemd,passwd,login,procps,kmod,initramfs-tools,init-system-helpers,polkitd,nftables,acl,attr,e2fsprogs,libqt5core5a,libqt5network5,libqt5sql5-sqlite,libqt5dbus5,libblkid1,libzstd1,libjpeg62-turbo,libpng16-16,libbz2-1.0,liblzma5" \
             --customize-hook='chroot "$1" passwd --quiet -d root' \
             --customize-hook='echo machine >"$1/etc/hostname"' \
-            bookworm "$tree.part"
-        mv "$tree.part" "$tree"
+            bookworm "$work/part.tar"
+        mv "$work/part.tar" "$tree"
     fi
     python3 tests/system/installed.py "$tree" build/release "$work/installed" &
     jobs_running+=($!)
