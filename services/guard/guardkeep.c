@@ -63,10 +63,12 @@ static bool mayBeInTrash(const struct GuardMapHeader *map, const struct Call *ca
         return false;
     if (call->path[0] == '/')
         return guardIsBelowTrash(map, call->path, call->length);
-    char parent[GUARD_NAME_SIZE];
+    char parent[GUARD_NAME_SIZE] = "";
     struct GuardStat status;
-    return parentOf(call, parent, sizeof(parent)) &&
-           guardStatAt(call->folder, parent, 0, &status) &&
+    /* The folder itself is quicker to look at than its ".". */
+    if (call->name != call->path && !parentOf(call, parent, sizeof(parent)))
+        return false;
+    return guardStatAt(call->folder, parent, AT_EMPTY_PATH, &status) &&
            guardIsTrashFolder(map, status.device, status.inode);
 }
 
