@@ -224,7 +224,10 @@ void TestRecoverydMedia::findsFilesBesideBadSectors()
     QVERIFY(listener.phases.contains(QStringLiteral("无法读取")));
     QStringList found = rows();
     found.sort();
-    QCOMPARE(found.join(QLatin1Char('|')), QStringLiteral("PNG |PNG |PNG |PNG |PNG |PNG 含坏道"));
+    // One of the others was passed over at first, so its checksums were not compared.
+    QCOMPARE(found.join(QLatin1Char('|')),
+             QStringLiteral(
+                 "PNG |PNG 含坏道|PNG 边界已验证|PNG 边界已验证|PNG 边界已验证|PNG 边界已验证"));
 }
 
 void TestRecoverydMedia::findsWhatCouldBeReadAtLast()

@@ -2,7 +2,10 @@
 
 #include "support/samplecontainers.h"
 
+#include <QBuffer>
 #include <QFile>
+#include <QImage>
+#include <QImageWriter>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QtEndian>
@@ -22,7 +25,7 @@ QByteArray be32(quint32 value)
 
 QByteArray pngChunk(const QByteArray &type, const QByteArray &data)
 {
-    return be32(quint32(data.size())) + type + data + be32(0); // the checksum is not looked at
+    return be32(quint32(data.size())) + type + data + be32(samples::crc32(type + data));
 }
 
 } // namespace
@@ -96,14 +99,22 @@ QByteArray png(int payload, quint32 seed)
 
 QByteArray jpeg(int payload, quint32 seed)
 {
-    // A frame, a first scan with stuffed zeros and a restart, and a second scan, as in progressive
-    // pictures; a thumbnail's end mark stands inside the first segment.
-    const QByteArray scan = QByteArray("\xFF\xDA\x00\x04", 4) + noise(2, seed) +
-                            noise(payload / 2, seed) +
-                            QByteArray("\xFF\x00\xFF\xD0\xFF\xFF\x00", 7);
-    return QByteArray("\xFF\xD8\xFF\xE0\x00\x06\xFF\xD9..", 10) +
-           QByteArray("\xFF\xC2\x00\x08......", 10) + scan + noise(payload / 2, seed + 1) +
-           QByteArray("\xFF\xC4\x00\x04..", 6) + scan + QByteArray("\xFF\xD9", 2);
+    // Several scans, as in progressive pictures; a thumbnail's end mark stands inside the first
+    // segment.
+    int side = 16;
+    while (side * side < payload)
+        side += 16;
+    const QByteArray pixels = noise(side * side, seed);
+    const QImage image(reinterpret_cast<const uchar *>(pixels.constData()), side, side, side,
+                       QImage::Format_Grayscale8);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    QImageWriter writer(&buffer, "jpg");
+    writer.setQuality(95);
+    writer.setProgressiveScanWrite(true);
+    if (!writer.write(image))
+        return QByteArray();
+    return bytes.insert(2, QByteArray("\xFF\xE1\x00\x06\xFF\xD9..", 8));
 }
 
 QByteArray gif(int payload, quint32 seed)

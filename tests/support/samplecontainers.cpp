@@ -18,23 +18,6 @@ void put32(QByteArray *out, quint32 value)
     put16(out, static_cast<int>(value >> 16));
 }
 
-quint32 crc32(const QByteArray &data)
-{
-    static const std::array<quint32, 256> table = [] {
-        std::array<quint32, 256> t{};
-        for (quint32 i = 0; i < 256; ++i) {
-            t[i] = i;
-            for (int bit = 0; bit < 8; ++bit)
-                t[i] = t[i] & 1 ? t[i] >> 1 ^ 0xEDB88320U : t[i] >> 1;
-        }
-        return t;
-    }();
-    quint32 crc = 0xFFFFFFFFU;
-    for (const char c : data)
-        crc = crc >> 8 ^ table[(crc ^ static_cast<uchar>(c)) & 0xFF];
-    return ~crc;
-}
-
 /// qCompress() puts four bytes of length and a zlib header of two in front, a checksum behind.
 QByteArray deflated(const QByteArray &data)
 {
@@ -122,6 +105,23 @@ QByteArray pdfUnicodeMap(const QString &text)
 }
 
 } // namespace
+
+quint32 crc32(const QByteArray &data)
+{
+    static const std::array<quint32, 256> table = [] {
+        std::array<quint32, 256> t{};
+        for (quint32 i = 0; i < 256; ++i) {
+            t[i] = i;
+            for (int bit = 0; bit < 8; ++bit)
+                t[i] = t[i] & 1 ? t[i] >> 1 ^ 0xEDB88320U : t[i] >> 1;
+        }
+        return t;
+    }();
+    quint32 crc = 0xFFFFFFFFU;
+    for (const char c : data)
+        crc = crc >> 8 ^ table[(crc ^ static_cast<uchar>(c)) & 0xFF];
+    return ~crc;
+}
 
 QByteArray utf16(const QString &text)
 {

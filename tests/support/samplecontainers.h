@@ -11,6 +11,9 @@ using ZipEntries = QVector<QPair<QString, QByteArray>>;
 
 enum class ZipMethod { Store, Deflate };
 
+/// The checksum of zip, gzip and PNG.
+quint32 crc32(const QByteArray &data);
+
 /// A zip archive with UTF-8 names, entries in the given order.
 QByteArray zipArchive(const ZipEntries &entries, ZipMethod method = ZipMethod::Store);
 

@@ -1,9 +1,9 @@
 #include "recoveryd/carve/windowreader.h"
 
+#include <algorithm>
 #include <cstring>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 namespace {
 
@@ -26,23 +26,58 @@ qint64 firstIn(const uchar *bytes, qint64 length, const char *token, qint64 toke
 
 } // namespace
 
-WindowReader::WindowReader(std::shared_ptr<const MediaReader> media, std::function<bool()> mayGoOn)
-    : m_media(std::move(media))
+WindowReader::WindowReader(const MediaReader &media, const QVector<Range> &pieces,
+                           std::function<bool()> mayGoOn)
+    : m_media(media)
     , m_mayGoOn(std::move(mayGoOn))
-    , m_window(size_t(kWindow))
-    , m_end(m_media->size())
-{}
+{
+    for (const Range &piece : pieces) {
+        if (piece.length <= 0)
+            continue;
+        m_pieces.push_back({m_size, piece});
+        m_size += piece.length;
+    }
+    m_end = m_size;
+    m_window.resize(size_t(qMin(kWindow, m_size)));
+}
+
+const WindowReader::Piece *WindowReader::pieceAt(qint64 offset) const
+{
+    const auto behind =
+        std::partition_point(m_pieces.begin(), m_pieces.end(),
+                             [offset](const Piece &piece) { return piece.offset <= offset; });
+    return behind == m_pieces.begin() ? nullptr : &*(behind - 1);
+}
+
+QVector<Range> WindowReader::placesOf(qint64 offset, qint64 length) const
+{
+    QVector<Range> places;
+    length = qMin(length, m_size - offset);
+    const Piece *const end = m_pieces.data() + m_pieces.size();
+    for (const Piece *piece = pieceAt(offset); piece && piece != end && length > 0; ++piece) {
+        const qint64 into = offset - piece->offset;
+        const qint64 part = qMin(length, piece->place.length - into);
+        places.append({piece->place.start + into, part});
+        offset += part;
+        length -= part;
+    }
+    return places;
+}
 
 bool WindowReader::fill(qint64 offset, qint64 least)
 {
     if (!m_error.isEmpty() || !m_mayGoOn())
         return false;
     const qint64 start = offset - offset % kReadAlignment;
-    const qint64 length = qMin(kWindow, m_media->size() - start);
+    const qint64 length = qMin(kWindow, m_size - start);
     if (offset + least > start + length)
         return false;
-    m_media->read(start, reinterpret_cast<char *>(m_window.data()), length);
-    if (m_media->isGone()) {
+    qint64 at = 0;
+    for (const Range &place : placesOf(start, length)) {
+        m_media.read(place.start, reinterpret_cast<char *>(m_window.data()) + at, place.length);
+        at += place.length;
+    }
+    if (m_media.isGone()) {
         m_length = 0;
         m_error = QStringLiteral("设备已断开");
         return false;
@@ -88,5 +123,4 @@ qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 toke
     return -1;
 }
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

@@ -5,12 +5,13 @@
 #include <functional>
 #include <vector>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
-/// A moving window over a volume: bytes are read in large aligned pieces and handed out as pointers
-/// into the window, which the next call may move. Scanner and carvers share one, so that a file's
-/// bytes are read once. What a damaged medium does not give reads as zeros. One thread.
+/// A moving window over stretches of a volume, which are seen as one run of bytes without gaps:
+/// free space without the files between, or the pieces of one file. Bytes are read in large pieces
+/// and handed out as pointers into the window, which the next call may move. Scanner and carvers
+/// share one, so that a file's bytes are read once. What a damaged medium does not give reads as
+/// zeros. One thread.
 class WindowReader
 {
 public:
@@ -24,12 +25,18 @@ public:
         qint64 length = 0;
     };
 
-    /// `mayGoOn` is asked before each read; once it says no, nothing more is given out.
-    WindowReader(std::shared_ptr<const MediaReader> media, std::function<bool()> mayGoOn);
+    /// `pieces` are in the order of the run, which need not be that of the volume. `mayGoOn` is
+    /// asked before each read; once it says no, nothing more is given out. All offsets below are
+    /// within the run.
+    WindowReader(const MediaReader &media, const QVector<Range> &pieces,
+                 std::function<bool()> mayGoOn);
 
-    /// No byte from `end` on is given out: files in free space end where the free space does.
-    void setEnd(qint64 end) { m_end = qMin(end, m_media->size()); }
+    /// No byte from `end` on is given out.
+    void setEnd(qint64 end) { m_end = qMin(end, m_size); }
     qint64 end() const { return m_end; }
+    qint64 size() const { return m_size; }
+    /// Where a stretch of the run is on the volume.
+    QVector<Range> placesOf(qint64 offset, qint64 length) const;
 
     /// `length` bytes from `offset` on; null beyond the end, and after a failure.
     const uchar *at(qint64 offset, qint64 length);
@@ -45,17 +52,25 @@ public:
     qint64 bytesRead() const { return m_bytesRead; }
 
 private:
-    [[nodiscard]] bool fill(qint64 offset, qint64 least);
+    struct Piece
+    {
+        qint64 offset = 0; ///< Within the run.
+        Range place;
+    };
 
-    std::shared_ptr<const MediaReader> m_media;
+    [[nodiscard]] bool fill(qint64 offset, qint64 least);
+    const Piece *pieceAt(qint64 offset) const;
+
+    const MediaReader &m_media;
+    std::vector<Piece> m_pieces;
+    qint64 m_size = 0;
     std::function<bool()> m_mayGoOn;
     std::vector<uchar> m_window;
     qint64 m_start = 0;
     qint64 m_length = 0;
-    qint64 m_end;
+    qint64 m_end = 0;
     qint64 m_bytesRead = 0;
     QString m_error;
 };
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

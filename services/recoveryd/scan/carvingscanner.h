@@ -1,16 +1,17 @@
 #pragma once
 
+#include "recoveryd/carve/magicindex.h"
+#include "recoveryd/carve/text/textrun.h"
 #include "recoveryd/scan/scanner.h"
 #include "recoveryd/scan/scanrequest.h"
 
-#include <array>
+namespace services::recoveryd {
 
-namespace services {
-namespace recoveryd {
-
-/// Finds files by their first bytes, in the ranges given, at multiples of `alignment` bytes of the
-/// volume. Behind a file whose end was seen the search goes on at the next multiple; a file without
-/// an end is cut where the next one begins.
+/// Finds files by their contents in the ranges given, which are seen as one run: a file whose
+/// pieces lie on both sides of an existing one is found. Files begin at multiples of `alignment`
+/// bytes. Behind a file whose end was seen the search goes on at the next multiple; a file without
+/// an end, or whose end is only told by its header, is cut where the next one begins. What no
+/// format claims and is text becomes a text file.
 class CarvingScanner : public Scanner
 {
 public:
@@ -19,7 +20,7 @@ public:
         Volume volume;
         std::shared_ptr<const MediaReader> media; ///< Of the volume; made where it is not given.
         Ranges ranges;
-        qint64 alignment = 512;
+        qint64 alignment = 512; ///< A multiple of 512.
         ScanRequest request;
         QString phaseText;
     };
@@ -31,17 +32,39 @@ public:
     bool scan(ScanObserver &observer, QString *error) override;
 
 private:
-    bool scanRange(WindowReader &reader, const Range &range, ScanObserver &observer);
+    bool sweep(WindowReader &reader, ScanObserver &observer);
     qint64 nextCandidate(WindowReader &reader, qint64 at) const;
-    bool carveAt(WindowReader &reader, qint64 at, CarvedFile *file);
-    [[nodiscard]] bool report(const CarvedFile &file, qint64 start, ScanObserver &observer);
+    /// The sector at `at`, filled up with zeros at the end of the run.
+    const uchar *sectorAt(WindowReader &reader, qint64 at);
+    bool carveAt(WindowReader &reader, qint64 at, const uchar *sector, CarvedFile *file,
+                 qint64 *start);
+    bool carveWithin(WindowReader &reader, const Carver &carver, qint64 start, CarvedFile *file);
+    bool isBesideBadSectors(const WindowReader &reader, qint64 start, qint64 length) const;
+    bool isInToldFile(qint64 at) const;
+    bool isIntruder(const CarvedFile &file) const;
+    bool takeCarved(WindowReader &reader, const CarvedFile &file, qint64 start,
+                    ScanObserver &observer);
+    [[nodiscard]] bool takeText(WindowReader &reader, const uchar *sector, ScanObserver &observer);
+    [[nodiscard]] bool closeText(WindowReader &reader, ScanObserver &observer);
+    [[nodiscard]] bool closeOpen(WindowReader &reader, qint64 next, ScanObserver &observer);
+    [[nodiscard]] bool report(WindowReader &reader, CarvedFile file, qint64 start,
+                              ScanObserver &observer);
     qint64 alignedUp(qint64 offset) const;
 
     Plan m_plan;
-    std::array<bool, 256> m_isFirstByte = {};
-    qint64 m_done = 0;        ///< Bytes of the ranges before the current one.
+    MagicIndex m_index;
+    uchar m_lastSector[MagicIndex::kSector] = {};
+
+    // Places within the run.
+    qint64 m_at = 0;
+    qint64 m_reportedTo = 0; ///< Behind the last file with an end.
+    /// Without an end, or with one that is only told: waits for where the next file begins.
+    CarvedFile m_open;
+    qint64 m_openStart = -1;
+    TextRun m_text;
+
     qint64 m_wastedBytes = 0; ///< Examined for files whose end was not found.
+    qint64 m_carvingMs = 0;
 };
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

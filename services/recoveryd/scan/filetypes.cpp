@@ -17,15 +17,16 @@ QHash<QString, FileCategory> makeTable()
         const char *types;
     } rows[] = {
         {FileCategory::Document,
-         "pdf doc docx docm dot dotx xls xlsx xlsm xlt ppt pptx pptm pps ppsx wps wpt et ett dps "
-         "dpt "
-         "odt ods odp odg ott rtf txt csv tsv md ofd epub mobi azw3 eml msg mht pages numbers key "
-         "tex vsd vsdx xmind dwg dxf chm djvu ole2"},
-        {FileCategory::Media, "png jpg jpeg jpe gif bmp webp tif tiff heic heif avif psd svg ico "
-                              "raw cr2 cr3 nef arw dng "
-                              "orf rw2 mp4 mkv avi mov wmv flv webm mpeg mpg m4v 3gp ts m2ts vob "
-                              "rm rmvb asf mp3 wav flac "
-                              "ogg oga opus aac m4a amr silk wma ape mid midi aif aiff"},
+         "pdf doc docx docm dot dotx xls xlsx xlsm xlt xltx ppt pptx pptm pps ppsx pot potx wps "
+         "wpt "
+         "et ett dps dpt odt ods odp odg ott fodt rtf txt csv tsv md ofd epub mobi azw3 eml msg "
+         "mbox "
+         "mht vcf ics pages numbers key tex vsd vsdx xmind hwp dwg dxf chm djvu srt ass vtt ole2"},
+        {FileCategory::Media,
+         "png jpg jpeg jpe jfif gif bmp webp tif tiff heic heif avif jp2 jxl psd psb svg ico cur "
+         "raw cr2 cr3 nef arw dng orf rw2 raf pef srw "
+         "mp4 mkv avi mov wmv flv webm mpeg mpg m4v 3gp ts m2ts mts vob rm rmvb asf ogv "
+         "mp3 wav flac ogg oga opus aac m4a amr silk wma ape mid midi aif aiff spx"},
         {FileCategory::Code,
          "c h cc cpp cxx hpp hh py js ts jsx tsx java kt go rs rb php pl sh bash zsh bat ps1 sql "
          "css "

@@ -32,7 +32,7 @@ constexpr double kHalf = 0.5;
 
 bool hasVerifiedEnd(const Finding &finding)
 {
-    return finding.evidence == Evidence::End || finding.evidence == Evidence::Container;
+    return hasEnd(finding.evidence);
 }
 
 bool isFromContent(const Finding &finding)
@@ -128,6 +128,11 @@ void gradeCarved(const Finding &finding, Grade *grade)
             QStringLiteral("已识别到完整容器边界，目录中的每个条目都有对应数据"));
         break;
     case Evidence::End:
+        if (finding.contentCheck == Finding::Check::Passed) {
+            set(grade, kExcellent, QStringLiteral("边界已验证"),
+                QStringLiteral("已检测到文件结尾，全部内容已成功解码或通过校验"));
+            break;
+        }
         set(grade, kGood, QString(), QStringLiteral("已检测到可靠的文件结尾，数据按连续存放处理"));
         break;
     case Evidence::Structure:

@@ -52,7 +52,7 @@ bool isInside(const Extent &extent, qint64 size)
 
 bool isCompletedBy(const Finding &known, const Finding &carved)
 {
-    return (carved.evidence == Evidence::End || carved.evidence == Evidence::Container) &&
+    return hasEnd(carved.evidence) &&
            (!known.isSizeExact || !known.isMapComplete);
 }
 

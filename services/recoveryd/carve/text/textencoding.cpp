@@ -32,6 +32,24 @@ const std::array<quint8, 256> &classes()
     return table;
 }
 
+struct EightBit
+{
+    bool hasControl = false;
+    bool hasHigh = false;
+};
+
+EightBit eightBitOf(const uchar *bytes, qint64 length)
+{
+    const std::array<quint8, 256> &table = classes();
+    EightBit seen;
+    for (qint64 i = 0; i < length && !seen.hasControl; ++i) {
+        const quint8 kind = table[bytes[i]];
+        seen.hasHigh = seen.hasHigh || kind == High;
+        seen.hasControl = kind == Control;
+    }
+    return seen;
+}
+
 /// Length of the UTF-8 character at `bytes`; 0 if there is none, -1 if it is cut off by the end.
 int utf8Length(const uchar *bytes, qint64 left)
 {
@@ -130,35 +148,27 @@ bool isUtf16(const uchar *bytes, qint64 length, int low)
 
 TextEncoding encodingOf(const uchar *bytes, qint64 length)
 {
-    const std::array<quint8, 256> &table = classes();
-    bool hasHigh = false;
-    bool hasControl = false;
-    for (qint64 i = 0; i < length && !hasControl; ++i) {
-        const quint8 kind = table[bytes[i]];
-        hasHigh = hasHigh || kind == High;
-        hasControl = kind == Control;
-    }
-    if (!hasControl && !hasHigh)
-        return length > 0 ? TextEncoding::Ascii : TextEncoding::None;
-    if (!hasControl && isUtf8(bytes, length))
-        return TextEncoding::Utf8;
-    if (!hasControl && isGb18030(bytes, length))
+    const EightBit seen = eightBitOf(bytes, length);
+    if (length > 0 && !seen.hasControl && !seen.hasHigh)
+        return TextEncoding::Ascii;
+    if (!seen.hasControl && isUtf8(bytes, length))
+        return length > 0 ? TextEncoding::Utf8 : TextEncoding::None;
+    if (!seen.hasControl && isGb18030(bytes, length))
         return TextEncoding::Gb18030;
     if (isUtf16(bytes, length, 0))
         return TextEncoding::Utf16Le;
     return isUtf16(bytes, length, 1) ? TextEncoding::Utf16Be : TextEncoding::None;
 }
 
-bool areJoinable(TextEncoding a, TextEncoding b)
+bool fits(TextEncoding encoding, const uchar *bytes, qint64 length)
 {
-    const auto isWide = [](TextEncoding e) {
-        return e == TextEncoding::Utf16Le || e == TextEncoding::Utf16Be;
-    };
-    if (a == TextEncoding::None || b == TextEncoding::None)
+    if (encoding == TextEncoding::Utf16Le || encoding == TextEncoding::Utf16Be)
+        return isUtf16(bytes, length, encoding == TextEncoding::Utf16Le ? 0 : 1);
+    const EightBit seen = eightBitOf(bytes, length);
+    if (encoding == TextEncoding::None || seen.hasControl)
         return false;
-    if (a == b)
-        return true;
-    return !isWide(a) && !isWide(b) && (a == TextEncoding::Ascii || b == TextEncoding::Ascii);
+    return !seen.hasHigh || (encoding != TextEncoding::Gb18030 && isUtf8(bytes, length)) ||
+           (encoding != TextEncoding::Utf8 && isGb18030(bytes, length));
 }
 
 double controlShare(const uchar *bytes, qint64 length)

@@ -11,8 +11,8 @@ enum class TextEncoding : quint8 { None, Ascii, Utf8, Utf16Le, Utf16Be, Gb18030 
 /// end inside a character. Needs about 64 bytes to be sure of anything but ASCII. Pure, linear.
 TextEncoding encodingOf(const uchar *bytes, qint64 length);
 
-/// Whether a text in `a` may go on in `b`.
-bool areJoinable(TextEncoding a, TextEncoding b);
+/// Whether a text in `encoding` may go on with these bytes.
+bool fits(TextEncoding encoding, const uchar *bytes, qint64 length);
 
 /// The share of bytes that no text in any 8-bit encoding has, 0 to 1.
 double controlShare(const uchar *bytes, qint64 length);

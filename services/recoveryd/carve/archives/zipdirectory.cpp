@@ -1,12 +1,11 @@
-#include "recoveryd/carve/zipdirectory.h"
+#include "recoveryd/carve/archives/zipdirectory.h"
 
 #include <QtEndian>
 
 #include <algorithm>
 #include <cstring>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 namespace {
 
@@ -64,6 +63,10 @@ struct Entry
     QByteArray name;
     qint64 localAt = 0;
     qint64 storedSize = 0;
+    qint64 size = 0;
+    quint32 crc = 0;
+    int method = 0;
+    bool isEncrypted = false;
 };
 
 /// Reads the entry at `*at` and steps behind it.
@@ -72,7 +75,11 @@ bool readEntry(WindowReader &reader, qint64 start, qint64 *at, qint64 end, Entry
     const uchar *const bytes = *at + kEntrySize <= end ? reader.at(*at, kEntrySize) : nullptr;
     if (!bytes || std::memcmp(bytes, "PK\x01\x02", 4) != 0)
         return false;
+    entry->isEncrypted = (bytes[8] & 1) != 0;
+    entry->method = qFromLittleEndian<quint16>(bytes + 10);
+    entry->crc = qFromLittleEndian<quint32>(bytes + 16);
     entry->storedSize = qFromLittleEndian<quint32>(bytes + 20);
+    entry->size = qFromLittleEndian<quint32>(bytes + 24);
     entry->localAt = start + qFromLittleEndian<quint32>(bytes + 42);
     const qint64 nameLength = qFromLittleEndian<quint16>(bytes + 28);
     const qint64 tailLength =
@@ -83,6 +90,42 @@ bool readEntry(WindowReader &reader, qint64 start, qint64 *at, qint64 end, Entry
     entry->name = QByteArray(reinterpret_cast<const char *>(name), int(nameLength));
     *at += kEntrySize + nameLength + tailLength;
     return true;
+}
+
+/// Unpacks one entry whose bytes begin at `data` and compares its checksum.
+Decoded checkEntry(const Peek &zip, const Entry &entry, qint64 data, DecodingBudget *budget)
+{
+    constexpr int kStored = 0;
+    constexpr int kDeflated = 8;
+    if (entry.isEncrypted || (entry.method != kStored && entry.method != kDeflated))
+        return Decoded::Unknown;
+    if (entry.method == kStored) {
+        quint32 crc = 0;
+        const Decoded sum = crcOf(zip, data, entry.storedSize, budget, &crc);
+        return sum != Decoded::Good ? sum : crc == entry.crc ? Decoded::Good : Decoded::Bad;
+    }
+    const Unpacked unpacked =
+        unpackStream(zip, data, data + entry.storedSize, Unpacker::Format::Deflate, budget);
+    if (unpacked.result != Decoded::Good)
+        return unpacked.result;
+    return unpacked.size == entry.size && unpacked.crc == entry.crc ? Decoded::Good : Decoded::Bad;
+}
+
+/// One bad entry makes the archive bad.
+Decoded checkEntries(WindowReader &reader, qint64 start, const QVector<Entry> &entries)
+{
+    const Peek zip(reader, start);
+    DecodingBudget budget;
+    Decoded all = Decoded::Good;
+    for (const Entry &entry : entries) {
+        const LocalHeader local = readLocal(reader, entry.localAt);
+        const Decoded one = checkEntry(zip, entry, local.data - start, &budget);
+        if (one == Decoded::Bad)
+            return one;
+        if (one == Decoded::Unknown)
+            all = one;
+    }
+    return all;
 }
 
 } // namespace
@@ -113,6 +156,8 @@ ZipDirectory readZipDirectory(WindowReader &reader, qint64 start, qint64 at, qin
             return local.isValid && local.name == entry.name &&
                    local.data + entry.storedSize <= end;
         });
+    if (directory.allEntriesThere)
+        directory.contents = checkEntries(reader, start, entries);
     return directory;
 }
 
@@ -135,28 +180,41 @@ ZipDirectory readLocalEntries(WindowReader &reader, qint64 start, qint64 limit)
 
 void setZipType(const QByteArrayList &names, const QByteArray &mimeType, CarvedFile *file)
 {
-    const auto set = [file](const char *extension) {
-        file->extension = QLatin1String(extension);
-        file->type = file->extension.toUpper();
-    };
     const auto has = [&names](const char *prefix) {
         return std::any_of(names.begin(), names.end(),
                            [prefix](const QByteArray &name) { return name.startsWith(prefix); });
     };
-    set("zip");
-    if (mimeType.startsWith("application/vnd.oasis.opendocument.text"))
-        set("odt");
-    else if (mimeType.startsWith("application/vnd.oasis.opendocument.spreadsheet"))
-        set("ods");
-    else if (mimeType.startsWith("application/vnd.oasis.opendocument.presentation"))
-        set("odp");
-    else if (has("[Content_Types].xml") && has("word/"))
-        set("docx");
-    else if (has("[Content_Types].xml") && has("xl/"))
-        set("xlsx");
-    else if (has("[Content_Types].xml") && has("ppt/"))
-        set("pptx");
+    static const struct
+    {
+        const char *mimeType;
+        const char *suffix;
+    } byMimeType[] = {{"application/vnd.oasis.opendocument.text", "odt"},
+                      {"application/vnd.oasis.opendocument.spreadsheet", "ods"},
+                      {"application/vnd.oasis.opendocument.presentation", "odp"},
+                      {"application/vnd.oasis.opendocument.graphics", "odg"},
+                      {"application/epub+zip", "epub"}};
+    static const struct
+    {
+        const char *first;
+        const char *second;
+        const char *suffix;
+    } byNames[] = {{"[Content_Types].xml", "word/", "docx"},
+                   {"[Content_Types].xml", "xl/", "xlsx"},
+                   {"[Content_Types].xml", "ppt/", "pptx"},
+                   {"[Content_Types].xml", "visio/", "vsdx"},
+                   {"OFD.xml", "", "ofd"},
+                   {"AndroidManifest.xml", "", "apk"},
+                   {"META-INF/container.xml", "", "epub"},
+                   {"Payload/", "", "ipa"},
+                   {"META-INF/MANIFEST.MF", "", "jar"},
+                   {"content.json", "metadata.json", "xmind"}};
+    for (const auto &kind : byMimeType)
+        if (mimeType.startsWith(kind.mimeType))
+            return file->setKind(kind.suffix);
+    for (const auto &kind : byNames)
+        if (has(kind.first) && has(kind.second))
+            return file->setKind(kind.suffix);
+    file->setKind("zip");
 }
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

@@ -1,14 +1,13 @@
-#include "recoveryd/carve/documentcarvers.h"
-#include "recoveryd/carve/zipdirectory.h"
+#include "recoveryd/carve/archives/archivecarvers.h"
+#include "recoveryd/carve/archives/zipdirectory.h"
 
 #include <QtEndian>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 namespace {
 
-constexpr qint64 kMaxZip = qint64(512) * 1024 * 1024;
+constexpr qint64 kMaxZip = qint64(2) << 30;
 constexpr qint64 kCutLength = 4 * 1024 * 1024;
 constexpr qint64 kEndRecordSize = 22;
 constexpr int kMaxEndRecords = 256; // of archives stored inside this one
@@ -20,12 +19,7 @@ bool isVersion(quint16 version)
 
 } // namespace
 
-QByteArray ZipCarver::magic() const
-{
-    return QByteArrayLiteral("PK\x03\x04");
-}
-
-bool ZipCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) const
+bool carveZip(WindowReader &reader, qint64 start, CarvedFile *file)
 {
     const uchar *const head = reader.at(start, 30);
     if (!head || !isVersion(head[4]) || qFromLittleEndian<quint16>(head + 26) == 0)
@@ -51,6 +45,8 @@ bool ZipCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) cons
             continue;
         file->length = length - start;
         file->evidence = directory.allEntriesThere ? Evidence::Container : Evidence::End;
+        file->isDamaged = directory.contents == Decoded::Bad;
+        file->isDecoded = directory.contents == Decoded::Good;
         file->examined = file->length;
         setZipType(directory.names, directory.mimeType, file);
         return true;
@@ -64,5 +60,4 @@ bool ZipCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) cons
     return true;
 }
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

@@ -1,9 +1,11 @@
-#include "recoveryd/carve/documentcarvers.h"
+#include "recoveryd/carve/documents/documentcarvers.h"
+#include "recoveryd/carve/peek.h"
+
+#include <QByteArrayList>
 
 #include <cstring>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 namespace {
 
@@ -57,21 +59,36 @@ qint64 behindMark(WindowReader &reader, qint64 mark)
     return at;
 }
 
-} // namespace
-
-QByteArray PdfCarver::magic() const
+/// Whether the last cross-reference before `end` stands where the document says. It does not if a
+/// piece of the document is missing.
+bool isReferenceSound(const Peek &pdf, qint64 end)
 {
-    return QByteArrayLiteral("%PDF-");
+    constexpr qint64 kTail = 2048;
+    const qint64 from = qMax(qint64(0), end - kTail);
+    const uchar *const bytes = pdf.bytes(from, end - from);
+    if (!bytes)
+        return false;
+    const QByteArray tail(reinterpret_cast<const char *>(bytes), int(end - from));
+    const int word = tail.lastIndexOf("startxref");
+    if (word < 0)
+        return false;
+    const qint64 place = tail.mid(word + 9, 24).trimmed().split('%').first().trimmed().toLongLong();
+    qint64 at = place;
+    while (at < place + 8 && isSpace(pdf.u8(at)))
+        ++at;
+    return place == 0 || pdf.is(at, "xref") || isDigit(pdf.u8(at));
 }
 
-bool PdfCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) const
+} // namespace
+
+bool carvePdf(WindowReader &reader, qint64 start, CarvedFile *file)
 {
     const uchar *const head = reader.at(start, 8);
     if (!head || !isDigit(head[5]) || head[6] != '.' || !isDigit(head[7]))
         return false;
-    file->type = QStringLiteral("PDF");
-    file->extension = QStringLiteral("pdf");
+    file->setKind("pdf");
     file->evidence = Evidence::Header;
+    file->holdsText = true;
     const qint64 limit = qMin(reader.end(), start + kMaxPdf);
     qint64 end = -1;
     bool isOpen = true;
@@ -85,8 +102,9 @@ bool PdfCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) cons
     if (end >= 0) {
         // Where the objects of an update follow and its own end is missing, the end seen is that of
         // the earlier state of the document.
-        file->evidence = isOpen ? Evidence::Structure : Evidence::End;
         file->length = end - start;
+        const bool isWhole = !isOpen && isReferenceSound(Peek(reader, start), file->length);
+        file->evidence = isWhole ? Evidence::End : Evidence::Structure;
     } else {
         file->length = qMin(limit - start, kCutLength);
     }
@@ -94,5 +112,4 @@ bool PdfCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) cons
     return true;
 }
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd

@@ -1,9 +1,8 @@
-#include "recoveryd/carve/imagecarvers.h"
+#include "recoveryd/carve/images/imagecarvers.h"
 
 #include <QtEndian>
 
-namespace services {
-namespace recoveryd {
+namespace services::recoveryd {
 
 namespace {
 
@@ -53,19 +52,13 @@ qint64 skipBlock(WindowReader &reader, qint64 at, qint64 limit)
 
 } // namespace
 
-QByteArray GifCarver::magic() const
-{
-    return QByteArrayLiteral("GIF8");
-}
-
-bool GifCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) const
+bool carveGif(WindowReader &reader, qint64 start, CarvedFile *file)
 {
     const uchar *const screen = reader.at(start, kScreenSize);
     if (!screen || (screen[4] != '7' && screen[4] != '9') || screen[5] != 'a' ||
         qFromLittleEndian<quint16>(screen + 6) == 0 || qFromLittleEndian<quint16>(screen + 8) == 0)
         return false;
-    file->type = QStringLiteral("GIF");
-    file->extension = QStringLiteral("gif");
+    file->setKind("gif");
     file->evidence = Evidence::Header;
     const qint64 limit = qMin(reader.end(), start + kMaxGif);
     qint64 at = start + kScreenSize + colorTableSize(screen[10]);
@@ -85,5 +78,4 @@ bool GifCarver::carve(WindowReader &reader, qint64 start, CarvedFile *file) cons
     return true;
 }
 
-} // namespace recoveryd
-} // namespace services
+} // namespace services::recoveryd
