@@ -135,13 +135,15 @@ bool isUtf16(const uchar *bytes, qint64 length, int low)
             return false;
         const bool isMark = i == 0 && unit == 0xFEFF;
         unusual += isUsualUnit(unit) || isMark ? 0 : 1;
+        if (double(unusual) > kUnusual * double(units))
+            return false;
         ascii +=
             unit < 0x80 || (unit >= 0x3000 && unit < 0x3010) || (unit >= 0xFF00 && unit < 0xFF20)
                 ? 1
                 : 0;
     }
     // Chinese text without any space, digit or punctuation is not told from chance.
-    return units > 0 && double(unusual) <= kUnusual * double(units) && ascii * 64 >= units;
+    return units > 0 && ascii * 64 >= units;
 }
 
 } // namespace

@@ -29,9 +29,10 @@ bool TextRun::mayBegin(const uchar *sector)
 {
     if ((sector[0] == 0xFF && sector[1] == 0xFE) || (sector[0] == 0xFE && sector[1] == 0xFF))
         return true;
-    for (int i = 0; i < 16; ++i)
+    constexpr int kLooked = 64;
+    for (int i = 0; i < kLooked; ++i)
         if (sector[i] < 0x20 && sector[i] != '\t' && sector[i] != '\n' && sector[i] != '\r')
-            return false;
+            return sector[i] == 0 && i >= kLeastBytes; // a short text, and zeros
     return true;
 }
 

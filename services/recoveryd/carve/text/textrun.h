@@ -16,7 +16,7 @@ public:
         Last,   ///< It does, and the file ends in it.
     };
 
-    /// Cheap, from the first bytes of a sector of at least 16.
+    /// Cheap, from the first bytes of a sector of at least 64.
     static bool mayBegin(const uchar *sector);
 
     /// The next sector, at byte `at`; it may be shorter at the end of the run of bytes.
