@@ -2,86 +2,23 @@
 
 #include "analyzer/bucketselection.h"
 #include "analyzer/duplicatesearch.h"
+#include "analyzer/readablefile.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QFuture>
 #include <QThread>
 #include <QVector>
 #include <QtConcurrentRun>
 
 #include <algorithm>
-#include <cerrno>
 #include <fcntl.h>
 #include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr qint64 kChunkSize = 1048576;
 constexpr int kMaximumThreads = 8;
 /// The time the pool gets to begin before the calling thread takes part, and between two looks.
 constexpr std::chrono::milliseconds kLook(50);
-
-/// A regular file, open for reading. A pipe or a device that took a file's place is neither waited
-/// for nor read.
-class ReadableFile
-{
-public:
-    ReadableFile(const QString &path, int advice)
-        : m_fd(::open(QFile::encodeName(path).constData(),
-                      O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
-    {
-        m_identity = currentIdentity();
-        if (isReadable())
-            posix_fadvise(m_fd, 0, 0, advice);
-    }
-    ~ReadableFile()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    ReadableFile(const ReadableFile &) = delete;
-    ReadableFile &operator=(const ReadableFile &) = delete;
-
-    bool isReadable() const { return m_identity.isValid(); }
-    qint64 size() const { return m_identity.size; }
-
-    /// After the reading: whether what was read is the content of the expected file. Null expects
-    /// nothing.
-    bool wasUnchanged(const core::FileIdentity *expected) const
-    {
-        return !expected || (core::isStillUnchanged(*expected, m_identity, m_fd) &&
-                             currentIdentity().isUnchanged(m_identity));
-    }
-
-    /// Fills the buffer as far as the file goes. -1 on an error.
-    qint64 read(char *buffer, qint64 wanted, qint64 offset) const
-    {
-        qint64 done = 0;
-        while (done < wanted) {
-            const ssize_t got = pread(m_fd, buffer + done, size_t(wanted - done), offset + done);
-            if (got == 0)
-                break;
-            if (got > 0)
-                done += got;
-            else if (errno != EINTR)
-                return -1;
-        }
-        return done;
-    }
-
-private:
-    core::FileIdentity currentIdentity() const
-    {
-        struct stat info;
-        return m_fd >= 0 && fstat(m_fd, &info) == 0 ? core::identityOf(info) : core::FileIdentity();
-    }
-
-    int m_fd;
-    core::FileIdentity m_identity;
-};
 
 /// Reads no more than it hashes: the kernel is told not to read ahead.
 QByteArray hashOfPart(const QString &path, qint64 offset, const core::FileIdentity *expected)
@@ -154,8 +91,7 @@ QByteArray DuplicateScanner::fullHash(const QString &path, const StopFunction &s
     const ReadableFile file(path, POSIX_FADV_SEQUENTIAL);
     if (!file.isReadable())
         return QByteArray();
-    // A byte more than the file has, so that one read meets its end.
-    const qint64 chunk = std::max(kPartSize, std::min(file.size(), kChunkSize - 1) + 1);
+    const qint64 chunk = ReadableFile::blockSizeFor(file.size());
     const std::unique_ptr<char[]> buffer(new char[size_t(chunk)]);
     QCryptographicHash hash(QCryptographicHash::Md5);
     for (qint64 offset = 0;;) {

@@ -1,5 +1,6 @@
 #include "analyzer/duplicatesearch.h"
 
+#include "analyzer/samecontent.h"
 #include "analyzer/saturating.h"
 #include "analyzer/scanidentity.h"
 
@@ -138,8 +139,7 @@ bool DuplicateSearch::takeWaiting(Task *task)
     }
     if (m_wholeFiles.empty())
         return false;
-    const WholeFile &next = m_wholeFiles.top();
-    *task = {next.bucket, next.item, next.item + 1};
+    *task = m_wholeFiles.top().task;
     m_wholeFiles.pop();
     return true;
 }
@@ -149,18 +149,29 @@ void DuplicateSearch::enqueue(int bucket)
     State &state = stateOf(bucket);
     const int count = int(state.items.size());
     state.pending = count;
-    if (state.stage == Stage::full) {
-        for (int item = 0; item < count; ++item)
-            m_wholeFiles.push({sizeOf(bucket), bucket, item});
-        return;
-    }
+    if (state.stage == Stage::full)
+        return enqueueWholeFiles(bucket);
     for (int first = 0; first < count; first += kItemsPerTask)
         m_tasks.push_back({bucket, first, std::min(first + kItemsPerTask, count)});
+}
+
+/// The items of one group lie one behind the other.
+void DuplicateSearch::enqueueWholeFiles(int bucket)
+{
+    const std::vector<Item> &items = stateOf(bucket).items;
+    const int count = int(items.size());
+    for (int first = 0, last = 0; first < count; first = last) {
+        while (last < count && items[size_t(last)].group == items[size_t(first)].group)
+            ++last;
+        m_wholeFiles.push({saturatingProduct(sizeOf(bucket), last - first), {bucket, first, last}});
+    }
 }
 
 void DuplicateSearch::runTask(const Task &task)
 {
     State &state = stateOf(task.bucket);
+    if (state.stage == Stage::full)
+        return compareContents(task);
     for (int i = task.first; i < task.last && !stopWanted(); ++i) {
         Item &item = state.items[size_t(i)];
         item.key = keyOf(task.bucket, item.file);
@@ -173,13 +184,26 @@ QByteArray DuplicateSearch::keyOf(int bucket, int index)
     if (state.stage == Stage::identity)
         return physicalKey(m_buckets.at(bucket).second.at(index), &state.identities[size_t(index)]);
     const DuplicateScanner::PhysicalFileGroup &file = state.files.at(index);
-    switch (state.stage) {
-    case Stage::partial:
-        return DuplicateScanner::partialHash(file.path, &file.identity);
-    case Stage::tail:
-        return DuplicateScanner::tailHash(file.path, sizeOf(bucket), &file.identity);
-    default:
-        return DuplicateScanner::fullHash(file.path, m_shouldStop, &file.identity);
+    return state.stage == Stage::partial
+               ? DuplicateScanner::partialHash(file.path, &file.identity)
+               : DuplicateScanner::tailHash(file.path, sizeOf(bucket), &file.identity);
+}
+
+/// Contents that differ stay apart even where their hashes agree: each set becomes a group, with
+/// the index of its first item as its number.
+void DuplicateSearch::compareContents(const Task &task)
+{
+    State &state = stateOf(task.bucket);
+    std::vector<const DuplicateScanner::PhysicalFileGroup *> files;
+    for (int i = task.first; i < task.last; ++i)
+        files.push_back(&state.files.at(state.items[size_t(i)].file));
+    SameContent comparison(files, [this] { return stopWanted(); });
+    for (const SameContent::Set &set : comparison.sets()) {
+        for (const int index : set.files) {
+            Item &item = state.items[size_t(task.first + index)];
+            item.group = task.first + set.files.front();
+            item.key = set.hash;
+        }
     }
 }
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 /// The comparison of buckets[first, last), shared by any number of threads that call work(). A
-/// thread takes a few files at a time, whatever bucket they are of, and whole files largest first:
-/// so no thread idles while another one has a large bucket to itself. What is found does not depend
-/// on the number of threads.
+/// thread takes a few files at a time, whatever bucket they are of, and then whole contents, those
+/// with most to read first: so the threads end at about the same time. What is found does not
+/// depend on their number.
 class DuplicateSearch
 {
 public:
@@ -76,14 +76,14 @@ private:
         int last;
     };
 
-    struct WholeFile
+    /// The files of one group, which are compared as a whole.
+    struct WholeFiles
     {
-        qint64 size;
-        int bucket;
-        int item;
-        bool operator<(const WholeFile &other) const
+        qint64 bytes; // of all of them
+        Task task;
+        bool operator<(const WholeFiles &other) const
         {
-            return size != other.size ? size < other.size : bucket > other.bucket;
+            return bytes != other.bytes ? bytes < other.bytes : task.bucket > other.task.bucket;
         }
     };
 
@@ -93,10 +93,12 @@ private:
     bool takeWaiting(Task *task);
     void finish(const Task &task);
     void runTask(const Task &task);
+    void compareContents(const Task &task);
     QByteArray keyOf(int bucket, int index);
     void advance(int bucket);
     void identify(int bucket, const QVector<Group> &groups);
     void enqueue(int bucket);
+    void enqueueWholeFiles(int bucket);
     static void keepDuplicates(QVector<Group> *groups);
     static QVector<Group> grouped(const std::vector<Item> &items);
     static std::vector<Item> itemsOf(const QVector<Group> &groups);
@@ -114,7 +116,7 @@ private:
     std::condition_variable m_changed;
     std::vector<State> m_states;
     std::deque<Task> m_tasks;
-    std::priority_queue<WholeFile> m_wholeFiles;
+    std::priority_queue<WholeFiles> m_wholeFiles;
     QHash<int, DuplicateScanner::PartialResult> m_results; // by chunk
     int m_nextBucket;
     int m_running = 0;

@@ -187,6 +187,9 @@ private slots:
     void hashesParts_data();
     void hashesParts();
     void readsUnequalFilesInPartOnly();
+    void partsContentsThatDifferLate_data();
+    void partsContentsThatDifferLate();
+    void tellsContentsOfOneHashApart();
     void comparesTheFilesThatItNames();
     void stops();
     void reportsProgress();
@@ -299,6 +302,57 @@ void TestDuplicateScanner::readsUnequalFilesInPartOnly()
     const qint64 read = bytesRead() - before;
     QCOMPARE(result.totalGroups, 0);
     QVERIFY2(read < count * 8192 + 4096, qPrintable(QString::number(read)));
+}
+
+void TestDuplicateScanner::partsContentsThatDifferLate_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::newRow("all open at once") << 12;
+    QTest::newRow("more than stay open") << 36;
+}
+
+/// Some differ from the first file in the first block, some in the second one, some from all.
+void TestDuplicateScanner::partsContentsThatDifferLate()
+{
+    QFETCH(int, count);
+    TempTree tree;
+    const int size = 1048576 + 20000;
+    SizeGroups sizeGroups;
+    for (int i = 0; i < count; ++i) {
+        QByteArray content(size, 'x');
+        content[10000] = char('a' + i % 3);
+        content[size - 10000] = char(i % 3 == 1 ? i : i % 2);
+        sizeGroups[size].append(tree.file(QString::number(i), content));
+    }
+    const Expected expected(sizeGroups, Options());
+    const Result result = DuplicateScanner::scan(sizeGroups, Options(), kNoStop, nullptr);
+    QStringList found = lines(result);
+    found.sort();
+    QCOMPARE(found, expected.lines);
+    QCOMPARE(result.totalGroups, 4);
+}
+
+/// Two contents that are known to have the same MD5; what follows them is the same.
+void TestDuplicateScanner::tellsContentsOfOneHashApart()
+{
+    const QByteArray start = QByteArray::fromHex(
+        "d131dd02c5e6eec4693d9a0698aff95c2fcab58712467eab4004583eb8fb7f8955ad340609f4b30283e48883"
+        "2571415a085125e8f7cdc99fd91dbdf280373c5bd8823e3156348f5bae6dacd436c919c6dd53e2b487da03fd"
+        "02396306d248cda0e99f33420f577ee8ce54b67080a80d1ec69821bcb6a8839396f9652b6ff72a70");
+    QByteArray other = start;
+    for (const int place : {19, 45, 59, 83, 109, 123})
+        other[place] = char(other.at(place) ^ 0x80);
+    const QByteArray rest(8000, 'x');
+    QVERIFY(start != other && md5(start + rest) == md5(other + rest));
+    TempTree tree;
+    const QStringList paths{tree.file("a", start + rest), tree.file("b", other + rest),
+                            tree.file("c", start + rest), tree.file("d", other + rest)};
+    const SizeGroups sizeGroups{{start.size() + rest.size(), paths}};
+    const QStringList found =
+        lines(DuplicateScanner::scan(sizeGroups, Options(), kNoStop, nullptr));
+    const QString hash = QString::fromLatin1(md5(start + rest).toHex());
+    QCOMPARE(found, (QStringList{line(8128, hash, {{paths.at(0)}, {paths.at(2)}}),
+                                 line(8128, hash, {{paths.at(1)}, {paths.at(3)}})}));
 }
 
 /// A file of other content is exchanged for an equal one at any moment of the comparison. It may
