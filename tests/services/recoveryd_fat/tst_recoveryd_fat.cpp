@@ -251,10 +251,10 @@ void TestRecoverydFat::recognisesVolumes()
     QVERIFY(write(image(), QByteArray(int(kStart), '\0') + volume));
     const auto media = mediaOf(image());
     const auto found = [&media](qint64 at) {
-        FoundVolume volume;
-        volume.start = -1;
-        (void)fatSupport().recognise(*media, at, media->read(at, 4096), &volume);
-        return volume;
+        FoundVolume mark;
+        mark.start = -1;
+        (void)fatSupport().recognise(*media, at, media->read(at, 4096), &mark);
+        return mark;
     };
     QCOMPARE(found(kStart).start, kStart);
     QCOMPARE(found(kStart).label, QStringLiteral("CARD"));
