@@ -32,6 +32,8 @@ if [ ! -d "$tree" ]; then
         head -c $((i * 700)) /dev/zero | tr '\0' "$(printf '%x' $((i % 16)))" >"$tree/folder/file $i.txt"
     done
     head -c 70000 /dev/urandom >"$tree/folder/below/数据.bin"
+    # The prototypes of XFS take no blanks.
+    cp "$tree/folder/file 3.txt" "$tree/folder/below/plain"
 fi
 
 blank() {
@@ -56,7 +58,7 @@ make_ntfs() {
 
 make_fat() {
     blank "$2" 6M
-    mkfs.fat -s "$((17 - $1))" -F "$1" "$2" >/dev/null
+    mkfs.fat -s "$([ "$1" = 12 ] && echo 4 || echo 1)" -F "$1" "$2" >/dev/null
     mcopy -i "$2" -s "$tree/folder" :: && mdel -i "$2" "::folder/file 7.txt" && mdeltree -i "$2" ::folder/below
 }
 
@@ -68,7 +70,7 @@ make_exfat() {
 make_xfs() {
     blank "$1" 24M
     printf '/dev/null\n0 0\nd--755 0 0\nfile ---644 0 0 %s\nd d--755 0 0\nfile ---644 0 0 %s\n$\n$\n' \
-        "$tree/folder/file 3.txt" "$tree/folder/below/数据.bin" >"$images/prototype"
+        "$tree/folder/below/plain" "$tree/folder/below/数据.bin" >"$images/prototype"
     # So small a volume is allowed in its makers' own tests only.
     TEST_DIR=/ TEST_DEV=/ QA_CHECK_FS=/ mkfs.xfs -q -f -p "$images/prototype" "$1"
 }
