@@ -5,6 +5,7 @@
 #include "core/filename.h"
 #include "core/posixfile.h"
 #include "vaultd/failure.h"
+#include "vaultd/keep/takeover.h"
 
 #include <QDir>
 #include <QFile>
@@ -74,8 +75,14 @@ int VaultLayout::openContent(const QString &id) const
 
 bool VaultLayout::prepare(QString *error) const
 {
-    if (m_dir)
-        return m_dir->open(error);
+    if (m_dir) {
+        if (!m_dir->open(error))
+            return false;
+        const core::Descriptor aside(m_dir->takeAside());
+        if (aside.isOpen())
+            takeOver(*this, m_owner, aside.get());
+        return true;
+    }
     return makeFolder(m_root, error) && makeFolder(meta(), error);
 }
 

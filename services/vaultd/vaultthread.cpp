@@ -39,13 +39,17 @@ VaultThread::VaultThread(const VaultLayout &layout, const QString &stateDir,
     , m_onChanges(std::move(onChanges))
     , m_keeper(layout, layout.owner(), stateDir)
     , m_store(layout, stateDir, m_stop)
+    , m_shadows(layout, layout.owner(), m_keeper)
 {
+    m_shadows.setWake([this] { wake(); });
     m_keeper.setRules(rulesOf(VaultConfig()));
 }
 
 VaultThread::~VaultThread()
 {
     m_stop = true;
+    m_keeper.setWake({});
+    m_shadows.stop();
     m_thread.stop();
 }
 
@@ -66,8 +70,10 @@ bool VaultThread::start(QString *error)
 
 void VaultThread::protect(const VaultConfig &config, bool isEnabled)
 {
-    Q_UNUSED(isEnabled)
     m_keeper.setRules(rulesOf(config));
+    QString why;
+    if (m_layout.dir() && !m_shadows.restart(config, isEnabled, &why))
+        qInfo() << "[VaultThread] no second net:" << why;
 }
 
 /// From any thread: what is kept within a short time is recorded together.

@@ -3,6 +3,7 @@
 #include "common/mailbox.h"
 #include "core/workerthread.h"
 #include "vaultd/keep/vaultkeeper.h"
+#include "vaultd/shadow/shadownet.h"
 #include "vaultd/vaultstore.h"
 
 class QTimer;
@@ -69,6 +70,7 @@ private:
     Mailbox m_inbox; // before the thread, which posts to it until it ends
     Mailbox *m_jobs = nullptr;
     core::WorkerThread m_thread;
+    ShadowNet m_shadows; // after all that it makes records with
 };
 
 } // namespace vaultd

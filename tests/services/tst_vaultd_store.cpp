@@ -2,7 +2,6 @@
 #include "vaultd/expiry.h"
 #include "vaultd/filecopy.h"
 #include "vaultd/fileindex.h"
-#include "vaultd/hookstate.h"
 #include "vaultd/passwords.h"
 #include "vaultd/protect.h"
 #include "vaultd/vaultstore.h"
@@ -101,7 +100,6 @@ private slots:
     void expires_data();
     void expires();
     void asksClockAndDisk();
-    void knowsWhetherTheHookIsThere();
     void comparesInConstantTime();
 };
 
@@ -518,27 +516,6 @@ void TestVaultdStore::asksClockAndDisk()
     QTRY_COMPARE(seen.expired, (QStringList{old, middle}));
     QVERIFY(QFile::exists(bench.layout.content(young)));
     QVERIFY(!QFile::exists(bench.layout.content(old)));
-}
-
-void TestVaultdStore::knowsWhetherTheHookIsThere()
-{
-    TempTree tree;
-    const QString library = tree.file("hook.so");
-    const auto isActive = [&](QByteArray preloads) {
-        tree.file("preload", preloads.replace("@", library.toUtf8()));
-        return hookState(library, tree.path("preload")).preloadActive;
-    };
-    QVERIFY(!hookState(library, tree.path("preload")).preloadActive); // no list
-    QVERIFY(isActive("@\n") && isActive("/lib/a.so:@ /lib/b.so"));
-    QVERIFY(!isActive("@.old\n") && !isActive("/lib/a.so # @\n"));
-    HookState state = hookState(library, tree.path("preload"));
-    QVERIFY(state.soFileExists);
-    QCOMPARE(state.deployMode(true), QStringLiteral("degraded"));
-    QCOMPARE(state.deployMode(false), QString());
-    isActive("@");
-    QCOMPARE(hookState(library, tree.path("preload")).deployMode(true), QStringLiteral("global"));
-    tree.remove("hook.so");
-    QVERIFY(!hookState(library, tree.path("preload")).preloadActive);
 }
 
 void TestVaultdStore::comparesInConstantTime()

@@ -209,6 +209,13 @@ int copyIn(int file, const struct stat &info, int dir, const QByteArray &name, q
     return from.isOpen() ? copyFrom(from.get(), info, dir, name, copyLimit) : errno;
 }
 
+bool hasClones(int dir)
+{
+    const core::Descriptor from(openNameless(dir));
+    const core::Descriptor to(openNameless(dir));
+    return from.isOpen() && to.isOpen() && ::ioctl(to.get(), FICLONE, from.get()) == 0;
+}
+
 Seal seal(int dir, const QByteArray &name)
 {
     const core::Descriptor file(

@@ -25,6 +25,9 @@ int takeIn(int file, const struct stat &info, int dir, const QByteArray &name, q
 /// The same by copying, wherever the file is.
 int copyIn(int file, const struct stat &info, int dir, const QByteArray &name, qint64 copyLimit);
 
+/// Whether files in the folder can be cloned: Btrfs, XFS.
+bool hasClones(int dir);
+
 /// What happened to a link that was to become root's alone.
 enum class Seal {
     Done,

@@ -112,15 +112,19 @@ QVector<VaultFile> KeepLog::read() const
             VaultFile file;
             QString error;
             const QString id = record.value(QLatin1String("id")).toString();
-            if (!isId(id) || places.contains(id) || !parseRecord(record, id, &file, &error))
+            if (!isId(id) || !parseRecord(record, id, &file, &error))
                 continue;
             file.vaultParent =
                 QByteArray::fromBase64(record.value(kVaultParent).toString().toLatin1());
             file.deletedFrom =
                 QByteArray::fromBase64(record.value(kDeletedFrom).toString().toLatin1());
             file.keptSince = file.deletedAt;
-            places.insert(id, files.size());
-            files.append(file);
+            // A later line of a file counts.
+            if (!places.contains(id)) {
+                places.insert(id, files.size());
+                files.append(file);
+            }
+            files[places.value(id)] = file;
         }
     }
     QVector<VaultFile> left;

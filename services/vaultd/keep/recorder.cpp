@@ -82,8 +82,8 @@ bool Recorder::run(VaultKeeper &keeper, VaultChanges *changes)
             break;
         }
         IndexedFile indexed;
-        if (!record(kept, layout, &indexed)) {
-            mustComeBack = !keeper.reserve().release() || mustComeBack;
+        if (!record(kept, layout, keeper.reserve(), &indexed)) {
+            mustComeBack = true;
             continue;
         }
         added.append(indexed);
@@ -130,14 +130,18 @@ Recorder::Verdict Recorder::verdictOn(const KeptFile &kept, const VaultLayout &l
     return age < kAbandonMs ? Verdict::Wait : Verdict::Drop;
 }
 
-bool Recorder::record(const KeptFile &kept, const VaultLayout &layout, IndexedFile *indexed) const
+bool Recorder::record(const KeptFile &kept, const VaultLayout &layout, Reserve &reserve,
+                      IndexedFile *indexed) const
 {
     struct stat content;
-    const int code =
-        look(layout.content(kept.file.id), &content) ? putRecord(layout, kept.file) : ENOENT;
+    int code = look(layout.content(kept.file.id), &content) ? 0 : ENOENT;
+    if (code == 0)
+        while ((code = putRecord(layout, kept.file)) == ENOSPC && reserve.release())
+            continue;
     if (code != 0)
         qWarning() << "[Recorder] no record for" << kept.file.originalPath << code;
-    *indexed = indexedFrom(kept, content);
+    else
+        *indexed = indexedFrom(kept, content);
     return code == 0;
 }
 

@@ -25,7 +25,8 @@ private:
     enum class Verdict { Wait, List, Drop };
 
     Verdict verdictOn(const KeptFile &kept, const VaultLayout &layout) const;
-    bool record(const KeptFile &kept, const VaultLayout &layout, IndexedFile *indexed) const;
+    bool record(const KeptFile &kept, const VaultLayout &layout, Reserve &reserve,
+                IndexedFile *indexed) const;
     void markReplaced();
     bool sealOne(const VaultFile &file, qint64 copyLimit);
 

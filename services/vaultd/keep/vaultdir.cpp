@@ -74,9 +74,8 @@ QByteArray accessList(uid_t uid, bool isFolder)
     const quint16 all = read | ACL_WRITE;
     const auto kNobody = quint32(ACL_UNDEFINED_ID);
     const struct posix_acl_xattr_entry entries[] = {
-        {ACL_USER_OBJ, all, kNobody}, {ACL_USER, read, uid},
-        {ACL_GROUP_OBJ, 0, kNobody},  {ACL_MASK, read, kNobody},
-        {ACL_OTHER, 0, kNobody},
+        {ACL_USER_OBJ, all, kNobody}, {ACL_USER, read, uid},   {ACL_GROUP_OBJ, 0, kNobody},
+        {ACL_MASK, read, kNobody},    {ACL_OTHER, 0, kNobody},
     };
     const struct posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
     return QByteArray(reinterpret_cast<const char *>(&header), sizeof header) +
@@ -99,6 +98,14 @@ VaultDir::VaultDir(const QByteArray &parent, const VaultOwner &owner)
 QString VaultDir::path() const
 {
     return QStringLiteral("/proc/self/fd/%1").arg(root());
+}
+
+int VaultDir::takeAside()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const int fd = m_aside.isEmpty() ? -1 : openFolder(m_parent.get(), m_aside.constData());
+    m_aside.clear();
+    return fd;
 }
 
 bool VaultDir::open(QString *error)

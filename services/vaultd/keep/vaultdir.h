@@ -43,9 +43,9 @@ public:
     const VaultOwner &owner() const { return m_owner; }
     /// A path that leads to the folder itself, wherever it is now: for this process only.
     QString path() const;
-    /// The name that something in the vault's place was renamed to by open(); empty: none.
-    QByteArray asideName() const { return m_aside; }
-    int parent() const { return m_parent.get(); }
+    /// The folder that open() has put aside, for the caller to look through and close; -1 the next
+    /// time, and if there was none.
+    int takeAside();
 
     /// Names can be taken out of the vault while one of these lives. At other times the folder only
     /// takes new ones, where the file system can do that, and cannot itself be moved.

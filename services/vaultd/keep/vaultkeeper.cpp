@@ -18,6 +18,7 @@ namespace services::vaultd {
 namespace {
 
 constexpr qint64 kLongLog = 4 * 1024 * 1024; // bytes
+constexpr qint64 kLatelyMs = 10 * 1000;
 constexpr char kAccessList[] = "system.posix_acl_access";
 
 /// "/a/b" is inside "/a" and inside itself.
@@ -48,6 +49,15 @@ bool VaultKeeper::open(QString *error)
     const std::lock_guard<std::mutex> lock(m_mutex);
     const QVector<VaultFile> left = m_log.read();
     for (const VaultFile &file : left) {
+        VaultLayout layout = m_layout;
+        VaultFile recorded;
+        QString why;
+        if (!file.vaultParent.isEmpty())
+            layout = VaultLayout::ofMount(file.vaultParent);
+        // Most have got their records long since.
+        if ((file.vaultParent.isEmpty() || layout.prepareExisting(&why)) &&
+            readRecord(layout, file.id, &recorded, &why) && file.vaultParent.isEmpty())
+            continue;
         KeptFile kept;
         kept.file = file;
         kept.means = Means::Link;
@@ -149,6 +159,13 @@ bool VaultKeeper::begin(const KeptFile &kept, QString *id, bool *isKnown, int *c
         return false;
     m_kept.insert(kept.file.id, kept);
     m_ids.insert(key, kept.file.id);
+    const qint64 now = keptClockMs();
+    if (now - m_prunedMs > kLatelyMs) {
+        m_prunedMs = now;
+        for (auto it = m_tookMs.begin(); it != m_tookMs.end();)
+            it = now - *it > kLatelyMs ? m_tookMs.erase(it) : ++it;
+    }
+    m_tookMs.insert(kept.file.deletedFrom.isEmpty() ? key.path : kept.file.deletedFrom, now);
     return true;
 }
 
@@ -180,11 +197,9 @@ int VaultKeeper::takeElsewhere(const Deletion &deletion, KeptFile *kept)
         kept->file.vaultParent = mount;
         kept->file.user = m_owner;
         if (layout.prepare(&error)) {
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                m_kept[kept->file.id].file = kept->file;
-            }
-            int code = putRecord(layout, kept->file);
+            int code = noteAnew(kept->file);
+            if (code == 0)
+                code = putRecord(layout, kept->file);
             if (code == 0)
                 code = takeIn(deletion.file, kept->original, layout.dir()->root(), name,
                               copyLimit(), &kept->means);
@@ -196,13 +211,25 @@ int VaultKeeper::takeElsewhere(const Deletion &deletion, KeptFile *kept)
         }
         kept->file.vaultParent.clear();
         kept->file.user = -1;
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_kept[kept->file.id].file = kept->file;
+        const int code = noteAnew(kept->file);
+        if (code != 0)
+            return code;
     }
     kept->means = Means::Copy;
     const core::Descriptor folder(m_layout.openFolder());
     return folder.isOpen() ? copyIn(deletion.file, kept->original, folder.get(), name, copyLimit())
                            : errno;
+}
+
+/// What is known of it has changed.
+int VaultKeeper::noteAnew(const VaultFile &file)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const int code = m_log.note(file);
+    const auto kept = m_kept.find(file.id);
+    if (code == 0 && kept != m_kept.end())
+        kept->file = file;
+    return code;
 }
 
 void VaultKeeper::giveUp(const KeptFile &kept)
@@ -256,6 +283,13 @@ bool VaultKeeper::note(const VaultFile &file, QString *error)
     bool isKnown = false;
     int code = 0;
     return begin(kept, &id, &isKnown, &code) || fail(error, QStringLiteral("无法记录文件"), code);
+}
+
+bool VaultKeeper::tookLately(const QByteArray &path) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto took = m_tookMs.constFind(path);
+    return took != m_tookMs.constEnd() && keptClockMs() - *took <= kLatelyMs;
 }
 
 QVector<KeptFile> VaultKeeper::kept() const

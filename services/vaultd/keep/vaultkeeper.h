@@ -57,6 +57,8 @@ public:
     // For the vault's thread:
     /// A file with a content that stands in the vault already, such as one of the second net.
     [[nodiscard]] bool note(const VaultFile &file, QString *error);
+    /// Whether a file was kept under this path within the last seconds.
+    bool tookLately(const QByteArray &path) const;
     /// All that is not recorded yet.
     QVector<KeptFile> kept() const;
     bool isKept(const QString &id) const;
@@ -88,6 +90,7 @@ private:
     bool begin(const KeptFile &kept, QString *id, bool *isKnown, int *code);
     int take(const Deletion &deletion, KeptFile *kept);
     int takeElsewhere(const Deletion &deletion, KeptFile *kept);
+    int noteAnew(const VaultFile &file);
     void giveUp(const KeptFile &kept);
 
     VaultLayout m_layout;
@@ -98,7 +101,9 @@ private:
     KeepRules m_rules;
     std::function<void()> m_wake;
     QHash<QString, KeptFile> m_kept;
-    QHash<Key, QString> m_ids; ///< Of what is kept and not let go.
+    QHash<Key, QString> m_ids;          ///< Of what is kept and not let go.
+    QHash<QByteArray, qint64> m_tookMs; ///< When, by path, lately.
+    qint64 m_prunedMs = 0;
     std::mutex m_indexMutex;
     VaultIndex m_index; ///< Only for reading.
 };
