@@ -1,10 +1,16 @@
 #include "analyzer/directorylisting.h"
 
+#include "core/descriptor.h"
 #include "core/directorystream.h"
 
+#include <cerrno>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 namespace {
+
+/// Bytes of entries taken from the system at a time.
+constexpr int kNamesSize = 32768;
 
 bool isDots(const char *name)
 {
@@ -12,7 +18,7 @@ bool isDots(const char *name)
 }
 
 /// Directories and what is neither cost no call, unless the file system leaves the type out.
-bool describe(int dirFd, const dirent &found, DirectoryEntry *entry)
+bool describe(int dirFd, const dirent64 &found, DirectoryEntry *entry)
 {
     *entry = {found.d_name, found.d_type == DT_DIR, 0, 0, {}};
     if (entry->isDirectory)
@@ -31,21 +37,36 @@ bool describe(int dirFd, const dirent &found, DirectoryEntry *entry)
     return true;
 }
 
+/// Bytes of entries; 0 behind the last one, below 0 on an error.
+long readEntries(int dirFd, char *names)
+{
+    long got = 0;
+    do
+        got = ::syscall(SYS_getdents64, dirFd, names, kNamesSize);
+    while (got < 0 && errno == EINTR);
+    return got;
+}
+
 } // namespace
 
+/// Not by readdir(3), whose stream costs a small directory as many calls as its content.
 bool listDirectory(const QByteArray &path, bool isRoot, const std::function<bool()> &shouldStop,
                    const std::function<void(const DirectoryEntry &)> &onEntry)
 {
-    const core::DirectoryStream listing = core::openDirectory(path.constData(), isRoot);
-    if (!listing)
+    const core::Descriptor directory(core::openDirectoryDescriptor(path.constData(), isRoot));
+    if (!directory.isOpen())
         return !shouldStop();
-    const int fd = dirfd(listing.get());
-    while (const dirent *found = readdir(listing.get())) {
-        if (shouldStop())
-            return false;
-        DirectoryEntry entry;
-        if (describe(fd, *found, &entry))
-            onEntry(entry);
+    alignas(dirent64) char names[kNamesSize];
+    for (long size; (size = readEntries(directory.get(), names)) > 0;) {
+        for (long at = 0; at < size;) {
+            if (shouldStop())
+                return false;
+            const dirent64 &found = *reinterpret_cast<const dirent64 *>(names + at);
+            DirectoryEntry entry;
+            if (describe(directory.get(), found, &entry))
+                onEntry(entry);
+            at += found.d_reclen;
+        }
     }
     return true;
 }

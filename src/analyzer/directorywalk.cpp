@@ -19,6 +19,33 @@ constexpr const char *kSkippedNames[] = {".git",         ".svn",        ".hg",
 /// Parts of the paths under which network shares are mounted for the desktop.
 constexpr const char *kNetworkShares[] = {"smb-share:", "nfs-share:"};
 
+/// Paths of entries, nearly all of which are asked for next to their siblings.
+class SiblingPaths
+{
+public:
+    explicit SiblingPaths(const DirectoryTree &tree)
+        : m_tree(tree)
+    {}
+
+    QByteArray of(const DirNode *parent, const char *name)
+    {
+        if (parent != m_parent) {
+            m_start = m_tree.path(parent, "");
+            m_parent = parent;
+        }
+        return m_start + name;
+    }
+    QByteArray of(const DirNode &dir)
+    {
+        return dir.parent ? of(dir.parent, dir.name) : m_tree.path(&dir);
+    }
+
+private:
+    const DirectoryTree &m_tree;
+    const DirNode *m_parent = nullptr;
+    QByteArray m_start; // of the parent, with a slash at the end
+};
+
 } // namespace
 
 bool shouldSkipDir(const QByteArray &path)
@@ -50,15 +77,17 @@ bool DirectoryWalk::run(DirectoryTree *tree) const
     ListingQueue queue(m_shouldStop);
     QFuture<void> helper = QtConcurrent::run([&queue] { queue.help(); });
     std::size_t queued = 0;
+    SiblingPaths queuedPaths(*tree);
+    SiblingPaths foundPaths(*tree);
     bool goOn = true;
     for (std::size_t i = 0; goOn && i < tree->size(); ++i) {
         for (; queued < tree->size() && queue.hasRoom(); ++queued)
-            queue.add(tree->path(tree->at(queued)), queued == 0);
+            queue.add(queuedPaths.of(*tree->at(queued)), queued == 0);
         DirNode *dir = tree->at(i);
         goOn = queue.takeFirst([&](const DirectoryEntry &entry) {
             if (!entry.isDirectory)
                 m_onFile(dir, entry);
-            else if (isEntered(tree->path(dir, entry.name)))
+            else if (isEntered(foundPaths.of(dir, entry.name)))
                 tree->addChild(dir, entry.name);
         });
     }

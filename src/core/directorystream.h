@@ -16,11 +16,16 @@ struct CloseDirectory
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
 
 /// Where a walk begins may be a link, what lies below may not: a directory that was replaced by a
-/// link after it was listed must not lead out of the tree.
+/// link after it was listed must not lead out of the tree. The caller closes it; -1 on an error.
+inline int openDirectoryDescriptor(const char *path, bool isRoot)
+{
+    return ::open(path,
+                  O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (isRoot ? 0 : O_NOFOLLOW));
+}
+
 inline DirectoryStream openDirectory(const char *path, bool isRoot)
 {
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (isRoot ? 0 : O_NOFOLLOW);
-    const int fd = ::open(path, flags);
+    const int fd = openDirectoryDescriptor(path, isRoot);
     if (fd < 0)
         return nullptr;
     DirectoryStream stream(::fdopendir(fd));
