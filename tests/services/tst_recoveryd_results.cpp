@@ -135,6 +135,8 @@ void TestRecoverydResults::grades_data()
     row("bad sectors", whole, "fair 含坏道 1", {0, 0, 512});
     row("carved with its end", carved(5, 100, Evidence::End), "good  1");
     row("carved container", carved(5, 100, Evidence::Container), "excellent 容器已验证 1");
+    row("carved to an end that is only told", carved(5, 100, Evidence::Structure),
+        "good 待核验 0.5");
     row("carved head", carved(5, 100, Evidence::Header), "poor  0.5");
     row("carved over bad sectors", carved(5, 100, Evidence::End), "very_poor 含坏道 1",
         {0, 0, 100});

@@ -150,10 +150,13 @@ bool CarvingScanner::report(WindowReader &reader, CarvedFile file, qint64 start,
     finding.type = file.type;
     finding.extension = file.extension;
     finding.evidence = file.evidence;
+    finding.isSizeExact = hasEnd(file.evidence);
+    // A length that is only told, and the belief that several pieces belong together, can only be
+    // confirmed by the contents.
+    const bool isGuess = file.inside != Inside::Seen || finding.content.extents.size() > 1;
     if (file.isDecoded)
         finding.contentCheck = Finding::Check::Passed;
-    else if (finding.content.extents.size() > 1 && file.evidence == Evidence::End)
-        // That the pieces belong together is a guess which only the contents can confirm.
+    else if (isGuess && file.evidence == Evidence::End)
         finding.evidence = Evidence::Structure;
     return observer.found(std::move(finding));
 }

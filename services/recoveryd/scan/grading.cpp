@@ -136,6 +136,11 @@ void gradeCarved(const Finding &finding, Grade *grade)
         set(grade, kGood, QString(), QStringLiteral("已检测到可靠的文件结尾，数据按连续存放处理"));
         break;
     case Evidence::Structure:
+        if (finding.isSizeExact) {
+            set(grade, kUnsure, QStringLiteral("待核验"),
+                QStringLiteral("已推断出文件结尾，但内容无法校验，其间的数据按连续存放处理"));
+            break;
+        }
         set(grade, kFair, QString(),
             QStringLiteral("内部结构在中途断开，文件可能不完整或存在碎片"));
         break;

@@ -77,6 +77,7 @@ bool TextRun::describe(WindowReader &reader, CarvedFile *file) const
     const QString head = decodedText(sampleOf(reader, m_start, sample), m_encoding);
     const QString tail = decodedText(sampleOf(reader, m_end - sample, sample), m_encoding);
     file->setKind(suffixOfText(head, tail));
+    file->inside = Inside::Noise;
     file->setEnd(length, m_hasEnd ? Evidence::End : Evidence::Structure);
     return true;
 }
