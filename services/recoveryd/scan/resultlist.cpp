@@ -1,6 +1,7 @@
 #include "recoveryd/scan/resultlist.h"
 
 #include "recoveryd/scan/contentcheck.h"
+#include "recoveryd/scan/decodingcheck.h"
 #include "recoveryd/scan/filetypes.h"
 
 #include <QElapsedTimer>
@@ -52,8 +53,7 @@ bool isInside(const Extent &extent, qint64 size)
 
 bool isCompletedBy(const Finding &known, const Finding &carved)
 {
-    return hasEnd(carved.evidence) &&
-           (!known.isSizeExact || !known.isMapComplete);
+    return hasEnd(carved.evidence) && (!known.isSizeExact || !known.isMapComplete);
 }
 
 } // namespace
@@ -255,25 +255,45 @@ void ResultList::planCheck(int number, const Finding &finding)
         m_unchecked.emplace_back(finding.content.extents.first().physical, number);
 }
 
-void ResultList::checkContents(const MediaReader &device, qint64 budgetMs,
+void ResultList::checkContents(const MediaReader &device, const CheckBudget &budget,
                                const std::function<bool()> &mayGoOn)
 {
     std::vector<std::pair<qint64, int>> planned;
     planned.swap(m_unchecked);
     std::sort(planned.begin(), planned.end());
     QElapsedTimer clock;
-    clock.start();
-    for (const auto &entry : planned) {
-        if (clock.elapsed() > budgetMs || !mayGoOn())
-            return;
-        ResultRow row;
-        if (!m_isWhole[size_t(entry.second - 1)] || !m_log.read(entry.second, &row) ||
-            checkBySuffix(device, row.finding) != Finding::Check::Failed)
-            continue;
-        row.finding.contentCheck = Finding::Check::Failed;
-        m_log.replace(entry.second, row.finding, row.damage);
-        setWhole(entry.second, false);
-    }
+    const auto inTime = [&](qint64 milliseconds) {
+        return clock.elapsed() <= milliseconds && mayGoOn();
+    };
+    const auto each = [&](qint64 milliseconds, const CheckFunction &check) {
+        clock.start();
+        for (const auto &entry : planned) {
+            if (!inTime(milliseconds))
+                return;
+            checkRow(entry.second, check);
+        }
+    };
+    // First what is cheap, for all.
+    each(budget.suffixMs, [&device](const Finding &finding) {
+        const Finding::Check check = checkBySuffix(device, finding);
+        return check == Finding::Check::Failed ? check : Finding::Check::None;
+    });
+    each(budget.decodingMs, [&](const Finding &finding) {
+        return checkByDecoding(device, finding, [&] { return inTime(budget.decodingMs); });
+    });
+}
+
+void ResultList::checkRow(int number, const CheckFunction &check)
+{
+    ResultRow row;
+    if (!m_isWhole[size_t(number - 1)] || !m_log.read(number, &row))
+        return;
+    const Finding::Check result = check(row.finding);
+    if (result == Finding::Check::None)
+        return;
+    row.finding.contentCheck = result;
+    m_log.replace(number, row.finding, row.damage);
+    setWhole(number, isWhole(row.finding, row.damage));
 }
 
 Ranges ResultList::closeClaims()

@@ -41,10 +41,16 @@ public:
     /// Settles the claims of the scanner's files.
     void endScanner();
 
-    /// Checks the contents of files that were deleted and claim to be whole against their suffixes,
-    /// in the order of their places on `device`, until `mayGoOn` says no or `budgetMs` milliseconds
-    /// have passed. To be called after endScanner().
-    void checkContents(const MediaReader &device, qint64 budgetMs,
+    /// Milliseconds for each kind of check.
+    struct CheckBudget
+    {
+        qint64 suffixMs = 0;   ///< First and last bytes against the suffix.
+        qint64 decodingMs = 0; ///< All of the contents, where they can be decoded.
+    };
+    /// Checks the contents of files that were deleted and claim to be whole, in the order of their
+    /// places on `device`, while the budget lasts and `mayGoOn` says so. To be called after
+    /// endScanner().
+    void checkContents(const MediaReader &device, const CheckBudget &budget,
                        const std::function<bool()> &mayGoOn);
 
     /// The bytes of the files that need no second search; the claims are forgotten, since carving
@@ -66,7 +72,9 @@ private:
     Merge mergeByContent(quint64 key, const Finding &finding);
     Merge mergeByStart(const Finding &finding);
     void setWhole(int number, bool whole);
+    using CheckFunction = std::function<Finding::Check(const Finding &)>;
     void planCheck(int number, const Finding &finding);
+    void checkRow(int number, const CheckFunction &check);
     void announce(int number, const Finding &finding, const Damage &damage);
 
     ResultLog &m_log;

@@ -16,7 +16,9 @@ constexpr qint64 kSaveEveryMs = 3000;
 // open when the scan is cut off.
 constexpr qint64 kCarvedAgain = 64 * 1024 * 1024;
 // A drive with a thousand files on each of its tracks must not make a quick scan a slow one.
-constexpr qint64 kCheckBudgetMs = 8000;
+constexpr ResultList::CheckBudget kQuickChecks = {8000, 3000};
+// A deep scan reads as much anyway.
+constexpr ResultList::CheckBudget kDeepChecks = {60000, 3600000};
 constexpr double kAlmostDone = 99.0;
 
 /// The place on the device that is `done` bytes into the ranges.
@@ -139,7 +141,9 @@ bool ScanTask::scanMetadata(ScanPlan &plan, ScanOutcome *outcome)
         runScanner(*phase.scanner, *phase.media, outcome);
         m_results->endScanner();
         beginPhase(QStringLiteral("正在核对文件内容"));
-        m_results->checkContents(*plan.media(), kCheckBudgetMs, [this] { return mayGoOn(); });
+        m_results->checkContents(*plan.media(),
+                                 m_order.request.isDeep() ? kDeepChecks : kQuickChecks,
+                                 [this] { return mayGoOn(); });
         if (!mayGoOn() || phase.media->isGone())
             break;
         m_metadataDone = i + 1;

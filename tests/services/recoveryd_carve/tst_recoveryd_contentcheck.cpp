@@ -1,5 +1,6 @@
 #include "recoveryd/carve/text/textencoding.h"
 #include "recoveryd/scan/contentcheck.h"
+#include "recoveryd/scan/decodingcheck.h"
 #include "support/diskimages.h"
 #include "support/samplecontainers.h"
 #include "support/scanharness.h"
@@ -50,6 +51,8 @@ class TestRecoverydContentCheck : public QObject
 private slots:
     void checks_data();
     void checks();
+    void decodes_data();
+    void decodes();
     void tellsEncodings_data();
     void tellsEncodings();
 };
@@ -118,6 +121,47 @@ void TestRecoverydContentCheck::checks()
     finding.content.append(0, bytes.size() - cut + 512, cut);
     finding.content.append(cut, 0, bytes.size() - cut);
     QCOMPARE(int(checkBySuffix(*media, finding)), expected);
+}
+
+void TestRecoverydContentCheck::decodes_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("expected");
+    const QByteArray noise = diskimages::noise(8192, 6);
+    const struct
+    {
+        const char *name;
+        QByteArray bytes;
+    } files[] = {{"jpg", diskimages::jpeg(40000)},
+                 {"png", diskimages::png(40000)},
+                 {"docx", diskimages::container(QStringLiteral("docx"), 40000)}};
+    for (const auto &file : files) {
+        QTest::addRow("%s", file.name) << file.bytes << int(Check::Passed);
+        QByteArray middle = file.bytes;
+        middle.replace(16384, noise.size(), noise);
+        QTest::addRow("%s, a part of another file in the middle", file.name)
+            << middle << int(Check::Failed);
+        QTest::addRow("%s, cut", file.name) << file.bytes.left(20000) << int(Check::Failed);
+    }
+    QTest::newRow("no format") << noise << int(Check::None);
+    QTest::newRow("nothing") << QByteArray() << int(Check::None);
+}
+
+void TestRecoverydContentCheck::decodes()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, expected);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("image"));
+    const int cut = bytes.size() / 1024 * 512;
+    QVERIFY(diskimages::write(path, bytes.mid(cut) + QByteArray(512, '\1') + bytes.left(cut)));
+    const auto media = testsupport::mediaOf(path);
+    QVERIFY(media);
+    Finding finding;
+    finding.content.size = bytes.size();
+    finding.content.append(0, bytes.size() - cut + 512, cut);
+    finding.content.append(cut, 0, bytes.size() - cut);
+    QCOMPARE(int(checkByDecoding(*media, finding, [] { return true; })), expected);
 }
 
 void TestRecoverydContentCheck::tellsEncodings_data()
