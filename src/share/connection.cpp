@@ -4,9 +4,9 @@
 #include "share/peersocket.h"
 #include "share/requestparser.h"
 #include "share/responses.h"
-#include "share/scopedthreadconnection.h"
 #include "share/sessiongate.h"
 #include "share/shareexchange.h"
+#include "share/threadconnection.h"
 
 #include <QElapsedTimer>
 
@@ -81,7 +81,7 @@ void route(const ShareContextPtr &context, PeerSocket *socket, HttpRequest *requ
         sendError(socket, 404, QStringLiteral("未找到"), QStringLiteral("未找到资源。"));
         return;
     }
-    const ScopedThreadConnection connection(context->dbPath);
+    const ThreadConnection::Use connection(context->dbPath);
     if (!connection.isValid()) {
         sendError(socket, 500, QStringLiteral("内部错误"), QStringLiteral("数据库连接失败。"));
         return;

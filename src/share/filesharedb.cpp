@@ -50,12 +50,12 @@ ShareRoot rootFromRow(const QSqlQuery &query)
 QStringList rootNames(const QSqlDatabase &database, const QString &sessionId, QString *error)
 {
     QStringList names;
-    QSqlQuery query(database);
-    if (!run(&query, QStringLiteral("SELECT display_name FROM share_roots WHERE session_id=?"),
-             {sessionId}, error))
+    Reading reading(database,
+                    QStringLiteral("SELECT display_name FROM share_roots WHERE session_id=?"));
+    if (!reading.run({sessionId}, error))
         return names;
-    while (nextRow(&query, error))
-        names.append(query.value(0).toString());
+    while (reading.next(error))
+        names.append(reading.row().value(0).toString());
     return names;
 }
 
@@ -64,11 +64,11 @@ QList<ShareSession> querySessions(const QSqlDatabase &database, const char *cond
 {
     QList<ShareSession> sessions;
     {
-        QSqlQuery query(database);
-        if (!run(&query, QLatin1String(kSessionColumns) + QLatin1String(condition), values, error))
+        Reading reading(database, QLatin1String(kSessionColumns) + QLatin1String(condition));
+        if (!reading.run(values, error))
             return sessions;
-        while (nextRow(&query, error))
-            sessions.append(sessionFromRow(query));
+        while (reading.next(error))
+            sessions.append(sessionFromRow(reading.row()));
     }
     for (ShareSession &session : sessions)
         session.rootNames = rootNames(database, session.id, error);
@@ -79,11 +79,11 @@ QList<ShareRoot> queryRoots(const QSqlDatabase &database, const char *condition,
                             QString *error)
 {
     QList<ShareRoot> roots;
-    QSqlQuery query(database);
-    if (!run(&query, QLatin1String(kRootColumns) + QLatin1String(condition), {id}, error))
+    Reading reading(database, QLatin1String(kRootColumns) + QLatin1String(condition));
+    if (!reading.run({id}, error))
         return roots;
-    while (nextRow(&query, error))
-        roots.append(rootFromRow(query));
+    while (reading.next(error))
+        roots.append(rootFromRow(reading.row()));
     return roots;
 }
 
@@ -382,12 +382,11 @@ QList<ShareRoot> FileShareDb::queryRootsForSession(const QSqlDatabase &database,
 QString FileShareDb::queryPasswordHash(const QSqlDatabase &database, const QString &id,
                                        QString *error)
 {
-    QSqlQuery query(database);
-    if (!run(&query, QStringLiteral("SELECT password FROM share_sessions WHERE session_id=?"), {id},
-             error) ||
-        !nextRow(&query, error))
+    Reading reading(database,
+                    QStringLiteral("SELECT password FROM share_sessions WHERE session_id=?"));
+    if (!reading.run({id}, error) || !reading.next(error))
         return QString();
-    return query.value(0).toString();
+    return reading.row().value(0).toString();
 }
 
 ShareSession FileShareDb::threadSafeSession(const QString &id, QString *error) const

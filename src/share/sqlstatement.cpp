@@ -1,5 +1,7 @@
 #include "share/sqlstatement.h"
 
+#include "share/threadconnection.h"
+
 #include <QSqlDriver>
 #include <QSqlError>
 
@@ -27,6 +29,29 @@ bool run(QSqlQuery *query, const QString &sql, const QVariantList &values, QStri
     for (const QVariant &value : values)
         query->addBindValue(value);
     return query->exec() || fail(error, query->lastError().text());
+}
+
+Reading::Reading(const QSqlDatabase &database, const QString &sql)
+    : m_own(database)
+    , m_query(ThreadConnection::statement(database, sql))
+    , m_sql(sql)
+{
+    if (!m_query)
+        m_query = &m_own;
+}
+
+bool Reading::run(const QVariantList &values, QString *error)
+{
+    if (m_query->lastQuery() != m_sql) {
+        if (sqlstatement::run(m_query, m_sql, values, error))
+            return true;
+        // A statement that could not be prepared is not to be taken for one that was.
+        *m_query = m_own;
+        return false;
+    }
+    for (int i = 0; i < values.size(); ++i)
+        m_query->bindValue(i, values.at(i));
+    return m_query->exec() || fail(error, m_query->lastError().text());
 }
 
 bool write(const QSqlDatabase &database, const char *sql, const QVariantList &values,

@@ -23,6 +23,26 @@ QString notOpenText();
 /// False behind the last row, and with an error when a row cannot be read.
 bool nextRow(QSqlQuery *query, QString *error);
 
+/// One reading of rows. Over the connection that a worker's thread keeps, the statement is prepared
+/// once and kept for the next reading; no two readings of one statement overlap on a thread.
+class Reading
+{
+public:
+    Reading(const QSqlDatabase &database, const QString &sql);
+    ~Reading() { m_query->finish(); }
+    Reading(const Reading &) = delete;
+    Reading &operator=(const Reading &) = delete;
+
+    [[nodiscard]] bool run(const QVariantList &values, QString *error);
+    bool next(QString *error) { return nextRow(m_query, error); }
+    const QSqlQuery &row() const { return *m_query; }
+
+private:
+    QSqlQuery m_own;
+    QSqlQuery *m_query; // the kept one or m_own
+    const QString m_sql;
+};
+
 /// Never NULL, which a null string would be stored as.
 QVariant text(const QString &value);
 /// NULL for an empty string.

@@ -1,5 +1,6 @@
 #include "share/filesharedb.h"
 #include "share/scopedthreadconnection.h"
+#include "share/threadconnection.h"
 #include "support/rawdatabase.h"
 #include "support/temptree.h"
 
@@ -79,6 +80,7 @@ private slots:
     void unusableFilesAreToldOf_data();
     void unusableFilesAreToldOf();
     void threadsReadWhileOneWrites();
+    void aThreadKeepsItsConnection();
 
 private:
     TempTree m_tree;
@@ -347,6 +349,46 @@ void TestFileShareDb::threadsReadWhileOneWrites()
     }
     QCOMPARE(QSqlDatabase::connectionNames().size(), before.size());
     QCOMPARE(before.filter("scoped"_s), QStringList());
+}
+
+/// What the thread reads through kept statements is what stands in the file at that moment, and
+/// neither a failed reading nor an idle connection stays in anybody's way.
+void TestFileShareDb::aThreadKeepsItsConnection()
+{
+    TempTree tree;
+    const QString path = tree.path("a.db");
+    const QStringList before = QSqlDatabase::connectionNames();
+    QStringList names;
+    const auto read = [&names, &path] {
+        const ThreadConnection::Use connection(path);
+        names.append(connection.database().connectionName());
+        return FileShareDb::querySession(connection.database(), "s"_s).totalDownloads;
+    };
+    std::thread([&] {
+        QCOMPARE(read(), 0); // a file without tables
+        FileShareDb db(path);
+        QVERIFY(db.open() && db.createSession(sampleSession("s"), QString()));
+        for (int count : {7, 8, 9}) {
+            QVERIFY(db.updateSessionDownloads("s"_s, count));
+            QCOMPARE(read(), count);
+        }
+        QVERIFY(db.removeSession("s"_s));
+        db.purgeDeleted();
+        QCOMPARE(QFileInfo(path + "-wal"_s).size(), qint64(0));
+        QCOMPARE(read(), 0);
+        names.removeDuplicates();
+        QCOMPARE(names.size(), 1);
+
+        db.close();
+        for (const char *suffix : {"", "-wal", "-shm"})
+            QFile::remove(path + QLatin1String(suffix));
+        FileShareDb other(path);
+        QVERIFY(other.open() && other.createSession(sampleSession("s"), QString()));
+        QCOMPARE(read(), 7);
+    }).join();
+    names.removeDuplicates();
+    QCOMPARE(names.size(), 2);
+    QCOMPARE(QSqlDatabase::connectionNames(), before);
 }
 
 QTEST_GUILESS_MAIN(TestFileShareDb)
