@@ -46,6 +46,8 @@ public:
     /// Closes and removes the connection; safe when not open.
     void close();
     QString databasePath() const { return m_dbFilePath; }
+    /// The open connection, for queries of other classes on the same thread.
+    QSqlDatabase connection() const;
 
     /// The error of a call whose changes could not be committed; commitError() has the driver's
     /// text for the last of them.
@@ -97,7 +99,6 @@ public:
 
 private:
     bool initSchema(QString *error);
-    QSqlDatabase connection() const;
     bool commit(search::Transaction *transaction, QString *error);
     void noteRemovedText();
     bool removeWhere(const QString &condition, const QStringList &values, QString *error);

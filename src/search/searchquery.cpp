@@ -1,6 +1,7 @@
 #include "search/searchquery.h"
 
 #include "search/newestfirstquery.h"
+#include "search/query/rowconditions.h"
 #include "search/searchkeywords.h"
 #include "search/searchsnippet.h"
 
@@ -14,45 +15,7 @@
 namespace search {
 namespace {
 
-// Columns 0 to 4 of every statement here.
-QString fileColumns()
-{
-    return QStringLiteral("path,file_name,size,modified_ms,category");
-}
-
-// Keys in ascending order, so that each goes to the end of the map. The driver delivers texts and
-// 64-bit integers as they are wanted.
-QVariantMap resultOfRow(const QSqlQuery &query)
-{
-    static const QVariant noScore(0.0);
-    static const QVariant noSnippet{QString()};
-    QVariantMap result;
-    const auto append = [&result](const QString &key, const QVariant &value) {
-        result.insert(result.cend(), key, value);
-    };
-    append(QStringLiteral("category"), query.value(4));
-    append(QStringLiteral("modifiedMs"), query.value(3));
-    append(QStringLiteral("name"), query.value(1));
-    append(QStringLiteral("path"), query.value(0));
-    append(QStringLiteral("score"), noScore);
-    append(QStringLiteral("size"), query.value(2));
-    append(QStringLiteral("snippet"), noSnippet);
-    return result;
-}
-
-// True for rows where every word is found in at least one of the columns.
-void addWords(RowFilter *filter, const QStringList &words, const QStringList &columns)
-{
-    const QString test =
-        QLatin1Char('(') + columns.join(QStringLiteral(" LIKE ? OR ")) + QLatin1String(" LIKE ?)");
-    for (const QString &word : words) {
-        if (!filter->condition.isEmpty())
-            filter->condition += QLatin1String(" AND ");
-        filter->condition += test;
-        for (int i = 0; i < columns.size(); ++i)
-            filter->patterns.append(likePattern(word));
-    }
-}
+using query::addWords;
 
 QStringList textColumns()
 {
@@ -170,6 +133,31 @@ void ContentSearch::addResult(QVariantMap result, const QString &snippet, const 
 }
 
 } // namespace
+
+QString fileColumns()
+{
+    return QStringLiteral("path,file_name,size,modified_ms,category");
+}
+
+// Keys in ascending order, so that each goes to the end of the map. The driver delivers texts and
+// 64-bit integers as they are wanted.
+QVariantMap resultOfRow(const QSqlQuery &query)
+{
+    static const QVariant noScore(0.0);
+    static const QVariant noSnippet{QString()};
+    QVariantMap result;
+    const auto append = [&result](const QString &key, const QVariant &value) {
+        result.insert(result.cend(), key, value);
+    };
+    append(QStringLiteral("category"), query.value(4));
+    append(QStringLiteral("modifiedMs"), query.value(3));
+    append(QStringLiteral("name"), query.value(1));
+    append(QStringLiteral("path"), query.value(0));
+    append(QStringLiteral("score"), noScore);
+    append(QStringLiteral("size"), query.value(2));
+    append(QStringLiteral("snippet"), noSnippet);
+    return result;
+}
 
 QVariantList queryByName(const QSqlDatabase &database, const QString &keyword, int limit,
                          const QString &refine, QString *error)

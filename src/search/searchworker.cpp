@@ -1,5 +1,7 @@
 #include "search/searchworker.h"
 
+#include "search/names/namesearch.h"
+#include "search/query/contentsearch.h"
 #include "search/searchindexdb.h"
 
 #include <QDebug>
@@ -37,7 +39,43 @@ Answer runSearch(const char *worker, const QString &dbPath, Query query, const Q
 FileNameSearchWorker::FileNameSearchWorker(const QString &dbPath, QObject *parent)
     : QObject(parent)
     , m_dbPath(dbPath)
+    , m_names(std::make_unique<search::names::NameIndex>(dbPath, [this] {
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                if (m_lastRequest.number > 0)
+                    searchLine(m_lastRequest);
+            },
+            Qt::QueuedConnection);
+    }))
 {}
+
+FileNameSearchWorker::~FileNameSearchWorker() = default;
+
+void FileNameSearchWorker::requestLine(const QString &line, int limit, const QString &refine)
+{
+    const search::LineRequest request{line, limit, refine, ++m_newestRequest};
+    QMetaObject::invokeMethod(
+        this, [this, request] { searchLine(request); }, Qt::QueuedConnection);
+}
+
+void FileNameSearchWorker::searchLine(const search::LineRequest &request)
+{
+    const auto isOvertaken = [this, &request] {
+        return m_newestRequest != request.number;
+    };
+    if (isOvertaken())
+        return;
+    m_lastRequest = request;
+    SearchIndexDB db(m_dbPath);
+    QVariantList results;
+    QString error;
+    if (db.open(&error))
+        results = search::names::searchNames(db.connection(), m_names.get(), request.line,
+                                             request.limit, request.refine, isOvertaken, &error);
+    if (!isOvertaken())
+        emit searchCompleted(results, error);
+}
 
 void FileNameSearchWorker::search(const QString &keyword, int limit, const QString &refine)
 {
@@ -64,6 +102,26 @@ FullTextSearchWorker::FullTextSearchWorker(const QString &dbPath, QObject *paren
     : QObject(parent)
     , m_dbPath(dbPath)
 {}
+
+void FullTextSearchWorker::requestLine(const QString &line, int limit, const QString &refine)
+{
+    const search::LineRequest request{line, limit, refine, ++m_newestRequest};
+    QMetaObject::invokeMethod(
+        this, [this, request] { searchLine(request); }, Qt::QueuedConnection);
+}
+
+void FullTextSearchWorker::searchLine(const search::LineRequest &request)
+{
+    if (m_newestRequest != request.number)
+        return;
+    SearchIndexDB db(m_dbPath);
+    QVariantList results;
+    QString error;
+    if (db.open(&error))
+        results = search::query::searchContents(db.connection(), request.line, request.limit,
+                                                request.refine, &error);
+    emit searchCompleted(results, error);
+}
 
 void FullTextSearchWorker::search(const QString &keyword, int limit, const QString &refine)
 {

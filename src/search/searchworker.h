@@ -4,6 +4,26 @@
 #include <QString>
 #include <QVariantList>
 
+#include <atomic>
+#include <memory>
+
+namespace search::names {
+class NameIndex;
+}
+
+namespace search {
+
+/// A line as it was typed, with all that its search needs.
+struct LineRequest
+{
+    QString line;
+    int limit = 0;
+    QString refine;
+    int number = 0;
+};
+
+} // namespace search
+
 /// Answers name searches on a thread of its own, each over a connection of its own. Slots are
 /// called queued, by name.
 class FileNameSearchWorker : public QObject
@@ -12,6 +32,12 @@ class FileNameSearchWorker : public QObject
 
 public:
     explicit FileNameSearchWorker(const QString &dbPath, QObject *parent = nullptr);
+    ~FileNameSearchWorker() override;
+
+    /// Queues a search in the language of search lines; for any thread. What was asked for before
+    /// is overtaken: it gets no answer, and a running search ends early. A line may be answered
+    /// twice, again when the names have been read from the index for the first time.
+    void requestLine(const QString &line, int limit, const QString &refine);
 
 public slots:
     void search(const QString &keyword, int limit, const QString &refine);
@@ -23,7 +49,12 @@ signals:
     void statsReady(qint64 fileCount, qint64 ftsCount, qint64 lastUpdatedMs, bool ok);
 
 private:
+    void searchLine(const search::LineRequest &request);
+
     QString m_dbPath;
+    std::atomic<int> m_newestRequest{0};
+    search::LineRequest m_lastRequest; ///< Answered or being answered.
+    std::unique_ptr<search::names::NameIndex> m_names;
 };
 
 /// Answers content searches, likewise.
@@ -34,6 +65,10 @@ class FullTextSearchWorker : public QObject
 public:
     explicit FullTextSearchWorker(const QString &dbPath, QObject *parent = nullptr);
 
+    /// Queues a search in the language of search lines; for any thread. What was asked for before
+    /// and has not begun gets no answer.
+    void requestLine(const QString &line, int limit, const QString &refine);
+
 public slots:
     void search(const QString &keyword, int limit, const QString &refine);
 
@@ -41,5 +76,8 @@ signals:
     void searchCompleted(const QVariantList &results, const QString &error);
 
 private:
+    void searchLine(const search::LineRequest &request);
+
     QString m_dbPath;
+    std::atomic<int> m_newestRequest{0};
 };
