@@ -107,7 +107,7 @@ run() { # name, program, base image, largest input
     mkdir -p "$work" "$stored"
     echo "== $1: $(find "$stored" -type f | wc -l) stored inputs, $seconds s"
     if ! MORVANE_FUZZ_BASE=$3 "build/fuzz/fuzz/$2" "$work" "$stored" -max_total_time="$seconds" \
-        -max_len="$4" -timeout=20 -rss_limit_mb=1024 -artifact_prefix="$found/$1-" \
+        -max_len="$4" -len_control=0 -timeout=20 -rss_limit_mb=1024 -artifact_prefix="$found/$1-" \
         -print_final_stats=1 >"$found/$1.log" 2>&1; then
         tail -60 "$found/$1.log"
         echo "FAILED: $1" >&2

@@ -1,5 +1,7 @@
 #include "recoveryd/session/findingcodec.h"
 
+#include <algorithm>
+
 namespace services::recoveryd {
 
 namespace {
@@ -37,6 +39,20 @@ quint8 kindsOf(const Finding &finding)
                   int(finding.contentCheck) << 4 | int(finding.evidence) << 6);
 }
 
+// No medium is larger; sums of two such values still fit.
+constexpr qint64 kFarthest = qint64(1) << 61;
+
+bool isPlace(qint64 value)
+{
+    return value >= 0 && value <= kFarthest;
+}
+
+/// `from` moved by a distance that may be anything.
+qint64 moved(qint64 from, qint64 by)
+{
+    return qint64(quint64(from) + quint64(by));
+}
+
 void encodeExtents(const QVector<Extent> &extents, PackedWriter *to)
 {
     to->number(quint64(extents.size()));
@@ -55,9 +71,14 @@ void decodeExtents(PackedReader &from, QVector<Extent> *extents)
     Extent last;
     for (int i = 0; i < count && from.isGood(); ++i) {
         Extent extent;
-        extent.logical = last.logicalEnd() + from.signedNumber();
-        extent.physical = last.physicalEnd() + from.signedNumber();
+        extent.logical = moved(last.logicalEnd(), from.signedNumber());
+        extent.physical = moved(last.physicalEnd(), from.signedNumber());
         extent.length = qint64(from.number());
+        if (!isPlace(extent.logical) || extent.physical < -kFarthest ||
+            extent.physical > kFarthest || !isPlace(extent.length)) {
+            from.fail();
+            return;
+        }
         extents->append(extent);
         last = extent;
     }
@@ -97,6 +118,16 @@ void decodePacked(PackedReader &from, QVector<PackedExtent> *extents)
             extent.stored.append({start, qint64(from.number())});
         }
         extent.inlineBytes = from.text();
+        const bool isSane =
+            isPlace(extent.logical) && isPlace(extent.length) && isPlace(extent.skip) &&
+            isPlace(extent.unpacked) && quint8(extent.codec) <= quint8(Codec::Lznt1) &&
+            std::all_of(extent.stored.cbegin(), extent.stored.cend(), [](const Range &range) {
+                return isPlace(range.start) && isPlace(range.length);
+            });
+        if (!isSane) {
+            from.fail();
+            return;
+        }
         extents->append(extent);
     }
 }
@@ -204,6 +235,8 @@ bool decode(PackedReader &from, Finding *finding)
     finding->isMapComplete = flags & IsMapComplete;
     finding->name = from.text();
     finding->content.size = from.signedNumber();
+    if (!isPlace(finding->content.size))
+        from.fail();
     finding->recency = from.number();
     finding->takenBytes = from.signedNumber();
     if (flags & HasModified)

@@ -34,6 +34,8 @@ public:
     /// A count of things that take at least a byte each.
     int count();
     bool isGood() const { return m_isGood; }
+    /// For values that cannot be: what was read so far is not to be trusted.
+    void fail() { m_isGood = false; }
 
 private:
     QByteArray m_bytes;
