@@ -314,19 +314,20 @@ void TestVaultdStore::settlesWhatACrashLeft()
 
 void TestVaultdStore::distrustsJournals_data()
 {
-    QTest::addColumn<QByteArray>("journal"); // "@": the tree.
+    QTest::addColumn<QByteArray>("journal"); // "@": the tree; "#": this process's user.
     QTest::addColumn<bool>("isDone");        // The file counts as restored.
     const auto row = [](const char *name, const char *journal, bool isDone = false) {
         QTest::newRow(name) << QByteArray(journal) << isDone;
     };
-    row("done", R"({"id":"x","targetDir":"@/out","name":"same"})", true);
-    row("another content", R"({"id":"x","targetDir":"@/out","name":"other"})");
-    row("nothing there", R"({"id":"x","targetDir":"@/out","name":"none"})");
-    row("a link to the content", R"({"id":"x","targetDir":"@/out","name":"soft"})");
-    row("half done", R"({"id":"y","targetDir":"@/out","name":"same"})");
-    row("id that leads outside", R"({"id":"../x","targetDir":"@/out","name":"same"})");
-    row("name that leads outside", R"({"id":"x","targetDir":"@/home","name":"../out/same"})");
-    row("relative folder", R"({"id":"x","targetDir":"out","name":"same"})");
+    row("done", R"({"id":"x","target":"@/out","placed":"same","user":#})", true);
+    row("another content", R"({"id":"x","target":"@/out","placed":"other","user":#})");
+    row("nothing there", R"({"id":"x","target":"@/out","placed":"none","user":#})");
+    row("a link to the content", R"({"id":"x","target":"@/out","placed":"soft","user":#})");
+    row("half done", R"({"id":"y","target":"@/out","placed":"same","user":#})");
+    row("id that leads outside", R"({"id":"../x","target":"@/out","placed":"same","user":#})");
+    row("name that leads outside",
+        R"({"id":"x","target":"@/home","placed":"../out/same","user":#})");
+    row("relative folder", R"({"id":"x","target":"out","placed":"same","user":#})");
     row("noise", "{{");
 }
 
@@ -341,7 +342,8 @@ void TestVaultdStore::distrustsJournals()
     bench.tree.file("out/other", "protected contenT");
     bench.tree.link("out/soft", bench.inVault("x.dat"));
     bench.tree.file("out/.morvane_restore_y", kContent.left(3));
-    bench.tree.file("state/restoring.json", journal.replace("@", bench.tree.path().toUtf8()));
+    bench.tree.file("state/restoring.json", journal.replace("@", bench.tree.path().toUtf8())
+                                                .replace("#", QByteArray::number(::geteuid())));
     QMap<QString, QByteArray> expected = bench.snapshot("out");
     if (journal.contains("\"y\""))
         expected.remove(bench.tree.path("out/.morvane_restore_y"));

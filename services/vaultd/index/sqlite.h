@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <cstring>
 #include <sqlite3.h>
 
 namespace services::vaultd {
@@ -99,6 +100,13 @@ public:
         return QString::fromUtf8(
             reinterpret_cast<const char *>(sqlite3_column_text(m_statement, column)),
             sqlite3_column_bytes(m_statement, column));
+    }
+    /// Whether a text has these bytes in it, without a copy of it.
+    bool contains(int column, const QByteArray &bytes) const
+    {
+        const unsigned char *const text = sqlite3_column_text(m_statement, column);
+        return text && ::memmem(text, size_t(sqlite3_column_bytes(m_statement, column)),
+                                bytes.constData(), size_t(bytes.size()));
     }
     QByteArray bytes(int column) const
     {

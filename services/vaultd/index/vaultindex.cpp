@@ -5,11 +5,14 @@
 #include <QDebug>
 #include <QFile>
 
+#include <algorithm>
+#include <vector>
+
 namespace services::vaultd {
 
 namespace {
 
-constexpr int kFormat = 1;
+constexpr int kFormat = 2;
 constexpr qint64 kNsPerSecond = 1000LL * 1000 * 1000;
 
 // The names are searched apart, so that a search reads no more than it has to.
@@ -18,7 +21,8 @@ constexpr char kSchema[] =
     " path TEXT NOT NULL, size INTEGER NOT NULL, deleted INTEGER NOT NULL, kept INTEGER NOT NULL,"
     " inode INTEGER NOT NULL, modified INTEGER NOT NULL, replaced INTEGER NOT NULL,"
     " sealed INTEGER NOT NULL, vault BLOB NOT NULL);"
-    "CREATE TABLE names(number INTEGER PRIMARY KEY, folded TEXT NOT NULL);"
+    "CREATE TABLE names(number INTEGER PRIMARY KEY, deleted INTEGER NOT NULL,"
+    " folded TEXT NOT NULL);"
     "CREATE TABLE totals(name TEXT PRIMARY KEY, value);"
     "INSERT INTO totals VALUES('count', 0), ('bytes', 0), ('stamp', x'');"
     "CREATE INDEX newest ON files(deleted DESC, id);"
@@ -76,7 +80,8 @@ public:
         , m_removeName(db, "DELETE FROM names WHERE number = ?")
         , m_addFile(db, "INSERT INTO files(id, name, path, size, deleted, kept, inode, modified,"
                         " replaced, sealed, vault) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
-        , m_addName(db, "INSERT INTO names(number, folded) VALUES(last_insert_rowid(), ?)")
+        , m_addName(db,
+                    "INSERT INTO names(number, deleted, folded) VALUES(last_insert_rowid(), ?, ?)")
         , m_addTotal(db, "UPDATE totals SET value = value + ? WHERE name = ?")
     {}
 
@@ -109,7 +114,7 @@ public:
                    .bind(qint64(indexed.isSealed))
                    .bindBytes(file.vaultParent)
                    .run() &&
-               m_addName.bind(folded(file)).run();
+               m_addName.bind(file.deletedAt).bind(folded(file)).run();
     }
     bool finish()
     {
@@ -272,23 +277,46 @@ QVector<VaultFile> VaultIndex::unsealed(int limit) const
 QVector<VaultFile> VaultIndex::page(int limit, int offset, const QString &filter,
                                     int *totalCount) const
 {
-    if (filter.isEmpty()) {
-        *totalCount = count();
-        SqliteQuery query(m_db, "SELECT" MORVANE_COLUMNS
-                                "FROM files ORDER BY deleted DESC, id LIMIT ? OFFSET ?");
-        query.bind(limit).bind(offset);
-        return allOf(query);
-    }
-    const QString wanted = filter.toCaseFolded();
-    SqliteQuery matches(m_db, "SELECT count(*) FROM names WHERE instr(folded, ?)");
-    *totalCount = matches.bind(wanted).next() ? int(matches.number(0)) : 0;
-    if (*totalCount <= offset || limit == 0)
+    if (!filter.isEmpty())
+        return matches(limit, offset, filter.toCaseFolded().toUtf8(), totalCount);
+    *totalCount = count();
+    const int length = qMin(limit, *totalCount - offset);
+    if (length <= 0)
         return QVector<VaultFile>();
-    SqliteQuery query(m_db, "SELECT" MORVANE_COLUMNS "FROM files WHERE number IN"
-                            " (SELECT number FROM names WHERE instr(folded, ?))"
-                            " ORDER BY deleted DESC, id LIMIT ? OFFSET ?");
-    query.bind(wanted).bind(limit).bind(offset);
+    // From whichever end is nearer; what is passed over is read from the order alone.
+    const int after = *totalCount - offset - length;
+    const bool isFromEnd = after < offset;
+    SqliteQuery query(
+        m_db, isFromEnd
+                  ? "SELECT" MORVANE_COLUMNS "FROM files WHERE number IN (SELECT number FROM files"
+                    " ORDER BY deleted, id DESC LIMIT ? OFFSET ?) ORDER BY deleted DESC, id"
+                  : "SELECT" MORVANE_COLUMNS "FROM files WHERE number IN (SELECT number FROM files"
+                    " ORDER BY deleted DESC, id LIMIT ? OFFSET ?) ORDER BY deleted DESC, id");
+    query.bind(length).bind(isFromEnd ? after : offset);
     return allOf(query);
+}
+
+/// One pass over all names; only the files of the page are read whole.
+QVector<VaultFile> VaultIndex::matches(int limit, int offset, const QByteArray &folded,
+                                       int *totalCount) const
+{
+    std::vector<std::pair<qint64, qint64>> found; // time downwards, number
+    SqliteQuery names(m_db, "SELECT number, deleted, folded FROM names");
+    while (names.next())
+        if (names.contains(2, folded))
+            found.emplace_back(-names.number(1), names.number(0));
+    *totalCount = int(found.size());
+    const size_t from = qMin(found.size(), size_t(offset));
+    const size_t to = qMin(found.size(), from + size_t(limit));
+    std::partial_sort(found.begin(), found.begin() + ptrdiff_t(to), found.end());
+    QVector<VaultFile> files;
+    SqliteQuery query(m_db, "SELECT" MORVANE_COLUMNS "FROM files WHERE number = ?");
+    for (size_t i = from; i < to; ++i) {
+        if (query.bind(found[i].second).next())
+            files.append(fileAt(query));
+        query.reset();
+    }
+    return files;
 }
 
 qint64 VaultIndex::total(const char *name) const

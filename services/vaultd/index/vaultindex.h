@@ -69,6 +69,8 @@ public:
     [[nodiscard]] bool setStamp(const QByteArray &stamp);
 
 private:
+    QVector<VaultFile> matches(int limit, int offset, const QByteArray &folded,
+                               int *totalCount) const;
     qint64 total(const char *name) const;
     bool isUsable();
     bool create();
