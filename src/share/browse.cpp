@@ -45,17 +45,21 @@ struct PageLinks
     QString relative; ///< Decoded and clean: without a slash at its end.
 };
 
-void appendRow(QByteArray *rows, const QString &link, const QString &name, const ListedEntry &entry)
+/// All of it is put together as bytes: a page may have very many rows. `link` is HTML.
+void appendRow(QByteArray *rows, const QByteArray &link, const QByteArray &name,
+               const ListedEntry &entry)
 {
     static const PageTemplate &directoryRow = pageTemplate("directory-row");
     static const PageTemplate &fileRow = pageTemplate("file-row");
-    const QString time = entry.exists ? QString::fromLatin1(minuteText(entry.modified)) : QString();
+    const QByteArray shown = htmlEscaped(name);
+    const QByteArray time = entry.exists ? minuteText(entry.modified) : QByteArray();
     if (entry.isDirectory)
-        directoryRow.appendTo(rows, {{"link", link}, {"name", name}, {"time", time}});
+        directoryRow.appendTo(rows, {{"link", link + '/'}, {"name", shown}, {"time", time}});
     else
-        fileRow.appendTo(
-            rows,
-            {{"link", link}, {"name", name}, {"size", formatFileSize(entry.size)}, {"time", time}});
+        fileRow.appendTo(rows, {{"link", link},
+                                {"name", shown},
+                                {"size", formatFileSize(entry.size).toUtf8()},
+                                {"time", time}});
 }
 
 QByteArray breadcrumb(const PageLinks &links, const QString &rootName)
@@ -122,11 +126,10 @@ void serveDirectory(const ShareExchange &exchange, const ShareSession &session,
     parts.rows.reserve(entries.size() * kRowSizeGuess);
     if (!links.relative.isEmpty())
         pageTemplate("up-row").appendTo(&parts.rows, {{"link", links.above()}});
+    const QByteArray here = htmlEscaped(links.here);
     for (const ListedEntry &entry : qAsConst(entries)) {
-        QString link = links.here + encodedPath(entry.name);
-        if (entry.isDirectory)
-            link += kSlash;
-        appendRow(&parts.rows, link, entry.name, entry);
+        const QByteArray name = entry.name.toUtf8();
+        appendRow(&parts.rows, here + encodedPath(name), name, entry);
     }
     if (session.takesUploads())
         parts.card = uploadCard(exchange.sessionId, root.id, target.path,
@@ -157,11 +160,8 @@ void serveRootList(const ShareExchange &exchange, const ShareSession &session)
     const QList<ShareRoot> roots =
         FileShareDb::queryRootsForSession(exchange.database, exchange.sessionId);
     for (const ShareRoot &root : roots) {
-        const ListedEntry entry = entryAt(root.localPath);
-        QString link = links.session + root.id;
-        if (entry.isDirectory)
-            link += kSlash;
-        appendRow(&parts.rows, link, root.displayName, entry);
+        appendRow(&parts.rows, htmlEscaped(links.session + root.id), root.displayName.toUtf8(),
+                  entryAt(root.localPath));
     }
     QByteArray remain;
     const QString remaining = remainingText(session.expiresAt, QDateTime::currentMSecsSinceEpoch());

@@ -1,7 +1,5 @@
 #include "share/escaping.h"
 
-#include <QUrl>
-
 namespace share {
 
 namespace {
@@ -28,7 +26,11 @@ const char *entityFor(char c)
 
 QByteArray htmlEscaped(const QString &text)
 {
-    const QByteArray utf8 = text.toUtf8();
+    return htmlEscaped(text.toUtf8());
+}
+
+QByteArray htmlEscaped(const QByteArray &utf8)
+{
     QByteArray escaped;
     int done = 0;
     for (int i = 0; i < utf8.size(); ++i) {
@@ -46,9 +48,14 @@ QByteArray htmlEscaped(const QString &text)
 
 QString encodedPath(const QString &path)
 {
-    QString once = path;
-    once.replace(QLatin1Char('%'), QLatin1String("%25"));
-    return QString::fromLatin1(QUrl::toPercentEncoding(once, QByteArrayLiteral("/")));
+    return QString::fromLatin1(encodedPath(path.toUtf8()));
+}
+
+QByteArray encodedPath(const QByteArray &utf8)
+{
+    QByteArray once = utf8;
+    once.replace('%', "%25");
+    return once.toPercentEncoding(QByteArrayLiteral("/"));
 }
 
 QString headerText(const QString &text)
