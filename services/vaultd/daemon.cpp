@@ -59,8 +59,9 @@ UserProtection protectionOf(const UserVault &vault)
     QSet<dev_t> devices;
     const auto addSpool = [&protection, &devices](const QString &folder) {
         struct stat info;
+        // Whoever owns the folder could take the spool away.
         if (::stat(QFile::encodeName(folder).constData(), &info) != 0 ||
-            devices.contains(info.st_dev))
+            info.st_uid != protection.uid || devices.contains(info.st_dev))
             return;
         devices.insert(info.st_dev);
         protection.spoolDirs.append(QFile::encodeName(folder) + "/.morvane_spool");
@@ -75,7 +76,8 @@ UserProtection protectionOf(const UserVault &vault)
     for (const QString &dir : config.excludedDirs)
         protection.leftOutDirectories.append(QFile::encodeName(dir));
     protection.leftOutDirectories.append(QFile::encodeName(vault.layout().root()));
-    protection.leftOutNames.clear();
+    // Other file systems have vaults of their own.
+    protection.leftOutNames = {QByteArray(vault::kVaultDir)};
     for (const QString &name : config.excludedNames)
         protection.leftOutNames.append(QFile::encodeName(name));
     return protection;
@@ -130,7 +132,11 @@ bool Daemon::start(QString *error)
         return false;
     if (!QDir().mkpath(m_options.stateDir))
         return fail(error, QStringLiteral("无法创建 %1").arg(m_options.stateDir));
-    if (!startHook(error) || !m_users.start(error))
+    if (!startHook(error))
+        return false;
+    if (m_hook)
+        m_hook->beginOpening();
+    if (!m_users.start(error) || (m_hook && !m_hook->finishOpening(error)))
         return false;
     m_protection.start();
     m_system.start();

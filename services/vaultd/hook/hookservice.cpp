@@ -111,6 +111,7 @@ public:
     bool prepareRunDir(QString *error) const;
     bool listenFor(quint32 uid, QString *error);
     bool publishAll(QString *error);
+    void closeOthers();
     bool publish(const MapContent &content, QString *error);
     void share();
     MapContent contentFor(quint32 viewer) const;
@@ -127,6 +128,7 @@ public:
     std::map<quint32, std::unique_ptr<DeletionServer>> servers;
     std::map<quint32, QByteArray> published; ///< By reader, to spare writing the same again.
     quint32 generation = 0;
+    bool isOpening = false; ///< Nothing is published yet.
 };
 
 bool HookService::Private::prepareRunDir(QString *error) const
@@ -258,6 +260,8 @@ void HookService::Private::share()
 
 bool HookService::Private::publishAll(QString *error)
 {
+    if (isOpening)
+        return true;
     share();
     QList<quint32> viewers = {0, GUARD_ANY_USER};
     for (const auto &entry : users) {
@@ -272,6 +276,16 @@ bool HookService::Private::publishAll(QString *error)
             return false;
     }
     return true;
+}
+
+void HookService::Private::closeOthers()
+{
+    for (const quint32 uid : mappedUids()) {
+        if (published.count(uid) > 0)
+            continue;
+        retireMap(fileOf(uid, ".map"));
+        ::unlink(fileOf(uid, ".sock").constData());
+    }
 }
 
 HookService::HookService(const QByteArray &runDir, const KeeperOf &keeperOf)
@@ -374,15 +388,20 @@ void HookService::close(uid_t uid)
     }
 }
 
-void HookService::closeOthers()
+void HookService::beginOpening()
 {
     const std::lock_guard<std::mutex> lock(d->mutex);
-    for (const quint32 uid : d->mappedUids()) {
-        if (d->published.count(uid) > 0)
-            continue;
-        retireMap(d->fileOf(uid, ".map"));
-        ::unlink(d->fileOf(uid, ".sock").constData());
-    }
+    d->isOpening = true;
+}
+
+bool HookService::finishOpening(QString *error)
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    d->isOpening = false;
+    // Maps for those whom nobody protects are not made anew.
+    const bool isPublished = d->users.empty() || d->publishAll(error);
+    d->closeOthers();
+    return isPublished;
 }
 
 void HookService::withdraw()

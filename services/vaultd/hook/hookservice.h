@@ -57,9 +57,12 @@ public:
     [[nodiscard]] bool openFor(const UserProtection &protection, QString *error);
     /// Ends the protection for the user: at once for programs that are running, too.
     void close(uid_t uid);
-    /// Ends the protection of users whom a former run protected and this one has not opened. To be
-    /// called once all are opened.
-    void closeOthers();
+    /// Until finishOpening() openFor() changes no map: at the start each of many users would change
+    /// those of all.
+    void beginOpening();
+    /// Publishes what has been opened, and ends the protection of users whom a former run protected
+    /// and this one has not opened.
+    [[nodiscard]] bool finishOpening(QString *error);
     /// Ends all protection and removes maps and sockets. For the time when the library is removed.
     void withdraw();
 

@@ -28,6 +28,15 @@ bool isBelow(const QByteArray &path, const QByteArray &dir)
            (path.size() == dir.size() || dir.endsWith('/') || path.at(dir.size()) == '/');
 }
 
+/// What a line of the log still tells of the file.
+bool originalOf(const VaultFile &file, struct stat *info)
+{
+    info->st_ino = ino_t(originalInodeOf(file));
+    info->st_size = off_t(file.fileSize);
+    info->st_mtim = file.modified;
+    return info->st_ino != 0;
+}
+
 } // namespace
 
 qint64 keptClockMs()
@@ -62,6 +71,10 @@ bool VaultKeeper::open(QString *error)
         kept.file = file;
         kept.means = Means::Link;
         kept.sinceMs = keptClockMs(); // The program that deletes may still be at it.
+        // What has its content is held; the program may have put it into the spool, too.
+        struct stat content;
+        if (look(layout.content(file.id), &content) && originalOf(file, &kept.original))
+            m_ids.insert({kept.original.st_ino, file.pathBytes()}, file.id);
         m_kept.insert(file.id, kept);
     }
     const int code = m_log.open();
