@@ -12,6 +12,10 @@
 
 using namespace guard_test;
 
+namespace {
+constexpr int kTries = 5;
+} // namespace
+
 class TestGuardPrograms : public QObject
 {
     Q_OBJECT
@@ -140,13 +144,18 @@ void TestGuardPrograms::keepsOddFiles()
         seen = ::stat(path.constData(), &status) == 0 ? qint64(status.st_size) : -1;
     };
     guard.keeper().refuse(size > 1000000); // Nothing here reads 5 GiB.
-    QCOMPARE(guard.run(QStringLiteral("sh"),
-                       {QStringLiteral("-c"), make + QStringLiteral("; rm -f x.txt")}),
-             0);
-    QVERIFY(!exists(path));
+    // A service that a busy machine holds up for longer than a program waits is asked too late.
+    int runs = 0;
+    for (; seen != size && runs < kTries; ++runs) {
+        QCOMPARE(
+            guard.run(QStringLiteral("sh"),
+                      {QStringLiteral("-c"), make + QStringLiteral("; rm -f x.txt; rm -f y.bin")}),
+            0);
+        QVERIFY(!exists(path));
+    }
     QCOMPARE(seen, size); // Asked while the file was there.
     if (size < 1000000)
-        QVERIFY(guard.waitForKept(1));
+        QVERIFY(guard.waitForKept(runs));
 }
 
 void TestGuardPrograms::doesNotKeep_data()

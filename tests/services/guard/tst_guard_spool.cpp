@@ -21,6 +21,7 @@ private slots:
     void leavesForeignEntriesAlone();
     void dropsWhatWasNotDeleted();
     void usesNoUnsafeSpool();
+    void endsWhatIsNotOpenedAgain();
 };
 
 void TestGuardSpool::spoolsWithoutService()
@@ -45,6 +46,32 @@ void TestGuardSpool::spoolsWithoutService()
     QCOMPARE(guard.keeper().filesAt(path).value(0).content, QByteArray("content"));
     QTRY_COMPARE(guard.spooled(), QByteArray());
     QCOMPARE(guard.output(), QByteArray());
+}
+
+/// A user who has switched off since the last run, and one who has not.
+void TestGuardSpool::endsWhatIsNotOpenedAgain()
+{
+    GuardHarness guard;
+    QString error;
+    const QStringList rm{QStringLiteral("a.txt")};
+    QVERIFY2(guard.start(&error), qPrintable(error));
+    guard.stop();
+    for (const bool isOpened : {false, true}) {
+        services::vaultd::HookService next(guard.runDir(),
+                                           [&guard](uid_t) { return &guard.keeper(); });
+        QVERIFY2(next.start(&error), qPrintable(error));
+        next.beginOpening();
+        if (isOpened)
+            QVERIFY2(next.openFor(guard.protection, &error), qPrintable(error));
+        QVERIFY2(next.finishOpening(&error), qPrintable(error));
+        QVERIFY(guard.write(guard.documents() + "/a.txt", "a"));
+        QCOMPARE(guard.run(QStringLiteral("rm"), rm), 0);
+        if (isOpened)
+            QVERIFY(guard.waitForKept(1));
+        else
+            QCOMPARE(guard.spooled(), QByteArray());
+        QCOMPARE(guard.keeper().files().size(), isOpened ? 1 : 0);
+    }
 }
 
 void TestGuardSpool::waitsForASlowServiceOnce()

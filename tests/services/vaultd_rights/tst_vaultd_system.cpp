@@ -25,6 +25,7 @@ constexpr uid_t kBob = 4002;
 const QString kSocket = QStringLiteral("/run/morvane/morvane-vault-v1");
 const QString kList = QStringLiteral("/etc/ld.so.preload");
 const QString kLibrary = QStringLiteral("/run/lib/libmorvane-guard.so");
+const QString kPython = QStringLiteral("/usr/bin/python3"); // A user cannot start every other one.
 const QString kState = QStringLiteral("/run/state");
 
 QByteArray contentOf(const QString &path)
@@ -47,6 +48,12 @@ bool run(const QString &command, uid_t uid = 0)
                               QStringLiteral("--regid=%1").arg(uid),
                               QStringLiteral("--clear-groups"), QStringLiteral("/bin/sh"),
                               QStringLiteral("-c"), command}) == 0;
+}
+
+/// For a shell of root's: runs the command as alice.
+QString asAlice(const QString &command)
+{
+    return QStringLiteral("setpriv --reuid=%1 --regid=%1 --clear-groups ").arg(kAlice) + command;
 }
 
 QByteArray outputOf(const QString &command)
@@ -96,6 +103,15 @@ int runClient(uid_t uid)
     return 0;
 }
 
+/// A Qt program that deletes as another user.
+int runRemover(uid_t uid, const QString &path)
+{
+    return ::setgroups(0, nullptr) == 0 && ::setgid(uid) == 0 && ::setuid(uid) == 0 &&
+                   QFile::remove(path)
+               ? 0
+               : 1;
+}
+
 QVector<QJsonObject> askAs(uid_t uid, const QJsonArray &requests)
 {
     QProcess process;
@@ -132,6 +148,8 @@ private slots:
     void servesEachUserAlone();
     void letsInByPam();
     void provesDeploysAndGivesBack();
+    void bringsBackWhatProgramsDelete_data();
+    void bringsBackWhatProgramsDelete();
     void takesBackWhatDoesNotWork_data();
     void takesBackWhatDoesNotWork();
     void repairsAndRemovesTheList();
@@ -285,6 +303,69 @@ void TestVaultdSystem::provesDeploysAndGivesBack()
     QCOMPARE(contentOf(kList), QByteArray("# kept\n"));
 }
 
+void TestVaultdSystem::bringsBackWhatProgramsDelete_data()
+{
+    QTest::addColumn<QString>("command"); // %f is the file, to be deleted by alice.
+    QTest::newRow("rm") << asAlice(QStringLiteral("rm '%f'"));
+    QTest::newRow("python3") << asAlice(kPython +
+                                        QStringLiteral(" -c \"import os; os.remove('%f')\""));
+    QTest::newRow("QFile::remove") << QStringLiteral("'%1' --remove %2 '%f'")
+                                          .arg(QCoreApplication::applicationFilePath())
+                                          .arg(kAlice);
+}
+
+/// By the system's own preload list, and back by the requests of the page.
+void TestVaultdSystem::bringsBackWhatProgramsDelete()
+{
+    QFETCH(QString, command);
+    if (command.contains(QLatin1String("python3")) && !QFile::exists(kPython))
+        QSKIP("python3 is not installed for all users");
+    QVERIFY(start());
+    QVERIFY(isTrue(askAs(kAlice, {ask("enable")}).at(0), "success"));
+    const QString file = QStringLiteral("/home/alice/年度 报告.txt");
+    QVERIFY(run(QStringLiteral("head -c 300000 /dev/urandom >'%1' && chmod 604 '%1' && "
+                               "setfattr -n user.tag -v value '%1' && "
+                               "touch -d '2001-02-03 04:05:06.123456789' '%1'")
+                    .arg(file),
+                kAlice));
+    const QString look = QStringLiteral("stat -c '%n %a %u %g %s %x %y' '") + file +
+                         QStringLiteral("'; getfattr -d --absolute-names '") + file +
+                         QStringLiteral("'; sha256sum '") + file + QLatin1Char('\'');
+    const QByteArray before = outputOf(look);
+    QVERIFY(before.contains("user.tag=\"value\"") && before.contains(".123456789"));
+    // What looked at it has read it.
+    QVERIFY(run(QStringLiteral("touch -a -d '2001-02-03 04:05:06.5' '%1'").arg(file), kAlice));
+    const QString times = QStringLiteral("stat -c '%x %y' '") + file + QLatin1Char('\'');
+    const QByteArray timesBefore = outputOf(times);
+
+    QCOMPARE(QProcess::execute(QStringLiteral("/bin/sh"),
+                               {QStringLiteral("-c"), command.replace(QStringLiteral("%f"), file)}),
+             0);
+    QVERIFY(!QFile::exists(file));
+    QJsonObject listed;
+    QVERIFY(QTest::qWaitFor(
+        [&listed] {
+            listed = askAs(kAlice, {ask("listFiles")})
+                         .at(0)
+                         .value(QLatin1String("files"))
+                         .toArray()
+                         .at(0)
+                         .toObject();
+            return !listed.isEmpty();
+        },
+        kPatienceMs));
+    QCOMPARE(listed.value(QLatin1String("originalPath")).toString(), file);
+    const QJsonObject back{
+        {QStringLiteral("fileIds"), QJsonArray{listed.value(QLatin1String("id"))}},
+        {QStringLiteral("targetDir"), QString()}};
+    QVERIFY(isTrue(askAs(kAlice, {ask("restoreFiles", back)}).at(0), "success"));
+    QCOMPARE(outputOf(times), timesBefore);
+    QVERIFY(
+        run(QStringLiteral("touch -a -d '2001-02-03 04:05:06.123456789' '%1'").arg(file), kAlice));
+    QCOMPARE(outputOf(look), before);
+    QVERIFY(isTrue(askAs(kAlice, {ask("disable")}).at(0), "success"));
+}
+
 void TestVaultdSystem::takesBackWhatDoesNotWork_data()
 {
     QTest::addColumn<QString>("library");
@@ -417,6 +498,8 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--client") == 0)
         return runClient(uid_t(std::atoi(argv[2])));
+    if (argc == 4 && qstrcmp(argv[1], "--remove") == 0)
+        return runRemover(uid_t(std::atoi(argv[2])), QFile::decodeName(argv[3]));
     TestVaultdSystem test;
     return QTest::qExec(&test, argc, argv);
 }
