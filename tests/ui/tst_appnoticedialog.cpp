@@ -168,7 +168,7 @@ void TestAppNoticeDialog::confirm_data()
     QTest::newRow("close control") << AppNoticeDialog::Warning << Answer::CloseButton << false;
     QTest::newRow("window closed") << AppNoticeDialog::Warning << Answer::CloseWindow << false;
     QTest::newRow("escape") << AppNoticeDialog::Information << Answer::Escape << false;
-    QTest::newRow("enter") << AppNoticeDialog::Success << Answer::Enter << true;
+    QTest::newRow("enter") << AppNoticeDialog::Success << Answer::Enter << false;
     QTest::newRow("enter, harm") << AppNoticeDialog::Warning << Answer::Enter << false;
     QTest::newRow("enter, error") << AppNoticeDialog::Error << Answer::Enter << false;
 }

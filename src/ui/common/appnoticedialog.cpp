@@ -148,6 +148,11 @@ void AppNoticeDialog::setCancelText(const QString &text)
     m_cancel->setText(text);
 }
 
+void AppNoticeDialog::markDestructive()
+{
+    setButtonRole(m_confirm, QStringLiteral("danger"));
+}
+
 void AppNoticeDialog::refreshIconAndAccent()
 {
     const NoticeLook &look = kLooks[m_type];
@@ -171,8 +176,7 @@ void AppNoticeDialog::fitMessage()
 
 void AppNoticeDialog::chooseDefaultButton()
 {
-    const bool mayHarm = m_type == Warning || m_type == Error;
-    QPushButton *button = m_cancel && mayHarm ? m_cancel : m_confirm;
+    QPushButton *button = m_cancel ? m_cancel : m_confirm;
     button->setDefault(true);
     button->setFocus();
 }
@@ -194,6 +198,7 @@ struct Notice
     QString detail;
     QString confirmText;
     QString cancelText;
+    bool destroys = false;
 };
 
 /// Runs the dialog in a nested event loop. True if it was accepted.
@@ -203,10 +208,13 @@ bool run(QWidget *parent, const Notice &notice)
     QPointer<AppNoticeDialog> dialog(new AppNoticeDialog(parent));
     dialog->setNoticeType(notice.type);
     dialog->setTitleText(notice.title);
+    dialog->setWindowTitle(notice.title);
     dialog->setMessageText(notice.message);
     dialog->setDetailText(notice.detail);
     if (!notice.confirmText.isEmpty())
         dialog->setConfirmText(notice.confirmText);
+    if (notice.destroys)
+        dialog->markDestructive();
     if (!notice.cancelText.isEmpty())
         dialog->setCancelText(notice.cancelText);
     const bool accepted = dialog->exec() == QDialog::Accepted;
@@ -247,6 +255,12 @@ bool AppNoticeDialog::confirm(QWidget *parent, const QString &title, const QStri
     return run(parent,
                {type, title, message, QString(), confirmText.isEmpty() ? tr("确认") : confirmText,
                 cancelText.isEmpty() ? tr("取消") : cancelText});
+}
+
+bool AppNoticeDialog::confirmDestruction(QWidget *parent, const QString &title,
+                                         const QString &message, const QString &verb)
+{
+    return run(parent, {Warning, title, message, QString(), verb, tr("取消"), true});
 }
 
 } // namespace common

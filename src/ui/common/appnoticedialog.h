@@ -31,9 +31,11 @@ public:
     /// An empty detail hides the row.
     void setDetailText(const QString &detail);
     void setConfirmText(const QString &text);
-    /// Adds the cancel button. In a warning or an error that has one, Enter cancels, since what is
-    /// asked about may do harm.
+    /// Adds the cancel button. With it, Enter cancels, whatever the notice's type: a question that
+    /// comes while one types confirms nothing.
     void setCancelText(const QString &text);
+    /// Draws the confirm button in red, as one that destroys something.
+    void markDestructive();
 
     static void showSuccess(QWidget *parent, const QString &title, const QString &message,
                             const QString &detail = QString(),
@@ -51,6 +53,10 @@ public:
                                       const QString &confirmText = QString(),
                                       const QString &cancelText = QString(),
                                       NoticeType type = Warning);
+    /// A warning that asks before something is destroyed: the button says what it does, in red, and
+    /// neither has the focus nor is the default.
+    [[nodiscard]] static bool confirmDestruction(QWidget *parent, const QString &title,
+                                                 const QString &message, const QString &verb);
 
 protected:
     void showEvent(QShowEvent *event) override;

@@ -360,8 +360,8 @@ void FileSharePage::onRestartSession(const QString &id)
 
 void FileSharePage::onRemoveSession(const QString &id)
 {
-    if (!canOperate() ||
-        !AppNoticeDialog::confirm(this, tr("确认删除"), tr("确定要删除这条共享记录吗？")))
+    if (!canOperate() || !AppNoticeDialog::confirmDestruction(
+                             this, tr("确认删除"), tr("确定要删除这条共享记录吗？"), tr("删除")))
         return;
     m_gate->run(tr("正在删除共享记录..."), [this, id] { m_controller->removeSession(id); });
 }
@@ -399,7 +399,8 @@ void FileSharePage::onStopAllSessions()
 void FileSharePage::onRemoveAllSessions()
 {
     if (!canOperate() ||
-        !AppNoticeDialog::confirm(this, tr("确认删除"), tr("确定要删除所有共享记录吗？")))
+        !AppNoticeDialog::confirmDestruction(this, tr("确认删除"), tr("确定要删除所有共享记录吗？"),
+                                             tr("全部删除")))
         return;
     QStringList ids;
     const QList<ShareSession> sessions = m_controller->allSessions();

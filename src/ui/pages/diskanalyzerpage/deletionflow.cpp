@@ -86,7 +86,7 @@ void DeletionFlow::cleanAll(const DuplicateResult &result)
 
 DeletionChoice DeletionFlow::confirm(const QString &text)
 {
-    return AppNoticeDialog::confirm(m_window, tr("确认删除"), text, tr("删除"))
+    return AppNoticeDialog::confirmDestruction(m_window, tr("确认删除"), text, tr("删除"))
                ? DeletionChoice::Permanent
                : DeletionChoice::Keep;
 }

@@ -178,9 +178,8 @@ void FileResultActions::remove(const QString &path)
 {
     const QString name = QFileInfo(path).fileName();
     const QPointer<FileResultActions> self(this);
-    const bool confirmed =
-        AppNoticeDialog::confirm(m_dialogParent, tr("确认删除"),
-                                 tr("确定要删除文件 %1 吗？").arg(name), tr("确认"), tr("取消"));
+    const bool confirmed = AppNoticeDialog::confirmDestruction(
+        m_dialogParent, tr("确认删除"), tr("确定要删除文件 %1 吗？").arg(name), tr("确认"));
     if (!self)
         return;
     if (!confirmed) {
