@@ -20,6 +20,9 @@ namespace share {
 namespace {
 
 constexpr int kBlock = 65536;
+/// Bytes between two looks at the shutdown.
+constexpr qint64 kStep = 1048576;
+constexpr int kWithoutEnd = -1;
 
 QByteArray downloadHeader(const QString &fileName, const ByteRange &range, qint64 total)
 {
@@ -36,11 +39,9 @@ QByteArray downloadHeader(const QString &fileName, const ByteRange &range, qint6
     return out;
 }
 
-/// A reader that stalls is waited for without end, unless too many are; it has one block queued and
-/// no pool slot.
-void sendContent(const ShareExchange &exchange, int descriptor, qint64 remaining)
+/// By way of this program. A reader that stalls has one block queued.
+void copyContent(const ShareExchange &exchange, int descriptor, qint64 remaining)
 {
-    constexpr int kWithoutEnd = -1;
     char block[kBlock];
     while (remaining > 0 && !exchange.context->isShuttingDown()) {
         const ssize_t got =
@@ -53,6 +54,21 @@ void sendContent(const ShareExchange &exchange, int descriptor, qint64 remaining
             PeerSocket::Outcome::Done)
             return;
         remaining -= got;
+    }
+}
+
+/// A reader that stalls is waited for without end, unless too many are; it has no pool slot.
+void sendContent(const ShareExchange &exchange, int descriptor, qint64 remaining)
+{
+    while (remaining > 0 && !exchange.context->isShuttingDown()) {
+        qint64 sent = 0;
+        const PeerSocket::Outcome outcome = exchange.socket->sendFile(
+            descriptor, qMin(kStep, remaining), kWithoutEnd, PeerSocket::Waiting::Stoppable, &sent);
+        if (outcome == PeerSocket::Outcome::Unsupported)
+            return copyContent(exchange, descriptor, remaining);
+        if (outcome != PeerSocket::Outcome::Done || sent == 0)
+            return;
+        remaining -= sent;
     }
 }
 

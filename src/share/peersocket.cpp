@@ -5,7 +5,9 @@
 #include <QThreadPool>
 
 #include <cerrno>
+#include <csignal>
 #include <poll.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -54,6 +56,42 @@ int remainingMs(int timeoutMs, const QElapsedTimer &clock)
     if (timeoutMs < 0)
         return -1;
     return static_cast<int>(qMax<qint64>(0, timeoutMs - clock.elapsed()));
+}
+
+/// Keeps the signal of a broken connection from ending the program for the length of a scope: there
+/// is no flag against it in sendfile(2). The signal only ever goes to the thread that writes.
+class BrokenPipeBlocker
+{
+public:
+    BrokenPipeBlocker()
+    {
+        sigset_t pending;
+        sigemptyset(&m_signal);
+        sigaddset(&m_signal, SIGPIPE);
+        ::sigpending(&pending);
+        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        ::pthread_sigmask(SIG_BLOCK, &m_signal, &m_before);
+    }
+    ~BrokenPipeBlocker()
+    {
+        const timespec now = {};
+        while (!m_wasPending && ::sigtimedwait(&m_signal, nullptr, &now) < 0 && errno == EINTR) {
+        }
+        ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+    BrokenPipeBlocker(const BrokenPipeBlocker &) = delete;
+    BrokenPipeBlocker &operator=(const BrokenPipeBlocker &) = delete;
+
+private:
+    sigset_t m_signal;
+    sigset_t m_before;
+    bool m_wasPending;
+};
+
+/// What sendfile(2) says of a file whose file system does not take part.
+bool isUnsupported()
+{
+    return errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
 }
 
 bool wouldBlock()
@@ -131,6 +169,33 @@ PeerSocket::Outcome PeerSocket::write(const char *data, qint64 size, int stallMs
             return outcome;
     }
     return Outcome::Done;
+}
+
+PeerSocket::Outcome PeerSocket::sendFile(int file, qint64 most, int stallMs, Waiting waiting,
+                                         qint64 *sent)
+{
+    *sent = 0;
+    for (;;) {
+        ssize_t got = -1;
+        int error = 0;
+        {
+            const BrokenPipeBlocker blocker;
+            got = ::sendfile(m_descriptor, file, nullptr, static_cast<size_t>(most));
+            error = errno;
+        }
+        errno = error;
+        if (got >= 0) {
+            *sent = got;
+            return Outcome::Done;
+        }
+        if (errno == EINTR)
+            continue;
+        if (!wouldBlock())
+            return isUnsupported() ? Outcome::Unsupported : Outcome::Closed;
+        const Outcome outcome = waitFor(POLLOUT, stallMs, waiting);
+        if (outcome != Outcome::Done)
+            return outcome;
+    }
 }
 
 bool PeerSocket::writeResponse(const QByteArray &data)

@@ -22,9 +22,10 @@ public:
     enum class Outcome {
         Done,
         TimedOut,
-        Closed,  ///< By the client, or broken.
-        Stopped, ///< The server is shutting down.
-        Refused, ///< Too many wait already.
+        Closed,      ///< By the client, or broken.
+        Stopped,     ///< The server is shutting down.
+        Refused,     ///< Too many wait already.
+        Unsupported, ///< The file cannot be sent this way; nothing was.
     };
     /// What a wait gives way to.
     enum class Waiting {
@@ -52,6 +53,10 @@ public:
     /// 0 without end. `more`: the next write follows at once.
     Outcome write(const char *data, qint64 size, int stallMs, Waiting waiting, bool more = false);
     bool writeResponse(const QByteArray &data);
+    /// Gives at most `most` bytes of an open file, from its position on, to the system without
+    /// copying them through this program, and tells how many; 0 at the end of the file. Waits as
+    /// write() does.
+    Outcome sendFile(int file, qint64 most, int stallMs, Waiting waiting, qint64 *sent);
 
     /// Ends the connection. While a client is still sending what nobody reads, closing would
     /// reset the connection and could take the answer with it: so say that no more comes, and throw
