@@ -22,7 +22,8 @@ inline bool hasEnd(Evidence evidence)
 
 /// What a file may hold in places that its carver has not looked at.
 enum class Inside {
-    Seen,   ///< All of it was followed, or it may hold whole files, as archives do.
+    Seen,   ///< All of it was followed.
+    Files,  ///< Whole files, which its own directory bounds.
     Noise,  ///< Nothing that looks like a file: its length is told or guessed.
     Frames, ///< Likewise, but for single pictures and sound.
 };

@@ -19,6 +19,12 @@ constexpr qint64 kUnexaminedLength = 4096;
 // A text inside another file is one of its own from this length on.
 constexpr qint64 kSureText = 600;
 
+/// Whether nothing else begins before the file's end.
+bool isBounded(const CarvedFile &file)
+{
+    return file.inside == Inside::Seen || file.inside == Inside::Files;
+}
+
 /// Cut to whole sectors, so that sectors of the run are sectors of the volume; but for the last.
 QVector<Range> wholeSectors(const Ranges &ranges)
 {
@@ -226,7 +232,7 @@ bool CarvingScanner::isIntruder(const CarvedFile &file) const
     const bool isFrame = file.extension == QLatin1String("jpg") ||
                          file.extension == QLatin1String("mp3") ||
                          file.extension == QLatin1String("aac");
-    return m_open.inside == Inside::Noise || (!isFrame && file.inside == Inside::Seen);
+    return m_open.inside == Inside::Noise || (!isFrame && isBounded(file));
 }
 
 bool CarvingScanner::takeCarved(WindowReader &reader, const CarvedFile &file, qint64 start,
@@ -238,7 +244,7 @@ bool CarvingScanner::takeCarved(WindowReader &reader, const CarvedFile &file, qi
     }
     if (!closeText(reader, observer) || !closeOpen(reader, start, observer))
         return false;
-    if (hasEnd(file.evidence) && file.inside == Inside::Seen) {
+    if (hasEnd(file.evidence) && isBounded(file)) {
         m_reportedTo = start + file.length;
         m_at = alignedUp(m_reportedTo);
         return report(reader, file, start, observer);

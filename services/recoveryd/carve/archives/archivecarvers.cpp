@@ -154,6 +154,7 @@ bool carveTar(WindowReader &reader, qint64 start, CarvedFile *file)
     if (members == 0 && !isTarHeader(tar, 0))
         return false;
     file->setKind("tar");
+    file->inside = Inside::Files;
     file->holdsText = true;
     if (!tar.isZero(at, 2 * kBlock)) {
         file->setEnd(at > 0 ? at : kBlock, members > 0 ? Evidence::Structure : Evidence::Header);
@@ -184,6 +185,7 @@ bool carveAr(WindowReader &reader, qint64 start, CarvedFile *file)
     if (members == 0)
         return false;
     file->setKind(ar.is(8, "debian-binary") ? "deb" : "a");
+    file->inside = Inside::Files;
     file->setEnd(at, ar.u8(at) == 0 ? Evidence::End : Evidence::Structure);
     return true;
 }
@@ -196,6 +198,7 @@ bool carveCab(WindowReader &reader, qint64 start, CarvedFile *file)
     if (end < 44 || version != 0x0103 || cab.le32(16) > end || cab.le16(26) == 0)
         return false;
     file->setKind("cab");
+    file->inside = Inside::Files;
     file->setEnd(qMin(end, cab.room()), cab.has(0, end) ? Evidence::End : Evidence::Structure);
     return true;
 }
@@ -210,6 +213,7 @@ bool carveIso(WindowReader &reader, qint64 start, CarvedFile *file)
         blocks != qint64(iso.be32(kDescriptor + 84)) || blocks < 17)
         return false;
     file->setKind("iso");
+    file->inside = Inside::Files;
     file->holdsText = true;
     const qint64 end = block * blocks;
     file->setEnd(qMin(end, iso.room()), iso.has(0, end) ? Evidence::End : Evidence::Structure);

@@ -88,6 +88,7 @@ bool carveSqlite(WindowReader &reader, qint64 start, CarvedFile *file)
         database.u8(23) != 32 || !isTreePage(database.u8(100)))
         return false;
     file->setKind("db");
+    file->inside = Inside::Files;
     file->holdsText = true;
     const qint64 end = page * pages;
     const bool isThere = pages > 0 && database.has(0, end);

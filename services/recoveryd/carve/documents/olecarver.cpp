@@ -166,6 +166,7 @@ bool carveOle(WindowReader &reader, qint64 start, CarvedFile *file)
     const bool hasTable = walk.readTable();
     const bool isSound = hasTable && walk.readDirectory();
     file->setKind(suffixOf(walk.names()));
+    file->inside = Inside::Files;
     file->holdsText = true;
     const qint64 end = qMin(walk.end(), ole.room());
     file->setEnd(end, isSound && ole.has(0, walk.end()) ? Evidence::End

@@ -64,6 +64,7 @@ bool carveElf(WindowReader &reader, qint64 start, CarvedFile *file)
                        fields.word(at + (isWide ? 24 : 16)) + fields.word(at + (isWide ? 32 : 20)));
     }
     file->setKind("elf");
+    file->inside = Inside::Files;
     file->holdsText = true;
     const bool isThere = end <= kMaxProgram && elf.has(0, end) && programCount + sectionCount > 0;
     file->setEnd(qMin(qMin(end, elf.room()), kMaxProgram),
@@ -90,6 +91,7 @@ bool carvePe(WindowReader &reader, qint64 start, CarvedFile *file)
         end = qint64(pe.le32(certificates)) + pe.le32(certificates + 4);
     const bool isLibrary = (pe.le16(head + 22) & 0x2000) != 0;
     file->setKind(isLibrary ? "dll" : "exe");
+    file->inside = Inside::Files;
     file->holdsText = true;
     file->setEnd(qMin(end, pe.room()), pe.has(0, end) ? Evidence::End : Evidence::Structure);
     return true;

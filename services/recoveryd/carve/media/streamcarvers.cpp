@@ -21,6 +21,9 @@ bool isPaddedFrom(const Peek &file, qint64 end)
 void setPaddedEnd(const Peek &file, qint64 end, CarvedFile *carved)
 {
     carved->setEnd(end, isPaddedFrom(file, end) ? Evidence::End : Evidence::Structure);
+    // It may just be the end of one of its pieces.
+    if ((file.start() + end) % kSector == 0)
+        carved->inside = Inside::Frames;
 }
 
 bool carveFlv(WindowReader &reader, qint64 start, CarvedFile *file)
@@ -105,6 +108,7 @@ bool carveProgramStream(WindowReader &reader, qint64 start, CarvedFile *file)
     if (packets < 4)
         return false;
     file->setKind("mpg");
+    file->inside = Inside::Frames;
     if (hasEnd)
         file->setEnd(at);
     else
@@ -126,6 +130,7 @@ bool carveTransportStream(WindowReader &reader, qint64 start, CarvedFile *file)
     if (at < kLeast * kPacket)
         return false;
     file->setKind("ts");
+    file->inside = Inside::Frames;
     setPaddedEnd(ts, at, file);
     return true;
 }
