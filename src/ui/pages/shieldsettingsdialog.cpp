@@ -118,7 +118,16 @@ void ShieldSettingsDialog::buildDirectoryCard(QBoxLayout *column)
     add->setProperty("compact", true);
     add->setAutoDefault(false);
     connect(add, &QPushButton::clicked, this, &ShieldSettingsDialog::addDir);
-    card->addWidget(add, 0, Qt::AlignLeft);
+    auto *hint = new IconWidget(IconWidget::Question, this);
+    hint->setObjectName(QStringLiteral("ShieldDirHint"));
+    hint->setFixedSize(kHintSize, kHintSize);
+    hint->setColor(ThemeColors::current().textMuted);
+    setHoverNote(hint, {tr("未被拦截的删除"), shieldsettings::secondNetNote()});
+    auto *row = new QHBoxLayout;
+    row->addWidget(add);
+    row->addWidget(hint);
+    row->addStretch(1);
+    card->addLayout(row);
 }
 
 void ShieldSettingsDialog::buildTypeCard(QBoxLayout *column)

@@ -96,6 +96,14 @@ QString extensionNote(const TypeGroup &group)
     return QLatin1Char('.') + extensionsOf(group).join(QLatin1String(", ."));
 }
 
+QString secondNetNote()
+{
+    return QStringLiteral(
+        "静态链接程序、沙箱等绕过保护钩子的删除由第二道防线保留。\n"
+        "在 Btrfs 和 XFS 上使用克隆，自动启用；其他文件系统需要硬链接，\n"
+        "文件的链接数会因此增加，默认关闭，可在服务配置中将 secondNet 设为 always。");
+}
+
 QSet<QString> lowerCased(const QStringList &extensions)
 {
     QSet<QString> result;

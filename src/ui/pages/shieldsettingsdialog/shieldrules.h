@@ -35,6 +35,8 @@ const QVector<TypeGroup> &typeGroups();
 QStringList extensionsOf(const TypeGroup &group);
 /// ".doc, .docx".
 QString extensionNote(const TypeGroup &group);
+/// What happens to files that are deleted without the hook being told.
+QString secondNetNote();
 QSet<QString> lowerCased(const QStringList &extensions);
 /// More than half of the group's extensions, rounded down, are there. `extensions` is lower case.
 bool isProtected(const TypeGroup &group, const QSet<QString> &extensions);
