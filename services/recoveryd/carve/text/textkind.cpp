@@ -43,12 +43,15 @@ constexpr Beginning kBeginnings[] = {
     {"---\n", "yaml"},
 };
 
-int count(const QString &text, const char *pattern)
+QRegularExpression compiled(const char *pattern)
 {
-    const QRegularExpression expression(QLatin1String(pattern),
-                                        QRegularExpression::MultilineOption);
+    return QRegularExpression(QLatin1String(pattern), QRegularExpression::MultilineOption);
+}
+
+int count(const QString &text, const QRegularExpression &expression, int most)
+{
     int hits = 0;
-    for (auto it = expression.globalMatch(text); it.hasNext() && hits < 1000; it.next())
+    for (auto it = expression.globalMatch(text); it.hasNext() && hits < most; it.next())
         ++hits;
     return hits;
 }
@@ -84,27 +87,28 @@ const char *kindOfLines(const QString &head)
 {
     static const struct
     {
-        const char *pattern;
+        QRegularExpression expression;
         int least;
         const char *suffix;
     } kinds[] = {
-        {"^From \\S+@\\S+ .*\\d\\d:\\d\\d", 1, "mbox"},
-        {"^(From|To|Subject|Date|Message-ID|Received|MIME-Version|Return-Path): ", 3, "eml"},
-        {"^\\d+\\r?\\n\\d\\d:\\d\\d:\\d\\d,\\d{3} --> ", 1, "srt"},
-        {"^\\s*#\\s*include\\s*[<\"]", 1, "c"},
-        {"^(def|class) \\w+.*:\\s*$", 1, "py"},
-        {"^(import|from) [\\w.]+( import .*)?\\s*$", 2, "py"},
-        {"^(package [\\w.]+;|import [\\w.*]+;)", 2, "java"},
-        {"^(package \\w+\\s*$|func \\w+\\()", 2, "go"},
-        {"^(const|let|var|export|import) .*", 3, "js"},
-        {"^(CREATE TABLE|INSERT INTO|DROP TABLE) ", 1, "sql"},
-        {"^\\[?\\d{4}[-/]\\d\\d[-/]\\d\\d[T ]\\d\\d:\\d\\d", 3, "log"},
-        {"^(#{1,6} \\S|```)", 1, "md"},
-        {"^\\\\(documentclass|begin|usepackage)", 1, "tex"},
-        {"^\\[[^\\]]+\\]\\s*$", 2, "ini"},
+        {compiled("^From \\S+@\\S+ .*\\d\\d:\\d\\d"), 1, "mbox"},
+        {compiled("^(From|To|Subject|Date|Message-ID|Received|MIME-Version|Return-Path): "), 3,
+         "eml"},
+        {compiled("^\\d+\\r?\\n\\d\\d:\\d\\d:\\d\\d,\\d{3} --> "), 1, "srt"},
+        {compiled("^\\s*#\\s*include\\s*[<\"]"), 1, "c"},
+        {compiled("^(def|class) \\w+.*:\\s*$"), 1, "py"},
+        {compiled("^(import|from) [\\w.]+( import .*)?\\s*$"), 2, "py"},
+        {compiled("^(package [\\w.]+;|import [\\w.*]+;)"), 2, "java"},
+        {compiled("^(package \\w+\\s*$|func \\w+\\()"), 2, "go"},
+        {compiled("^(const|let|var|export|import) .*"), 3, "js"},
+        {compiled("^(CREATE TABLE|INSERT INTO|DROP TABLE) "), 1, "sql"},
+        {compiled("^\\[?\\d{4}[-/]\\d\\d[-/]\\d\\d[T ]\\d\\d:\\d\\d"), 3, "log"},
+        {compiled("^(#{1,6} \\S|```)"), 1, "md"},
+        {compiled("^\\\\(documentclass|begin|usepackage)"), 1, "tex"},
+        {compiled("^\\[[^\\]]+\\]\\s*$"), 2, "ini"},
     };
     for (const auto &kind : kinds)
-        if (count(head, kind.pattern) >= kind.least)
+        if (count(head, kind.expression, kind.least) >= kind.least)
             return kind.suffix;
     return nullptr;
 }
@@ -135,7 +139,8 @@ const char *suffixOfText(const QString &head, const QString &tail)
     const QString end = tail.trimmed();
     const bool isObject = trimmed.startsWith(QLatin1Char('{')) && end.endsWith(QLatin1Char('}'));
     const bool isArray = trimmed.startsWith(QLatin1Char('[')) && end.endsWith(QLatin1Char(']'));
-    if ((isObject || isArray) && count(trimmed, "\"\\s*:|^\\[\\s*[\\[\"\\d{]") > 0)
+    static const QRegularExpression member = compiled("\"\\s*:|^\\[\\s*[\\[\"\\d{]");
+    if ((isObject || isArray) && count(trimmed, member, 1) > 0)
         return "json";
     if (const char *const kind = kindOfLines(head))
         return kind;
