@@ -2,7 +2,6 @@
 
 #include "observer.h"
 #include "patchedimage.h"
-
 #include "recoveryd/scan/carvingscanner.h"
 
 #include <QLoggingCategory>

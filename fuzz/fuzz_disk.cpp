@@ -3,7 +3,6 @@
 
 #include "observer.h"
 #include "patchedimage.h"
-
 #include "recoveryd/devices/partitiontable.h"
 #include "recoveryd/scan/volumesearch.h"
 

@@ -3,7 +3,6 @@
 
 #include "observer.h"
 #include "patchedimage.h"
-
 #include "recoveryd/scan/filesystemsupport.h"
 
 #include <QLoggingCategory>
