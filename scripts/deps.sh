@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 
 build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nodejs npm
        pkg-config zlib1g-dev libzstd-dev libext2fs-dev libblkid-dev libudev-dev
-       libjpeg62-turbo-dev libpng-dev libbz2-dev liblzma-dev libpam0g-dev unicode-data"
+       libjpeg62-turbo-dev libpng-dev libbz2-dev liblzma-dev libpam0g-dev libsqlite3-dev unicode-data"
 extraction="poppler-utils catdoc antiword unrtf unzip"
 # Disk images for the tour and the tests: mke2fs, debugfs.
 images="e2fsprogs"
@@ -24,7 +24,7 @@ packages="$build $extraction $images $display"
 case ${1:-} in
 test | bench)
     packages="$packages clang-format python3 file desktop-file-utils appstream
-              libsqlite3-dev openssl $other_images libreoffice-writer-nogui libreoffice-calc-nogui
+              openssl $other_images libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui curl chromium chromium-driver"
     ;;
 esac
