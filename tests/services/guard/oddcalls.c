@@ -171,10 +171,12 @@ static void checkCancel(const char *path)
 
 static void checkClosed(const char *path)
 {
+    /* Whoever runs the tests may have left more than the three open. */
+    const int third = fcntl(3, F_GETFD);
     CHECK(close(0) == 0 && close(1) == 0 && close(2) == 0);
     const int result = unlink(path);
     const int isClosed = fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 &&
-                         fcntl(2, F_GETFD) == -1 && fcntl(3, F_GETFD) == -1;
+                         fcntl(2, F_GETFD) == -1 && fcntl(3, F_GETFD) == third;
     _exit(result == 0 && isClosed && !exists(path) ? 0 : 1);
 }
 
