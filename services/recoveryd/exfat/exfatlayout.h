@@ -6,7 +6,7 @@ namespace services::recoveryd::exfat {
 
 /// Where the parts of an exFAT volume are. Bytes from its start.
 ///
-/// On-disk format after "exFAT file system specification" (Microsoft, revision 1.00).
+/// On-disk format after Microsoft's published description of exFAT, revision 1.00.
 struct ExfatLayout
 {
     fat::ClusterGrid grid;

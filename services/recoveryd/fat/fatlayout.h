@@ -7,8 +7,7 @@ namespace services::recoveryd::fat {
 
 /// Where the parts of a FAT volume are. Bytes from its start.
 ///
-/// On-disk format after "Microsoft Extensible Firmware Initiative FAT32 File System Specification"
-/// 1.03 and ECMA-107.
+/// On-disk format after Microsoft's published description of FAT32, 1.03, and ECMA-107.
 struct FatLayout
 {
     ClusterGrid grid;
