@@ -103,7 +103,7 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run() { # name, program, base image, largest input
     # shellcheck disable=SC2254
     case $1 in $pattern) ;; *) return 0 ;; esac
-    local stored=fuzz/corpus/$1 work=build/fuzz/work/$1
+    local stored=fuzz/corpus/$1 work=build/fuzz/inputs/$1
     mkdir -p "$work" "$stored"
     echo "== $1: $(find "$stored" -type f | wc -l) stored inputs, $seconds s"
     if ! MORVANE_FUZZ_BASE=$3 "build/fuzz/fuzz/$2" "$work" "$stored" -max_total_time="$seconds" \

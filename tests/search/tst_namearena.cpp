@@ -145,13 +145,13 @@ void TestNameArena::addSamples()
 {
     const qint64 march = QDateTime(QDate(2024, 3, 10), QTime(9, 0)).toMSecsSinceEpoch();
     const qint64 may = QDateTime(QDate(2024, 5, 31), QTime(23, 59)).toMSecsSinceEpoch();
-    add(QStringLiteral("/home/work/采购合同.docx"), march, 3000000);
-    add(QStringLiteral("/home/work/採購合約.pdf"), march + 1, 2000);
+    add(QStringLiteral("/home/desk/采购合同.docx"), march, 3000000);
+    add(QStringLiteral("/home/desk/採購合約.pdf"), march + 1, 2000);
     add(QStringLiteral("/home/old/合同 草稿.docx"), march + 2, 100);
-    add(QStringLiteral("/home/work/Annual Report 2024.pdf"), may, 5000);
-    add(QStringLiteral("/home/work/report annual.txt"), may + 1, 5000);
-    add(QStringLiteral("/home/work/Résumé.pdf"), may + 2, 5000);
-    add(QStringLiteral("/home/work/ht-notes.txt"), 1, 0);
+    add(QStringLiteral("/home/desk/Annual Report 2024.pdf"), may, 5000);
+    add(QStringLiteral("/home/desk/report annual.txt"), may + 1, 5000);
+    add(QStringLiteral("/home/desk/Résumé.pdf"), may + 2, 5000);
+    add(QStringLiteral("/home/desk/ht-notes.txt"), 1, 0);
 }
 
 void TestNameArena::lines_data()
@@ -167,7 +167,7 @@ void TestNameArena::lines_data()
     };
     row("annual report", "report annual.txt|Annual Report 2024.pdf");
     row("\"annual report\"", "Annual Report 2024.pdf");
-    row("report work", "report annual.txt|Annual Report 2024.pdf");
+    row("report desk", "report annual.txt|Annual Report 2024.pdf");
     row("report -txt", "Annual Report 2024.pdf");
     row("old/合", "合同 草稿.docx");
     row("合同 path:old", "合同 草稿.docx");
@@ -214,7 +214,7 @@ void TestNameArena::lines()
 void TestNameArena::withoutArena()
 {
     addSamples();
-    QCOMPARE(namesOf(found(QStringLiteral("report -txt *.pdf path:work size:<1M date:2024"))),
+    QCOMPARE(namesOf(found(QStringLiteral("report -txt *.pdf path:desk size:<1M date:2024"))),
              QStringList(QStringLiteral("Annual Report 2024.pdf")));
 }
 
