@@ -6,6 +6,8 @@ import random
 import shutil
 import subprocess
 
+HERE = os.path.dirname(os.path.abspath(__file__))
+
 
 def run(*command, **options):
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)

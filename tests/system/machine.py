@@ -1,4 +1,4 @@
-"""A virtual machine under plain emulation, driven over its serial console."""
+"""Machines under test, driven by a shell: virtual ones, and a tree on this machine."""
 
 import os
 import re
@@ -11,34 +11,16 @@ class Failure(Exception):
     """A promise that the machine did not keep."""
 
 
-class Machine:
-    """Starts at construction. Limits are in seconds and wide: emulation is slow, and two machines
-    may run side by side."""
+class Console:
+    """A shell at the other end of a socket. Limits are in seconds and wide: emulation is slow, and
+    two machines may run side by side."""
 
-    def __init__(self, name, folder, arguments, memory=1024, log=None):
+    def __init__(self, name, log):
         self.name = name
-        self.place = os.path.join(folder, name + ".serial")
-        if os.path.exists(self.place):
-            os.unlink(self.place)
-        self.monitor = os.path.join(folder, name + ".monitor")
-        self.log = open(log or os.path.join(folder, name + ".log"), "wb")
+        self.log = open(log, "wb")
         self.text = ""
-        self.process = subprocess.Popen(
-            ["qemu-system-x86_64", "-accel", "tcg", "-cpu", "max", "-m", str(memory), "-nic", "none", "-display", "none",
-             "-vga", "std", "-serial", "unix:%s,server=on,wait=off" % self.place,
-             "-monitor", "unix:%s,server=on,wait=off" % self.monitor] + arguments,
-            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
-        self.connection = socket.socket(socket.AF_UNIX)
-        until = time.time() + 30
-        while True:
-            try:
-                self.connection.connect(self.place)
-                break
-            except OSError:
-                if time.time() > until or self.process.poll() is not None:
-                    raise Failure("%s: the machine did not start" % name)
-                time.sleep(0.1)
-        self.connection.settimeout(1)
+        self.process = None
+        self.connection = None
 
     def read(self):
         try:
@@ -73,18 +55,58 @@ class Machine:
             self.expect(r"(?i)password: ", 60)
             self.send(password)
         self.expect(r"[$#] ", 120)
-        # Echo and colours off, and a prompt that no output looks like.
-        self.send("stty -echo cols 500; export TERM=dumb PS1= PAGER=cat LC_ALL=C.UTF-8; echo re''ady")
+        self.quieten()
+
+    def quieten(self):
+        """For a shell that waits for a line."""
+        # No echo by the line editor or the terminal, no colours, and no prompts.
+        self.send("exec bash --noediting --norc")
+        self.send("stty -echo cols 500; export TERM=dumb PS1= PS2= PAGER=cat LC_ALL=C.UTF-8; echo re''ady")
         self.expect(r"ready\n", 60)
 
     def run(self, command, limit=60, check=True):
         """Runs one shell line; what it prints, and raises where it fails."""
-        self.send("{ %s\n} 2>&1; echo \"<$?>e''nd\"" % command)
+        self.send("{ %s\n} 2>&1; echo \"<$?>e\"\"nd\"" % command)
         match = self.expect(r"(?s)(.*?)<(\d+)>end\n", limit)
         output, code = match.group(1).strip("\n"), int(match.group(2))
         if check and code != 0:
             raise Failure("%s: `%s` ended with %d:\n%s" % (self.name, command, code, output))
         return output
+
+    def end(self):
+        """At once, as if the plug were pulled."""
+        self.process.kill()
+        self.process.wait()
+        self.connection.close()
+        self.log.close()
+
+
+class Machine(Console):
+    """A virtual machine under plain emulation, driven over its serial line. Starts at construction."""
+
+    def __init__(self, name, folder, arguments, memory=1024):
+        super().__init__(name, os.path.join(folder, name + ".log"))
+        self.place = os.path.join(folder, name + ".serial")
+        if os.path.exists(self.place):
+            os.unlink(self.place)
+        self.monitor = os.path.join(folder, name + ".monitor")
+        # No AVX: emulating it is slower than the code that does without.
+        self.process = subprocess.Popen(
+            ["qemu-system-x86_64", "-accel", "tcg,tb-size=512", "-cpu", "Nehalem", "-m", str(memory), "-nic", "none",
+             "-display", "none", "-vga", "std", "-serial", "unix:%s,server=on,wait=off" % self.place,
+             "-monitor", "unix:%s,server=on,wait=off" % self.monitor] + arguments,
+            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
+        self.connection = socket.socket(socket.AF_UNIX)
+        until = time.time() + 30
+        while True:
+            try:
+                self.connection.connect(self.place)
+                break
+            except OSError:
+                if time.time() > until or self.process.poll() is not None:
+                    raise Failure("%s: the machine did not start" % name)
+                time.sleep(0.1)
+        self.connection.settimeout(1)
 
     def screen(self, path):
         """A picture of the screen, as PPM."""
@@ -98,11 +120,18 @@ class Machine:
     def wait_for_end(self, limit):
         self.process.wait(limit)
 
-    def pull_plug(self):
-        self.process.kill()
-        self.process.wait()
-        self.connection.close()
-        self.log.close()
+
+class Chroot(Console):
+    """A shell in a tree, in name spaces of its own, started by a script that ends in `exec bash`."""
+
+    def __init__(self, name, folder, command):
+        super().__init__(name, os.path.join(folder, name + ".log"))
+        self.connection, inner = socket.socketpair()
+        self.connection.settimeout(1)
+        self.process = subprocess.Popen(command, stdin=inner, stdout=inner, stderr=inner)
+        inner.close()
+        self.send("export TERM=dumb PAGER=cat LC_ALL=C.UTF-8; echo re''ady")
+        self.expect(r"ready\n", 120)
 
 
 class Report:

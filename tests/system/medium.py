@@ -9,10 +9,9 @@ import re
 import shutil
 import sys
 
-from disks import DirtyDisk, digest, files_of, target_disk, tools_disk
+from disks import HERE, DirtyDisk, digest, files_of, target_disk, tools_disk
 from machine import Failure, Machine, Report
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 SOCKET = "/run/morvane/morvane-service-v1"
 BOOT = 900
 FIRMWARE = "/usr/share/OVMF/"
@@ -83,7 +82,7 @@ def full_test(way, iso, folder):
     except Failure as failure:
         report.check("goes through", False, failure)
     finally:
-        machine.pull_plug()
+        machine.end()
     recovered = files_of(target, folder)
     for each in dirty:
         missing = [path for value, path in each.lost.items() if value not in recovered]
@@ -107,7 +106,7 @@ def boot_test(way, iso, folder):
     except Failure as failure:
         report.check("goes through", False, failure)
     finally:
-        machine.pull_plug()
+        machine.end()
     report.check("the disk is unchanged bit for bit", digest(dirty.path) == dirty.before)
     return report.failures
 

@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Installs the two packages over this machine's own tree, with all changes in memory, and checks what
+they promise without a service manager.
+
+    overlaid.py DEBFOLDER WORKFOLDER
+"""
+
+import glob
+import os
+import shutil
+import subprocess
+import sys
+
+from disks import HERE, DirtyDisk, digest, run
+from machine import Chroot, Failure
+from promises import Promises
+
+RECOVERY = "/run/morvane/morvane-service-v1"
+
+
+class Overlaid(Promises):
+    def __init__(self, debs, folder):
+        super().__init__("overlaid")
+        self.tools = os.path.join(folder, "tools")
+        shutil.rmtree(self.tools, ignore_errors=True)
+        os.makedirs(self.tools)
+        for path in glob.glob(os.path.join(debs, "morvane*.deb")) + [os.path.join(HERE, "guest_client.py")]:
+            shutil.copy(path, self.tools)
+        self.dirty = DirtyDisk(self.tools, "ext4")
+        homes = os.path.join(folder, "homes.img")
+        with open(homes, "wb") as image:
+            image.truncate(64 << 20)
+        run("mkfs.ext4", "-q", "-F", homes)
+        self.out = os.path.join(self.tools, "out")
+        point = os.path.join(folder, "overlay")
+        os.makedirs(point, exist_ok=True)
+        self.machine = Chroot("overlaid", folder, [
+            "unshare", "--mount", "--pid", "--net", "--fork", "--kill-child",
+            "bash", os.path.join(HERE, "overlay.sh"), point, self.tools, homes])
+
+    def start(self, command, socket):
+        """A service without its manager: it is up when its socket is there."""
+        self.machine.run("setsid %s >/tmp/service.log 2>&1 </dev/null &" % command)
+        self.promise("%s answers" % command.split()[0].rsplit("/", 1)[1],
+                     "for i in $(seq 300); do [ -S %s ] && break; sleep 0.1; done; [ -S %s ] || ! cat /tmp/service.log"
+                     % (socket, socket))
+
+    def recover(self):
+        self.start("/usr/libexec/morvane/morvane-recoveryd --image /tools/%s --state /tmp/state --socket %s"
+                   % (os.path.basename(self.dirty.path), RECOVERY), RECOVERY)
+        self.promise("scans and recovers", "python3 /tools/guest_client.py %s recover /dev/image0 /tools/out" % RECOVERY)
+        recovered = {digest(os.path.join(root, name)) for root, _, names in os.walk(self.out) for name in names}
+        missing = [path for value, path in self.dirty.lost.items() if value not in recovered]
+        self.report.check("deleted files come back", not missing, missing)
+        self.report.check("the image is unchanged", digest(self.dirty.path) == self.dirty.before)
+
+    def all(self):
+        try:
+            self.promise("the packages go in", "DEBIAN_FRONTEND=noninteractive dpkg -i /tools/*.deb")
+            self.promise("the program finds its libraries", "! ldd /usr/bin/morvane | grep 'not found'")
+            self.make_users()
+            self.start("/usr/libexec/morvane/morvane-vaultd --system", "/run/morvane/morvane-vault-v1")
+            self.protect()
+            self.recover()
+            self.purge()
+        except (Failure, OSError, subprocess.SubprocessError, ValueError) as failure:
+            self.report.check("goes through", False, failure)
+        finally:
+            self.machine.end()
+        return self.report.failures
+
+
+def main():
+    debs, folder = sys.argv[1:3]
+    os.makedirs(folder, exist_ok=True)
+    sys.exit(1 if Overlaid(debs, folder).all() else 0)
+
+
+if __name__ == "__main__":
+    main()

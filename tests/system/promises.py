@@ -1,0 +1,79 @@
+"""What the two packages promise wherever they are installed."""
+
+import json
+
+from machine import Report
+
+SOCKET = "/run/morvane/morvane-vault-v1"
+CLIENT = "python3 /tools/guest_client.py %s " % SOCKET
+USERS = ("li", "wang")
+
+
+def quoted(value):
+    """JSON as a word of the shell, within single quotes."""
+    return json.dumps(json.dumps(value))
+
+
+class Promises:
+    """`machine` runs the commands, as root; /tools holds the client."""
+
+    def __init__(self, title):
+        self.report = Report(title)
+        self.machine = None
+
+    def as_user(self, user, command):
+        return self.machine.run("su - %s -c '%s'" % (user, command), 120)
+
+    def promise(self, text, command, limit=120):
+        return self.report.attempt(text, lambda: self.machine.run(command, limit))
+
+    def listed(self, user):
+        """Original paths in the user's vault."""
+        answer = self.as_user(user, CLIENT + "vault.listFiles " + quoted({"limit": 100, "offset": 0}))
+        return {file["originalPath"]: file["id"] for file in json.loads(answer.splitlines()[-1])["files"]}
+
+    def make_users(self):
+        for user in USERS:
+            self.machine.run("useradd -m -s /bin/bash %s && echo %s:secret-%s | chpasswd" % (user, user, user))
+            self.machine.run("install -d -o %s /home/%s/Documents" % (user, user))
+
+    def configure(self, user):
+        config = {"protectedDirs": ["/home/%s/Documents" % user], "protectedExtensions": ["txt", "pdf"],
+                  "retentionDays": 30, "maxSpaceBytes": 1 << 30, "emergencyThresholdBytes": 1 << 20}
+        self.as_user(user, CLIENT + " ".join([
+            "vault.authenticate", quoted({"username": user, "password": "secret-" + user}),
+            "vault.setConfig", quoted(config), "vault.enable"]))
+
+    def protect(self):
+        machine = self.machine
+        self.report.attempt("enable deploys the hook for two users",
+                            lambda: [self.configure(user) for user in USERS])
+        self.promise("the preload list has the line", "grep -c libmorvane-guard /etc/ld.so.preload | grep -x 1")
+        for user in USERS:
+            self.as_user(user, "echo of-%s > Documents/a.txt; echo py > Documents/b.txt; echo s > Documents/c.txt" % user)
+            self.as_user(user, "rm Documents/a.txt; python3 -c \"import os; os.unlink(\\\"Documents/b.txt\\\")\"")
+            paths = self.listed(user)
+            for name in ("a.txt", "b.txt"):
+                self.report.check("%s of %s is kept" % (name, user), "/home/%s/Documents/%s" % (user, name) in paths, paths)
+            others = [path for path in paths if not path.startswith("/home/%s/" % user)]
+            self.report.check("%s sees nobody else's files" % user, not others, others)
+        identity = self.listed("li").get("/home/li/Documents/a.txt", "")
+        self.report.attempt("a kept file comes back", lambda: self.as_user("li", CLIENT + " ".join([
+            "vault.authenticate", quoted({"username": "li", "password": "secret-li"}),
+            "vault.restoreFiles", quoted({"fileIds": [identity], "targetDir": ""})]) +
+            "; for i in $(seq 100); do grep of-li Documents/a.txt && break; sleep 0.2; done; grep of-li Documents/a.txt"))
+        for user, other, password in (("li", "li", "wrong"), ("li", "wang", "secret-wang")):
+            answer = self.as_user(user, CLIENT + "vault.authenticate " + quoted({"username": other, "password": password}))
+            self.report.check("the password of %s, %r, is refused for %s" % (other, password, user),
+                              not json.loads(answer.splitlines()[-1]).get("success"), answer)
+        refused = machine.run("su - li -c '%s vault.clearAll'" % CLIENT.strip(), 120, check=False)
+        self.report.check("emptying without a password is refused", "authenticate" in refused or "验证" in refused, refused)
+
+    def purge(self):
+        self.report.attempt("protection is on before the removal", lambda: self.configure("li"))
+        self.promise("the packages are purged", "dpkg -P $(dpkg-query -W -f '${Package} ' 'morvane*')", 600)
+        self.promise("the preload list has no line", "! grep -q libmorvane-guard /etc/ld.so.preload 2>/dev/null")
+        self.promise("nothing is left behind",
+                     "! ls -d /usr/libexec/morvane /usr/lib/*/libmorvane-guard.so* /lib/systemd/system/morvane* "
+                     "/etc/systemd/system/*.wants/morvane* /etc/pam.d/morvane* /var/lib/morvane* /run/morvane 2>/dev/null | grep .")
+        self.promise("the vaults stay", "ls -d /home/li/.morvane_vault /home/wang/.morvane_vault")
