@@ -14,7 +14,14 @@ for group in sudo audio video input plugdev netdev morvane-recovery; do
 done
 passwd --quiet -d user
 chmod 0440 /etc/sudoers.d/morvane-live
-mkdir -p /live_target /media/user
+# The lower edge belongs to the bar with the tools; the program fills the rest, without a frame of
+# the window manager.
+sed -i 's|<bottom>0</bottom>|<bottom>48</bottom>|
+    s|</applications>|<application class="[Mm]orvane" type="normal"><decor>no</decor><maximized>yes</maximized></application></applications>|' \
+    /etc/xdg/openbox/rc.xml
+grep -q '<bottom>48</bottom>' /etc/xdg/openbox/rc.xml
+# The search for the medium writes a list of network interfaces there.
+mkdir -p /live_target /media/user /etc/network
 chown user /media/user
 # Starts when it is asked for.
 systemctl disable NetworkManager NetworkManager-wait-online mdmonitor lvm2-monitor udisks2 \

@@ -18,21 +18,19 @@ mkdir -p "$out"
 packages=$(grep -v '^#' medium/packages.txt | tr -s ' \n' ',,' | sed 's/,$//')
 # What the kernel's initial RAM file system takes in; the rest of the tree comes in later.
 early="etc/udev etc/initramfs-tools etc/lvm etc/mdadm"
-key=$({
-    echo "$packages"
-    # shellcheck disable=SC2086
-    cd medium/tree && find $early -type f -exec sha256sum {} + -o -type l -printf '%p %l\n' | sort
-} | sha256sum | cut -c1-16)
-base=$out/base-$key.tar
+# shellcheck disable=SC2086
+early_sum=$(cd medium/tree && find $early -type f -exec sha256sum {} + | sort | sha256sum | cut -c1-16)
+base=$out/base-$(echo "$packages" | sha256sum | cut -c1-16).tar
 
 if [ ! -f "$base" ]; then
-    rm -f "$out"/base-*.tar
+    rm -f "$out"/base-*.tar*
     # Our rules are in the tree before the kernel makes its initial RAM file system, so that this is
     # made once.
     mmdebstrap --variant=minbase --components=main --include="$packages" \
         --essential-hook="tar -C medium/tree --owner=0 --group=0 -cf - $early | tar -C \"\$1\" -xf -" \
-        --dpkgopt='force-confold' \
+        --dpkgopt=force-confold --dpkgopt=force-unsafe-io \
         bookworm "$out/part.tar"
+    echo "$early_sum" >"$base.early"
     mv "$out/part.tar" "$base"
 fi
 
@@ -52,6 +50,7 @@ chmod +x "$root/usr/sbin/policy-rc.d"
 unshare --mount --pid --fork --kill-child bash -ec "
     mount -t proc proc '$root/proc'
     mount --bind /dev '$root/dev'
+    [ '$early_sum' = '$(cat "$base.early")' ] || chroot '$root' update-initramfs -u
     chroot '$root' apt-get update -q
     chroot '$root' sh /configure.sh
     chroot '$root' sh /install.sh"
