@@ -86,6 +86,8 @@ install(PROGRAMS "${MORVANE_PACKAGING}/initramfs/morvane-guard"
         COMPONENT services)
 install(FILES "${MORVANE_PACKAGING}/copyright"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/morvane-services" COMPONENT services)
+install(FILES "${MORVANE_PACKAGING}/lintian/morvane-services"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT services)
 foreach(service recoveryd vaultd)
   morvane_install_compressed("${MORVANE_PACKAGING}/man/morvane-${service}.8"
                              "${CMAKE_INSTALL_MANDIR}/man8" morvane-${service}.8.gz services)
