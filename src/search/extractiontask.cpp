@@ -1,6 +1,6 @@
 #include "search/extractiontask.h"
 
-#include "search/contentextractor.h"
+#include "search/extract/indextext.h"
 
 #include <chrono>
 #include <utility>
@@ -37,7 +37,7 @@ void Extraction::extractNext()
     QString path;
     if (!takeFile(&path))
         return;
-    QString text = ContentExtractor::readContentSnippet(path, m_maxContentBytes, &m_stop);
+    QString text = search::readForIndex(path, m_maxContentBytes, &m_stop).text;
     append(ExtractResult{path, std::move(text)});
 }
 

@@ -1,7 +1,7 @@
 #include "search/inotifyloop.h"
 
 #include "core/filename.h"
-#include "search/contentextractor.h"
+#include "search/extract/indextext.h"
 #include "search/filewalker.h"
 #include "search/indexroots.h"
 
@@ -191,8 +191,7 @@ void InotifyLoop::processPending()
             // Of a file that went meanwhile its own event will tell.
             QString text;
             if (info.isFile()) {
-                text = ContentExtractor::readContentSnippet(it.key(), m_options.maxContentBytes,
-                                                            &m_stop);
+                text = search::readForIndex(it.key(), m_options.maxContentBytes, &m_stop).text;
                 if (m_stop)
                     return;
                 if (text.isEmpty() && waitMs != lastWaitMs) {

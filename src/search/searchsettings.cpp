@@ -20,6 +20,7 @@ constexpr qint64 kMsPerHour = 3600000;
 const QString kRoots = QStringLiteral("search/indexRoots");
 const QString kExcludeDirs = QStringLiteral("search/excludeDirs");
 const QString kFtsExtensions = QStringLiteral("search/ftsExtensions");
+const QString kMoreTextTypes = QStringLiteral("search/moreTextTypes");
 const QString kAutoRebuild = QStringLiteral("search/autoRebuild");
 const QString kInotifyMaxDepth = QStringLiteral("search/inotifyMaxDepth");
 const QString kIncrementalIntervalHours = QStringLiteral("search/incrementalIntervalHours");
@@ -90,6 +91,7 @@ SearchSettings load(const Paths &paths)
     settings.roots = file.value(kRoots).toStringList();
     settings.excludeDirs = file.value(kExcludeDirs, initial.excludeDirs).toStringList();
     settings.ftsExtensions = file.value(kFtsExtensions, initial.ftsExtensions).toStringList();
+    settings.moreTextTypes = file.value(kMoreTextTypes, initial.moreTextTypes).toBool();
     settings.autoRebuild = file.value(kAutoRebuild, initial.autoRebuild).toBool();
     settings.inotifyMaxDepth = intValue(file, kInotifyMaxDepth, initial.inotifyMaxDepth);
     settings.incrementalIntervalHours =
@@ -119,6 +121,7 @@ bool save(const Paths &paths, const SearchSettings &settings, QString *error)
     file.setValue(kRoots, settings.roots);
     file.setValue(kExcludeDirs, settings.excludeDirs);
     file.setValue(kFtsExtensions, settings.ftsExtensions);
+    file.setValue(kMoreTextTypes, settings.moreTextTypes);
     file.setValue(kAutoRebuild, settings.autoRebuild);
     file.setValue(kInotifyMaxDepth, settings.inotifyMaxDepth);
     file.setValue(kIncrementalIntervalHours, settings.incrementalIntervalHours);
@@ -147,6 +150,19 @@ QStringList withDocumentBlock(const QStringList &extensions)
     if (!holdsDocuments)
         return result;
     for (const QString &extension : kBlock) {
+        if (!result.contains(extension))
+            result.append(extension);
+    }
+    return result;
+}
+
+QStringList contentExtensions(const SearchSettings &settings)
+{
+    QStringList result = settings.ftsExtensions;
+    if (!settings.moreTextTypes)
+        return result;
+    const QStringList more = words("htm html eml mbox srt log zip");
+    for (const QString &extension : more) {
         if (!result.contains(extension))
             result.append(extension);
     }

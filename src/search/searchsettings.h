@@ -12,6 +12,7 @@ struct SearchSettings
     QStringList roots;
     QStringList excludeDirs; ///< Names that match at any depth, or absolute paths.
     QStringList ftsExtensions;
+    bool moreTextTypes = true; ///< Mail, web pages, subtitles, logs and names in zip archives.
     bool autoRebuild = true;
     int inotifyMaxDepth = 5;           ///< 0 has no limit, below 0 nothing is watched.
     int incrementalIntervalHours = 24; ///< 0 never refreshes by itself.
@@ -40,6 +41,9 @@ SearchSettings load(const Paths &paths);
 /// Document types come as a block: a list that holds one of them gets all of them. Entries come
 /// back trimmed and in lower case.
 QStringList withDocumentBlock(const QStringList &extensions);
+
+/// All suffixes whose text is indexed: the list, and the further text types where they are on.
+QStringList contentExtensions(const SearchSettings &settings);
 
 /// Stored paths as this program can open them, and back. Plain names pass through.
 QStringList runtimePaths(const Paths &paths, const QStringList &stored);

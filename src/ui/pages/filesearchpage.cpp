@@ -52,6 +52,7 @@ IndexSettingsDialog::Settings shownSettings(const searchsettings::Paths &paths,
     shown.roots = searchsettings::runtimePaths(paths, settings.roots);
     shown.excludeDirs = searchsettings::runtimePaths(paths, settings.excludeDirs);
     shown.ftsExtensions = settings.ftsExtensions;
+    shown.moreTextTypes = settings.moreTextTypes;
     shown.autoRebuild = settings.autoRebuild;
     shown.inotifyMaxDepth = settings.inotifyMaxDepth;
     shown.incrementalIntervalHours = settings.incrementalIntervalHours;
@@ -65,6 +66,7 @@ SearchSettings storedSettings(const searchsettings::Paths &paths,
     settings.roots = searchsettings::storedPaths(paths, shown.roots);
     settings.excludeDirs = searchsettings::storedPaths(paths, shown.excludeDirs);
     settings.ftsExtensions = shown.ftsExtensions;
+    settings.moreTextTypes = shown.moreTextTypes;
     settings.autoRebuild = shown.autoRebuild;
     settings.inotifyMaxDepth = shown.inotifyMaxDepth;
     settings.incrementalIntervalHours = shown.incrementalIntervalHours;

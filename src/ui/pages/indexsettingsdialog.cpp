@@ -167,6 +167,15 @@ void IndexSettingsDialog::buildTypesCard(QVBoxLayout *column)
         card->addWidget(box);
         m_typeBoxes.append(box);
     }
+    m_moreTextTypes = new WrapCheckBox(
+        tr("更多文本类型  —  %1")
+            .arg(QStringLiteral("*.htm, *.html, *.eml, *.mbox, *.srt, *.log, *.zip")),
+        this);
+    m_moreTextTypes->setObjectName(QStringLiteral("MoreTextTypesBox"));
+    AppToolTip::install(
+        m_moreTextTypes, QString(),
+        tr("网页、邮件（含附件名）、字幕、日志的文字，以及 zip 压缩包内的文件名。"));
+    card->addWidget(m_moreTextTypes);
 }
 
 void IndexSettingsDialog::buildAdvancedCard(QVBoxLayout *column)
@@ -254,6 +263,7 @@ IndexSettingsDialog::Settings IndexSettingsDialog::settings() const
         if (m_typeBoxes.at(i)->isChecked())
             result.ftsExtensions += extensionsOf(kTypeGroups[i]);
     }
+    result.moreTextTypes = m_moreTextTypes->isChecked();
     result.autoRebuild = m_autoRebuild->isChecked();
     result.inotifyMaxDepth = m_depth->currentData().toInt();
     result.incrementalIntervalHours = m_interval->currentData().toInt();
@@ -275,6 +285,7 @@ void IndexSettingsDialog::setSettings(const Settings &settings)
             any = any || settings.ftsExtensions.contains(extension, Qt::CaseInsensitive);
         m_typeBoxes.at(i)->setChecked(any);
     }
+    m_moreTextTypes->setChecked(settings.moreTextTypes);
     m_autoRebuild->setChecked(settings.autoRebuild);
     selectValue(m_depth, settings.inotifyMaxDepth,
                 settings.inotifyMaxDepth < 0 ? tr("不监控")

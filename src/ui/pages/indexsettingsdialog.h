@@ -24,6 +24,7 @@ public:
         QStringList roots;
         QStringList excludeDirs;
         QStringList ftsExtensions;
+        bool moreTextTypes = true;
         bool autoRebuild = true;
         int inotifyMaxDepth = 5;
         int incrementalIntervalHours = 24;
@@ -52,6 +53,7 @@ private:
     QListWidget *m_roots = nullptr;
     QListWidget *m_excludes = nullptr;
     QList<QCheckBox *> m_typeBoxes; ///< In the order of their extension groups.
+    QCheckBox *m_moreTextTypes = nullptr;
     QComboBox *m_depth = nullptr;
     QComboBox *m_interval = nullptr;
     QCheckBox *m_autoRebuild = nullptr;

@@ -69,7 +69,8 @@ void SearchEngines::startBuild(const SearchSettings &settings, bool fromScratch)
         m_builder, "startBuild", Qt::QueuedConnection,
         Q_ARG(QStringList, searchsettings::runtimePaths(m_paths, settings.roots)),
         Q_ARG(QStringList, searchsettings::effectiveExcludeDirs(m_paths, settings)),
-        Q_ARG(QStringList, QStringList()), Q_ARG(QStringList, settings.ftsExtensions),
+        Q_ARG(QStringList, QStringList()),
+        Q_ARG(QStringList, searchsettings::contentExtensions(settings)),
         Q_ARG(int, kMaxContentBytes));
 }
 
@@ -85,8 +86,8 @@ void SearchEngines::restartWatcher(const SearchSettings &settings)
         return;
     m_watcher->setRoots(searchsettings::runtimePaths(m_paths, settings.roots));
     m_watcher->setIndexOptions(searchsettings::effectiveExcludeDirs(m_paths, settings),
-                               QStringList(), settings.ftsExtensions, kMaxContentBytes,
-                               settings.inotifyMaxDepth);
+                               QStringList(), searchsettings::contentExtensions(settings),
+                               kMaxContentBytes, settings.inotifyMaxDepth);
     m_watcher->start();
 }
 
