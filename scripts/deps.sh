@@ -8,6 +8,7 @@
 #   scripts/deps.sh medium   to build the recovery medium
 #   scripts/deps.sh systemtest  to prove packages and medium in booted machines
 #   scripts/deps.sh fuzz     to feed the parsers with mutated input
+#   scripts/deps.sh lint     to check the sources
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -40,6 +41,7 @@ systemtest)
     packages="$packages $other_images python3 qemu-system-x86 ovmf"
     ;;
 esac
+[ "${1:-}" != lint ] || packages="$packages clang clang-format clang-tidy codespell shellcheck python3"
 # A server to measure the share server against.
 [ "${1:-}" != bench ] || packages="$packages nginx-light"
 
