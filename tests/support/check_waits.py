@@ -33,6 +33,7 @@ ALLOWED = {
     ("tests/services/guard/tst_guard_kills.cpp", "1"):
         "the interval at which the ends of processes are looked for",
     ("tests/share/tst_fileshareserver.cpp", "20"): "sends in separate segments; together will do",
+    ("tests/system/damaged.py", "0.1"): "between two looks at a file of another program",
     ("tests/system/machine.py", "0.1"): "between two looks at a socket file of another program",
     ("tests/system/machine.py", "0.2"): "between two looks at a file of another program",
     ("tour/tour.cpp", "kLookMs"): "the interval between two pictures that are compared",

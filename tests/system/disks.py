@@ -3,6 +3,7 @@
 import hashlib
 import os
 import random
+import re
 import shutil
 import subprocess
 
@@ -32,6 +33,7 @@ class DirtyDisk:
     def __init__(self, folder, kind):
         self.path = os.path.join(folder, "dirty-%s.img" % kind)
         self.lost = {}  # hash -> path below the root
+        self.heads = {}  # hash -> its first bytes
         source = self.path + ".mounted"
         point = os.path.join(folder, "mnt-" + kind)
         os.makedirs(point, exist_ok=True)
@@ -66,9 +68,35 @@ class DirtyDisk:
         os.sync()
         for number in range(0, 24, 2):
             path = os.path.join(folder, "文件 %02d.pdf" % number)
-            self.lost[digest(path)] = os.path.relpath(path, root)
+            value = digest(path)
+            self.lost[value] = os.path.relpath(path, root)
+            with open(path, "rb") as file:
+                self.heads[value] = file.read(2048)
             os.unlink(path)
         os.sync()
+
+
+class DamagedDisk(DirtyDisk):
+    """An ext4 one some of whose sectors cannot be read: in two deleted files, and in the bitmaps."""
+
+    DAMAGED_FILES = 2
+    SECTOR = 512
+
+    def __init__(self, folder):
+        super().__init__(folder, "ext4")
+        with open(self.path, "rb") as file:
+            image = file.read()
+        # Behind the first block of the files, and where the first group's block bitmap may lie.
+        self.damaged = sorted(self.lost)[:self.DAMAGED_FILES]
+        places = [image.index(self.heads[value]) + 2048 for value in self.damaged]
+        report = subprocess.run(["dumpe2fs", self.path], check=True, capture_output=True, text=True).stdout
+        block = int(re.search(r"Block size: +(\d+)", report).group(1))
+        places.append(int(re.search(r"Block bitmap at (\d+)", report).group(1)) * block)
+        self.errors = self.path + ".errors"
+        with open(self.errors, "w") as file:
+            for place in places:
+                file.write('[inject-error]\nevent = "none"\niotype = "read"\nerrno = "5"\nsector = "%d"\nonce = "off"\n\n'
+                           % (place // self.SECTOR))
 
 
 def target_disk(folder):

@@ -62,6 +62,9 @@ def recover(client, device, folder):
     client.ask("recovery.start", {"sessionId": session, "fileIds": [file["fileId"] for file in files],
                                   "outputDir": folder, "conflictPolicy": "rename"})
     end = client.wait("recovery.completed", "recovery.error")
+    for event in client.events:
+        if event.get("event") == "recovery.fileStatus" and event["data"]["status"] not in ("running", "success"):
+            print(event["data"]["status"], event["data"]["detail"])
     print("recovery", json.dumps(end["data"], ensure_ascii=False))
 
 
