@@ -21,6 +21,7 @@ const QString kRoots = QStringLiteral("search/indexRoots");
 const QString kExcludeDirs = QStringLiteral("search/excludeDirs");
 const QString kFtsExtensions = QStringLiteral("search/ftsExtensions");
 const QString kMoreTextTypes = QStringLiteral("search/moreTextTypes");
+const QString kIndexedTextBytes = QStringLiteral("search/indexedTextBytes");
 const QString kAutoRebuild = QStringLiteral("search/autoRebuild");
 const QString kInotifyMaxDepth = QStringLiteral("search/inotifyMaxDepth");
 const QString kIncrementalIntervalHours = QStringLiteral("search/incrementalIntervalHours");
@@ -92,6 +93,7 @@ SearchSettings load(const Paths &paths)
     settings.excludeDirs = file.value(kExcludeDirs, initial.excludeDirs).toStringList();
     settings.ftsExtensions = file.value(kFtsExtensions, initial.ftsExtensions).toStringList();
     settings.moreTextTypes = file.value(kMoreTextTypes, initial.moreTextTypes).toBool();
+    settings.indexedTextBytes = intValue(file, kIndexedTextBytes, initial.indexedTextBytes);
     settings.autoRebuild = file.value(kAutoRebuild, initial.autoRebuild).toBool();
     settings.inotifyMaxDepth = intValue(file, kInotifyMaxDepth, initial.inotifyMaxDepth);
     settings.incrementalIntervalHours =
@@ -104,6 +106,8 @@ SearchSettings load(const Paths &paths)
     if (settings.excludeDirs.isEmpty())
         settings.excludeDirs = initial.excludeDirs;
     settings.ftsExtensions = withDocumentBlock(settings.ftsExtensions);
+    if (!textLengths().contains(settings.indexedTextBytes))
+        settings.indexedTextBytes = initial.indexedTextBytes;
     return settings;
 }
 
@@ -122,6 +126,7 @@ bool save(const Paths &paths, const SearchSettings &settings, QString *error)
     file.setValue(kExcludeDirs, settings.excludeDirs);
     file.setValue(kFtsExtensions, settings.ftsExtensions);
     file.setValue(kMoreTextTypes, settings.moreTextTypes);
+    file.setValue(kIndexedTextBytes, settings.indexedTextBytes);
     file.setValue(kAutoRebuild, settings.autoRebuild);
     file.setValue(kInotifyMaxDepth, settings.inotifyMaxDepth);
     file.setValue(kIncrementalIntervalHours, settings.incrementalIntervalHours);
@@ -167,6 +172,11 @@ QStringList contentExtensions(const SearchSettings &settings)
             result.append(extension);
     }
     return result;
+}
+
+QList<int> textLengths()
+{
+    return {16 * 1024, 256 * 1024, 16 * 1024 * 1024};
 }
 
 QStringList runtimePaths(const Paths &paths, const QStringList &stored)

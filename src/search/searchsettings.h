@@ -2,6 +2,7 @@
 
 #include "core/controllers/search/searchpathresolver.h"
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -13,6 +14,7 @@ struct SearchSettings
     QStringList excludeDirs; ///< Names that match at any depth, or absolute paths.
     QStringList ftsExtensions;
     bool moreTextTypes = true; ///< Mail, web pages, subtitles, logs and names in zip archives.
+    int indexedTextBytes = 16384; ///< Kept of each document; see textLengths().
     bool autoRebuild = true;
     int inotifyMaxDepth = 5;           ///< 0 has no limit, below 0 nothing is watched.
     int incrementalIntervalHours = 24; ///< 0 never refreshes by itself.
@@ -44,6 +46,9 @@ QStringList withDocumentBlock(const QStringList &extensions);
 
 /// All suffixes whose text is indexed: the list, and the further text types where they are on.
 QStringList contentExtensions(const SearchSettings &settings);
+
+/// What may be kept of a document, in bytes: 16 KB, 256 KB, or all of it up to 16 MB.
+QList<int> textLengths();
 
 /// Stored paths as this program can open them, and back. Plain names pass through.
 QStringList runtimePaths(const Paths &paths, const QStringList &stored);

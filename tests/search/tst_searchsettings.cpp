@@ -115,6 +115,8 @@ void TestSearchSettings::loadsWhatItSaved()
     settings.autoRebuild = false;
     settings.inotifyMaxDepth = 0;
     settings.incrementalIntervalHours = 6;
+    settings.moreTextTypes = false;
+    settings.indexedTextBytes = 262144;
     QString error;
     QVERIFY2(searchsettings::save(paths(AppMode::normal), settings, &error), qPrintable(error));
 
@@ -125,6 +127,8 @@ void TestSearchSettings::loadsWhatItSaved()
     QCOMPARE(loaded.autoRebuild, false);
     QCOMPARE(loaded.inotifyMaxDepth, 0);
     QCOMPARE(loaded.incrementalIntervalHours, 6);
+    QCOMPARE(loaded.indexedTextBytes, 262144);
+    QCOMPARE(searchsettings::contentExtensions(loaded), extensions);
 }
 
 void TestSearchSettings::readsListsAsOtherProgramsWriteThem()
@@ -132,12 +136,15 @@ void TestSearchSettings::readsListsAsOtherProgramsWriteThem()
     QFile file(paths(AppMode::normal).configPath);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("[search]\nindexRoots=/a, /b\nexcludeDirs=@Invalid()\nftsExtensions=\" TXT \"\n"
-               "inotifyMaxDepth=deep\nautoRebuild=false\n");
+               "inotifyMaxDepth=deep\nautoRebuild=false\nindexedTextBytes=77\n");
     file.close();
     const SearchSettings loaded = searchsettings::load(paths(AppMode::normal));
     QCOMPARE(loaded.roots, list("/a /b"));
     QCOMPARE(loaded.excludeDirs, list(kDefaultExcludes));
     QCOMPARE(loaded.ftsExtensions.size(), 18);
+    QCOMPARE(loaded.indexedTextBytes, 16384);
+    // Mail, pages and the like are a set of their own, on unless it was switched off.
+    QVERIFY(searchsettings::contentExtensions(loaded).contains(QStringLiteral("eml")));
     QCOMPARE(loaded.autoRebuild, false);
     QCOMPARE(loaded.inotifyMaxDepth, 5);
 }

@@ -94,6 +94,8 @@ void TestIndexSettingsDialog::givesBackWhatItWasGiven_data()
     settings.autoRebuild = false;
     settings.inotifyMaxDepth = 0;
     settings.incrementalIntervalHours = 12;
+    settings.moreTextTypes = false;
+    settings.indexedTextBytes = 262144;
     QTest::newRow("choices") << settings;
     settings.inotifyMaxDepth = 4;
     settings.incrementalIntervalHours = 7;
@@ -101,6 +103,7 @@ void TestIndexSettingsDialog::givesBackWhatItWasGiven_data()
     settings.inotifyMaxDepth = -1;
     settings.incrementalIntervalHours = 0;
     settings.autoRebuild = true;
+    settings.indexedTextBytes = 16 * 1024 * 1024;
     QTest::newRow("not watched") << settings;
     settings.roots.clear();
     settings.excludeDirs.clear();
@@ -122,6 +125,8 @@ void TestIndexSettingsDialog::givesBackWhatItWasGiven()
     QCOMPARE(result.roots, given.roots);
     QCOMPARE(result.excludeDirs, given.excludeDirs);
     QCOMPARE(result.ftsExtensions, given.ftsExtensions);
+    QCOMPARE(result.moreTextTypes, given.moreTextTypes);
+    QCOMPARE(result.indexedTextBytes, given.indexedTextBytes);
     QCOMPARE(result.autoRebuild, given.autoRebuild);
     QCOMPARE(result.inotifyMaxDepth, given.inotifyMaxDepth);
     QCOMPARE(result.incrementalIntervalHours, given.incrementalIntervalHours);

@@ -20,10 +20,9 @@ constexpr int layoutMs = 30000;
 /// characters is mere spacing.
 constexpr double columnGap = 2.5;
 constexpr double spacingGap = 0.6;
-/// A line that ends so far before the edge of its block ends the paragraph, and one that begins so
-/// far behind it begins one.
-constexpr double shortLine = 1.6;
-constexpr double indent = 1.2;
+/// What a wide character needs at the end of a line, and what a blank does.
+constexpr double wideNeeds = 1.6;
+constexpr double blankNeeds = 0.5;
 
 struct Box
 {
@@ -72,21 +71,28 @@ private:
     {
         m_block = boxOf(m_xml);
         m_line = Box();
+        m_lastLine = Box();
         m_sink.endParagraph();
     }
 
     void startLine()
     {
-        const Box line = boxOf(m_xml);
-        const bool isFirst = m_line.height <= 0;
-        const bool endsBefore = m_line.right < m_block.right - shortLine * m_line.height;
-        const bool isIndented = line.left > m_block.left + indent * line.height;
-        if (!isFirst && (endsBefore || isIndented))
+        m_lastLine = m_line;
+        m_line = boxOf(m_xml);
+        m_wordEnd = -1;
+    }
+
+    /// A line goes on in the next one if that one's first word had no room any more.
+    void breakLine(const Box &word, QChar first)
+    {
+        const double room = m_block.right - m_lastLine.right;
+        const double needed = text::isWide(first)
+                                  ? wideNeeds * m_lastLine.height
+                                  : word.right - word.left + blankNeeds * m_lastLine.height;
+        if (room > needed)
             m_sink.endParagraph();
         else
             m_sink.softBreak();
-        m_line = line;
-        m_wordEnd = -1;
     }
 
     void takeWord()
@@ -95,12 +101,14 @@ private:
         const QString word = m_xml.readElementText();
         if (word.isEmpty())
             return;
+        if (m_wordEnd < 0 && m_lastLine.height > 0)
+            breakLine(box, word.at(0));
         const double gap = box.left - m_wordEnd;
         if (m_wordEnd >= 0) {
-            const bool han = text::isHan(word.at(0)) && text::isHan(m_last);
+            const bool wide = text::isWide(word.at(0)) && text::isWide(m_last);
             if (gap > columnGap * box.height)
                 m_sink.endCell();
-            else if (!han || gap > spacingGap * box.height)
+            else if (!wide || gap > spacingGap * box.height)
                 m_sink.append(QLatin1Char(' '));
         }
         m_sink.append(word);
@@ -112,6 +120,7 @@ private:
     text::TextSink m_sink;
     Box m_block;
     Box m_line;
+    Box m_lastLine;        ///< Without height at the beginning of a block.
     double m_wordEnd = -1; ///< Below 0 at the beginning of a line.
     QChar m_last;
 };
@@ -132,10 +141,13 @@ IndexText readPdf(const QString &path, int maxBytes, const std::atomic_bool *can
     const ToolOutput output =
         ToolRunner::shared().run(QStringLiteral("pdftotext"), arguments, {layoutMs, room}, cancel);
     if (output.ended && output.exitCode == 0) {
+        // A tool in its place may print the text as it is.
+        if (!output.bytes.contains("<doc>"))
+            return {cutText(decodeToolText(output.bytes, output.cut)), output.cut};
         const QString text = textOfLayout(output.bytes, maxChars);
-        if (hasMeaningfulExtractedText(text))
-            return {text, output.cut || text.size() >= maxChars};
+        return {text, output.cut || text.size() >= maxChars};
     }
+    // One without places, or a document that is damaged behind some pages.
     const QString text = ContentExtractor::readContentSnippet(path, maxBytes, cancel);
     return {text, text.toUtf8().size() >= maxTextChars};
 }

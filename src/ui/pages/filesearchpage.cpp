@@ -53,6 +53,7 @@ IndexSettingsDialog::Settings shownSettings(const searchsettings::Paths &paths,
     shown.excludeDirs = searchsettings::runtimePaths(paths, settings.excludeDirs);
     shown.ftsExtensions = settings.ftsExtensions;
     shown.moreTextTypes = settings.moreTextTypes;
+    shown.indexedTextBytes = settings.indexedTextBytes;
     shown.autoRebuild = settings.autoRebuild;
     shown.inotifyMaxDepth = settings.inotifyMaxDepth;
     shown.incrementalIntervalHours = settings.incrementalIntervalHours;
@@ -67,6 +68,7 @@ SearchSettings storedSettings(const searchsettings::Paths &paths,
     settings.excludeDirs = searchsettings::storedPaths(paths, shown.excludeDirs);
     settings.ftsExtensions = shown.ftsExtensions;
     settings.moreTextTypes = shown.moreTextTypes;
+    settings.indexedTextBytes = shown.indexedTextBytes;
     settings.autoRebuild = shown.autoRebuild;
     settings.inotifyMaxDepth = shown.inotifyMaxDepth;
     settings.incrementalIntervalHours = shown.incrementalIntervalHours;

@@ -2,6 +2,7 @@
 
 #include "core/pathutil.h"
 #include "search/indexroots.h"
+#include "search/searchsettings.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/apptooltip.h"
 #include "ui/common/layoutmetrics.h"
@@ -62,6 +63,13 @@ QString patternsOf(const TypeGroup &group)
     for (const QString &extension : extensions)
         patterns.append(QStringLiteral("*.%1").arg(extension));
     return patterns.join(QStringLiteral(", "));
+}
+
+QString textLengthName(int bytes)
+{
+    if (bytes >= searchsettings::textLengths().constLast())
+        return IndexSettingsDialog::tr("全文（最多 16 MB）");
+    return QStringLiteral("%1 KB").arg(bytes / 1024);
 }
 
 /// Selects the item with that data. A value that the list doesn't offer gets an item of its own,
@@ -199,6 +207,12 @@ void IndexSettingsDialog::buildAdvancedCard(QVBoxLayout *column)
         AppToolTip::install(combo, tipTitle, tip);
         return combo;
     };
+    m_textLength = addRow(
+        tr("每个文档的索引长度:"), QStringLiteral("TextLengthCombo"), tr("每个文档的索引长度"),
+        tr("全文检索只能找到索引长度以内的文字。越长找到的越多，建立索引越慢，索引文件越大。"
+           "更改在下次构建索引时生效。"));
+    for (const int bytes : searchsettings::textLengths())
+        m_textLength->addItem(textLengthName(bytes), bytes);
     m_depth = addRow(tr("监控深度:"), QStringLiteral("WatchDepthCombo"), tr("监控深度"),
                      tr("程序会监控目录的文件变化以便更新索引，太深的目录会占用很多系统资源。"));
     for (const int depth : {3, 5, 8, 10})
@@ -264,6 +278,7 @@ IndexSettingsDialog::Settings IndexSettingsDialog::settings() const
             result.ftsExtensions += extensionsOf(kTypeGroups[i]);
     }
     result.moreTextTypes = m_moreTextTypes->isChecked();
+    result.indexedTextBytes = m_textLength->currentData().toInt();
     result.autoRebuild = m_autoRebuild->isChecked();
     result.inotifyMaxDepth = m_depth->currentData().toInt();
     result.incrementalIntervalHours = m_interval->currentData().toInt();
@@ -286,6 +301,7 @@ void IndexSettingsDialog::setSettings(const Settings &settings)
         m_typeBoxes.at(i)->setChecked(any);
     }
     m_moreTextTypes->setChecked(settings.moreTextTypes);
+    selectValue(m_textLength, settings.indexedTextBytes, textLengthName(settings.indexedTextBytes));
     m_autoRebuild->setChecked(settings.autoRebuild);
     selectValue(m_depth, settings.inotifyMaxDepth,
                 settings.inotifyMaxDepth < 0 ? tr("不监控")

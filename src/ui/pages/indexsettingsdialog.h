@@ -25,6 +25,7 @@ public:
         QStringList excludeDirs;
         QStringList ftsExtensions;
         bool moreTextTypes = true;
+        int indexedTextBytes = 16384;
         bool autoRebuild = true;
         int inotifyMaxDepth = 5;
         int incrementalIntervalHours = 24;
@@ -54,6 +55,7 @@ private:
     QListWidget *m_excludes = nullptr;
     QList<QCheckBox *> m_typeBoxes; ///< In the order of their extension groups.
     QCheckBox *m_moreTextTypes = nullptr;
+    QComboBox *m_textLength = nullptr;
     QComboBox *m_depth = nullptr;
     QComboBox *m_interval = nullptr;
     QCheckBox *m_autoRebuild = nullptr;

@@ -11,9 +11,6 @@ namespace filesearch {
 
 namespace {
 
-/// Longest text of one file that the index takes, in bytes of a plain file.
-constexpr int kMaxContentBytes = 16384;
-
 /// What cannot be made shows when the database is opened.
 void makeDatabaseFolder(const searchsettings::Paths &paths)
 {
@@ -71,7 +68,7 @@ void SearchEngines::startBuild(const SearchSettings &settings, bool fromScratch)
         Q_ARG(QStringList, searchsettings::effectiveExcludeDirs(m_paths, settings)),
         Q_ARG(QStringList, QStringList()),
         Q_ARG(QStringList, searchsettings::contentExtensions(settings)),
-        Q_ARG(int, kMaxContentBytes));
+        Q_ARG(int, settings.indexedTextBytes));
 }
 
 void SearchEngines::stopBuild()
@@ -87,7 +84,7 @@ void SearchEngines::restartWatcher(const SearchSettings &settings)
     m_watcher->setRoots(searchsettings::runtimePaths(m_paths, settings.roots));
     m_watcher->setIndexOptions(searchsettings::effectiveExcludeDirs(m_paths, settings),
                                QStringList(), searchsettings::contentExtensions(settings),
-                               kMaxContentBytes, settings.inotifyMaxDepth);
+                               settings.indexedTextBytes, settings.inotifyMaxDepth);
     m_watcher->start();
 }
 
