@@ -38,7 +38,7 @@ medium | systemtest)
 esac
 case ${1:-} in
 systemtest)
-    packages="$packages $other_images python3 qemu-system-x86 ovmf"
+    packages="$packages $other_images python3 qemu-system-x86 qemu-utils ovmf lvm2"
     ;;
 esac
 [ "${1:-}" != lint ] || packages="$packages clang clang-format clang-tidy codespell shellcheck python3"

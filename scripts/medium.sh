@@ -16,21 +16,12 @@ scripts/deps.sh medium
 out=build/medium
 mkdir -p "$out"
 packages=$(grep -v '^#' medium/packages.txt | tr -s ' \n' ',,' | sed 's/,$//')
-# What the kernel's initial RAM file system takes in; the rest of the tree comes in later.
-early="etc/udev etc/initramfs-tools etc/lvm etc/mdadm"
-# shellcheck disable=SC2086
-early_sum=$(cd medium/tree && find $early -type f -exec sha256sum {} + | sort | sha256sum | cut -c1-16)
 base=$out/base-$(echo "$packages" | sha256sum | cut -c1-16).tar
 
 if [ ! -f "$base" ]; then
-    rm -f "$out"/base-*.tar*
-    # Our rules are in the tree before the kernel makes its initial RAM file system, so that this is
-    # made once.
+    rm -f "$out"/base-*.tar
     mmdebstrap --variant=minbase --components=main --include="$packages" \
-        --essential-hook="tar -C medium/tree --owner=0 --group=0 -cf - $early | tar -C \"\$1\" -xf -" \
-        --dpkgopt=force-confold --dpkgopt=force-unsafe-io \
-        bookworm "$out/part.tar"
-    echo "$early_sum" >"$base.early"
+        --dpkgopt=force-unsafe-io bookworm "$out/part.tar"
     mv "$out/part.tar" "$base"
 fi
 
@@ -44,13 +35,13 @@ cp -a --no-preserve=ownership medium/tree/. "$root/"
 cp medium/configure.sh medium/install.sh "$root/"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
 cp -a /etc/apt/sources.list* "$root/etc/apt/" 2>/dev/null || true
-# No service is started in there, and update-initramfs runs at most once.
+# No service is started in there. The initial RAM file system, which takes in files of our tree, is
+# made anew once, by the trigger that installing the services causes.
 printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d"
 chmod +x "$root/usr/sbin/policy-rc.d"
 unshare --mount --pid --fork --kill-child bash -ec "
     mount -t proc proc '$root/proc'
     mount --bind /dev '$root/dev'
-    [ '$early_sum' = '$(cat "$base.early")' ] || chroot '$root' update-initramfs -u
     chroot '$root' apt-get update -q
     chroot '$root' sh /configure.sh
     chroot '$root' sh /install.sh"

@@ -56,8 +56,13 @@ class DirtyDisk:
 
     def fill(self, root):
         dice = random.Random(3)
-        os.makedirs(os.path.join(root, "etc"))
-        with open(os.path.join(root, "etc", "os-release"), "w") as file:
+        # On Btrfs the system is in a subvolume, as installers make it.
+        system = root
+        if "btrfs" in os.path.basename(self.path):
+            system = os.path.join(root, "@")
+            run("btrfs", "subvolume", "create", system)
+        os.makedirs(os.path.join(system, "etc"))
+        with open(os.path.join(system, "etc", "os-release"), "w") as file:
             file.write('PRETTY_NAME="Dirty system"\n')
         folder = os.path.join(root, "照片", "2024")
         os.makedirs(folder)

@@ -3,8 +3,10 @@
 import os
 import re
 import socket
+import struct
 import subprocess
 import time
+import zlib
 
 
 class Failure(Exception):
@@ -108,14 +110,29 @@ class Machine(Console):
                 time.sleep(0.1)
         self.connection.settimeout(1)
 
-    def screen(self, path):
-        """A picture of the screen, as PPM."""
+    def screen(self):
+        """What the screen shows."""
+        path = self.monitor + ".ppm"
+        if os.path.exists(path):
+            os.unlink(path)
         with socket.socket(socket.AF_UNIX) as monitor:
             monitor.connect(self.monitor)
             monitor.sendall(("screendump %s\n" % path).encode())
-            until = time.time() + 20
-            while time.time() < until and not (os.path.exists(path) and os.path.getsize(path) > 1000):
+            until = time.time() + 60
+            while time.time() < until:
+                picture = Picture.load(path)
+                if picture:
+                    return picture
                 time.sleep(0.2)
+        raise Failure("%s: no picture of the screen" % self.name)
+
+    def wait_for_screen(self, colours, limit):
+        """Whether the screen shows more colours than that within the time."""
+        until = time.time() + limit
+        while self.screen().colours() <= colours:
+            if time.time() > until:
+                return False
+        return True
 
     def wait_for_end(self, limit):
         self.process.wait(limit)
@@ -132,6 +149,44 @@ class Chroot(Console):
         inner.close()
         self.send("export TERM=dumb PAGER=cat LC_ALL=C.UTF-8; echo re''ady")
         self.expect(r"ready\n", 120)
+
+
+class Picture:
+    """Pixels of three bytes each."""
+
+    def __init__(self, width, height, pixels):
+        self.width = width
+        self.height = height
+        self.pixels = pixels
+
+    @staticmethod
+    def load(path):
+        """Of a PPM file; None while that is not complete."""
+        try:
+            with open(path, "rb") as file:
+                data = file.read()
+        except FileNotFoundError:
+            return None
+        head = re.match(rb"P6\s+(\d+)\s+(\d+)\s+255\s", data)
+        if not head:
+            return None
+        width, height = int(head.group(1)), int(head.group(2))
+        pixels = data[head.end():]
+        return Picture(width, height, pixels) if len(pixels) == 3 * width * height else None
+
+    def colours(self):
+        return len({self.pixels[at:at + 3] for at in range(0, len(self.pixels), 3)})
+
+    def save(self, path):
+        """As PNG."""
+        def chunk(kind, data):
+            return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+        line = 3 * self.width
+        rows = b"".join(b"\0" + self.pixels[at:at + line] for at in range(0, len(self.pixels), line))
+        with open(path, "wb") as file:
+            file.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", self.width, self.height, 8, 2, 0, 0, 0)) +
+                       chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
 
 
 class Report:

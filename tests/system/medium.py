@@ -7,13 +7,17 @@
 import os
 import re
 import shutil
+import string
 import sys
 
 from disks import HERE, DirtyDisk, digest, files_of, target_disk, tools_disk
 from machine import Failure, Machine, Report
+from systems import PASS_PHRASE, encrypted, on_lvm, swap, windows
 
 SOCKET = "/run/morvane/morvane-service-v1"
 BOOT = 900
+# A text console and an empty desktop have a few dozen.
+MANY_COLOURS = 150
 FIRMWARE = "/usr/share/OVMF/"
 
 
@@ -46,41 +50,83 @@ def written_sectors(machine):
     return dict(line.split() for line in lines.splitlines() if re.match(r"vd\w+ \d+$", line))
 
 
+def boots_to_window(machine, report):
+    machine.log_in("user", BOOT)
+    report.check("boots to a log-in", True)
+    report.attempt("the program runs", lambda: machine.run(
+        "for i in $(seq 300); do pgrep -x morvane >/dev/null && break; sleep 2; done; pgrep -x morvane", 900))
+    report.check("and its window is shown", machine.wait_for_screen(MANY_COLOURS, 600))
+
+
+def picture(machine, folder, name):
+    """Of the screen, as PNG."""
+    image = machine.screen()
+    image.save(os.path.join(folder, name + ".png"))
+    return image.colours() > MANY_COLOURS
+
+
+def looks_at_systems(machine, report, letters):
+    """Of the disks with installed systems: those that are found, and what stays off until it is asked for."""
+    report.attempt("no swap, no array and no volume has come up by itself", lambda: machine.run(
+        "[ $(wc -l </proc/swaps) = 1 ] && ! grep -q ^md /proc/mdstat"))
+    report.attempt("all disks are read-only for the kernel", lambda: machine.run(
+        "for d in /sys/block/vd*; do [ $(cat $d/ro) = 1 ] || { echo $d; false; }; done"))
+    report.attempt("the first system in disk order stands at /live_target", lambda: machine.run(
+        "grep -q 'Dirty system' /live_target/etc/os-release && findmnt -no SOURCE,OPTIONS /live_target | "
+        "grep '/dev/vda.*\\bro\\b'", 120))
+    listed = machine.run("sudo morvane-live-target list", 300)
+    for name, kind in (("Dirty system", "linux"), ("System on LVM", "linux"), ("Windows", "windows")):
+        report.check("%s is found" % name, re.search(r"\t%s\t%s" % (kind, name), listed), listed)
+    report.check("the system in a Btrfs subvolume is found", "/dev/vdc\tlinux" in listed, listed)
+    mount = "morvane-live-target mount /dev/%s && findmnt -no OPTIONS /live_target | grep -E '^ro(,|$)' && "
+    report.attempt("the encrypted system opens with its pass-phrase", lambda: machine.run(
+        "printf %s | sudo " % PASS_PHRASE + mount % letters["luks"] +
+        "grep 'Encrypted system' /live_target/etc/os-release", 300))
+    report.attempt("and not with another", lambda: machine.run(
+        "sudo umount /live_target; sudo cryptsetup close morvane-%s; ! printf wrong | sudo " % letters["luks"] +
+        "morvane-live-target mount /dev/%s && sudo morvane-live-target mount /dev/vda" % letters["luks"], 300))
+    report.attempt("Windows is mounted read-only", lambda: machine.run(
+        "sudo " + mount % letters["windows"] + "[ -d /live_target/Windows/System32 ]", 120))
+
+
 def full_test(way, iso, folder):
     report = Report("medium " + way)
     dirty = [DirtyDisk(folder, kind) for kind in ("ext4", "xfs", "btrfs")]
+    systems = [on_lvm(folder), encrypted(folder), windows(folder), swap(folder)]
     target = target_disk(folder)
     tools = tools_disk(folder, [os.path.join(HERE, "guest_client.py")])
+    source = dirty + systems
     arguments = firmware(way, folder) + medium(way, iso)
-    for number, path in enumerate([each.path for each in dirty] + [target, tools]):
+    for number, path in enumerate([each.path for each in source] + [target, tools]):
         arguments += disk(path, number)
+    names = dict(zip(("ext4", "xfs", "btrfs", "lvm", "luks", "windows", "swap", "target"),
+                     ("vd" + letter for letter in string.ascii_lowercase)))
     machine = Machine("medium-" + way, folder, arguments)
     try:
-        machine.log_in("user", BOOT)
-        report.check("boots to a log-in", True)
+        boots_to_window(machine, report)
+        report.check("draws its screen", picture(machine, folder, "medium-%s-start" % way))
         report.attempt("the recovery service runs, the vault service does not", lambda: machine.run(
             "systemctl is-active morvane-recoveryd.socket && ! systemctl is-active morvane-vaultd.service", 120))
-        report.attempt("the window of the program is shown", lambda: machine.run(
-            "for i in $(seq 120); do pgrep -x morvane >/dev/null && break; sleep 2; done; pgrep -x morvane", 600))
-        report.attempt("an installed system stands at /live_target", lambda: machine.run(
-            "grep -q 'Dirty system' /live_target/etc/os-release", 120))
         memory = int(machine.run("awk '/MemAvailable/ {print int($2 / 1024)}' /proc/meminfo"))
         report.check("leaves memory (%d of 1024 MiB)" % memory, memory > 300, memory)
+        looks_at_systems(machine, report, names)
         machine.run("sudo mkdir -p /tools && sudo mount -o ro /dev/disk/by-label/TOOLS /tools")
+        place = "/media/user/" + names["target"]
         report.attempt("a target is mounted when it is chosen", lambda: machine.run(
-            "sudo morvane-target mount /dev/vdd | grep -x /media/user/vdd", 120))
-        for letter, each in zip("abc", dirty):
+            "sudo morvane-target mount /dev/%s | grep -x %s" % (names["target"], place), 120))
+        for each, letter in zip(dirty, "abc"):
             report.attempt("scans and recovers " + each.path.rsplit("-", 1)[1], lambda: machine.run(
-                "python3 /tools/guest_client.py %s recover /dev/vd%s /media/user/vdd/%s" % (SOCKET, letter, letter), 900))
+                "python3 /tools/guest_client.py %s recover /dev/vd%s %s/%s" % (SOCKET, letter, place, letter), 900))
+        report.attempt("recovered files are the user's", lambda: machine.run(
+            "[ -z \"$(find %s -mindepth 1 -name lost+found -prune -o ! -user user -print)\" ]" % place))
         sectors = written_sectors(machine)
         report.check("the guest wrote nothing to the machine's disks",
-                     all(sectors.get("vd" + letter) == "0" for letter in "abc"), sectors)
-        picture = os.path.join(folder, "medium-%s.ppm" % way)
-        machine.screen(picture)
-        report.check("draws its screen", os.path.exists(picture))
-        machine.run("sudo umount /media/user/vdd && sync", 120)
+                     all(count == "0" for name, count in sectors.items() if name != names["target"]), sectors)
+        report.check("draws its screen", picture(machine, folder, "medium-%s-end" % way))
+        machine.run("sudo umount %s && sync" % place, 120)
     except Failure as failure:
         report.check("goes through", False, failure)
+        picture(machine, folder, "medium-%s-failed" % way)
     finally:
         machine.end()
     recovered = files_of(target, folder)
@@ -89,7 +135,8 @@ def full_test(way, iso, folder):
         report.check("deleted files of %s come back" % os.path.basename(each.path), not missing, missing)
         named = [path for value, path in each.lost.items() if recovered.get(value, "").endswith(path)]
         report.check("with their paths", len(named) == len(each.lost), "%d of %d" % (len(named), len(each.lost)))
-        report.check("the disk is unchanged bit for bit", digest(each.path) == each.before)
+    for each in source:
+        report.check("%s is unchanged bit for bit" % os.path.basename(each.path), digest(each.path) == each.before)
     return report.failures
 
 
@@ -99,12 +146,11 @@ def boot_test(way, iso, folder):
     dirty = DirtyDisk(folder, "ext4")
     machine = Machine("medium-" + way, folder, firmware(way, folder) + medium(way, iso) + disk(dirty.path, 0))
     try:
-        machine.log_in("user", BOOT)
-        report.check("boots to a log-in", True)
-        report.attempt("the window of the program is shown", lambda: machine.run(
-            "for i in $(seq 120); do pgrep -x morvane >/dev/null && break; sleep 2; done; pgrep -x morvane", 600))
+        boots_to_window(machine, report)
+        report.check("draws its screen", picture(machine, folder, "medium-" + way))
     except Failure as failure:
         report.check("goes through", False, failure)
+        picture(machine, folder, "medium-%s-failed" % way)
     finally:
         machine.end()
     report.check("the disk is unchanged bit for bit", digest(dirty.path) == dirty.before)
