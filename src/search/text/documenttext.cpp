@@ -35,7 +35,7 @@ bool hasSuffix(const QString &suffix, const char *list)
 bool isOfficeSuffix(const QString &suffix)
 {
     return hasSuffix(suffix, "doc docx xls xlsx ppt pptx wps et dps rtf html htm xhtml xht odt ods "
-                             "odp odg epub");
+                             "odp odg ofd epub");
 }
 
 Kind kindOfOffice(const QByteArray &head)
@@ -92,14 +92,16 @@ void readOle(const QString &path, TextSink *sink)
                 sink);
 }
 
-void readFile(Kind kind, QFile *file, const QString &path, TextSink *sink)
+void readFile(Kind kind, QFile *file, const QString &suffix, TextSink *sink)
+
 {
+    const QString path = file->fileName();
     switch (kind) {
     case Kind::Rtf:
         readRtf(file->read(maxFileBytes), sink);
         break;
     case Kind::Zip:
-        readZip(path, sink);
+        readZip(path, isOfficeSuffix(suffix), sink);
         break;
     case Kind::Ole:
         readOle(path, sink);
@@ -145,11 +147,12 @@ DocumentText readDocument(const QString &path, int maxPlainBytes, int maxChars)
     // Pipes and devices would block.
     if (!info.isFile() || !file.open(QIODevice::ReadOnly))
         return DocumentText();
-    const Kind kind = kindOf(file.peek(headBytes), info.suffix().toLower());
+    const QString suffix = info.suffix().toLower();
+    const Kind kind = kindOf(file.peek(headBytes), suffix);
     if (kind == Kind::Plain)
         return readPlain(&file, maxPlainBytes, maxChars);
     TextSink sink(maxChars);
-    readFile(kind, &file, path, &sink);
+    readFile(kind, &file, suffix, &sink);
     return {sink.text(), sink.isFull()};
 }
 

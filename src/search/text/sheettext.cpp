@@ -75,13 +75,18 @@ public:
         readSheetList(m_archive.read(QStringLiteral("xl/workbook.xml")));
         m_shared = readSharedStrings(m_archive.read(QStringLiteral("xl/sharedStrings.xml")));
         readStyles(m_archive.read(QStringLiteral("xl/styles.xml")));
+        bool hasSheets = false;
         const QStringList names = m_archive.names();
         for (const QString &name : names) {
             const bool isSheet = name.startsWith(QLatin1String("xl/worksheets/")) ||
                                  name.startsWith(QLatin1String("xl/chartsheets/"));
-            if (isSheet && name.endsWith(QLatin1String(".xml")) && !m_sink.isFull())
-                readSheet(m_archive.read(name));
+            if (!isSheet || !name.endsWith(QLatin1String(".xml")) || m_sink.isFull())
+                continue;
+            hasSheets = true;
+            readSheet(m_archive.read(name));
         }
+        if (!hasSheets) // Where a sheet lies elsewhere, at least what it refers to.
+            m_sink.appendParagraphs(m_shared.join(QLatin1Char('\n')));
     }
 
 private:

@@ -135,29 +135,34 @@ void readNames(const ZipArchive &archive, TextSink *sink)
     }
 }
 
+bool holds(const ZipArchive &archive, const char *prefix)
+{
+    const QStringList names = archive.names();
+    return std::any_of(names.cbegin(), names.cend(), [prefix](const QString &name) {
+        return name.startsWith(QLatin1String(prefix));
+    });
+}
+
 } // namespace
 
-void readZip(const QString &path, TextSink *sink)
+void readZip(const QString &path, bool isDocument, TextSink *sink)
 {
     ZipArchive archive(path);
     // Of a damaged directory the members before the damage are read.
     (void)archive.open();
-    const auto has = [&archive](const char *name) {
-        return archive.contains(QString::fromLatin1(name));
-    };
-    if (has("word/document.xml"))
+    if (holds(archive, "word/"))
         readWordDocument(archive, sink);
-    else if (has("xl/workbook.xml"))
+    else if (holds(archive, "xl/"))
         readSpreadsheet(archive, sink);
-    else if (has("ppt/presentation.xml"))
+    else if (holds(archive, "ppt/"))
         readPresentation(archive, sink);
-    else if (has("OFD.xml"))
+    else if (holds(archive, "OFD.xml"))
         readMembers(archive, ".*Content\\.xml", pageRules(), sink);
-    else if (has("META-INF/container.xml"))
+    else if (holds(archive, "META-INF/container.xml"))
         readBook(archive, sink);
-    else if (has("content.xml"))
+    else if (holds(archive, "content.xml"))
         readOpenDocument(archive, sink);
-    else
+    else if (!isDocument)
         readNames(archive, sink);
 }
 
