@@ -1,7 +1,5 @@
 #include "recoveryd/carve/magicindex.h"
 
-#include <cstring>
-
 namespace services::recoveryd {
 
 namespace {
@@ -19,6 +17,7 @@ MagicIndex::MagicIndex(const QVector<Carver> &carvers)
 void MagicIndex::add(const Carver &carver)
 {
     const int offset = int(carver.magic.offset % kSector);
+    addToFilter(carver.magic, offset);
     Place *place = nullptr;
     for (Place &known : m_places)
         if (known.offset == offset && int(known.carvers.size()) < kMaxBits)
@@ -34,6 +33,20 @@ void MagicIndex::add(const Carver &carver)
         for (int value = 0; value < 256; ++value)
             if (i >= carver.magic.length || uchar(carver.magic.bytes[i]) == value)
                 place->sets[size_t(i)][size_t(value)] |= bit;
+}
+
+void MagicIndex::addToFilter(const Magic &magic, int offset)
+{
+    if (offset == 0) {
+        const int pair = uchar(magic.bytes[0]) << 8 | uchar(magic.bytes[1]);
+        m_pairs[size_t(pair / 64)] |= quint64(1) << pair % 64;
+        return;
+    }
+    Word word;
+    word.offset = offset;
+    Q_ASSERT(magic.length >= int(sizeof(word.bytes)));
+    std::memcpy(word.bytes, magic.bytes, sizeof(word.bytes));
+    m_words.push_back(word);
 }
 
 bool MagicIndex::stands(const Magic &magic, const uchar *sector)

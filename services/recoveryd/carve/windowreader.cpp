@@ -8,6 +8,8 @@ namespace services::recoveryd {
 namespace {
 
 constexpr qint64 kReadAlignment = 4096;
+// Of the last window, so that a piece which reaches into the next one is in one place.
+constexpr qint64 kRoom = WindowReader::kMaxPiece + kReadAlignment;
 
 /// Several times faster here than memmem(), since the first byte of a token is seldom in the data.
 qint64 firstIn(const uchar *bytes, qint64 length, const char *token, qint64 tokenLength)
@@ -38,7 +40,6 @@ WindowReader::WindowReader(const MediaReader &media, const QVector<Range> &piece
         m_size += piece.length;
     }
     m_end = m_size;
-    m_window.resize(size_t(qMin(kWindow, m_size)));
 }
 
 const WindowReader::Piece *WindowReader::pieceAt(qint64 offset) const
@@ -64,46 +65,107 @@ QVector<Range> WindowReader::placesOf(qint64 offset, qint64 length) const
     return places;
 }
 
-bool WindowReader::fill(qint64 offset, qint64 least)
+/// The window around `offset` becomes the one that stays.
+void WindowReader::stay(qint64 offset)
+{
+    m_isAside = true;
+    if (!m_main.holds(offset, offset + 1) && m_side.holds(offset, offset + 1))
+        std::swap(m_main, m_side);
+}
+
+const WindowReader::Window *WindowReader::holding(qint64 from, qint64 to) const
+{
+    return m_main.holds(from, to) ? &m_main : m_side.holds(from, to) ? &m_side : nullptr;
+}
+
+const WindowReader::Window *WindowReader::fill(qint64 offset, qint64 least)
 {
     if (!m_error.isEmpty() || !m_mayGoOn())
-        return false;
+        return nullptr;
     const qint64 start = offset - offset % kReadAlignment;
-    const qint64 length = qMin(kWindow, m_size - start);
+    // Who has got to the end of a window reads on; who jumps ahead may need a few bytes only.
+    const Window *const before = holding(start, start + 1) ? holding(start, start + 1)
+                                 : start == m_side.end()   ? &m_side
+                                 : start == m_main.end()   ? &m_main
+                                                           : nullptr;
+    const qint64 wanted = before ? qMax(kPeep, 2 * before->length) : m_isAside ? kPeep : kWindow;
+    const qint64 length = qMin(qMin(kWindow, wanted), m_size - start);
     if (offset + least > start + length)
-        return false;
-    qint64 at = 0;
-    for (const Range &place : placesOf(start, length)) {
-        m_media.read(place.start, reinterpret_cast<char *>(m_window.data()) + at, place.length);
-        at += place.length;
+        return nullptr;
+    Window *const window = m_isAside ? &m_side : &m_main;
+    if (!takeNext(start, window)) {
+        window->buffer.resize(size_t(kRoom + length));
+        window->bytes = window->buffer.data() + kRoom;
+        window->start = start;
+        window->length = length;
+        readRun(start, window->buffer.data() + kRoom, length);
     }
     if (m_media.isGone()) {
-        m_length = 0;
+        m_main.length = m_side.length = 0;
         m_error = QStringLiteral("设备已断开");
-        return false;
+        return nullptr;
     }
-    m_start = start;
-    m_length = length;
-    m_bytesRead += length;
+    m_bytesRead += window->length;
+    const qint64 next = window->end();
+    if (before && window->length >= kWindow && next < m_size) {
+        if (!m_ahead)
+            m_ahead = std::make_unique<ReadAhead>(
+                [this](qint64 from, uchar *to, qint64 count) { readRun(from, to, count); });
+        m_ahead->begin(next, qMin(kWindow, m_size - next), kRoom, kRoom + kWindow);
+        m_aheadAt = next;
+    }
+    return window;
+}
+
+/// Makes the piece that was read ahead the window, with the bytes from `start` on before it. False
+/// if another place was wanted.
+bool WindowReader::takeNext(qint64 start, Window *window)
+{
+    const qint64 kept = m_aheadAt - start;
+    if (m_aheadAt < 0 || kept < 0 || kept > kRoom)
+        return false;
+    uchar end[kRoom];
+    if (kept > 0) {
+        const Window *const last = holding(start, m_aheadAt);
+        if (!last)
+            return false;
+        std::memcpy(end, last->bytes + (start - last->start), size_t(kept));
+    }
+    const qint64 read = m_ahead->take(m_aheadAt, &window->buffer);
+    m_aheadAt = -1;
+    if (read == 0)
+        return false;
+    uchar *const bytes = window->buffer.data() + kRoom - kept;
+    std::memcpy(bytes, end, size_t(kept));
+    window->bytes = bytes;
+    window->start = start;
+    window->length = kept + read;
     return true;
+}
+
+void WindowReader::readRun(qint64 offset, uchar *to, qint64 length) const
+{
+    for (const Range &place : placesOf(offset, length)) {
+        m_media.read(place.start, reinterpret_cast<char *>(to), place.length);
+        to += place.length;
+    }
 }
 
 const uchar *WindowReader::at(qint64 offset, qint64 length)
 {
     if (offset < 0 || length < 0 || length > kMaxPiece || offset > m_end || length > m_end - offset)
         return nullptr;
-    const bool isHeld = offset >= m_start && offset + length <= m_start + m_length;
-    if (!isHeld && !fill(offset, length))
-        return nullptr;
-    return m_window.data() + (offset - m_start);
+    const Window *window = holding(offset, offset + length);
+    if (!window)
+        window = fill(offset, length);
+    return window ? window->bytes + (offset - window->start) : nullptr;
 }
 
-WindowReader::Span WindowReader::span(qint64 offset)
+WindowReader::Span WindowReader::span(qint64 offset, qint64 least)
 {
-    const uchar *const bytes = at(offset, 1);
-    if (!bytes)
-        return Span();
-    return {bytes, qMin(m_start + m_length, m_end) - offset};
+    const uchar *const bytes = at(offset, least);
+    const Window *const window = holding(offset, offset + least);
+    return bytes && window ? Span{bytes, qMin(window->end(), m_end) - offset} : Span();
 }
 
 qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 tokenLength)
@@ -111,9 +173,9 @@ qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 toke
     to = qMin(to, m_end);
     while (from >= 0 && from + tokenLength <= to) {
         // A window that ends inside a possible hit is moved on before the search.
-        if (!at(from, tokenLength))
+        const Span held = span(from, tokenLength);
+        if (held.length < tokenLength)
             return -1;
-        const Span held = span(from);
         const qint64 length = qMin(held.length, to - from);
         const qint64 hit = firstIn(held.bytes, length, token, tokenLength);
         if (hit >= 0)

@@ -115,6 +115,7 @@ bool CarvingScanner::carveWithin(WindowReader &reader, const Carver &carver, qin
     const qint64 before = reader.bytesRead();
     QElapsedTimer clock;
     clock.start();
+    const WindowReader::Aside aside(reader, start);
     const bool isCarved = carver.carve(reader, start, file) && file->length > 0;
     m_carvingMs += clock.elapsed();
     reader.setEnd(end);
@@ -257,8 +258,13 @@ bool CarvingScanner::takeCarved(WindowReader &reader, const CarvedFile &file, qi
 
 bool CarvingScanner::sweep(WindowReader &reader, ScanObserver &observer)
 {
+    constexpr qint64 kTellEvery = 1024 * 1024;
+    qint64 toldAt = 0;
     while (m_at < reader.end()) {
-        observer.advanced(qMin(m_at, totalWork()));
+        if (m_at - toldAt >= kTellEvery) {
+            toldAt = m_at;
+            observer.advanced(qMin(m_at, totalWork()));
+        }
         if (!m_text.isOpen()) {
             m_at = nextCandidate(reader, m_at);
             if (m_at < 0)

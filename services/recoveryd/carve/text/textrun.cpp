@@ -3,6 +3,7 @@
 #include "recoveryd/carve/text/textkind.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace services::recoveryd {
 
@@ -30,7 +31,16 @@ bool TextRun::mayBegin(const uchar *sector)
     if ((sector[0] == 0xFF && sector[1] == 0xFE) || (sector[0] == 0xFE && sector[1] == 0xFF))
         return true;
     constexpr int kLooked = 64;
-    for (int i = 0; i < kLooked; ++i)
+    int i = 0;
+    // Eight bytes at a time, while none of them is below a space.
+    for (; i < kLooked; i += 8) {
+        quint64 word = 0;
+        std::memcpy(&word, sector + i, sizeof(word));
+        constexpr quint64 kOnes = 0x0101010101010101u;
+        if (((word - kOnes * 0x20) & ~word & (kOnes * 0x80)) != 0)
+            break;
+    }
+    for (; i < kLooked; ++i)
         if (sector[i] < 0x20 && sector[i] != '\t' && sector[i] != '\n' && sector[i] != '\r')
             return sector[i] == 0 && i >= kLeastBytes; // a short text, and zeros
     return true;
