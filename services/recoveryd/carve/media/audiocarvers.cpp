@@ -99,6 +99,9 @@ bool carveMp3(WindowReader &reader, qint64 start, CarvedFile *file)
         file->setEnd(end);
     else
         setPaddedEnd(mp3, at, file);
+    // Frames look alike: what has no tag in front may be the rest of a file.
+    if (tag == 0 && frames != told)
+        file->inside = Inside::Noise;
     return true;
 }
 
