@@ -317,6 +317,8 @@ void TestRecoverydExtUndelete::readsDamagedVolumes_data()
     QTest::addColumn<qint64>("wiped");  // bytes from the start of the volume
     QTest::addColumn<qint64>("before"); // bytes of the disk before the volume
     QTest::newRow("superblock") << words("-t ext4 -b 1024") << qint64(2048) << qint64(0);
+    QTest::newRow("superblock of a single group, left in the journal only")
+        << words("-t ext4 -b 4096") << qint64(4096) << qint64(0);
     QTest::newRow("superblock and descriptors")
         << words("-t ext4 -b 4096 -g 4096") << qint64(8192) << qint64(0);
     QTest::newRow("ext2, superblock and descriptors")
@@ -387,7 +389,8 @@ void TestRecoverydExtUndelete::findsFilesOfAnEarlierFormat()
     QVERIFY2(found.size() >= 195, qPrintable(QString::number(found.size())));
 }
 
-/// What ext2 leaves of a file: neither its name nor its size to the byte.
+/// What ext2 leaves of a file: neither its name nor its size to the byte, unless the contents tell
+/// it.
 void TestRecoverydExtUndelete::findsFilesByIndirectBlocks()
 {
     ExtImage image(m_imagePath, m_mountPoint);
@@ -396,18 +399,29 @@ void TestRecoverydExtUndelete::findsFilesByIndirectBlocks()
     Files files;
     files.insert(QStringLiteral("single"), noise(100000, 1));
     files.insert(QStringLiteral("double"), noise(3000000, 2));
+    files.insert(QStringLiteral("text"), QByteArray("a line of text\n").repeated(3000));
+    files.insert(QStringLiteral("zero at its end"), container(QStringLiteral("docx"), 60000));
     QVERIFY(fill(image, files));
     image.sync();
     QVERIFY(image.remount());
-    QVERIFY(image.remove(QStringLiteral("single")) && image.remove(QStringLiteral("double")));
+    for (auto file = files.cbegin(); file != files.cend(); ++file)
+        QVERIFY(image.remove(file.key()));
     QVERIFY(image.unmount());
 
     const auto media = mediaOf(m_imagePath);
-    const QVector<Finding> findings = scan(m_imagePath, ScanRequest::Mode::Deep, false);
-    QCOMPARE(findings.size(), 2);
-    for (const Finding &finding : findings) {
-        QVERIFY(finding.isDeleted && !finding.isSizeExact && finding.name.isEmpty());
-        QVERIFY(files.values().contains(bytesOf(*media, finding)));
+    for (const auto mode : {ScanRequest::Mode::Quick, ScanRequest::Mode::Deep}) {
+        const QVector<Finding> findings = scan(m_imagePath, mode, false);
+        QCOMPARE(findings.size(), files.size());
+        QByteArrayList kinds;
+        for (const Finding &finding : findings) {
+            QVERIFY(finding.isDeleted && finding.name.isEmpty());
+            QVERIFY(files.values().contains(bytesOf(*media, finding)));
+            QCOMPARE(finding.isSizeExact, !finding.extension.isEmpty());
+            QCOMPARE(finding.source == FindingSource::Hybrid, finding.isSizeExact);
+            kinds.append(finding.extension.toLatin1());
+        }
+        std::sort(kinds.begin(), kinds.end());
+        QCOMPARE(kinds, (QByteArrayList{"", "", "docx", "txt"}));
     }
 }
 

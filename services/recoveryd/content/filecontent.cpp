@@ -33,4 +33,13 @@ void FileContent::append(qint64 logical, qint64 physical, qint64 length)
         extents.append({logical, physical, length});
 }
 
+void FileContent::cutTo(qint64 newSize)
+{
+    size = newSize;
+    while (!extents.isEmpty() && extents.last().logical >= size)
+        extents.removeLast();
+    if (!extents.isEmpty())
+        extents.last().length = qMin(extents.last().length, size - extents.last().logical);
+}
+
 } // namespace services::recoveryd

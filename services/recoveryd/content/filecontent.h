@@ -56,6 +56,8 @@ struct FileContent
     void shift(qint64 by);
     /// Appends an extent, joined with the last one where it continues it. Call in ascending order.
     void append(qint64 logical, qint64 physical, qint64 length);
+    /// Ends the file earlier; extents behind the end go.
+    void cutTo(qint64 newSize);
 };
 
 } // namespace services::recoveryd

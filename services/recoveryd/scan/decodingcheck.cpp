@@ -1,6 +1,7 @@
 #include "recoveryd/scan/decodingcheck.h"
 
 #include "recoveryd/carve/magicindex.h"
+#include "recoveryd/carve/text/textrun.h"
 
 #include <QStringList>
 
@@ -47,21 +48,46 @@ bool isZeroFrom(WindowReader &reader, qint64 at)
     return rest != nullptr;
 }
 
-/// The file by the carver whose magic stands at its beginning; false if there is none.
+/// The file by the carver whose magic stands in its first sectors; false if there is none.
 bool carveWhole(WindowReader &reader, CarvedFile *file)
 {
     static const MagicIndex index(carvers());
     constexpr qint64 kSector = MagicIndex::kSector;
-    uchar sector[kSector] = {};
-    const qint64 length = qMin(kSector, reader.end());
-    const uchar *const head = reader.at(0, length);
-    if (!head)
-        return false;
-    std::memcpy(sector, head, size_t(length));
-    return index.visit(sector, [&](const Carver &carver, qint64 distance) {
-        *file = CarvedFile();
-        return distance == 0 && carver.carve(reader, 0, file);
-    });
+    constexpr qint64 kDiscMagic = 32768; // the only one that does not stand in the first sector
+    for (const qint64 at : {qint64(0), kDiscMagic}) {
+        uchar sector[kSector] = {};
+        const qint64 length = qMin(kSector, reader.end() - at);
+        const uchar *const bytes = length > 0 ? reader.at(at, length) : nullptr;
+        if (!bytes)
+            return false;
+        std::memcpy(sector, bytes, size_t(length));
+        const bool isCarved = index.visit(sector, [&](const Carver &carver, qint64 distance) {
+            *file = CarvedFile();
+            return distance == at && carver.carve(reader, 0, file);
+        });
+        if (isCarved)
+            return true;
+    }
+    return false;
+}
+
+/// The file as a text that goes on to its end.
+bool readAsText(WindowReader &reader, CarvedFile *file)
+{
+    constexpr qint64 kSector = MagicIndex::kSector;
+    TextRun text;
+    TextRun::Step step = TextRun::Step::More;
+    for (qint64 at = 0; at < reader.end() && step == TextRun::Step::More; at += kSector) {
+        const qint64 length = qMin(kSector, reader.end() - at);
+        const uchar *const sector = reader.at(at, length);
+        step = sector ? text.take(at, sector, length) : TextRun::Step::NoText;
+    }
+    return step != TextRun::Step::NoText && text.describe(reader, file);
+}
+
+bool isBroken(const CarvedFile &file)
+{
+    return file.isDamaged || (!hasEnd(file.evidence) && isFollowed(file.extension));
 }
 
 } // namespace
@@ -85,10 +111,39 @@ Finding::Check checkByDecoding(const MediaReader &media, const Finding &finding,
             return Finding::Check::None;
     if (!isKnown)
         return Finding::Check::None;
-    if (file.isDamaged || (!hasEnd(file.evidence) && isFollowed(file.extension)))
+    if (isBroken(file))
         return Finding::Check::Failed;
     const bool isAll = file.length == reader.size() || isZeroFrom(reader, file.length);
     return file.isDecoded && isAll ? Finding::Check::Passed : Finding::Check::None;
+}
+
+bool completeByContents(const MediaReader &media, qint64 blockSize,
+                        const std::function<bool()> &mayGoOn, Finding *finding)
+{
+    const QVector<Range> pieces = piecesOf(finding->content);
+    if (pieces.isEmpty())
+        return false;
+    WindowReader reader(media, pieces, mayGoOn);
+    CarvedFile file;
+    const bool isFormat = carveWhole(reader, &file);
+    if (isFormat && isBroken(file)) {
+        finding->contentCheck = Finding::Check::Failed;
+        return false;
+    }
+    if ((!isFormat || !hasEnd(file.evidence)) && !readAsText(reader, &file))
+        return false;
+    const qint64 lastBlock = (reader.size() - 1) / blockSize * blockSize;
+    if (file.length <= lastBlock || !isZeroFrom(reader, file.length))
+        return false;
+    finding->content.cutTo(file.length);
+    finding->source = FindingSource::Hybrid;
+    finding->type = file.type;
+    finding->extension = file.extension;
+    finding->isSizeExact = true;
+    // What is in the middle only a decoder has seen.
+    finding->evidence = file.isDecoded ? Evidence::End : Evidence::Structure;
+    finding->contentCheck = file.isDecoded ? Finding::Check::Passed : Finding::Check::None;
+    return true;
 }
 
 } // namespace services::recoveryd

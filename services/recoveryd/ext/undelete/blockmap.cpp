@@ -59,6 +59,8 @@ BlockMap MapReader::read(const Inode &inode, Order order, quint32 seed)
     m_order = order;
     m_seed = seed;
     BlockMap map = readOnce(inode, false);
+    if (!inode.is(Inode::Extents))
+        m_treeBlocks.insert(m_treeBlocks.end(), map.treeBlocks.begin(), map.treeBlocks.end());
     if (map.treeBlocks.empty() || (map.isComplete && fitsBlockCount(inode, map)))
         return map;
     // Parts of the tree were written at different times: the number of blocks shows which fit.

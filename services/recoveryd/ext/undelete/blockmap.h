@@ -3,6 +3,9 @@
 #include "recoveryd/content/filecontent.h"
 #include "recoveryd/ext/undelete/journal.h"
 
+#include <utility>
+#include <vector>
+
 namespace services::recoveryd::ext {
 
 /// The blocks of the volume in all the versions that are left of them. One thread.
@@ -87,6 +90,8 @@ public:
     /// The map of an inode as it stood at a time. `seed`: the start value of the inode's checksums,
     /// for volumes that keep them; parts with a wrong checksum are not taken.
     BlockMap read(const Inode &inode, Order order, quint32 seed);
+    /// The indirect blocks of all maps read so far, which are forgotten here.
+    std::vector<qint64> takeTreeBlocks() { return std::exchange(m_treeBlocks, {}); }
     /// Checksums are not looked at, for inodes of an earlier file system.
     void setChecked(bool isChecked) { m_isChecked = isChecked; }
 
@@ -117,6 +122,7 @@ private:
     qint64 m_unwritten = 0; ///< Blocks of the map being read that are allocated but not written.
     int m_nodes = 0;        ///< Of one file.
     qint64 m_allNodes = 0;
+    std::vector<qint64> m_treeBlocks;
 };
 
 /// The content of a file of `size` bytes by its map. Blocks whose newest bytes are only in the

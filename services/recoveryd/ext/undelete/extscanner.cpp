@@ -3,16 +3,19 @@
 #include "recoveryd/ext/undelete/blocksweep.h"
 #include "recoveryd/ext/undelete/freespace.h"
 
+#include <QElapsedTimer>
+
 #include <algorithm>
 
 namespace services::recoveryd::ext {
 
 namespace {
 
-// A quick scan looks for the directories of an earlier file system where the kernel puts them: at
-// the start of the groups.
+// A quick scan looks for the directories of an earlier file system, and for indirect blocks, where
+// the kernel puts them: at the start of the groups.
 constexpr qint64 kQuickSweepOfGroup = 8 * 1024 * 1024;
 constexpr qint64 kQuickSweep = 256 * 1024 * 1024;
+constexpr qint64 kQuickChecksMs = 3000;
 
 } // namespace
 
@@ -243,7 +246,7 @@ Ranges ExtScanner::rangesToSweep() const
 {
     if (m_context.request.isDeep())
         return m_free;
-    if (m_former->isEmpty())
+    if (m_former->isEmpty() && !m_indirect)
         return Ranges();
     const ExtSuperblock &super = m_layout.super();
     const qint64 step = super.blocksPerGroup * super.blockSize;
@@ -291,11 +294,20 @@ void ExtScanner::takeFreeBlock(qint64 block, const QByteArray &bytes)
 
 bool ExtScanner::reportFormer(ScanObserver &observer)
 {
-    const auto found = [&observer](Finding &&finding) {
-        return observer.mayGoOn() && observer.found(std::move(finding));
+    if (!m_former->report(m_layout.super().madeMs, observer))
+        return false;
+    if (!m_indirect)
+        return true;
+    m_indirect->leaveOut(m_maps->takeTreeBlocks());
+    QElapsedTimer clock;
+    clock.start();
+    const auto mayCheck = [this, &clock, &observer] {
+        return (m_context.request.isDeep() || clock.elapsed() < kQuickChecksMs) &&
+               observer.mayGoOn();
     };
-    return m_former->report(m_layout.super().madeMs, observer) &&
-           (!m_indirect || m_indirect->report(found));
+    return m_indirect->report(mayCheck, [&observer](Finding &&finding) {
+        return observer.mayGoOn() && observer.found(std::move(finding));
+    });
 }
 
 bool ExtScanner::reportExisting(ScanObserver &observer)

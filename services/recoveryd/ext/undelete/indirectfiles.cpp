@@ -1,5 +1,7 @@
 #include "recoveryd/ext/undelete/indirectfiles.h"
 
+#include "recoveryd/scan/decodingcheck.h"
+
 #include <QtEndian>
 
 #include <algorithm>
@@ -116,7 +118,8 @@ void IndirectFiles::markChildren()
     }
 }
 
-bool IndirectFiles::report(const std::function<bool(Finding &&finding)> &found)
+bool IndirectFiles::report(const std::function<bool()> &mayCheck,
+                           const std::function<bool(Finding &&finding)> &found)
 {
     std::sort(m_taken.begin(), m_taken.end(),
               [](const Pointers &a, const Pointers &b) { return a.block < b.block; });
@@ -130,7 +133,7 @@ bool IndirectFiles::report(const std::function<bool(Finding &&finding)> &found)
             std::binary_search(m_known.begin(), m_known.end(), single.block))
             continue;
         const BlockMap map = mapOf(single);
-        if (!map.runs.empty() && !found(describe(map)))
+        if (!map.runs.empty() && !found(describe(map, mayCheck)))
             return false;
     }
     return true;
@@ -170,17 +173,19 @@ const IndirectFiles::Pointers *IndirectFiles::nextLevel(const Pointers &pointers
     return next != m_doubles.end() && !m_isUsed[next->second] ? &m_taken[next->second] : nullptr;
 }
 
-Finding IndirectFiles::describe(const BlockMap &map) const
+Finding IndirectFiles::describe(const BlockMap &map, const std::function<bool()> &mayCheck) const
 {
     Finding finding;
     finding.isSizeExact = false;
     finding.isMapComplete = map.isComplete;
     finding.recency = 1;
-    finding.content.size = sizeOf(map);
     const qint64 size = m_layout.blockSize();
+    finding.content.size = map.runs.back().logicalEnd() * size;
     for (const Run &run : map.runs)
-        finding.content.append(run.logical * size, run.block * size,
-                               qMin(run.count * size, finding.content.size - run.logical * size));
+        finding.content.append(run.logical * size, run.block * size, run.count * size);
+    if (!map.isComplete || !mayCheck() ||
+        !completeByContents(m_layout.media(), size, mayCheck, &finding))
+        finding.content.cutTo(sizeOf(map));
     return finding;
 }
 

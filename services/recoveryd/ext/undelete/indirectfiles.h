@@ -11,8 +11,9 @@ namespace services::recoveryd::ext {
 
 /// Finds files by the indirect blocks that a deletion on ext2, or on ext3 before its journal was
 /// overwritten, leaves as they were. The inode is empty by then: name and times are lost, the first
-/// twelve blocks are those before the first indirect block, and the size is known only to the
-/// block. One thread.
+/// twelve blocks are those before the first one that is pointed to, and the size is known only to
+/// the block. The contents tell the rest: their end in the last block, and whether the first twelve
+/// were right. One thread.
 class IndirectFiles
 {
 public:
@@ -25,9 +26,14 @@ public:
     /// Remembers a block if it looks like an indirect block.
     void take(qint64 block, const QByteArray &bytes);
     /// A block that belongs to the map of a file found otherwise.
-    void leaveOut(qint64 block) { m_known.push_back(block); }
+    void leaveOut(const std::vector<qint64> &blocks)
+    {
+        m_known.insert(m_known.end(), blocks.begin(), blocks.end());
+    }
     /// Makes files of what was taken; `found` returns false to end.
-    [[nodiscard]] bool report(const std::function<bool(Finding &&finding)> &found);
+    /// Contents are read to find where files end while `mayCheck` allows.
+    [[nodiscard]] bool report(const std::function<bool()> &mayCheck,
+                              const std::function<bool(Finding &&finding)> &found);
 
 private:
     struct Pointers
@@ -47,7 +53,7 @@ private:
     BlockMap mapOf(const Pointers &single);
     const Pointers *nextLevel(const Pointers &single, const BlockMap &map) const;
     void append(const Pointers &pointers, int level, BlockMap *map);
-    Finding describe(const BlockMap &map) const;
+    Finding describe(const BlockMap &map, const std::function<bool()> &mayCheck) const;
     qint64 sizeOf(const BlockMap &map) const;
 
     const Layout &m_layout;
