@@ -51,10 +51,11 @@ bool isSame(const Finding &a, const Finding &b)
     return a.name == b.name && a.folder == b.folder && a.folderKnowledge == b.folderKnowledge &&
            a.source == b.source && a.modifiedMs == b.modifiedMs && a.deletedMs == b.deletedMs &&
            a.isDeleted == b.isDeleted && a.isSizeExact == b.isSizeExact &&
-           a.isMapComplete == b.isMapComplete && a.recency == b.recency &&
-           a.takenBytes == b.takenBytes && a.contentCheck == b.contentCheck && a.type == b.type &&
-           a.extension == b.extension && a.evidence == b.evidence &&
-           a.content.size == b.content.size && a.content.extents == b.content.extents &&
+           a.isMapComplete == b.isMapComplete && a.isMapGuessed == b.isMapGuessed &&
+           a.recency == b.recency && a.takenBytes == b.takenBytes &&
+           a.contentCheck == b.contentCheck && a.type == b.type && a.extension == b.extension &&
+           a.evidence == b.evidence && a.content.size == b.content.size &&
+           a.content.extents == b.content.extents &&
            a.content.inlineBytes == b.content.inlineBytes && contentKey(a) == contentKey(b);
 }
 
@@ -121,6 +122,14 @@ void TestRecoverydResults::grades_data()
             f.content.extents.first().length -= kBlock / 2;
         }),
         "fair 数据不全 1");
+    row("blocks worked out", with([](Finding &f) { f.isMapComplete = false; }), "fair 待核验 1");
+    row("by the rule of a driver", with([](Finding &f) { f.isMapGuessed = true; }),
+        "good 待核验 1");
+    row("by the rule, and decoded", with([](Finding &f) {
+            f.isMapGuessed = true;
+            f.contentCheck = Finding::Check::Passed;
+        }),
+        "excellent 目录完整 1");
     row("map lost", with([](Finding &f) {
             f.isMapComplete = false;
             f.content.extents.clear();
@@ -265,6 +274,13 @@ void TestRecoverydResults::keepsOneList_data()
         "/d/a.pdf 4000 metadata 目录完整|/特征扫描/PDF/f000000080.pdf 4000 carving ");
     row("end found by contents", {{unsized}, {carved(20, 9000, Evidence::End)}},
         "/d/u.pdf 9000 hybrid 边界已验证");
+    Finding inPieces = named("d/u.pdf", {{20, 1}, {30, 2}}, 3 * kBlock);
+    inPieces.isSizeExact = false;
+    row("carved across other files", {{inPieces}, {carved(20, 9000, Evidence::End)}},
+        "/d/u.pdf 12288 metadata 大小为估计|/特征扫描/PDF/f000000160.pdf 9000 carving ");
+    Finding decoded = carved(20, 9000, Evidence::End);
+    decoded.contentCheck = Finding::Check::Passed;
+    row("carved and decoded", {{inPieces}, {decoded}}, "/d/u.pdf 9000 hybrid 边界已验证");
     row("no end found by contents", {{unsized}, {carved(20, 9000, Evidence::Header)}},
         "/d/u.pdf 12288 metadata 大小为估计");
     row("outside of the device", {{named("x", {{200000, 1}}, 100)}}, "/x 100 metadata 数据不全");

@@ -46,7 +46,7 @@ void FileBook::add(const DirectoryEntry &entry, int folder, Life life, bool lack
     file.life = life;
     file.isContiguous = entry.isContiguous;
     file.lacksHighHalf = lacksHighHalf;
-    file.isChained = file.isSure = file.isDropped = file.isSplit = false;
+    file.isChained = file.isSure = file.isGuessed = file.isDropped = file.isSplit = false;
     m_names += entry.name;
     m_files.push_back(file);
 }
@@ -220,6 +220,7 @@ void FileBook::placeByGuess(std::size_t index)
         m_occupied.allotted(file.first, m_volume.grid.clustersFor(file.size),
                             file.allocatedMs() + kTimeStep, m_volume.grid, &isComplete);
     setRuns(index, runs, isComplete && isFirstKnown);
+    file.isGuessed = m_volume.grid.clustersFor(file.size) > 1;
 }
 
 /// Older Windows clears the high half of the number on deletion. Of all clusters with the same low
@@ -305,6 +306,7 @@ Finding FileBook::makeFinding(std::size_t index)
     finding.modifiedMs = file.modifiedMs;
     finding.isDeleted = file.life != Life::Live;
     finding.isMapComplete = file.isSure;
+    finding.isMapGuessed = file.isSure && file.isGuessed;
     finding.recency = quint64(qMax(qint64(0), file.allocatedMs()));
     if (m_recycleBin.restore(&finding.folder, &finding.name, &finding.deletedMs))
         finding.folderKnowledge = Finding::Folder::Full;

@@ -63,6 +63,7 @@ private:
         bool lacksHighHalf : 1;
         bool isChained : 1; ///< Its clusters are from the table.
         bool isSure : 1;    ///< Its clusters are known.
+        bool isGuessed : 1; ///< They were worked out, for want of a chain.
         bool isDropped : 1; ///< Another name of a file that is listed.
         bool isSplit : 1;   ///< Its clusters are in m_split.
 

@@ -47,6 +47,9 @@ struct Finding
     bool isDeleted = true;     ///< False: it still exists, on a volume that cannot be mounted.
     bool isSizeExact = true;   ///< False: the size was estimated, for instance from the blocks.
     bool isMapComplete = true; ///< False: some of the blocks are not known.
+    /// Blocks behind the first one were worked out from what was free then. A rule that mostly
+    /// holds, but that only the contents can confirm.
+    bool isMapGuessed = false;
     /// Which of two files last had a block: the greater value. A transaction, log sequence number
     /// or generation; comparable within one scanner only.
     quint64 recency = 0;

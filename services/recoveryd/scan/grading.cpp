@@ -152,14 +152,34 @@ void gradeCarved(const Finding &finding, Grade *grade)
 
 void gradeHybrid(const Finding &finding, Grade *grade)
 {
-    const bool isContainer = finding.evidence == Evidence::Container;
-    if (hasVerifiedEnd(finding) && finding.isMapComplete)
-        set(grade, isContainer ? kExcellent : kGood,
-            isContainer ? QString::fromUtf8(kContainerLabel) : QStringLiteral("边界已验证"),
-            QStringLiteral("名称与位置来自文件系统，文件结尾由内容确认"));
-    else
+    const QString known = finding.name.isEmpty() ? QStringLiteral("数据块位置来自文件系统")
+                                                 : QStringLiteral("名称与位置来自文件系统");
+    if (!hasVerifiedEnd(finding) || !finding.isMapComplete)
         set(grade, kFair, QStringLiteral("待核验"),
-            QStringLiteral("名称与位置来自文件系统，文件结尾由内容推断"));
+            QStringLiteral("%1，文件结尾由内容推断").arg(known));
+    else if (finding.evidence == Evidence::Container)
+        set(grade, kExcellent, QString::fromUtf8(kContainerLabel),
+            QStringLiteral("%1，文件结尾由内容确认").arg(known));
+    else if (finding.contentCheck == Finding::Check::Passed)
+        set(grade, kExcellent, QStringLiteral("边界已验证"),
+            QStringLiteral("%1，全部内容已成功解码或通过校验").arg(known));
+    else
+        set(grade, kGood, QStringLiteral("边界已验证"),
+            QStringLiteral("%1，文件结尾由内容确认").arg(known));
+}
+
+/// Of a file whose blocks are not all told by the file system.
+void gradeUnsureMap(const Finding &finding, const QString &origin, Grade *grade)
+{
+    const qint64 size = finding.content.size;
+    const qint64 mapped = mappedBytes(finding.content);
+    if (mapped >= size) {
+        set(grade, kFair, QStringLiteral("待核验"),
+            QStringLiteral("%1中没有全部数据块的位置，其余按当时的空闲空间推断").arg(origin));
+        return;
+    }
+    set(grade, levelOfShare(1.0 - double(mapped) / double(size)), QStringLiteral("数据不全"),
+        QStringLiteral("%1中只剩下一部分数据块的位置").arg(origin));
 }
 
 void gradeMapped(const Finding &finding, Grade *grade)
@@ -168,14 +188,13 @@ void gradeMapped(const Finding &finding, Grade *grade)
                                ? QStringLiteral("文件系统日志")
                                : QStringLiteral("文件系统元数据");
     if (!finding.isMapComplete) {
-        const double mapped = finding.content.size > 0 ? double(mappedBytes(finding.content)) /
-                                                             double(finding.content.size)
-                                                       : 0.0;
-        set(grade, levelOfShare(1.0 - mapped), QStringLiteral("数据不全"),
-            QStringLiteral("%1中只剩下一部分数据块的位置").arg(origin));
+        gradeUnsureMap(finding, origin, grade);
     } else if (!finding.isSizeExact) {
         set(grade, kUnsure, QStringLiteral("大小为估计"),
             QStringLiteral("数据块位置来自%1，文件的准确大小已丢失").arg(origin));
+    } else if (finding.isMapGuessed && finding.contentCheck != Finding::Check::Passed) {
+        set(grade, kGood, QStringLiteral("待核验"),
+            QStringLiteral("起始位置来自%1，其后的数据块按连续存放推断").arg(origin));
     } else if (finding.contentCheck == Finding::Check::Passed) {
         set(grade, kVerified, QString::fromUtf8(kWholeLabel),
             QStringLiteral("数据块位置来自%1，内容已通过校验").arg(origin));

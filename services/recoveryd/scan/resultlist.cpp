@@ -51,9 +51,30 @@ bool isInside(const Extent &extent, qint64 size)
            extent.length <= size - extent.physical;
 }
 
+/// Whether the blocks that the file system names are those of the carved file, which are the next
+/// ones as a rule.
+bool hasSamePlaces(const FileContent &known, const FileContent &carved)
+{
+    for (const Extent &extent : known.extents) {
+        const qint64 end = qMin(extent.logicalEnd(), carved.size);
+        for (const Extent &other : carved.extents) {
+            const bool isSeparate = other.logical >= end || other.logicalEnd() <= extent.logical;
+            if (!isSeparate && other.physical - other.logical != extent.physical - extent.logical)
+                return false;
+        }
+    }
+    return true;
+}
+
+/// A carved file is right for sure where it was decoded. Else what the file system says counts: the
+/// size, or the places.
 bool isCompletedBy(const Finding &known, const Finding &carved)
 {
-    return hasEnd(carved.evidence) && (!known.isSizeExact || !known.isMapComplete);
+    if (!hasEnd(carved.evidence) || (known.isSizeExact && known.isMapComplete))
+        return false;
+    const bool isSameSize = known.isSizeExact && known.content.size == carved.content.size;
+    return carved.contentCheck == Finding::Check::Passed || isSameSize ||
+           (!known.isSizeExact && hasSamePlaces(known.content, carved.content));
 }
 
 } // namespace
@@ -225,7 +246,7 @@ ResultList::Merge ResultList::mergeByStart(const Finding &finding)
             return Merge::Taken;
         }
         // Without an end of its own the carved one adds nothing.
-        if (!row.finding.isSizeExact || !row.finding.isMapComplete)
+        if (!hasEnd(finding.evidence) && (!row.finding.isSizeExact || !row.finding.isMapComplete))
             return Merge::Taken;
     }
     return Merge::New;

@@ -15,6 +15,7 @@ enum Flag : quint8 {
     HasModified = 8,
     HasDeleted = 16,
     IsFragmented = 32, ///< Has packed extents or inline bytes.
+    IsMapGuessed = 64,
 };
 
 quint8 flagsOf(const Finding &finding)
@@ -27,6 +28,7 @@ quint8 flagsOf(const Finding &finding)
     set(finding.isDeleted, IsDeleted);
     set(finding.isSizeExact, IsSizeExact);
     set(finding.isMapComplete, IsMapComplete);
+    set(finding.isMapGuessed, IsMapGuessed);
     set(finding.modifiedMs != Finding::kUnknownTime, HasModified);
     set(finding.deletedMs != Finding::kUnknownTime, HasDeleted);
     set(!finding.content.packed.isEmpty() || !finding.content.inlineBytes.isEmpty(), IsFragmented);
@@ -233,6 +235,7 @@ bool decode(PackedReader &from, Finding *finding)
     finding->isDeleted = flags & IsDeleted;
     finding->isSizeExact = flags & IsSizeExact;
     finding->isMapComplete = flags & IsMapComplete;
+    finding->isMapGuessed = flags & IsMapGuessed;
     finding->name = from.text();
     finding->content.size = from.signedNumber();
     if (!isPlace(finding->content.size))
