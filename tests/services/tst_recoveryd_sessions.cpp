@@ -242,8 +242,15 @@ void TestRecoverydSessions::pausesResumesAndStops()
     QTest::qWait(400); // that nothing comes can only be waited for
     QCOMPARE(client.events().size(), atPause);
     QVERIFY(!client.request(QStringLiteral("session.delete"), byId(id)).success);
+    const auto status = [&client, &id] {
+        return client.request(QStringLiteral("session.getDetail"), byId(id))
+            .data.value(QLatin1String("status"))
+            .toString();
+    };
+    QCOMPARE(status(), QStringLiteral("paused"));
 
     QVERIFY(client.request(QStringLiteral("scan.resume"), byId(id)).success);
+    QVERIFY(status() != QLatin1String("paused"));
     QCOMPARE(client.waitFor(id, {QStringLiteral("scan.completed")}).name,
              QStringLiteral("scan.completed"));
     QCOMPARE(client.filesFound(id).size(), 2);

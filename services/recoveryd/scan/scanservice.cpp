@@ -174,6 +174,13 @@ Reply ScanService::launch(const Prepared &prepared)
     return Reply::ok(sessionData(session.sessionId));
 }
 
+bool ScanService::isPaused(const QString &sessionId) const
+{
+    const auto it = m_running.find(sessionId);
+    return it != m_running.end() && it->second->control->isPaused() &&
+           !it->second->control->isStopped();
+}
+
 void ScanService::onProgress(const QString &sessionId, double percent, int filesFound,
                              qint64 elapsedMs, const QString &phaseText)
 {

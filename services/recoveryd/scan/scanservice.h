@@ -23,6 +23,8 @@ public:
     ~ScanService() override;
 
     bool isRunning(const QString &sessionId) const { return m_running.count(sessionId) > 0; }
+    /// Whether it was told to wait, and not told to go on or end since.
+    bool isPaused(const QString &sessionId) const;
 
 private:
     struct Running

@@ -94,7 +94,8 @@ Reply SessionService::detail(const QString &sessionId) const
     QJsonObject data = row(session);
     data.insert(QStringLiteral("fileSystem"), session.fileSystem);
     data.insert(QStringLiteral("elapsedMs"), session.elapsedMs);
-    data.insert(QStringLiteral("status"), session.status);
+    data.insert(QStringLiteral("status"),
+                m_scans.isPaused(sessionId) ? QStringLiteral("paused") : session.status);
     data.insert(QStringLiteral("scanSummary"),
                 QJsonObject{{QStringLiteral("filesFound"), session.filesFound},
                             {QStringLiteral("elapsedMs"), session.elapsedMs},
