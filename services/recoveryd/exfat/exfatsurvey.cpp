@@ -42,23 +42,14 @@ bool ExfatSurvey::walk(ScanObserver &observer)
         if (runs.isEmpty())
             runs.append({m_layout.rootCluster, 1});
         m_nodes.insert(m_layout.rootCluster, FolderTree::kRoot);
-        m_live.push_back({runs, FolderTree::kRoot, Life::Live});
+        m_queue.add({runs, FolderTree::kRoot, Life::Live});
     }
     return readQueued(observer);
 }
 
 bool ExfatSurvey::readQueued(ScanObserver &observer)
 {
-    while (!m_live.empty() || !m_lost.empty()) {
-        if (!observer.mayGoOn())
-            return false;
-        // What exists first: a directory that was moved has its former entry besides.
-        std::deque<Folder> &queue = m_live.empty() ? m_lost : m_live;
-        const Folder folder = queue.front();
-        queue.pop_front();
-        readFolder(folder);
-    }
-    return true;
+    return m_queue.readAll(observer, [this](const Folder &folder) { readFolder(folder); });
 }
 
 void ExfatSurvey::readFolder(const Folder &folder)
@@ -137,7 +128,7 @@ void ExfatSurvey::takeSubfolder(const fat::DirectoryEntry &entry, const Folder &
         }
     }
     m_nodes.insert(entry.firstCluster, node);
-    (life == Life::Live ? m_live : m_lost).push_back(folder);
+    m_queue.add(folder);
 }
 
 bool ExfatSurvey::sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer,

@@ -3,10 +3,9 @@
 #include "recoveryd/exfat/entryset.h"
 #include "recoveryd/exfat/exfatlayout.h"
 #include "recoveryd/fat/filebook.h"
+#include "recoveryd/fat/folderqueue.h"
 
 #include <QHash>
-
-#include <deque>
 
 namespace services::recoveryd::exfat {
 
@@ -54,8 +53,8 @@ private:
     fat::ClusterSet m_read; ///< Clusters whose entries are known.
     fat::FolderTree m_folders;
     QHash<quint32, int> m_nodes; ///< Of directories and swept clusters, by cluster.
-    std::deque<Folder> m_live;   ///< Still to be read.
-    std::deque<Folder> m_lost;
+    fat::FolderQueue<Folder> m_queue;
+
     QVector<quint32> m_orphans;
     QHash<quint32, int> m_slack; ///< See FileBook::slack().
     fat::FileBook m_book;

@@ -32,23 +32,14 @@ bool FatSurvey::walk(ScanObserver &observer)
         readFixedRoot();
     } else if (m_layout.grid.contains(m_layout.rootCluster)) {
         m_nodes.insert(m_layout.rootCluster, FolderTree::kRoot);
-        m_live.push_back({m_layout.rootCluster, FolderTree::kRoot, Life::Live});
+        m_queue.add({m_layout.rootCluster, FolderTree::kRoot, Life::Live});
     }
     return readQueued(observer);
 }
 
 bool FatSurvey::readQueued(ScanObserver &observer)
 {
-    while (!m_live.empty() || !m_lost.empty()) {
-        if (!observer.mayGoOn())
-            return false;
-        // What exists first: a directory that was moved has its former entry besides.
-        std::deque<Folder> &queue = m_live.empty() ? m_lost : m_live;
-        const Folder folder = queue.front();
-        queue.pop_front();
-        readFolder(folder);
-    }
-    return true;
+    return m_queue.readAll(observer, [this](const Folder &folder) { readFolder(folder); });
 }
 
 ClusterRuns FatSurvey::runsOf(const Folder &folder) const
@@ -193,7 +184,7 @@ void FatSurvey::takeSubfolder(const DirectoryEntry &entry, const Folder &parent,
     m_folders.place(node, parent.node, entry.name);
     m_nodes.insert(head, node);
     const Folder folder = {head, node, life};
-    (life == Life::Live ? m_live : m_lost).push_back(folder);
+    m_queue.add(folder);
 }
 
 bool FatSurvey::sweep(const Ranges &ranges, bool includesUsed, ScanObserver &observer, qint64 *done)

@@ -2,11 +2,10 @@
 
 #include "recoveryd/fat/fatlayout.h"
 #include "recoveryd/fat/filebook.h"
+#include "recoveryd/fat/folderqueue.h"
 #include "recoveryd/fat/shortentries.h"
 
 #include <QHash>
-
-#include <deque>
 
 namespace services::recoveryd::fat {
 
@@ -91,8 +90,8 @@ private:
     ClusterSet m_read; ///< Clusters whose entries are known.
     FolderTree m_folders;
     QHash<quint32, int> m_nodes; ///< Of directories by their first cluster.
-    std::deque<Folder> m_live;   ///< Still to be read.
-    std::deque<Folder> m_lost;
+    FolderQueue<Folder> m_queue;
+
     QVector<Folder> m_orphans;
     QVector<LoosePart> m_loose;
     QHash<quint32, int> m_slack; ///< See FileBook::slack().
