@@ -2,6 +2,7 @@
 
 #include "guard/guardcalls.h"
 #include "guard/guardconfig.h"
+#include "guard/guardfolders.h"
 #include "guard/guardmap.h"
 #include "guard/guardprocess.h"
 #include "guard/guardtalk.h"
@@ -112,12 +113,16 @@ static __attribute__((noinline)) enum GuardOutcome talk(struct GuardedDeletion *
 {
     if (guardServiceIsSilent())
         return GuardIsSilent;
-    const int parent = openParent(call);
+    /* The service opens the folder again for itself; the program's own descriptor names it as well.
+     */
+    const bool isOpen = call->name == call->path && call->folder >= 0;
+    const int parent = isOpen ? call->folder : openParent(call);
     if (parent < 0)
         return GuardGoAhead;
     const enum GuardOutcome outcome = guardTalk(
         map->uid, file, parent, call->name, call->nameLength, call->kind, &deletion->connection);
-    guardClose(parent);
+    if (!isOpen)
+        guardClose(parent);
     return outcome;
 }
 
@@ -163,10 +168,37 @@ static void keepFile(struct GuardedDeletion *deletion, const struct GuardMapHead
         guardReleaseSignals(&deletion->formerSignals);
 }
 
+/* The folder of an absolute path: looked at without opening it. The length of its path, 0 if it
+ * cannot be told. */
+static __attribute__((noinline)) size_t lookAtFolder(const struct Call *call,
+                                                     struct GuardStat *folder)
+{
+    const size_t length = (size_t)(call->name - call->path);
+    char parent[PATH_SIZE];
+    return call->path[0] == '/' && length > 1 && parentOf(call, parent, sizeof(parent)) &&
+                   guardStatAt(AT_FDCWD, parent, 0, folder)
+               ? length - 1
+               : 0;
+}
+
+/* Remembers the folder if nothing in it can be protected and the program names it canonically. */
+static void noteFolder(const struct GuardMapHeader *map, const struct Call *call, const char *path,
+                       size_t length, const struct GuardStat *folder)
+{
+    const size_t folderLength = (size_t)(call->name - call->path) - 1;
+    if (length == call->length && memcmp(path, call->path, length) == 0 &&
+        !guardConcernsFolder(map, path, folderLength))
+        guardNoteFolder(map, path, folderLength, folder);
+}
+
 static __attribute__((noinline)) void keep(struct GuardedDeletion *deletion,
                                            const struct GuardMapHeader *map,
                                            const struct Call *call, uint32_t uid)
 {
+    struct GuardStat folder;
+    const size_t folderLength = lookAtFolder(call, &folder);
+    if (folderLength != 0 && guardKnowsFolder(map, call->path, folderLength, &folder))
+        return;
     char path[PATH_SIZE];
     size_t length = pathByFolder(call, path);
     if (length != 0 && !isProtected(map, call, path, length, uid))
@@ -179,6 +211,8 @@ static __attribute__((noinline)) void keep(struct GuardedDeletion *deletion,
     if (length != 0 && isProtected(map, call, path, length, uid)) {
         path[length] = '\0';
         keepFile(deletion, map, call, uid, file, path);
+    } else if (length != 0 && folderLength != 0) {
+        noteFolder(map, call, path, length, &folder);
     }
     guardClose(file);
 }

@@ -223,6 +223,28 @@ int guardOwnerOf(const struct GuardMapHeader *map, const char *path, size_t leng
     return found;
 }
 
+bool guardConcernsFolder(const struct GuardMapHeader *map, const char *folder, size_t length)
+{
+    const struct GuardFolder *folders = at(map, map->folders.offset);
+    for (size_t prefix = length;; --prefix) {
+        if (prefix == length || prefix == 0 || folder[prefix] == '/') {
+            for (uint32_t i = findFolder(map, folder, prefix);
+                 i < map->folders.count && isPath(map, folders[i].path, folder, prefix); ++i) {
+                if (folders[i].kind == GuardProtected)
+                    return true;
+            }
+        }
+        if (prefix == 0)
+            break;
+    }
+    const struct GuardTrash *trashes = at(map, map->trashes.offset);
+    for (uint32_t i = 0; i < map->trashes.count; ++i) {
+        if (isPath(map, trashes[i].path, folder, length))
+            return true;
+    }
+    return guardIsBelowTrash(map, folder, length);
+}
+
 bool guardIsBelowTrash(const struct GuardMapHeader *map, const char *path, size_t length)
 {
     const struct GuardTrash *trashes = at(map, map->trashes.offset);

@@ -25,6 +25,10 @@ bool guardHasExtension(const struct GuardMapHeader *map, struct GuardTable exten
 int guardOwnerOf(const struct GuardMapHeader *map, const char *path, size_t length,
                  enum GuardKind kind, uint32_t preferredUid);
 
+/* Whether a file directly in the folder can be protected, for any owner and whatever its name.
+ * `folder`: absolute, canonical, no '/' at the end. */
+bool guardConcernsFolder(const struct GuardMapHeader *map, const char *folder, size_t length);
+
 /* Whether the path is below a trash; by text, without resolving links. */
 bool guardIsBelowTrash(const struct GuardMapHeader *map, const char *path, size_t length);
 bool guardIsTrashFolder(const struct GuardMapHeader *map, uint64_t device, uint64_t inode);

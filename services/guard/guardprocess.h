@@ -9,6 +9,8 @@ void guardProcessInit(void);
 
 /* The folder of maps and sockets. */
 const char *guardRunDir(void);
+/* Milliseconds that a deletion waits for the service at most. */
+int guardAnswerWait(void);
 /* The program runs with more rights than whoever started it. */
 bool guardIsSecureExecution(void);
 /* Whether the uid that the kernel shows is root's: in a user name space root appears as the

@@ -7,7 +7,7 @@
  * any.map and any.sock serve users that have neither.
  *
  * One connection a deletion:
- *   1. library: GuardRequest with two O_PATH descriptors, the file and its parent folder
+ *   1. library: GuardRequest with two descriptors, the file (O_PATH) and its parent folder
  *   2. service: GuardAnswer
  *   3. library: the real call, then GuardDone (the service checks for itself what has happened)
  *

@@ -72,10 +72,10 @@ static bool waitForAnswer(int connection)
 {
     struct pollfd wanted = {connection, POLLIN, 0};
 #ifdef SYS_poll
-    return syscall(SYS_poll, &wanted, 1, GUARD_ANSWER_WAIT_MS) == 1;
+    return syscall(SYS_poll, &wanted, 1, guardAnswerWait()) == 1;
 #else
     /* Architectures without poll have one ppoll, with 64-bit times. */
-    const int64_t wait[2] = {0, (int64_t)GUARD_ANSWER_WAIT_MS * 1000000};
+    const int64_t wait[2] = {0, (int64_t)guardAnswerWait() * 1000000};
     return syscall(SYS_ppoll, &wanted, 1, wait, NULL, 8) == 1;
 #endif
 }

@@ -12,7 +12,7 @@ enum GuardOutcome {
     GuardIsSilent, /* No answer in time, nobody there, queue full, or the vault cannot take it. */
 };
 
-/* Hands the two descriptors over and waits GUARD_ANSWER_WAIT_MS at most for the answer. `mapUid`
+/* Hands the two descriptors over and waits guardAnswerWait() at most for the answer. `mapUid`
  * names the socket. */
 enum GuardOutcome guardTalk(uint32_t mapUid, int file, int parent, const char *name, size_t length,
                             enum GuardKind kind, int *connection);

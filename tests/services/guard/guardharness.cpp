@@ -54,6 +54,7 @@ QProcessEnvironment GuardHarness::environment() const
     environment.insert(QStringLiteral("LD_PRELOAD"),
                        QStringLiteral(MORVANE_GUARD_TEST " ") + preload);
     environment.insert(QStringLiteral("MORVANE_GUARD_RUN_DIR"), text(runDir()));
+    environment.insert(QStringLiteral("MORVANE_GUARD_WAIT_MS"), QString::number(answerWaitMs));
     environment.insert(QStringLiteral("HOME"), text(home()));
     environment.insert(QStringLiteral("XDG_DATA_HOME"), text(home() + "/.local/share"));
     environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));

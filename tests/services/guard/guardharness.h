@@ -36,6 +36,8 @@ public:
     services::vaultd::HookService &hook() { return *m_hook; }
     /// As start() uses it; changes count from the next openFor() on.
     services::vaultd::UserProtection protection;
+    /// So long programs wait for the service. Only tests of a silent one need it short.
+    int answerWaitMs = 60 * 1000;
     QString preload; ///< Libraries behind the one that is tested.
 
     /// Makes the file and its folders.

@@ -8,11 +8,14 @@
 #include <QRandomGenerator>
 #include <QTest>
 
+#include <atomic>
 #include <fcntl.h>
 #include <functional>
 #include <grp.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace guard_test;
@@ -59,6 +62,8 @@ private slots:
     void letsNobodyUseAnothersSocketOrMap();
     void servesOthersWhileOneFloods();
     void distrustsTrashNotes();
+    void takesNoForeignFilesFromTheSpool();
+    void isNotFooledByAnExchange();
 
 private:
     QByteArray file(const char *name) { return m_guard->documents() + '/' + name; }
@@ -304,6 +309,55 @@ void TestGuardAttacks::distrustsTrashNotes()
     QCOMPARE(askAs(kOther, QByteArray::number(kOther), trash + "/files", "a.txt"),
              int(GuardNotWanted));
     QCOMPARE(m_guard->keeper().count(), 0);
+}
+
+void TestGuardAttacks::takesNoForeignFilesFromTheSpool()
+{
+    // Hard links to what is not the user's, in the user's spool, while the service is away.
+    m_guard->stop();
+    const QByteArray spool = m_guard->spool();
+    const struct
+    {
+        uid_t uid;
+        mode_t mode;
+    } files[] = {{0, 0600}, {0, 04755}, {kOther, 0600}, {kOther, 04755}, {kOwner, 0600}};
+    for (const auto &foreign : files) {
+        const QByteArray id =
+            QByteArray::number(foreign.uid) + '-' + QByteArray::number(foreign.mode, 8);
+        const QByteArray source = m_guard->elsewhere() + '/' + id;
+        QVERIFY(m_guard->write(source, id));
+        QVERIFY(::chown(source.constData(), foreign.uid, foreign.uid) == 0 &&
+                ::chmod(source.constData(), foreign.mode) == 0);
+        QVERIFY(::link(source.constData(), (spool + '/' + id + ".file").constData()) == 0);
+        QVERIFY(::symlink(file("gone.txt").constData(), (spool + '/' + id + ".path").constData()) ==
+                0);
+    }
+    QString error;
+    QVERIFY2(m_guard->start(&error), qPrintable(error));
+    QVERIFY(m_guard->waitForKept(1));
+    QCOMPARE(m_guard->keeper().files().first().content,
+             QByteArray::number(kOwner) + '-' + QByteArray("600"));
+}
+
+void TestGuardAttacks::isNotFooledByAnExchange()
+{
+    // One thread exchanges the user's file and one of root's as fast as it can.
+    const QByteArray secret = m_guard->elsewhere() + "/secret.txt";
+    QVERIFY(m_guard->write(secret, "secret") && ::chmod(secret.constData(), 0600) == 0);
+    const QByteArray name = file("a.txt");
+    std::atomic<bool> isOver{false};
+    std::thread attacker([&] {
+        while (!isOver)
+            ::syscall(SYS_renameat2, AT_FDCWD, name.constData(), AT_FDCWD, secret.constData(),
+                      2 /* RENAME_EXCHANGE */);
+    });
+    for (int i = 0; i < 1000; ++i)
+        askFor(m_guard->documents(), "a.txt");
+    isOver = true;
+    attacker.join();
+    const QVector<KeptFile> files = m_guard->keeper().files();
+    for (const KeptFile &kept : files)
+        QVERIFY(kept.content != "secret");
 }
 
 QTEST_GUILESS_MAIN(TestGuardAttacks)

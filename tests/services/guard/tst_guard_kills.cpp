@@ -12,9 +12,15 @@ using namespace guard_test;
 namespace {
 
 constexpr int kPrograms = 200;
-constexpr int kFilesEach = 20;
 constexpr int kAtOnce = 40;
 constexpr int kKills = 5;
+
+/// MORVANE_TEST_FILES for a long run.
+int filesEach()
+{
+    const int files = qEnvironmentVariableIntValue("MORVANE_TEST_FILES");
+    return files > 0 ? files : 20;
+}
 
 } // namespace
 
@@ -42,11 +48,12 @@ std::unique_ptr<QProcess> TestGuardKills::startService(const GuardHarness &guard
 
 void TestGuardKills::keepsEachFileOnce()
 {
+    const int filesOfEach = filesEach();
     GuardHarness guard;
     for (int i = 0; i < kPrograms; ++i) {
         const QByteArray dir = guard.documents() + '/' + QByteArray::number(i);
         QVERIFY(QDir().mkpath(text(dir)));
-        for (int j = 0; j < kFilesEach; ++j)
+        for (int j = 0; j < filesOfEach; ++j)
             QVERIFY(guard.write(dir + '/' + QByteArray::number(j) + ".txt", "x"));
     }
     std::unique_ptr<QProcess> service = startService(guard);
@@ -90,9 +97,9 @@ void TestGuardKills::keepsEachFileOnce()
     QHash<QByteArray, int> counts;
     for (const KeptFile &file : vault.files())
         ++counts[file.path];
-    for (int i = 0; i < kPrograms * kFilesEach; ++i) {
-        const QByteArray path = guard.documents() + '/' + QByteArray::number(i / kFilesEach) + '/' +
-                                QByteArray::number(i % kFilesEach) + ".txt";
+    for (int i = 0; i < kPrograms * filesOfEach; ++i) {
+        const QByteArray path = guard.documents() + '/' + QByteArray::number(i / filesOfEach) +
+                                '/' + QByteArray::number(i % filesOfEach) + ".txt";
         QVERIFY2(!exists(path), path.constData());
         QVERIFY2(
             counts.value(path) == 1,

@@ -102,7 +102,7 @@ void TestGuardProcess::saysNothingOfItself()
     QVERIFY(library.open(QIODevice::ReadOnly));
     const QByteArray bytes = library.readAll();
     QVERIFY(bytes.contains("/run/morvane-guard"));
-    QVERIFY(!bytes.contains("MORVANE_GUARD_RUN_DIR"));
+    QVERIFY(!bytes.contains("MORVANE_GUARD_"));
 }
 
 QTEST_GUILESS_MAIN(TestGuardProcess)

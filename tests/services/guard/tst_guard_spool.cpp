@@ -1,4 +1,5 @@
 // Deletions while the service is silent, and their adoption.
+#include "guard/guardprotocol.h"
 #include "guardharness.h"
 
 #include <QDir>
@@ -79,6 +80,7 @@ void TestGuardSpool::waitsForASlowServiceOnce()
     GuardHarness guard;
     QString error;
     QVERIFY2(guard.start(&error), qPrintable(error));
+    guard.answerWaitMs = GUARD_ANSWER_WAIT_MS;
     guard.keeper().setDelayMs(1000);
     for (int i = 0; i < 50; ++i)
         QVERIFY(guard.write(guard.documents() + '/' + QByteArray::number(i) + ".txt", "x"));
