@@ -6,11 +6,16 @@
 #include <QDebug>
 #include <QTimer>
 
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 namespace services {
 namespace vaultd {
 
 namespace {
 
+constexpr int kNice = 5;
 constexpr int kGroupMs = 50;       // Deletions of this time are recorded together.
 constexpr int kAgainMs = 1000;     // Between two looks at what is not settled.
 constexpr int kFrequentTries = 60; // After so many, contents that are in use wait longer.
@@ -63,6 +68,8 @@ bool VaultThread::start(QString *error)
     m_round->setSingleShot(true);
     QObject::connect(m_round, &QTimer::timeout, m_jobs, [this] { round(); });
     m_thread.start(m_jobs, QStringLiteral("vault"));
+    // Programs wait for the threads that take their files, and those for nobody.
+    m_jobs->post([] { ::setpriority(PRIO_PROCESS, id_t(::syscall(SYS_gettid)), kNice); });
     m_keeper.setWake([this] { wake(); });
     wake(); // For what an earlier process has left.
     return true;

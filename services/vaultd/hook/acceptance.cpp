@@ -125,24 +125,39 @@ Acceptance::Acceptance(const Protections &protections)
 void Acceptance::refreshMounts()
 {
     pollfd changed = {m_mountsChanged.get(), POLLPRI, 0};
-    if (::poll(&changed, 1, 0) > 0)
-        m_mounts = core::readMountTable();
+    if (::poll(&changed, 1, 0) <= 0)
+        return;
+    m_mounts = core::readMountTable();
+    releaseFolder();
 }
 
-bool Acceptance::openParent(const QByteArray &path, const struct stat &expected,
-                            AcceptedDeletion *accepted)
+bool Acceptance::openParent(const QByteArray &path, const struct stat &expected)
 {
+    releaseFolder();
     const core::Mount *mount = path.isEmpty() ? nullptr : core::mountOf(m_mounts, path);
     if (!mount || isServedByProgram(*mount))
         return false;
-    accepted->parent.reset(::open(path.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto folder = std::make_shared<const core::Descriptor>(
+        ::open(path.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat found;
-    return accepted->parent.isOpen() && ::fstat(accepted->parent.get(), &found) == 0 &&
-           isSame(found, expected) && pathOfDescriptor(accepted->parent.get()) == path;
+    if (!folder->isOpen() || ::fstat(folder->get(), &found) != 0 || !isSame(found, expected) ||
+        pathOfDescriptor(folder->get()) != path)
+        return false;
+    m_last.folder = folder;
+    m_last.status = found;
+    m_last.path = path;
+    return true;
+}
+
+/// By its inode; it may have been renamed since.
+bool Acceptance::isLastFolder(const struct stat &expected) const
+{
+    return m_last.folder && isSame(m_last.status, expected) &&
+           pathOfDescriptor(m_last.folder->get()) == m_last.path;
 }
 
 /// The sender lives in another mount name space, where the folder has another path.
-bool Acceptance::reopenByHandle(int parent, const struct stat &expected, AcceptedDeletion *accepted)
+bool Acceptance::reopenByHandle(int parent, const struct stat &expected)
 {
     union {
         file_handle handle;
@@ -161,7 +176,7 @@ bool Acceptance::reopenByHandle(int parent, const struct stat &expected, Accepte
             ::open(mount.mountPoint.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         const core::Descriptor found(
             base.isOpen() ? ::open_by_handle_at(base.get(), &handle, O_PATH | O_CLOEXEC) : -1);
-        if (found.isOpen() && openParent(pathOfDescriptor(found.get()), expected, accepted))
+        if (found.isOpen() && openParent(pathOfDescriptor(found.get()), expected))
             return true;
     }
     return false;
@@ -175,16 +190,17 @@ bool Acceptance::reopen(const DeletionRequest &request, AcceptedDeletion *accept
         !S_ISREG(file.st_mode) || !S_ISDIR(parent.st_mode))
         return fail(reason, QStringLiteral("不是普通文件"));
     refreshMounts();
-    if (!openParent(pathOfDescriptor(request.parent), parent, accepted) &&
-        !reopenByHandle(request.parent, parent, accepted))
+    if (!isLastFolder(parent) && !openParent(pathOfDescriptor(request.parent), parent) &&
+        !reopenByHandle(request.parent, parent))
         return fail(reason, QStringLiteral("无法确认文件所在的目录"));
-    accepted->file.reset(::openat(accepted->parent.get(), request.name.constData(),
+    accepted->parent = m_last.folder;
+    accepted->file.reset(::openat(accepted->parent->get(), request.name.constData(),
                                   O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!accepted->file.isOpen() || ::fstat(accepted->file.get(), &accepted->status) != 0 ||
         !isSame(accepted->status, file) || !S_ISREG(accepted->status.st_mode))
         return fail(reason, QStringLiteral("目录中没有以此为名的该文件"));
-    const QByteArray folder = pathOfDescriptor(accepted->parent.get());
-    accepted->path = folder == "/" ? folder + request.name : folder + '/' + request.name;
+    accepted->path =
+        m_last.path == "/" ? m_last.path + request.name : m_last.path + '/' + request.name;
     return true;
 }
 
@@ -218,7 +234,7 @@ bool Acceptance::judge(const DeletionRequest &request, AcceptedDeletion *accepte
         return fail(reason, QStringLiteral("请求无效"));
     if (!reopen(request, accepted, reason) || !findOwner(request, *snapshot, accepted, reason))
         return false;
-    if (!mayRemove(request.peer, accepted->parent.get(), accepted->status))
+    if (!mayRemove(request.peer, accepted->parent->get(), accepted->status))
         return fail(reason, QStringLiteral("请求者无权删除该文件"));
     const auto owner = snapshot->owners.constFind(accepted->owner);
     if (owner == snapshot->owners.constEnd() ||

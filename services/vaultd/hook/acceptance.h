@@ -6,6 +6,7 @@
 #include "guard/guardprotocol.h"
 #include "vaultd/hook/protections.h"
 
+#include <memory>
 #include <sys/stat.h>
 
 namespace services::vaultd {
@@ -25,7 +26,7 @@ struct DeletionRequest
 struct AcceptedDeletion
 {
     core::Descriptor file{-1};
-    core::Descriptor parent{-1};
+    std::shared_ptr<const core::Descriptor> parent; ///< Null until it is known.
     QByteArray path;
     QByteArray originalPath; ///< Empty: `path`.
     uid_t owner = uid_t(-1); ///< Whose vault takes it.
@@ -48,11 +49,23 @@ public:
     [[nodiscard]] bool judge(const DeletionRequest &request, AcceptedDeletion *accepted,
                              QString *reason);
 
+    /// The folder of the last deletion is kept open for the next one, which mostly is in it. A
+    /// folder that is open keeps its file system from being unmounted: not for long.
+    bool holdsFolder() const { return m_last.folder != nullptr; }
+    void releaseFolder() { m_last = Folder(); }
+
 private:
+    struct Folder
+    {
+        std::shared_ptr<const core::Descriptor> folder;
+        struct stat status = {};
+        QByteArray path;
+    };
+
     bool reopen(const DeletionRequest &request, AcceptedDeletion *accepted, QString *reason);
-    bool reopenByHandle(int parent, const struct stat &expected, AcceptedDeletion *accepted);
-    bool openParent(const QByteArray &path, const struct stat &expected,
-                    AcceptedDeletion *accepted);
+    bool reopenByHandle(int parent, const struct stat &expected);
+    bool openParent(const QByteArray &path, const struct stat &expected);
+    bool isLastFolder(const struct stat &expected) const;
     bool findOwner(const DeletionRequest &request, const ProtectionSnapshot &snapshot,
                    AcceptedDeletion *accepted, QString *reason) const;
     void refreshMounts();
@@ -60,6 +73,7 @@ private:
     const Protections &m_protections;
     core::Descriptor m_mountsChanged; ///< Of /proc/self/mountinfo.
     QVector<core::Mount> m_mounts;
+    Folder m_last;
 };
 
 /// The path of an open file as the kernel reports it; empty if it has none.

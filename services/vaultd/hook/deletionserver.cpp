@@ -27,6 +27,7 @@ constexpr int kBacklog = 4096;
 // Three descriptors each. Beyond that the user's own queue has to wait.
 constexpr size_t kMaxConversations = 256;
 constexpr std::chrono::milliseconds kRequestWait(2000); ///< Then a silent program is hung up on.
+constexpr int kFolderWaitMs = 2; ///< For the next deletion in the same folder.
 
 /// A listening socket that appears with its rights, in place of what is there.
 int listenAt(const QByteArray &path, quint32 user)
@@ -148,6 +149,8 @@ void DeletionServer::run()
     while (!m_isStopped) {
         const int count =
             ::epoll_wait(m_events.get(), events.data(), int(events.size()), nextWaitMs());
+        if (count == 0 && m_conversations.empty())
+            m_acceptance.releaseFolder();
         for (int i = 0; i < count; ++i) {
             const int socket = events[size_t(i)].data.fd;
             if (socket == m_listener.get()) {
@@ -173,7 +176,7 @@ int DeletionServer::nextWaitMs() const
         if (entry.second->hangUpAt != Clock::time_point::max())
             return int(kRequestWait.count() / 4);
     }
-    return -1;
+    return m_conversations.empty() && m_acceptance.holdsFolder() ? kFolderWaitMs : -1;
 }
 
 void DeletionServer::accept()
@@ -264,7 +267,7 @@ void DeletionServer::settle(const Conversation &conversation, bool isOver)
     if (!conversation.keeper)
         return;
     const AcceptedDeletion &deletion = conversation.deletion;
-    const bool isThere = holdsName(deletion.parent.get(), conversation.name, deletion.status);
+    const bool isThere = holdsName(deletion.parent->get(), conversation.name, deletion.status);
     if (isOver || !isThere)
         conversation.keeper->settle(conversation.id, !isThere);
     m_context.inHand.remove({deletion.status.st_dev, deletion.status.st_ino});

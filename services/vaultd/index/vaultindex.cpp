@@ -4,6 +4,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QHash>
 
 #include <algorithm>
 #include <vector>
@@ -12,7 +13,8 @@ namespace services::vaultd {
 
 namespace {
 
-constexpr int kFormat = 2;
+constexpr int kFormat = 3;
+constexpr qint64 kSpanSeconds = 256; ///< Files deleted within one are counted together.
 constexpr qint64 kNsPerSecond = 1000LL * 1000 * 1000;
 
 // The names are searched apart, so that a search reads no more than it has to.
@@ -23,6 +25,7 @@ constexpr char kSchema[] =
     " sealed INTEGER NOT NULL, vault BLOB NOT NULL);"
     "CREATE TABLE names(number INTEGER PRIMARY KEY, deleted INTEGER NOT NULL,"
     " folded TEXT NOT NULL);"
+    "CREATE TABLE spans(span INTEGER PRIMARY KEY, count INTEGER NOT NULL);"
     "CREATE TABLE totals(name TEXT PRIMARY KEY, value);"
     "INSERT INTO totals VALUES('count', 0), ('bytes', 0), ('stamp', x'');"
     "CREATE INDEX newest ON files(deleted DESC, id);"
@@ -56,6 +59,12 @@ QVector<VaultFile> allOf(SqliteQuery &query)
     return files;
 }
 
+/// Also of times before the epoch.
+qint64 spanOf(qint64 deletedAt)
+{
+    return deletedAt >= 0 ? deletedAt / kSpanSeconds : -((-deletedAt - 1) / kSpanSeconds) - 1;
+}
+
 qint64 nanoseconds(const struct timespec &time)
 {
     return qint64(quint64(time.tv_sec) * kNsPerSecond + quint64(time.tv_nsec));
@@ -75,13 +84,16 @@ class Writer
 {
 public:
     explicit Writer(const Sqlite &db)
-        : m_size(db, "SELECT number, size FROM files WHERE id = ?")
+        : m_size(db, "SELECT number, size, deleted FROM files WHERE id = ?")
         , m_removeFile(db, "DELETE FROM files WHERE number = ?")
         , m_removeName(db, "DELETE FROM names WHERE number = ?")
         , m_addFile(db, "INSERT INTO files(id, name, path, size, deleted, kept, inode, modified,"
                         " replaced, sealed, vault) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         , m_addName(db,
                     "INSERT INTO names(number, deleted, folded) VALUES(last_insert_rowid(), ?, ?)")
+        , m_makeSpan(db, "INSERT OR IGNORE INTO spans VALUES(?, 0)")
+        , m_addToSpan(db, "UPDATE spans SET count = count + ? WHERE span = ?")
+        , m_dropSpan(db, "DELETE FROM spans WHERE span = ? AND count <= 0")
         , m_addTotal(db, "UPDATE totals SET value = value + ? WHERE name = ?")
     {}
 
@@ -93,6 +105,7 @@ public:
         if (isThere) {
             --m_count;
             m_bytes -= m_size.number(1);
+            --m_spans[spanOf(m_size.number(2))];
         }
         m_size.reset();
         return !isThere || (m_removeFile.bind(number).run() && m_removeName.bind(number).run());
@@ -102,6 +115,7 @@ public:
         const VaultFile &file = indexed.file;
         ++m_count;
         m_bytes += file.fileSize;
+        ++m_spans[spanOf(file.deletedAt)];
         return m_addFile.bind(file.id)
                    .bind(file.fileName)
                    .bind(file.originalPath)
@@ -118,6 +132,10 @@ public:
     }
     bool finish()
     {
+        for (auto it = m_spans.cbegin(); it != m_spans.cend(); ++it)
+            if (!m_makeSpan.bind(it.key()).run() || !m_addToSpan.bind(*it).bind(it.key()).run() ||
+                !m_dropSpan.bind(it.key()).run())
+                return false;
         return m_addTotal.bind(m_count).bind(QStringLiteral("count")).run() &&
                m_addTotal.bind(m_bytes).bind(QStringLiteral("bytes")).run();
     }
@@ -128,7 +146,11 @@ private:
     SqliteQuery m_removeName;
     SqliteQuery m_addFile;
     SqliteQuery m_addName;
+    SqliteQuery m_makeSpan;
+    SqliteQuery m_addToSpan;
+    SqliteQuery m_dropSpan;
     SqliteQuery m_addTotal;
+    QHash<qint64, qint64> m_spans;
     qint64 m_count = 0;
     qint64 m_bytes = 0;
 };
@@ -198,9 +220,20 @@ bool VaultIndex::change(const QStringList &removed, const QVector<IndexedFile> &
     return false;
 }
 
-bool VaultIndex::setSealed(const QString &id)
+bool VaultIndex::setSealed(const QStringList &ids)
 {
-    return SqliteQuery(m_db, "UPDATE files SET sealed = 1 WHERE id = ?").bind(id).run();
+    if (ids.isEmpty())
+        return true;
+    bool isDone = m_db.run("BEGIN IMMEDIATE");
+    if (isDone) {
+        SqliteQuery query(m_db, "UPDATE files SET sealed = 1 WHERE id = ?");
+        for (const QString &id : ids)
+            isDone = isDone && query.bind(id).run();
+    }
+    if (isDone && m_db.run("COMMIT"))
+        return true;
+    m_db.run("ROLLBACK");
+    return false;
 }
 
 bool VaultIndex::setReplaced(const QString &id)
@@ -283,17 +316,38 @@ QVector<VaultFile> VaultIndex::page(int limit, int offset, const QString &filter
     const int length = qMin(limit, *totalCount - offset);
     if (length <= 0)
         return QVector<VaultFile>();
-    // From whichever end is nearer; what is passed over is read from the order alone.
+    // From whichever end is nearer. Whole spans are passed over by their counts, and within one
+    // what is passed over is read from the order alone.
     const int after = *totalCount - offset - length;
     const bool isFromEnd = after < offset;
+    int left = isFromEnd ? after : offset;
+    const qint64 span = passSpans(isFromEnd, &left);
     SqliteQuery query(
         m_db, isFromEnd
                   ? "SELECT" MORVANE_COLUMNS "FROM files WHERE number IN (SELECT number FROM files"
-                    " ORDER BY deleted, id DESC LIMIT ? OFFSET ?) ORDER BY deleted DESC, id"
+                    " WHERE deleted >= ? ORDER BY deleted, id DESC LIMIT ? OFFSET ?)"
+                    " ORDER BY deleted DESC, id"
                   : "SELECT" MORVANE_COLUMNS "FROM files WHERE number IN (SELECT number FROM files"
-                    " ORDER BY deleted DESC, id LIMIT ? OFFSET ?) ORDER BY deleted DESC, id");
-    query.bind(length).bind(isFromEnd ? after : offset);
+                    " WHERE deleted < ? ORDER BY deleted DESC, id LIMIT ? OFFSET ?)"
+                    " ORDER BY deleted DESC, id");
+    query.bind((isFromEnd ? span : span + 1) * kSpanSeconds).bind(length).bind(left);
     return allOf(query);
+}
+
+/// The first span, from one end of the list, that is not passed over whole. *left: how many files
+/// are to be passed over, in all and then from that span on.
+qint64 VaultIndex::passSpans(bool isFromEnd, int *left) const
+{
+    SqliteQuery spans(m_db, isFromEnd ? "SELECT span, count FROM spans ORDER BY span"
+                                      : "SELECT span, count FROM spans ORDER BY span DESC");
+    qint64 span = 0;
+    while (spans.next()) {
+        span = spans.number(0);
+        if (spans.number(1) > *left)
+            break;
+        *left -= int(spans.number(1));
+    }
+    return span;
 }
 
 /// One pass over all names; only the files of the page are read whole.

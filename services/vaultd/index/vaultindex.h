@@ -38,7 +38,7 @@ public:
     /// All of it, or nothing. Files that are in the index are replaced.
     [[nodiscard]] bool change(const QStringList &removed, const QVector<IndexedFile> &added,
                               QString *error);
-    [[nodiscard]] bool setSealed(const QString &id);
+    [[nodiscard]] bool setSealed(const QStringList &ids);
     [[nodiscard]] bool setReplaced(const QString &id);
 
     bool contains(const QString &id) const;
@@ -71,6 +71,7 @@ public:
 private:
     QVector<VaultFile> matches(int limit, int offset, const QByteArray &folded,
                                int *totalCount) const;
+    qint64 passSpans(bool isFromEnd, int *left) const;
     qint64 total(const char *name) const;
     bool isUsable();
     bool create();

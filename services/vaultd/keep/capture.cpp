@@ -8,8 +8,12 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <mutex>
+#include <set>
 #include <sys/ioctl.h>
+#include <sys/vfs.h>
 #include <sys/xattr.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace services::vaultd {
@@ -32,6 +36,11 @@ int openForReading(int file)
 
 int linkTo(int file, int dir, const QByteArray &name)
 {
+    // Root needs no way through /proc.
+    if (::linkat(file, "", dir, name.constData(), AT_EMPTY_PATH) == 0)
+        return 0;
+    if (errno != ENOENT)
+        return errno;
     return ::linkat(AT_FDCWD, throughProc(file).constData(), dir, name.constData(),
                     AT_SYMLINK_FOLLOW) == 0
                ? 0
@@ -147,6 +156,41 @@ int cloneFrom(int from, const struct stat &info, int dir, const QByteArray &name
     return linkTo(to.get(), dir, name);
 }
 
+/// File systems on which cloning was found to be unknown, so that each file need not try.
+class CloneMemory
+{
+public:
+    /// By type and id: a device number is given again.
+    using Key = std::tuple<long, int, int>;
+
+    static Key keyOf(int dir)
+    {
+        struct statfs info = {};
+        ::fstatfs(dir, &info);
+        return {long(info.f_type), info.f_fsid.__val[0], info.f_fsid.__val[1]};
+    }
+    bool isUnknownOn(const Key &key)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_keys.count(key) > 0;
+    }
+    void noteUnknownOn(const Key &key)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_keys.insert(key);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::set<Key> m_keys;
+};
+
+CloneMemory &cloneMemory()
+{
+    static CloneMemory memory;
+    return memory;
+}
+
 /// The same file through the mount that the folder is on: links and clones do not go from one mount
 /// of a file system to another.
 int reopenOn(int dir, int file)
@@ -172,13 +216,20 @@ bool isUnknownHere(int code)
 int takeIn(int file, const struct stat &info, int dir, const QByteArray &name, qint64 copyLimit,
            Means *means)
 {
+    const CloneMemory::Key fileSystem = CloneMemory::keyOf(dir);
+    const bool isWithoutClones = cloneMemory().isUnknownOn(fileSystem);
+    if (isWithoutClones && info.st_nlink == 1 && linkTo(file, dir, name) == 0) {
+        *means = Means::Link; // Nothing had to be read.
+        return 0;
+    }
     core::Descriptor from(openForReading(file));
-    if (!from.isOpen())
-        return errno;
     struct stat folder;
-    if (::fstat(dir, &folder) != 0)
+    if (!from.isOpen() || ::fstat(dir, &folder) != 0)
         return errno;
-    int code = cloneFrom(from.get(), info, dir, name);
+    int code = isWithoutClones ? EOPNOTSUPP : cloneFrom(from.get(), info, dir, name);
+    // EINVAL may be said of this file alone.
+    if (code == EOPNOTSUPP || code == ENOTTY)
+        cloneMemory().noteUnknownOn(fileSystem);
     if (code == EXDEV && folder.st_dev == info.st_dev) {
         from.reset(reopenOn(dir, file));
         if (!from.isOpen())

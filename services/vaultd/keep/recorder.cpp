@@ -166,14 +166,12 @@ void Recorder::sealAll(qint64 copyLimit)
     if (!m_hasUnsealed)
         return;
     const QVector<VaultFile> files = m_index.unsealed(kSealBatch);
-    bool areAllSealed = files.size() < kSealBatch;
-    for (const VaultFile &file : files) {
-        if (!sealOne(file, copyLimit))
-            areAllSealed = false;
-        else if (!m_index.setSealed(file.id))
-            areAllSealed = false;
-    }
-    m_hasUnsealed = !areAllSealed;
+    QStringList sealed;
+    for (const VaultFile &file : files)
+        if (sealOne(file, copyLimit))
+            sealed.append(file.id);
+    m_hasUnsealed =
+        !m_index.setSealed(sealed) || sealed.size() < files.size() || files.size() >= kSealBatch;
 }
 
 bool Recorder::sealOne(const VaultFile &file, qint64 copyLimit)

@@ -34,7 +34,8 @@ IndexedFile TestVaultdIndex::fileOf(int number)
     indexed.file.setPath("/home/u/文件夹 " + QByteArray::number(number % 7) + "/Name " +
                          QByteArray::number(number) + ".TXT");
     indexed.file.fileSize = 10;
-    indexed.file.deletedAt = indexed.file.keptSince = 1000 + number;
+    // About four are counted together.
+    indexed.file.deletedAt = indexed.file.keptSince = 1000 + 60 * number;
     return indexed;
 }
 
@@ -79,6 +80,21 @@ void TestVaultdIndex::pagesAndSearches()
     list.apply(VaultChanges());
     QCOMPARE(list.count(), 49);
     QCOMPARE(namesOn(list, 1, 0), QStringList(QStringLiteral("Name 48.TXT")));
+    // Gaps in the times, whole ones and in part; the page is longer than what lies between.
+    QStringList removed;
+    for (int i = 10; i < 45; ++i)
+        if (i % 8 != 0)
+            removed.append(fileOf(i).file.id);
+    QVERIFY(index.change(removed, {}, &error));
+    list.apply(VaultChanges());
+    all.clear();
+    for (int offset = 0; offset < list.count(); offset += 3)
+        all += namesOn(list, 3, offset);
+    expected.clear();
+    for (int i = 48; i >= 0; --i)
+        if (i < 10 || i >= 45 || i % 8 == 0)
+            expected.append(QStringLiteral("Name %1.TXT").arg(i));
+    QCOMPARE(all, expected);
 }
 
 /// A page of a long list costs about as much as one of a short list, and a start does not read all.
@@ -103,7 +119,8 @@ void TestVaultdIndex::staysQuickWithMany()
             QElapsedTimer timer;
             timer.start();
             FileIndex list;
-            if (!list.open(tree.path()) || list.page(100, 0, QString()).files.size() != 100)
+            if (!list.open(tree.path()) || list.page(100, 0, QString()).files.size() != 100 ||
+                list.page(100, count / 2, QString()).files.size() != 100)
                 return -1.0;
             best = qMin(best, timer.nsecsElapsed());
         }
