@@ -3,6 +3,7 @@
 // any two steps or make two folders of it stand on different disks.
 //
 //   MORVANE_TEST_DIE_AT=N       the process kills itself before its Nth call that changes something
+//   MORVANE_TEST_FULL_AT=N      from the Nth such call on, for three calls, the disk is full
 //   MORVANE_TEST_OTHER_DEVICE=1 no file can be renamed or linked from one folder into another
 //   MORVANE_TEST_NAMES_UNSYNCED=1 no folder can be flushed to the medium
 
@@ -18,12 +19,25 @@
 
 namespace {
 
-void step()
+int numberIn(const char *variable)
 {
-    static const char *const text = std::getenv("MORVANE_TEST_DIE_AT");
-    static std::atomic<int> left{text ? std::atoi(text) : 0};
-    if (text && --left == 0)
+    const char *const text = std::getenv(variable);
+    return text ? std::atoi(text) : 0;
+}
+
+/// True, with errno, if the call has to fail for want of space.
+bool isFull(bool needsSpace)
+{
+    static const int dieAt = numberIn("MORVANE_TEST_DIE_AT");
+    static const int fullAt = numberIn("MORVANE_TEST_FULL_AT");
+    static std::atomic<int> count{0};
+    const int now = ++count;
+    if (now == dieAt)
         ::kill(::getpid(), SIGKILL);
+    if (!needsSpace || fullAt == 0 || now < fullAt || now >= fullAt + 3)
+        return false;
+    errno = ENOSPC;
+    return true;
 }
 
 bool crossesDevices(const char *from, const char *to)
@@ -55,20 +69,20 @@ int __wrap_open(const char *path, int flags, ...)
         va_start(arguments, flags);
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
-        step();
+        if (isFull(true))
+            return -1;
     }
     return __real_open(path, flags, mode);
 }
 
 ssize_t __wrap_write(int fd, const void *bytes, size_t length)
 {
-    step();
-    return __real_write(fd, bytes, length);
+    return isFull(true) ? -1 : __real_write(fd, bytes, length);
 }
 
 int __wrap_fsync(int fd)
 {
-    step();
+    isFull(false);
     struct stat info;
     if (std::getenv("MORVANE_TEST_NAMES_UNSYNCED") && ::fstat(fd, &info) == 0 &&
         S_ISDIR(info.st_mode)) {
@@ -80,34 +94,34 @@ int __wrap_fsync(int fd)
 
 int __wrap_mkdir(const char *path, mode_t mode)
 {
-    step();
-    return __real_mkdir(path, mode);
+    return isFull(true) ? -1 : __real_mkdir(path, mode);
 }
 
 int __wrap_unlink(const char *path)
 {
-    step();
+    isFull(false);
     return __real_unlink(path);
 }
 
 int __wrap_link(const char *from, const char *to)
 {
-    step();
+    if (isFull(true))
+        return -1;
     errno = EXDEV;
     return crossesDevices(from, to) ? -1 : __real_link(from, to);
 }
 
 int __wrap_rename(const char *from, const char *to)
 {
-    step();
+    if (isFull(true))
+        return -1;
     errno = EXDEV;
     return crossesDevices(from, to) ? -1 : __real_rename(from, to);
 }
 
 int __wrap_renameat2(int fromFd, const char *from, int toFd, const char *to, unsigned flags)
 {
-    step();
-    return __real_renameat2(fromFd, from, toFd, to, flags);
+    return isFull(true) ? -1 : __real_renameat2(fromFd, from, toFd, to, flags);
 }
 
 } // extern "C"

@@ -6,7 +6,8 @@
 namespace {
 
 const QByteArray kContent = QByteArray("content of the one file ").repeated(5000);
-constexpr int kMaxSteps = 60; // Far more than any run here takes.
+constexpr int kMaxSteps = 60;  // Far more than any run here takes.
+constexpr int kFullSteps = 24; // As many as the longest of them.
 
 } // namespace
 
@@ -18,6 +19,8 @@ class TestVaultdKills : public QObject
 private slots:
     void losesNothing_data();
     void losesNothing();
+    void losesNothingOnAFullDisk_data();
+    void losesNothingOnAFullDisk();
     void keepsWhatMayBeTheOnlyOne();
 
 private:
@@ -109,6 +112,52 @@ void TestVaultdKills::losesNothing()
         QVERIFY(wasKilled || vaultd.list().size() == (isProtect ? 1 : 0));
     }
     QVERIFY2(step > stepCount, qPrintable(QString::number(step)));
+}
+
+void TestVaultdKills::losesNothingOnAFullDisk_data()
+{
+    QTest::addColumn<QByteArray>("operation");
+    QTest::addColumn<bool>("isOtherDevice");
+    QTest::newRow("protect from another disk") << QByteArray("protect") << true;
+    QTest::newRow("restore") << QByteArray("restoreFiles") << false;
+    QTest::newRow("restore to another disk") << QByteArray("restoreFiles") << true;
+    QTest::newRow("delete") << QByteArray("deleteFiles") << false;
+}
+
+/// Full for as long as three steps, from each second one on.
+void TestVaultdKills::losesNothingOnAFullDisk()
+{
+    QFETCH(QByteArray, operation);
+    QFETCH(bool, isOtherDevice);
+    const bool isProtect = operation == "protect";
+    int failures = 0;
+    for (int step = 1; step < kFullSteps; step += 2) {
+        VaultdProcess vaultd;
+        const QString source = vaultd.tree.file("home/a.txt", kContent);
+        vaultd.tree.file("out/a.txt", "another");
+        VaultdProcess::Faults faults{
+            {QStringLiteral("MORVANE_TEST_FULL_AT"), QString::number(step)}};
+        if (isOtherDevice)
+            faults.insert(QStringLiteral("MORVANE_TEST_OTHER_DEVICE"), QStringLiteral("1"));
+        bool isDone = false;
+        if (isProtect) {
+            isDone = !vaultd.protect({source}, faults).isEmpty();
+        } else {
+            const QStringList ids = vaultd.protect({source});
+            QCOMPARE(ids.size(), 1);
+            const QJsonObject params{{QStringLiteral("fileIds"), QJsonArray::fromStringList(ids)},
+                                     {QStringLiteral("targetDir"), vaultd.tree.path("out")}};
+            isDone = vaultd.start(faults) && vaultd.authenticate() &&
+                     vaultd.ask(operation.constData(), params)
+                         .data.value(QLatin1String("success"))
+                         .toBool();
+        }
+        failures += isDone ? 0 : 1;
+        QVERIFY(vaultd.start());
+        const QString amiss = amissIn(vaultd, operation);
+        QVERIFY2(amiss.isEmpty(), qPrintable(QStringLiteral("step %1: %2").arg(step).arg(amiss)));
+    }
+    QVERIFY(failures > 0);
 }
 
 /// A name that may not be on the medium yet is not relied upon.
