@@ -21,7 +21,8 @@ ROOMS = {
     "core/controllers": ["core/ipc", "ui/common/models", "ui/common/utils"],
     "core/controllers/search": ["search"],
     "core/controllers/upgrade": ["core/ipc"],
-    "search": ["core/controllers/search"],
+    "search": ["core/controllers/search", "search/text"],
+    "search/text": [],
     "analyzer": [],
     "wechat": ["analyzer"],
     "share": ["core/ipc"],
@@ -32,7 +33,9 @@ ROOMS = {
     "services": ["core/ipc", "vault"],
 }
 ENGINES = [room for room in ROOMS if room != "services"]
+ROOMS["extract"] = ["search/text"]
 ROOMS["ui/pages"] = ENGINES
+ROOMS["cli"] = ["core/ipc", "core/controllers/search", "search", "analyzer", "share"]
 ROOMS["app"] = ENGINES + ["ui/pages"]
 
 # Pages never include each other; flows in app connect them. These are the dialogs and parts that a
