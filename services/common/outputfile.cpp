@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace services {
@@ -35,6 +36,26 @@ bool syncDirectory(const QString &dir)
     const bool isSynced = ::fsync(fd) == 0;
     ::close(fd);
     return isSynced;
+}
+
+int makeOutputFolder(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    if (::mkdir(name.constData(), 0755) != 0)
+        return errno;
+    struct stat around = {};
+    if (::geteuid() == 0 &&
+        ::stat(QFile::encodeName(QFileInfo(path).path()).constData(), &around) == 0)
+        (void)!::lchown(name.constData(), around.st_uid, around.st_gid);
+    return 0;
+}
+
+bool makeOutputPath(const QString &path)
+{
+    if (QFileInfo(path).isDir())
+        return true;
+    const QString above = QFileInfo(path).path();
+    return above != path && makeOutputPath(above) && makeOutputFolder(path) == 0;
 }
 
 OutputFile::OutputFile(const QString &dir, const QString &temporaryName)
@@ -132,6 +153,13 @@ void OutputFile::setAttributes(const struct stat &info)
     ::fchmod(m_fd, info.st_mode & (isOwner ? 0777 : 0700));
     const struct timespec times[] = {info.st_atim, info.st_mtim};
     ::futimens(m_fd, times);
+}
+
+void OutputFile::giveToFolderOwner()
+{
+    struct stat folder = {};
+    if (::geteuid() == 0 && ::stat(QFile::encodeName(m_dir).constData(), &folder) == 0)
+        (void)!::fchown(m_fd, folder.st_uid, folder.st_gid);
 }
 
 void OutputFile::setModified(qint64 ms)

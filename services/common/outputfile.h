@@ -38,6 +38,9 @@ public:
     /// Gives the file the owner, permissions (without set-id bits) and times of another, as far as
     /// the file system and the rights of this process go.
     void setAttributes(const struct stat &info);
+    /// As root: the file becomes that of its folder's owner, who is to read it. Where the file
+    /// system has no owners, nothing happens.
+    void giveToFolderOwner();
     /// The modification time, in milliseconds since the epoch; where the file system can hold it.
     void setModified(qint64 ms);
     /// To the medium.
@@ -66,6 +69,12 @@ private:
 
 /// Flushes the names in a directory to the medium.
 bool syncDirectory(const QString &dir);
+
+/// Makes one folder for files that users are to read: as root, it gets the owner of the folder
+/// around it. 0 or an errno, EEXIST among them.
+[[nodiscard]] int makeOutputFolder(const QString &path);
+/// The same with all folders above it that are missing; true if it is there already.
+[[nodiscard]] bool makeOutputPath(const QString &path);
 
 using core::renameToFree;
 

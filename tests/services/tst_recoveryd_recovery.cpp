@@ -5,6 +5,10 @@
 #include <QDirIterator>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+
 using namespace diskimages;
 using services::numberedName;
 using services::plainName;
@@ -44,8 +48,10 @@ private slots:
     void initTestCase();
     void init();
     void writesTheSameBytes();
+    void givesFilesToTheFoldersOwner();
     void keepsWhatIsThere();
     void refusesWithoutSpace();
+    void goesOnWhenAFileCannotBeWritten();
     void stopsInMidFile();
     void tellsUnreadableParts();
     void findsItsImageAgain();
@@ -165,6 +171,23 @@ void TestRecoverydRecovery::writesTheSameBytes()
     QVERIFY(!tasks.first().toObject().contains(QLatin1String("fileStatuses")));
 }
 
+void TestRecoverydRecovery::givesFilesToTheFoldersOwner()
+{
+    constexpr uint kOwner = 12345;
+    const QString top = m_harness->path(QStringLiteral("out"));
+    QVERIFY(QDir().mkpath(top));
+    if (::geteuid() != 0 || ::chown(QFile::encodeName(top).constData(), kOwner, kOwner) != 0)
+        QSKIP("needs the rights of root");
+    recover({QStringLiteral("f000001"), QStringLiteral("f000002")});
+    QCOMPARE(allFiles(m_out).size(), 2);
+    QDirIterator it(top, QDir::AllEntries | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        QCOMPARE(it.fileInfo().ownerId(), kOwner);
+        QCOMPARE(it.fileInfo().groupId(), kOwner);
+    }
+}
+
 void TestRecoverydRecovery::keepsWhatIsThere()
 {
     const QString name =
@@ -203,6 +226,32 @@ void TestRecoverydRecovery::refusesWithoutSpace()
     QVERIFY(!QFileInfo::exists(m_out));
     m_harness->freeBytes += m_contents.at(1).size();
     QVERIFY(start().success);
+}
+
+/// A target that takes no more in the middle of a file.
+void TestRecoverydRecovery::goesOnWhenAFileCannotBeWritten()
+{
+    rlimit before = {};
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small = {1024 * 1024, before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const RecoveryClient::Event end =
+        recover({QStringLiteral("f000003"), QStringLiteral("f000001"), QStringLiteral("f000002"),
+                 QStringLiteral("f000004")});
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    const QJsonObject summary = end.data.value(QLatin1String("summary")).toObject();
+    QCOMPARE(number(summary, "succeeded"), 3);
+    QCOMPARE(number(summary, "failed"), 1);
+    const QJsonObject tooLarge =
+        detailOf(end).value(QLatin1String("fileStatuses")).toArray().first().toObject();
+    QCOMPARE(text(tooLarge, "status"), QStringLiteral("failed"));
+    QVERIFY(!text(tooLarge, "detail").isEmpty() && text(tooLarge, "outputPath").isEmpty());
+    // The others are whole, and nothing is left of the one.
+    const QJsonArray files = m_harness->client().filesFound(m_sessionId);
+    for (int i : {0, 1, 3})
+        QVERIFY(readAll(m_out + text(files.at(i).toObject(), "path")) == m_contents.at(i));
+    QCOMPARE(allFiles(m_out).size(), 3);
 }
 
 void TestRecoverydRecovery::stopsInMidFile()

@@ -37,7 +37,7 @@ bool writeRun(const Volume &volume, const FileLayout &layout, const BlockRun &ru
 bool recoverSnapshot(const Volume &volume, const Snapshot &snapshot, const QString &outputDir,
                      SnapshotRecovery *result, QString *error)
 {
-    if (!QDir().mkpath(outputDir)) {
+    if (!makeOutputPath(outputDir)) {
         *error = QStringLiteral("无法创建输出目录 %1").arg(outputDir);
         return false;
     }
@@ -50,6 +50,7 @@ bool recoverSnapshot(const Volume &volume, const Snapshot &snapshot, const QStri
     OutputFile output(outputDir, QStringLiteral(".morvane-%1").arg(newId()));
     if (!output.open(error))
         return false;
+    output.giveToFolderOwner();
     for (const BlockRun &run : layout.runs)
         if (!writeRun(volume, layout, run, &output, result, error))
             return false;

@@ -47,12 +47,11 @@ qint64 nextData(const FileContent &content, qint64 offset)
 /// Makes the directory unless it is there. False if something else has the name.
 bool makeDirectory(const QString &path, int *code)
 {
-    const QByteArray name = QFile::encodeName(path);
-    if (::mkdir(name.constData(), 0755) == 0)
-        return true;
-    *code = errno;
+    *code = makeOutputFolder(path);
     struct stat info = {};
-    return *code == EEXIST && ::lstat(name.constData(), &info) == 0 && S_ISDIR(info.st_mode);
+    return *code == 0 ||
+           (*code == EEXIST && ::lstat(QFile::encodeName(path).constData(), &info) == 0 &&
+            S_ISDIR(info.st_mode));
 }
 
 } // namespace
@@ -105,7 +104,7 @@ void RecoveryTask::note(FileResult *result, const QString &what)
 void RecoveryTask::run()
 {
     QString error;
-    if (!QDir().mkpath(m_plan.outputDir)) {
+    if (!makeOutputPath(m_plan.outputDir)) {
         tellFinished(false, QStringLiteral("无法创建输出目录 %1").arg(m_plan.outputDir));
         return;
     }
@@ -233,8 +232,10 @@ RecoveryTask::Step RecoveryTask::writeFile(const ResultRow &row, const QString &
     const bool isHashed = content.size - dataBytes(content) <= kMaxHashedHole;
     ContentReader reader(*m_media, content);
     Step step = output.open(&result->detail) ? Step::Done : Step::Failed;
-    if (step == Step::Done)
+    if (step == Step::Done) {
+        output.giveToFolderOwner();
         step = copyContent(content, reader, output, isHashed ? &hash : nullptr, result);
+    }
     if (step == Step::Done && row.finding.modifiedMs != Finding::kUnknownTime)
         output.setModified(row.finding.modifiedMs);
     if (step == Step::Done && output.sync(&result->detail)) {

@@ -95,6 +95,7 @@ bool VaultRestoreTask::copy(const VaultContent &content, OutputFile &output, QSt
     qint64 at = 0;
     if (!output.open(error))
         return false;
+    output.giveToFolderOwner();
     const Ranges ranges = content.dataRanges();
     for (const Range &range : ranges) {
         addZeros(hash, range.start - at);

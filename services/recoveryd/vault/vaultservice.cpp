@@ -169,7 +169,7 @@ Reply VaultService::plan(const Request &request, VaultRestorePlan *plan) const
     if (free >= 0 && free < needed)
         return Reply::failure(kNoSpaceCode, QStringLiteral("目标位置空间不足：需要 %1，可用 %2")
                                                 .arg(sizeText(needed), sizeText(free)));
-    if (!QDir().mkpath(plan->targetDir))
+    if (!makeOutputPath(plan->targetDir))
         return Reply::failure(kIoCode, QStringLiteral("无法创建目录 %1").arg(plan->targetDir));
     plan->taskId = newId();
     return Reply::ok({{QStringLiteral("taskId"), plan->taskId}});
