@@ -238,6 +238,16 @@ void TestIndexText::joinsLinesOfAParagraph_data()
     QTest::newRow("a long word found no room")
         << line(0, 70, word(0, 70, "the")) + line(0, 60, word(0, 60, "committee"))
         << QStringLiteral("the committee");
+    // Running text over a page with a footer and a header between.
+    const QByteArray first = line(0, 200, word(0, 200, "应当于三十日内支"));
+    const QByteArray margin = "<block xMin=\"0\" yMin=\"990\" xMax=\"200\" yMax=\"998\">" +
+                              line(0, 200, word(0, 200, "第一页")) + "</block>";
+    QTest::newRow("over two pages")
+        << first + "</block>" + margin +
+               "</flow></page><page height=\"1000\"><flow><block xMin=\"0\" yMin=\"100\" "
+               "xMax=\"200\" yMax=\"110\">" +
+               line(0, 90, word(0, 90, "付全部货款"))
+        << QStringLiteral("应当于三十日内支付全部货款\n第一页");
     QTest::newRow("columns, and spaced characters")
         << line(0, 100, word(0, 20, "甲") + word(22, 40, "乙") + word(80, 100, "丙"))
         << QStringLiteral("甲乙\t丙");
@@ -246,9 +256,10 @@ void TestIndexText::joinsLinesOfAParagraph_data()
 void TestIndexText::joinsLinesOfAParagraph()
 {
     QFETCH(QByteArray, lines);
-    const QByteArray xml = "<doc><page><flow><block xMin=\"0\" yMin=\"0\" xMax=\"100\" "
-                           "yMax=\"100\">" +
-                           lines + "</block></flow></page></doc>";
+    const QByteArray xml =
+        "<doc><page height=\"1000\"><flow><block xMin=\"0\" yMin=\"100\" xMax=\"100\" "
+        "yMax=\"200\">" +
+        lines + "</block></flow></page></doc>";
     QTEST(textOfLayout(xml, maxBytes), "expected");
 }
 

@@ -6,6 +6,7 @@
 #include "search/text/textsink.h"
 
 #include <QFileInfo>
+#include <QVector>
 #include <QXmlStreamReader>
 
 namespace search {
@@ -16,19 +17,47 @@ namespace {
 constexpr int layoutBytesPerChar = 40;
 constexpr int maxLayoutBytes = 256 * 1024 * 1024;
 constexpr int layoutMs = 30000;
-/// Gaps in heights of a line: a wider one stands between columns, a narrower one between Han
+constexpr int maxBlocks = 20000; ///< Of one page.
+/// Gaps in heights of a line: a wider one stands between columns, a narrower one between wide
 /// characters is mere spacing.
 constexpr double columnGap = 2.5;
 constexpr double spacingGap = 0.6;
 /// What a wide character needs at the end of a line, and what a blank does.
 constexpr double wideNeeds = 1.6;
 constexpr double blankNeeds = 0.5;
+/// Blocks whose left edges differ by less stand in one column.
+constexpr double sameEdge = 4;
+/// A line of running text is at least so long, in heights; cells of tables are shorter.
+constexpr double runningLine = 12;
+/// What stands this near the upper or lower edge of a page is a header or a footer.
+constexpr double marginPart = 0.08;
 
 struct Box
 {
     double left = 0;
     double right = 0;
-    double height = 0;
+    double top = 0;
+    double bottom = 0;
+
+    double height() const { return bottom - top; }
+};
+
+struct Word
+{
+    Box box;
+    QString text;
+};
+
+struct Line
+{
+    Box box;
+    QVector<Word> words;
+};
+
+struct Block
+{
+    Box box;
+    QVector<Line> lines;
 };
 
 Box boxOf(const QXmlStreamReader &xml)
@@ -37,92 +66,158 @@ Box boxOf(const QXmlStreamReader &xml)
     const auto value = [&attributes](const char *name) {
         return attributes.value(QLatin1String(name)).toDouble();
     };
-    return {value("xMin"), value("xMax"), value("yMax") - value("yMin")};
+    return {value("xMin"), value("xMax"), value("yMin"), value("yMax")};
 }
 
-/// Follows the words of one page after another.
+/// The right edge of the column that a block stands in: that of the widest block below its edge.
+double columnEdge(const Block &block, const QVector<Block> &page)
+{
+    double edge = block.box.right;
+    const double near = sameEdge * block.lines.constFirst().box.height();
+    for (const Block &other : page) {
+        if (qAbs(other.box.left - block.box.left) < near)
+            edge = qMax(edge, other.box.right);
+    }
+    return edge;
+}
+
+bool endsSentence(const QString &text)
+{
+    return QStringLiteral("。！？：；.!?:;").contains(text.at(text.size() - 1));
+}
+
+/// Writes the words of one page after another.
 class LayoutReader
 {
 public:
     LayoutReader(const QByteArray &xml, int maxChars)
         : m_xml(xml)
         , m_sink(maxChars)
+        , m_margins(maxChars)
     {}
 
     QString read()
     {
         while (!m_xml.atEnd() && !m_sink.isFull()) {
             m_xml.readNext();
-            if (!m_xml.isStartElement())
-                continue;
-            const QStringRef name = m_xml.name();
-            if (name == QLatin1String("block"))
-                startBlock();
-            else if (name == QLatin1String("line"))
-                startLine();
-            else if (name == QLatin1String("word"))
-                takeWord();
+            if (m_xml.isStartElement() && m_xml.name() == QLatin1String("page"))
+                readPage();
         }
+        m_sink.endParagraph();
+        m_sink.appendParagraphs(m_margins.text());
         return m_sink.text();
     }
 
 private:
-    void startBlock()
+    void readPage()
     {
-        m_block = boxOf(m_xml);
-        m_line = Box();
-        m_lastLine = Box();
-        m_sink.endParagraph();
-    }
-
-    void startLine()
-    {
-        m_lastLine = m_line;
-        m_line = boxOf(m_xml);
-        m_wordEnd = -1;
-    }
-
-    /// A line goes on in the next one if that one's first word had no room any more.
-    void breakLine(const Box &word, QChar first)
-    {
-        const double room = m_block.right - m_lastLine.right;
-        const double needed = text::isWide(first)
-                                  ? wideNeeds * m_lastLine.height
-                                  : word.right - word.left + blankNeeds * m_lastLine.height;
-        if (room > needed)
-            m_sink.endParagraph();
-        else
-            m_sink.softBreak();
-    }
-
-    void takeWord()
-    {
-        const Box box = boxOf(m_xml);
-        const QString word = m_xml.readElementText();
-        if (word.isEmpty())
-            return;
-        if (m_wordEnd < 0 && m_lastLine.height > 0)
-            breakLine(box, word.at(0));
-        const double gap = box.left - m_wordEnd;
-        if (m_wordEnd >= 0) {
-            const bool wide = text::isWide(word.at(0)) && text::isWide(m_last);
-            if (gap > columnGap * box.height)
-                m_sink.endCell();
-            else if (!wide || gap > spacingGap * box.height)
-                m_sink.append(QLatin1Char(' '));
+        const double height = m_xml.attributes().value(QLatin1String("height")).toDouble();
+        QVector<Block> blocks;
+        while (!m_xml.atEnd() && blocks.size() < maxBlocks) {
+            m_xml.readNext();
+            const QStringRef name = m_xml.name();
+            if (m_xml.isEndElement() && name == QLatin1String("page"))
+                break;
+            if (m_xml.isStartElement())
+                takeElement(name, &blocks);
         }
-        m_sink.append(word);
-        m_last = word.at(word.size() - 1);
-        m_wordEnd = box.right;
+        for (const Block &block : qAsConst(blocks)) {
+            if (block.lines.isEmpty() || block.lines.constFirst().words.isEmpty())
+                continue;
+            const bool inMargin = block.lines.size() == 1 && height > 0 &&
+                                  (block.box.bottom < marginPart * height ||
+                                   block.box.top > (1 - marginPart) * height);
+            if (inMargin)
+                writeMargin(block);
+            else
+                writeBlock(block, columnEdge(block, blocks));
+        }
+    }
+
+    void takeElement(const QStringRef &name, QVector<Block> *blocks)
+    {
+        const bool isBlock = name == QLatin1String("block");
+        if (isBlock)
+            blocks->append({boxOf(m_xml), {}});
+        else if (blocks->isEmpty())
+            return;
+        else if (name == QLatin1String("line"))
+            blocks->last().lines.append({boxOf(m_xml), {}});
+        else if (name == QLatin1String("word") && !blocks->last().lines.isEmpty()) {
+            const Box box = boxOf(m_xml);
+            const QString text = m_xml.readElementText();
+            if (!text.isEmpty())
+                blocks->last().lines.last().words.append({box, text});
+        }
+    }
+
+    /// Headers and footers come behind all pages, so that they part nothing.
+    void writeMargin(const Block &block)
+    {
+        writeLine(block.lines.constFirst(), &m_margins);
+        m_margins.endParagraph();
+    }
+
+    void writeBlock(const Block &block, double edge)
+    {
+        for (int i = 0; i < block.lines.size(); ++i) {
+            const Line &line = block.lines.at(i);
+            if (line.words.isEmpty())
+                continue;
+            if (goesOn(line, i == 0))
+                m_sink.softBreak();
+            else
+                m_sink.endParagraph();
+            writeLine(line, &m_sink);
+            m_last = line;
+            m_edge = edge;
+        }
+    }
+
+    /// True if the last line's sentence goes on in this one: its first word had no room any more.
+    /// Into another block only running text goes on, in the same size.
+    bool goesOn(const Line &line, bool isOther) const
+    {
+        if (m_last.words.isEmpty())
+            return false;
+        const double height = m_last.box.height();
+        const Word &first = line.words.constFirst();
+        const double needed = text::isWide(first.text.at(0))
+                                  ? wideNeeds * height
+                                  : first.box.right - first.box.left + blankNeeds * height;
+        if (m_edge - m_last.box.right > needed)
+            return false;
+        return !isOther || (m_last.box.right - m_last.box.left > runningLine * height &&
+                            line.box.right - line.box.left > height &&
+                            qAbs(line.box.height() - height) < 0.1 * height &&
+                            !endsSentence(m_last.words.constLast().text));
+    }
+
+    static void writeLine(const Line &line, text::TextSink *sink)
+    {
+        double end = -1;
+        QChar last;
+        for (const Word &word : line.words) {
+            const double gap = word.box.left - end;
+            const double height = word.box.height();
+            if (end >= 0) {
+                const bool wide = text::isWide(word.text.at(0)) && text::isWide(last);
+                if (gap > columnGap * height)
+                    sink->endCell();
+                else if (!wide || gap > spacingGap * height)
+                    sink->append(QLatin1Char(' '));
+            }
+            sink->append(word.text);
+            last = word.text.at(word.text.size() - 1);
+            end = word.box.right;
+        }
     }
 
     QXmlStreamReader m_xml;
     text::TextSink m_sink;
-    Box m_block;
-    Box m_line;
-    Box m_lastLine;        ///< Without height at the beginning of a block.
-    double m_wordEnd = -1; ///< Below 0 at the beginning of a line.
-    QChar m_last;
+    text::TextSink m_margins;
+    Line m_last; ///< What was written last of the running text.
+    double m_edge = 0;
 };
 
 } // namespace
