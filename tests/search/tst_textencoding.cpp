@@ -102,6 +102,10 @@ void TestTextEncoding::decodesTexts_data()
     QTest::newRow("table in GBK") << encoded(table, "GBK") << false << table;
     QTest::newRow("table in UTF-16 with a mark")
         << "\xFF\xFE" + encoded(table, "UTF-16LE") << false << table;
+    QTest::newRow("table in UTF-32 with a mark")
+        << QByteArray("\xFF\xFE\0\0", 4) + encoded(table, "UTF-32LE") << false << table;
+    QTest::newRow("character sets that switch")
+        << QByteArray("\x1B$B2q5D\x1B(B") << false << QStringLiteral("会議");
     QTest::newRow("UTF-8 mark is dropped") << "\xEF\xBB\xBF" + table.toUtf8() << false << table;
     QTest::newRow("English in UTF-16") << encoded(QStringLiteral("plain words"), "UTF-16BE")
                                        << false << QStringLiteral("plain words");

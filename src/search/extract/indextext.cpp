@@ -71,6 +71,8 @@ bool isCertain(const QString &text)
     for (const QChar c : text) {
         if (c.unicode() >= 0x80)
             return hasHan(text);
+        if (c.unicode() == 0x1B) // It may switch to another character set.
+            return false;
     }
     return true;
 }

@@ -239,6 +239,10 @@ QByteArray markedEncoding(const QByteArray &bytes)
 {
     if (bytes.startsWith("\xEF\xBB\xBF"))
         return "UTF-8";
+    if (bytes.startsWith(QByteArray("\xFF\xFE\0\0", 4)))
+        return "UTF-32LE";
+    if (bytes.startsWith(QByteArray("\0\0\xFE\xFF", 4)))
+        return "UTF-32BE";
     if (bytes.startsWith("\xFF\xFE"))
         return "UTF-16LE";
     return bytes.startsWith("\xFE\xFF") ? "UTF-16BE" : QByteArray();
@@ -263,6 +267,8 @@ QByteArray detectEncoding(const QByteArray &bytes, bool cut)
     if (!marked.isEmpty() || bytes.isEmpty())
         return marked;
     const QByteArray sample = bytes.left(sampleBytes);
+    if (sample.contains("\x1B$B") || sample.contains("\x1B$@"))
+        return "ISO-2022-JP";
     const Utf8Count count = countUtf8(bytes, cut);
     const bool even = sample.size() % 2 == 0;
     const WideReading wide = even ? readWide(sample) : WideReading();
