@@ -62,6 +62,8 @@ morvane_install_compressed("${MORVANE_PACKAGING}/debian/changelog"
 set(MORVANE_LIBEXEC "libexec/morvane")
 install(TARGETS morvane_recoveryd morvane_vaultd RUNTIME DESTINATION "${MORVANE_LIBEXEC}"
         COMPONENT services)
+install(PROGRAMS "${MORVANE_PACKAGING}/libexec/uncover-preload" DESTINATION "${MORVANE_LIBEXEC}"
+        COMPONENT services)
 # In the system's own library folder, where the loader's $LIB leads.
 if(TARGET morvane-guard)
   install(TARGETS morvane-guard LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT services)

@@ -11,7 +11,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 def run(*command, **options):
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
+    options.setdefault("check", True)
+    subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
 
 
 def digest(path):

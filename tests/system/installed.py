@@ -17,12 +17,13 @@ from machine import Failure, Machine
 from promises import Promises
 
 BOOT = 600
+LIBRARY = "/usr/lib/x86_64-linux-gnu/libmorvane-guard.so"
+# How the library in $LIBRARY.new comes about. The loader dies of a cut one and complains about what is
+# missing or no library; the constructor of the deadly one ends every process.
 BROKEN = {
-    # Cut, or no library at all: the loader complains and goes on.
-    "cut": "head -c 4000 $LIBRARY >$LIBRARY.new",
-    "no library": "echo garbage >$LIBRARY.new",
-    # Its constructor ends every process: without a cure the first one, too.
-    "deadly": "cp /tools/deadly.so $LIBRARY.new",
+    "cut": "head -c 4000 %s >%s.new" % (LIBRARY, LIBRARY),
+    "deadly": "cp /tools/deadly.so %s.new" % LIBRARY,
+    "no library": "echo garbage >%s.new" % LIBRARY,
     "missing": None,
 }
 
@@ -84,9 +85,17 @@ class Installed(Promises):
         self.machine.send("poweroff -f")
         self.machine.wait_for_end(180)
         self.machine.end()
+        self.take_initrd()
+
+    def take_initrd(self):
         with open(os.path.join(self.folder, "initrd.img"), "wb") as file:
             subprocess.run(["debugfs", "-R", "cat /root/initrd-now", self.disk], check=True, stdout=file,
                            stderr=subprocess.DEVNULL)
+
+    def mend_from_outside(self):
+        """For what does not boot: the list goes."""
+        run("e2fsck", "-p", self.disk, check=False)
+        run("debugfs", "-w", "-R", "rm /etc/ld.so.preload", self.disk)
 
     def install(self):
         self.promise("the packages go in", "DEBIAN_FRONTEND=noninteractive dpkg -i /tools/morvane-services*.deb", 900)
@@ -96,36 +105,24 @@ class Installed(Promises):
 
     def boots_in_spite(self, kind):
         try:
-            self.machine.run("LIBRARY=$(ls /usr/lib/*/libmorvane-guard.so 2>/dev/null); "
-                             "[ -z \"$LIBRARY\" ] || [ -e /root/kept.so ] || cp $LIBRARY /root/kept.so; "
+            self.machine.run("[ -e /root/kept.so ] || cp %s /root/kept.so; "
                              "grep -q libmorvane-guard /etc/ld.so.preload || "
-                             "echo '/usr/$LIB/libmorvane-guard.so' >>/etc/ld.so.preload")
-            command = BROKEN[kind]
-            library = "LIBRARY=/usr/lib/x86_64-linux-gnu/libmorvane-guard.so; "
-            self.machine.run("cp /boot/initrd.img-* /root/initrd-now; sync", 120)
-            if command is None:
-                self.machine.run(library + "rm -f $LIBRARY; sync")
-            else:
-                self.machine.run(library + command + "; sync")
-                self.machine.send(library + "mv $LIBRARY.new $LIBRARY; echo 1 >/proc/sys/kernel/sysrq; "
-                                            "echo s >/proc/sysrq-trigger; echo u >/proc/sysrq-trigger")
-                self.machine.expect(r"(?i)emergency remount complete", 120)
+                             "echo '/usr/$LIB/libmorvane-guard.so' >>/etc/ld.so.preload" % LIBRARY)
+            # One process changes and syncs: with a deadly library no other would start.
+            self.machine.run("cp /boot/initrd.img-* /root/initrd-now; %s; sync" % (BROKEN[kind] or "true"), 120)
+            change = "os.rename(library + '.new', library)" if BROKEN[kind] else "os.unlink(library)"
+            self.machine.run("python3 -c \"import os; library = '%s'; %s; os.sync()\"" % (LIBRARY, change), 120)
             self.machine.end()
-            with open(os.path.join(self.folder, "initrd.img"), "wb") as file:
-                subprocess.run(["debugfs", "-R", "cat /root/initrd-now", self.disk], check=True, stdout=file,
-                               stderr=subprocess.DEVNULL)
+            self.take_initrd()
             self.boot()
-            self.machine.run("! LD_PRELOAD= grep -q libmorvane-guard /etc/ld.so.preload || "
-                             "LD_DEBUG=libs /bin/true 2>&1 | grep -q 'init:.*libmorvane-guard'")
-            self.report.check("boots with a hook that is " + kind, True)
+            self.promise("boots with a hook that is " + kind, "! mountpoint -q /etc/ld.so.preload && "
+                         "! grep -q libmorvane-guard /etc/ld.so.preload 2>/dev/null")
         except (Failure, subprocess.SubprocessError) as failure:
             self.report.check("boots with a hook that is " + kind, False, failure)
             self.machine.end()
+            self.mend_from_outside()
             self.boot()
-        finally:
-            self.machine.run("umount /etc/ld.so.preload 2>/dev/null; rm -f /etc/ld.so.preload; "
-                             "[ ! -e /root/kept.so ] || cp /root/kept.so /usr/lib/x86_64-linux-gnu/libmorvane-guard.so",
-                             check=False)
+        self.machine.run("rm -f /etc/ld.so.preload %s.broken; cp /root/kept.so %s" % (LIBRARY, LIBRARY))
 
     def all(self):
         try:

@@ -54,6 +54,20 @@ class Overlaid(Promises):
         self.report.check("deleted files come back", not missing, missing)
         self.report.check("the image is unchanged", digest(self.dirty.path) == self.dirty.before)
 
+    def starts_in_spite(self):
+        """The script of the initial RAM file system, with the few commands that there are in one."""
+        self.machine.run("mkdir /early && for name in chroot mkdir chmod mount sleep sh; do "
+                         "ln -s $(command -v $name) /early/; done && gcc -shared -fPIC -o /tmp/deadly.so -x c - <<'END'\n"
+                         "#include <unistd.h>\n__attribute__((constructor)) static void end(void) { _exit(1); }\nEND")
+        library = "/next/usr/lib/$(basename $(dirname $(ls /usr/lib/*/libmorvane-guard.so)))/libmorvane-guard.so"
+        broken = {"cut": "head -c 4000 /usr/lib/*/libmorvane-guard.so >%s", "deadly": "cp /tmp/deadly.so %s",
+                  "no library": "echo garbage >%s", "missing": "rm -f %s"}
+        for kind, command in broken.items():
+            self.machine.run("printf '/usr/$LIB/libmorvane-guard.so\\n' >/next/etc/ld.so.preload; " + command % library)
+            self.promise("a tree starts with a hook that is " + kind,
+                         "env -i PATH=/early rootmnt=/next sh /usr/share/initramfs-tools/scripts/init-bottom/morvane-guard; "
+                         "chroot /next /bin/true; result=$?; umount /next/etc/ld.so.preload 2>/dev/null; [ $result = 0 ]")
+
     def all(self):
         try:
             self.promise("the packages go in", "DEBIAN_FRONTEND=noninteractive dpkg -i /tools/*.deb")
@@ -62,6 +76,7 @@ class Overlaid(Promises):
             self.start("/usr/libexec/morvane/morvane-vaultd --system", "/run/morvane/morvane-vault-v1")
             self.protect()
             self.recover()
+            self.starts_in_spite()
             self.purge()
         except (Failure, OSError, subprocess.SubprocessError, ValueError) as failure:
             self.report.check("goes through", False, failure)
