@@ -3,13 +3,16 @@
 # UndefinedBehaviorSanitizer. Ends with an error at the first crash, hang or leak, whose input stays
 # in build/fuzz/found.
 #
-#   scripts/fuzz.sh [seconds a target, 60 by default] [pattern of targets]
+#   scripts/fuzz.sh [seconds a target, 60 by default | --short] [pattern of targets]
+#
+# --short gives each target five seconds, for a look at every change.
 #
 # What is stored in fuzz/corpus runs first. With MORVANE_FUZZ_KEEP=1 the corpus is renewed from what
 # the run has found.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
+[ "$seconds" = --short ] && seconds=5
 pattern=${2:-*}
 
 scripts/deps.sh fuzz
