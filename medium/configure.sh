@@ -17,7 +17,7 @@ chmod 0440 /etc/sudoers.d/morvane-live
 # The lower edge belongs to the bar with the tools; the program fills the rest, without a frame of
 # the window manager.
 sed -i 's|<bottom>0</bottom>|<bottom>48</bottom>|
-    s|</applications>|<application class="[Mm]orvane" type="normal"><decor>no</decor><maximized>yes</maximized></application></applications>|' \
+    s|</applications>|<application class="*orvane*" type="normal"><decor>no</decor><maximized>yes</maximized></application></applications>|' \
     /etc/xdg/openbox/rc.xml
 grep -q '<bottom>48</bottom>' /etc/xdg/openbox/rc.xml
 # The search for the medium writes a list of network interfaces there.
