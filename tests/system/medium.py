@@ -112,6 +112,9 @@ def full_test(way, iso, folder):
         looks_at_systems(machine, report, names)
         machine.run("sudo mkdir -p /tools && sudo mount -o ro /dev/disk/by-label/TOOLS /tools")
         place = "/media/user/" + names["target"]
+        offered = machine.run("sudo morvane-target list", 300)
+        report.check("targets are offered with their free space",
+                     re.search(r"/dev/%s\t96M\t\d+(\.\d)?M\text4\tTARGET" % names["target"], offered), offered)
         report.attempt("a target is mounted when it is chosen", lambda: machine.run(
             "sudo morvane-target mount /dev/%s | grep -x %s" % (names["target"], place), 120))
         for each, letter in zip(dirty, "abc"):
