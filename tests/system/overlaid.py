@@ -13,7 +13,7 @@ import sys
 
 from disks import HERE, DirtyDisk, digest, run
 from machine import Chroot, Failure
-from promises import Promises
+from promises import Promises, compile_deleter
 
 RECOVERY = "/run/morvane/morvane-service-v1"
 
@@ -26,6 +26,7 @@ class Overlaid(Promises):
         os.makedirs(self.tools)
         for path in glob.glob(os.path.join(debs, "morvane*.deb")) + [os.path.join(HERE, "guest_client.py")]:
             shutil.copy(path, self.tools)
+        compile_deleter(self.tools)
         self.dirty = DirtyDisk(self.tools, "ext4")
         homes = os.path.join(folder, "homes.img")
         with open(homes, "wb") as image:
@@ -75,6 +76,8 @@ class Overlaid(Promises):
             self.make_users()
             self.start("/usr/libexec/morvane/morvane-vaultd --system", "/run/morvane/morvane-vault-v1")
             self.protect()
+            self.second_net("kill $(pgrep -x morvane-vaultd); while pgrep -x morvane-vaultd; do sleep 0.1; done",
+                            "setsid /usr/libexec/morvane/morvane-vaultd --system >/tmp/service.log 2>&1 </dev/null &")
             self.recover()
             self.starts_in_spite()
             self.purge()

@@ -1,7 +1,9 @@
 """What the two packages promise wherever they are installed."""
 
 import json
+import os
 
+from disks import run
 from machine import Report
 
 SOCKET = "/run/morvane/morvane-vault-v1"
@@ -12,6 +14,15 @@ USERS = ("li", "wang")
 def quoted(value):
     """JSON as a word of the shell, within single quotes."""
     return json.dumps(json.dumps(value))
+
+
+def compile_deleter(folder):
+    """A static program there, which the hook does not reach; its path."""
+    source, program = os.path.join(folder, "static-rm.c"), os.path.join(folder, "static-rm")
+    with open(source, "w") as file:
+        file.write("#include <unistd.h>\nint main(int n, char **v) { return n < 2 || unlink(v[1]); }\n")
+    run("gcc", "-O1", "-static", "-o", program, source)
+    return program
 
 
 class Promises:
@@ -68,6 +79,22 @@ class Promises:
                               not json.loads(answer.splitlines()[-1]).get("success"), answer)
         refused = machine.run("su - li -c '%s vault.clearAll'" % CLIENT.strip(), 120, check=False)
         self.report.check("emptying without a password is refused", "authenticate" in refused or "验证" in refused, refused)
+
+    def second_net(self, stop, start):
+        """What a static program deletes is kept on ext4, too, once the second net may use hard links. `stop`
+        and `start` are commands for the service."""
+        config = "/var/lib/morvane-vaultd/users/$(id -u li)/config.json"
+        self.machine.run(stop, 120)
+        self.machine.run("sed -i 's/\"secondNet\": *\"auto\"/\"secondNet\": \"always\"/' %s && grep -q always %s" % (config, config))
+        self.machine.run(start, 120)
+        file = "/home/li/Documents/static.txt"
+        self.as_user("li", "echo static > " + file)
+        self.promise("the second net holds a protected file",
+                     "for i in $(seq 150); do [ $(stat -c %%h %s) = 2 ] && break; sleep 0.2; done; [ $(stat -c %%h %s) = 2 ]"
+                     % (file, file))
+        self.as_user("li", "/tools/static-rm " + file)
+        is_kept = any(file in self.listed("li") for _ in range(50))
+        self.report.check("what a static program deletes is kept", is_kept)
 
     def purge(self):
         self.report.attempt("protection is on before the removal", lambda: self.configure("li"))
