@@ -25,6 +25,8 @@ file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/link" "${PROJECT_BINARY_DIR}/src")
 set(MORVANE_HOME "lib/morvane")
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME morvane)
 install(TARGETS morvane RUNTIME DESTINATION "${MORVANE_HOME}/bin" COMPONENT morvane)
+# The program looks for extraction tools of its own beside itself.
+install(TARGETS morvane-extract RUNTIME DESTINATION "${MORVANE_HOME}/bin/tools" COMPONENT morvane)
 install(FILES "${PROJECT_SOURCE_DIR}/md/help_guide.md" "${PROJECT_SOURCE_DIR}/md/about_protocol.md"
         DESTINATION "${MORVANE_HOME}/md")
 file(CREATE_LINK "../${MORVANE_HOME}/bin/morvane" "${PROJECT_BINARY_DIR}/link/morvane" SYMBOLIC)
