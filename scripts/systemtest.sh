@@ -39,7 +39,7 @@ if [[ " ${ways[*]} " == *" installed "* ]]; then
     jobs_running+=($!)
 fi
 if [ ${#media[@]} -gt 0 ]; then
-    MORVANE_MEDIUM_OPTIONS="console=ttyS0,115200" scripts/medium.sh --fast
+    MORVANE_MEDIUM_OPTIONS=$(cd tests/system && python3 -c "import machine; print(machine.PATIENT)") scripts/medium.sh --fast
     mv build/medium/morvane-recovery.iso "$work/test.iso"
     python3 tests/system/medium.py "$work/test.iso" "$work/medium" "${media[@]}" &
     jobs_running+=($!)

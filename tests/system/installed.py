@@ -13,7 +13,7 @@ import subprocess
 import sys
 
 from disks import HERE, run, tools_disk
-from machine import Failure, Machine
+from machine import PATIENT, Failure, Machine
 from promises import Promises, compile_deleter
 
 RECOVERY = "/run/morvane/morvane-service-v1"
@@ -68,7 +68,7 @@ class Installed(Promises):
         self.boots += 1
         self.machine = Machine("installed-%d" % self.boots, self.folder, [
             "-kernel", os.path.join(self.folder, "vmlinuz"), "-initrd", os.path.join(self.folder, "initrd.img"),
-            "-append", "root=/dev/vda rw console=ttyS0 panic=5 quiet mitigations=off", "-no-reboot",
+            "-append", "root=/dev/vda rw panic=5 quiet " + PATIENT, "-no-reboot",
             "-drive", "if=virtio,format=raw,file=" + self.disk,
             "-drive", "if=virtio,format=raw,readonly=on,file=" + self.tools])
         self.machine.log_in("root", BOOT)

@@ -83,6 +83,10 @@ class Console:
         self.log.close()
 
 
+# For the kernel's command line: a slow machine is not a broken one.
+PATIENT = "console=ttyS0,115200 mitigations=off systemd.default_device_timeout_sec=900 systemd.default_timeout_start_sec=900"
+
+
 class Machine(Console):
     """A virtual machine under plain emulation, driven over its serial line. Starts at construction."""
 
