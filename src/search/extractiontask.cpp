@@ -37,8 +37,8 @@ void Extraction::extractNext()
     QString path;
     if (!takeFile(&path))
         return;
-    QString text = search::readForIndex(path, m_maxContentBytes, &m_stop).text;
-    append(ExtractResult{path, std::move(text)});
+    search::IndexText read = search::readForIndex(path, m_maxContentBytes, &m_stop);
+    append(ExtractResult{path, std::move(read.text), read.isCut});
 }
 
 void Extraction::append(ExtractResult result)

@@ -14,6 +14,7 @@ struct ExtractResult
 {
     QString runtimePath;
     QString text;
+    bool isCut = false; ///< The document goes on behind the text.
 };
 
 /// What the extraction tasks of one build share: the files that wait, and the results for the
