@@ -104,7 +104,8 @@ bool setNftPorts(const QList<int> &ports, FirewallState *state, QString *error)
     const CommandResult result =
         commands.isEmpty()
             ? listed
-            : runCommand(kNft, {QStringLiteral("-f"), QStringLiteral("-")}, commands);
+            : runCommand(kNft, {QStringLiteral("-j"), QStringLiteral("-f"), QStringLiteral("-")},
+                         commands);
     if (!result.isSuccess())
         return failed(result, error);
     state->ports = hasFirewall ? ports : QList<int>();
@@ -119,9 +120,20 @@ bool isChainOfInput(const QJsonObject &chain)
                .contains(chain.value(QLatin1String("family")).toString());
 }
 
-QByteArray quoted(const QString &name)
+QJsonObject asObject(const char *key, const QJsonValue &value)
 {
-    return '"' + name.toUtf8() + '"';
+    return {{QLatin1String(key), value}};
+}
+
+/// TCP to any of the ports.
+QJsonArray acceptPorts(const QJsonArray &ports)
+{
+    const QJsonObject port{{QStringLiteral("protocol"), QStringLiteral("tcp")},
+                           {QStringLiteral("field"), QStringLiteral("dport")}};
+    const QJsonObject match{{QStringLiteral("op"), QStringLiteral("==")},
+                            {QStringLiteral("left"), asObject("payload", port)},
+                            {QStringLiteral("right"), asObject("set", ports)}};
+    return {asObject("match", match), asObject("accept", QJsonValue())};
 }
 
 } // namespace
@@ -156,12 +168,13 @@ bool setOpenPorts(const QList<int> &ports, FirewallState *state, QString *error)
     return true;
 }
 
+// In JSON, too: the other language of nft has no quotes for names.
 QByteArray nftCommands(const QByteArray &ruleset, const QList<int> &ports, bool *hasFirewall)
 {
-    QByteArray numbers;
+    QJsonArray numbers;
     for (const int port : ports)
-        numbers += (numbers.isEmpty() ? "" : ", ") + QByteArray::number(port);
-    QByteArray commands;
+        numbers.append(port);
+    QJsonArray commands;
     *hasFirewall = false;
     const QJsonArray entries =
         QJsonDocument::fromJson(ruleset).object().value(QLatin1String("nftables")).toArray();
@@ -169,23 +182,27 @@ QByteArray nftCommands(const QByteArray &ruleset, const QList<int> &ports, bool 
         const QJsonObject rule = entry.toObject().value(QLatin1String("rule")).toObject();
         const QJsonObject chain = entry.toObject().value(QLatin1String("chain")).toObject();
         const QJsonObject &part = chain.isEmpty() ? rule : chain;
-        const QByteArray place = part.value(QLatin1String("family")).toString().toLatin1() + ' ' +
-                                 quoted(part.value(QLatin1String("table")).toString()) + ' ';
-        if (rule.value(QLatin1String("comment")).toString() == QLatin1String(kRuleName))
-            commands += "delete rule " + place +
-                        quoted(rule.value(QLatin1String("chain")).toString()) + " handle " +
-                        QByteArray::number(rule.value(QLatin1String("handle")).toDouble(), 'f', 0) +
-                        '\n';
+        QJsonObject ours{{QStringLiteral("family"), part.value(QLatin1String("family"))},
+                         {QStringLiteral("table"), part.value(QLatin1String("table"))}};
+        if (rule.value(QLatin1String("comment")).toString() == QLatin1String(kRuleName)) {
+            ours.insert(QStringLiteral("chain"), rule.value(QLatin1String("chain")));
+            ours.insert(QStringLiteral("handle"), rule.value(QLatin1String("handle")));
+            commands.append(asObject("delete", asObject("rule", ours)));
+        }
         if (!isChainOfInput(chain))
             continue;
         // A packet has to be let in by every chain: a table of one's own could open nothing.
         *hasFirewall = true;
-        if (!numbers.isEmpty())
-            commands += "insert rule " + place +
-                        quoted(chain.value(QLatin1String("name")).toString()) + " tcp dport { " +
-                        numbers + " } accept comment \"" + kRuleName + "\"\n";
+        if (numbers.isEmpty())
+            continue;
+        ours.insert(QStringLiteral("chain"), chain.value(QLatin1String("name")));
+        ours.insert(QStringLiteral("comment"), QLatin1String(kRuleName));
+        ours.insert(QStringLiteral("expr"), acceptPorts(numbers));
+        commands.append(asObject("insert", asObject("rule", ours)));
     }
-    return commands;
+    return commands.isEmpty()
+               ? QByteArray()
+               : QJsonDocument(asObject("nftables", commands)).toJson(QJsonDocument::Compact);
 }
 
 } // namespace services::vaultd

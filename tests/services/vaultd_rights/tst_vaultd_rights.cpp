@@ -250,13 +250,16 @@ void TestVaultdRights::writesNftCommands()
         {"rule":{"family":"inet","table":"filter","chain":"input","handle":9,
                  "comment":"morvane-share","expr":[]}}]})";
     bool hasFirewall = false;
-    const QByteArray removal = "delete rule inet \"filter\" \"input\" handle 9\n";
-    QCOMPARE(nftCommands(ruleset, {}, &hasFirewall), removal);
+    const QByteArray removal =
+        R"({"delete":{"rule":{"chain":"input","family":"inet","handle":9,"table":"filter"}}})";
+    QCOMPARE(nftCommands(ruleset, {}, &hasFirewall), R"({"nftables":[)" + removal + "]}");
     QVERIFY(hasFirewall);
     QCOMPARE(nftCommands(ruleset, {9800, 9801}, &hasFirewall),
-             "insert rule inet \"filter\" \"input\" tcp dport { 9800, 9801 } accept comment "
-             "\"morvane-share\"\n" +
-                 removal);
+             R"({"nftables":[{"insert":{"rule":{"chain":"input","comment":"morvane-share","expr":[)"
+             R"({"match":{"left":{"payload":{"field":"dport","protocol":"tcp"}},"op":"==",)"
+             R"("right":{"set":[9800,9801]}}},{"accept":null}],"family":"inet",)"
+             R"("table":"filter"}}},)" +
+                 removal + "]}");
     for (const char *other : {"", "{}", R"({"nftables":[7,{"chain":[]}]})"}) {
         QCOMPARE(nftCommands(other, {9800}, &hasFirewall), QByteArray());
         QVERIFY(!hasFirewall);
