@@ -139,15 +139,24 @@ int ShadowBox::recordDeleted(qint64 nowMs, bool *areRecorded)
 
 bool ShadowBox::record(const Deleted &deleted)
 {
+    Shadow shadow = deleted.shadow;
+    const core::Descriptor link(
+        ::openat(m_dir.get(), shadow.file.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info;
+    // A link is the file itself, with what was changed since it was looked at.
+    if (link.isOpen() && ::fstat(link.get(), &info) == 0 && info.st_ino == shadow.info.st_ino) {
+        shadow.info = info;
+        shadow.accessList = accessListOf(link.get());
+    }
     VaultFile file;
     file.id = newId();
     file.setPath(deleted.path);
-    file.setAttributes(deleted.shadow.info);
-    file.fileSize = qint64(deleted.shadow.info.st_size);
+    file.setAttributes(shadow.info);
+    file.fileSize = qint64(shadow.info.st_size);
     file.deletedAt = file.keptSince = QDateTime::currentSecsSinceEpoch();
-    file.originalState = stateText(deleted.shadow.info);
-    if (!deleted.shadow.accessList.isEmpty())
-        file.attributes.insert("system.posix_acl_access", deleted.shadow.accessList);
+    file.originalState = stateText(shadow.info);
+    if (!shadow.accessList.isEmpty())
+        file.attributes.insert("system.posix_acl_access", shadow.accessList);
     QString error;
     const core::Descriptor root(m_layout.openFolder());
     // As for any content: first what it is, then the content itself.
@@ -156,7 +165,7 @@ bool ShadowBox::record(const Deleted &deleted)
         return false;
     }
     const QByteArray name = VaultLayout::contentName(file.id).toLatin1();
-    if (::renameat(m_dir.get(), deleted.shadow.file.constData(), root.get(), name.constData()) == 0)
+    if (::renameat(m_dir.get(), shadow.file.constData(), root.get(), name.constData()) == 0)
         return true;
     qWarning() << "[ShadowBox] a shadow could not become a content:" << errno;
     return false;
