@@ -1,9 +1,9 @@
 #!/bin/sh
-# Runs a command in a mount name space with an /etc, /run and /home of its own, where the users
-# alice (4001) and bob (4002) have the passwords secret-alice and secret-bob. For root.
+# Runs a command in a mount and network name space with an /etc, /run and /home of its own, where the
+# users alice (4001) and bob (4002) have the passwords secret-alice and secret-bob. For root.
 set -eu
 if [ "${MORVANE_PRIVATE_SYSTEM:-}" != 1 ]; then
-    MORVANE_PRIVATE_SYSTEM=1 exec unshare -m -- "$0" "$@"
+    MORVANE_PRIVATE_SYSTEM=1 exec unshare -m -n -- "$0" "$@"
 fi
 mount --make-rprivate /
 mount -t tmpfs none /mnt
