@@ -134,7 +134,7 @@ Morvane (墨川归档) searches files by name and by content over a local index
 that follows the indexed folders by itself, shows what fills a disk, merges
 duplicate WeChat files, shares files in the local network, and starts in a
 recovery mode on a live medium. The user interface is in Chinese.")
-set(CPACK_DEBIAN_MORVANE_PACKAGE_DEPENDS "libqt5sql5-sqlite, libqt5svg5")
+set(CPACK_DEBIAN_MORVANE_PACKAGE_DEPENDS "libqt5sql5-sqlite, libqt5svg5, qttranslations5-l10n")
 # Without these the program runs and says which formats it cannot read.
 set(CPACK_DEBIAN_MORVANE_PACKAGE_RECOMMENDS
     "morvane-services (= ${PROJECT_VERSION}), poppler-utils, catdoc, antiword, unrtf, unzip, fonts-noto-cjk, libglib2.0-bin")

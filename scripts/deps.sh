@@ -12,7 +12,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 nodejs npm
+build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 qttranslations5-l10n nodejs npm
        pkg-config zlib1g-dev libzstd-dev libext2fs-dev libblkid-dev libudev-dev
        libjpeg62-turbo-dev libpng-dev libbz2-dev liblzma-dev libpam0g-dev libsqlite3-dev unicode-data"
 extraction="poppler-utils catdoc antiword unrtf unzip"

@@ -4,6 +4,7 @@
 #include "app/collapsiblesidebar.h"
 #include "app/forcedupdateflow.h"
 #include "app/navigation.h"
+#include "app/keyboardshortcuts.h"
 #include "app/recoveryflow.h"
 #include "app/recoverylink.h"
 #include "app/scanflow.h"
@@ -358,6 +359,21 @@ void MainWindow::wireSettings(QWidget *page)
         connect(settings, &GlobalSettingsPage::sidebarPinnedChanged, this,
                 &MainWindow::applySidebarPinnedMode);
 }
+void MainWindow::buildShortcuts()
+{
+    auto *shortcuts = new KeyboardShortcuts(this);
+    const auto show = [this](int index) {
+        if (index < 0 || index >= m_pagesStack->count())
+            return;
+        if (!isActiveWindow())
+            bringToFront();
+        switchToPage(index);
+    };
+    connect(shortcuts, &KeyboardShortcuts::pageRequested, this, show);
+    connect(shortcuts, &KeyboardShortcuts::helpRequested, this,
+            [this, show] { show(pageIndexForModule(QStringLiteral("help"))); });
+}
+
 
 void MainWindow::scheduleUpdateCheck()
 {

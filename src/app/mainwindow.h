@@ -126,6 +126,7 @@ private:
     void buildRecoveryServices(const QString &serviceName);
     void buildVaultLink(const QString &serviceName, const core::ipc::ServicePolicy &policy);
     void buildNavigation();
+    void buildShortcuts();
     void toggleVisible();
     void quitFromTray();
     void wireSettings(QWidget *page);

@@ -1,5 +1,6 @@
 #include "app/sidebarnavbutton.h"
 
+#include "ui/common/keyroles.h"
 #include "ui/common/theme.h"
 
 #include <QPainter>
@@ -26,6 +27,7 @@ SidebarNavButton::SidebarNavButton(const QString &label, IconWidget::IconType ic
     , m_animation(new QPropertyAnimation(this, QByteArrayLiteral("bgProgress"), this))
 {
     setFlat(true);
+    ui::common::setTabStop(this);
     setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     m_animation->setDuration(animationMs);
     m_animation->setEasingCurve(QEasingCurve::OutCubic);
@@ -112,6 +114,13 @@ void SidebarNavButton::paintEvent(QPaintEvent *)
     painter.setBrush(background);
     painter.drawRoundedRect(rect().adjusted(sideMargin, 2, -sideMargin, -2), cornerRadius,
                             cornerRadius);
+
+    if (hasFocus()) {
+        painter.setPen(QPen(colors.accent, 2));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(rect().adjusted(sideMargin + 1, 3, -sideMargin - 1, -3),
+                                cornerRadius, cornerRadius);
+    }
 
     // The accent itself is too dim for text on the active ground of the dark theme.
     QColor foreground = colors.textMuted;

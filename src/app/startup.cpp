@@ -11,7 +11,9 @@
 #include <QApplication>
 #include <QDebug>
 #include <QIcon>
+#include <QLibraryInfo>
 #include <QSettings>
+#include <QTranslator>
 #include <QtNumeric>
 
 using core::AppMode;
@@ -51,14 +53,36 @@ void recordEnvironment(AppMode mode)
                                                     QCoreApplication::applicationVersion());
 }
 
-// The theme follows the run mode; no setting chooses it.
+// What the desktop says before the program's own palette is set.
+bool isDesktopDark()
+{
+    if (qgetenv("GTK_THEME").toLower().contains("dark"))
+        return true;
+    const QPalette palette = QApplication::palette();
+    return palette.color(QPalette::Window).lightness() < palette.color(QPalette::Text).lightness();
+}
+
 void applyTheme(AppMode mode)
 {
-    const ThemeType type = mode == AppMode::normal ? ThemeType::light : ThemeType::dark;
+    const QSettings settings(morvaneConfigPath(), QSettings::IniFormat);
+    const ThemeType type =
+        themeFor(settings.value(QStringLiteral("ui/theme")).toString(), mode, isDesktopDark());
     ThemeColors::init(type, loadFontScale(morvaneConfigPath()));
     QApplication::setFont(ui::common::applicationFont());
     QApplication::setPalette(ui::common::buildPalette(type));
     qApp->setStyleSheet(ui::common::buildAppStyleSheet(type));
+}
+
+// The words of the toolkit's own dialogs and menus; without its catalogue they stay English.
+void loadToolkitTranslation(QApplication *application)
+{
+    auto *translator = new QTranslator(application);
+    const QString folder = QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+    if (translator->load(QStringLiteral("qtbase_zh_CN"), folder) ||
+        translator->load(QStringLiteral("qt_zh_CN"), folder))
+        QCoreApplication::installTranslator(translator);
+    else
+        qWarning("No Chinese catalogue of the toolkit in %s", qPrintable(folder));
 }
 
 } // namespace
@@ -70,6 +94,24 @@ double loadFontScale(const QString &settingsPath)
     const double scale =
         settings.value(QStringLiteral("ui/fontScale"), defaultFontScale).toDouble(&isNumber);
     return isNumber && qIsFinite(scale) ? scale : defaultFontScale;
+}
+
+bool loadKeyboardNavigation(const QString &settingsPath)
+{
+    const QSettings settings(settingsPath, QSettings::IniFormat);
+    return settings.value(QStringLiteral("ui/keyboardNavigation"), false).toBool();
+}
+
+ThemeType themeFor(const QString &setting, AppMode mode, bool isDesktopDark)
+{
+    const QString word = setting.trimmed().toLower();
+    if (word == QLatin1String("light"))
+        return ThemeType::light;
+    if (word == QLatin1String("dark"))
+        return ThemeType::dark;
+    if (word == QLatin1String("desktop"))
+        return isDesktopDark ? ThemeType::dark : ThemeType::light;
+    return mode == AppMode::normal ? ThemeType::light : ThemeType::dark;
 }
 
 int runApplication(int &argc, char **argv)
@@ -92,9 +134,11 @@ int runApplication(int &argc, char **argv)
     }
 
     ButtonInteractionFilter buttonFilter;
+    buttonFilter.setKeyboardNavigation(loadKeyboardNavigation(morvaneConfigPath()));
     application.installEventFilter(&buttonFilter);
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/img/logo.png")));
     applyTheme(mode);
+    loadToolkitTranslation(&application);
     // In normal mode the window hides to the tray.
     if (mode == AppMode::normal)
         QApplication::setQuitOnLastWindowClosed(false);

@@ -1,6 +1,7 @@
 #include "app/applog.h"
 #include "app/startup.h"
 #include "support/temptree.h"
+#include "ui/common/theme.h"
 
 #include <QRegularExpression>
 #include <QTextCodec>
@@ -202,6 +203,32 @@ private slots:
         QFETCH(QByteArray, content);
         QCOMPARE(loadFontScale(morvaneConfigPath()), 1.15); // no file
         QTEST(loadFontScale(m_home->file(QStringLiteral("a.conf"), content)), "expected");
+    }
+
+    void theme_data()
+    {
+        QTest::addColumn<QString>("setting");
+        QTest::addColumn<bool>("isDesktopDark");
+        QTest::addColumn<bool>("darkInNormal");
+        QTest::addColumn<bool>("darkInRecovery");
+        QTest::newRow("none") << QString() << true << false << true;
+        QTest::newRow("mode") << QStringLiteral("mode") << true << false << true;
+        QTest::newRow("light") << QStringLiteral(" Light ") << true << false << false;
+        QTest::newRow("dark") << QStringLiteral("dark") << false << true << true;
+        QTest::newRow("dark desktop") << QStringLiteral("desktop") << true << true << true;
+        QTest::newRow("light desktop") << QStringLiteral("desktop") << false << false << false;
+        QTest::newRow("unknown word") << QStringLiteral("blue") << true << false << true;
+    }
+
+    void theme()
+    {
+        QFETCH(QString, setting);
+        QFETCH(bool, isDesktopDark);
+        const auto isDark = [&](core::AppMode mode) {
+            return themeFor(setting, mode, isDesktopDark) == ui::common::ThemeType::dark;
+        };
+        QTEST(isDark(core::AppMode::normal), "darkInNormal");
+        QTEST(isDark(core::AppMode::livecd), "darkInRecovery");
     }
 
 private:

@@ -85,6 +85,8 @@ private slots:
     void confirmTexts();
     void copyDetail();
     void longTexts();
+    void scrim();
+    void titleOfHints();
     void parentDeletedWhileOpen();
 };
 
@@ -250,6 +252,53 @@ void TestAppNoticeDialog::longTexts()
     QVERIFY(tall.height() < QGuiApplication::primaryScreen()->availableGeometry().height());
     auto *confirm = part<QPushButton>(&tall, "NoticeOkBtn");
     QVERIFY(tall.rect().contains(confirm->mapTo(&tall, confirm->rect().bottomRight())));
+}
+
+void TestAppNoticeDialog::scrim()
+{
+    QWidget window;
+    auto *page = new QWidget(&window);
+    window.resize(900, 600);
+    window.show();
+    const auto scrim = [&window] {
+        return window.findChild<QWidget *>(QStringLiteral("DialogScrim"));
+    };
+    const QColor before = window.grab().toImage().pixelColor(5, 5);
+    {
+        AppNoticeDialog dialog(page);
+        dialog.show();
+        QVERIFY(scrim() && scrim()->isVisible());
+        window.resize(1000, 700);
+        QTRY_COMPARE(scrim()->geometry(), window.rect());
+        QVERIFY(window.grab().toImage().pixelColor(5, 5).lightness() < before.lightness());
+        dialog.hide();
+        QVERIFY(!scrim() || !scrim()->isVisible());
+        dialog.show();
+        QVERIFY(scrim());
+    }
+    QTRY_VERIFY(!scrim());
+    QCOMPARE(window.grab().toImage().pixelColor(5, 5), before);
+}
+
+void TestAppNoticeDialog::titleOfHints()
+{
+    QWidget window;
+    auto *title = new QLabel(QStringLiteral("空间分析"), &window);
+    title->setObjectName(QStringLiteral("PageTitle"));
+    window.show();
+    const auto titles = [&window](const QString &heading) {
+        QStringList seen;
+        ModalDriver driver([&seen](QWidget *dialog) {
+            seen << dialog->windowTitle() << textOf(dialog, "NoticeTitle");
+            click(dialog, "NoticeOkBtn");
+        });
+        AppNoticeDialog::showInfo(&window, heading, QStringLiteral("m"));
+        return seen;
+    };
+    QCOMPARE(titles(QStringLiteral("提示")),
+             (QStringList{QStringLiteral("空间分析"), QStringLiteral("提示")}));
+    QCOMPARE(titles(QStringLiteral("扫描完成")),
+             (QStringList{QStringLiteral("扫描完成"), QStringLiteral("扫描完成")}));
 }
 
 void TestAppNoticeDialog::parentDeletedWhileOpen()

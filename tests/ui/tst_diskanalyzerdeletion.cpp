@@ -259,7 +259,10 @@ void TestDiskAnalyzerDeletion::cleansGroups()
     {
         texts.clear();
         ModalDriver driver(support::presses("NoticeOkBtn", &texts));
-        press("DuplicateCleanButton");
+        // The button is off and says why; what it starts still has its own answer.
+        auto *clean = child<QPushButton>("DuplicateCleanButton");
+        QVERIFY(!clean->isEnabled() && !clean->toolTip().isEmpty());
+        emit clean->clicked();
         QVERIFY(driver.handled());
     }
     QCOMPARE(texts.at(1), text("没有需要删除的文件"));

@@ -54,6 +54,8 @@ void TestRealtimeProtectionPage::followsTheLink()
     QCOMPARE(bench.service.methods().mid(0, 3), (QStringList{kStatus, kConfig, kList}));
     QCOMPARE(bench.service.lastParams(kList), (QJsonObject{{"limit"_u, 100}, {"offset"_u, 0}}));
     QTRY_COMPARE(bench.text("FileListHeading"), "受保护文件列表 (3 个文件)"_u);
+    QVERIFY(!bench.isEnabled("RestoreSelectedButton") && !bench.isEnabled("DeleteSelectedButton"));
+    bench.tick(0);
     for (const char *name : controls)
         QVERIFY2(bench.isEnabled(name), name);
     QCOMPARE(textOf(child<QWidget>(bench.page.get(), "FileCountStat"), "LargeValue"), "3"_u);

@@ -94,6 +94,7 @@ void TestSettingsPages::helpTellsWhatIsMissing()
 {
     const QString path = m_dir.filePath(QStringLiteral("no.md"));
     HelpGuidePage page(nullptr, path);
+    page.show();
     const QString shown = part<QTextBrowser>(page, "HelpGuideText")->toPlainText();
     QVERIFY(shown.contains(QStringLiteral("未找到帮助文件")) && shown.contains(path));
     QCOMPARE(part<QTreeWidget>(page, "HelpGuideContents")->topLevelItemCount(), 0);

@@ -245,6 +245,7 @@ void TestTheme::contrast_data()
     row("linkText", "activeNavBackground");
     row("linkText", "hoverBackground");
     row("dangerText", "surface");
+    row("dangerTone", "windowBackground");
     row("surface", "dangerText");
     for (const char *kind : {"success", "warning", "danger", "info"}) {
         row(qPrintable(QString::fromLatin1(kind) + QLatin1String("Ink")),

@@ -116,6 +116,7 @@ void AppNoticeDialog::setNoticeType(NoticeType type)
 void AppNoticeDialog::setTitleText(const QString &title)
 {
     m_title->setText(title);
+    setWindowTitle(title);
 }
 
 void AppNoticeDialog::setMessageText(const QString &message)
@@ -201,6 +202,19 @@ struct Notice
     bool destroys = false;
 };
 
+/// Title of the page that a widget is part of; empty outside pages.
+QString pageTitleOf(const QWidget *widget)
+{
+    for (; widget; widget = widget->parentWidget()) {
+        const QList<QLabel *> titles = widget->findChildren<QLabel *>(QStringLiteral("PageTitle"));
+        for (const QLabel *title : titles) {
+            if (title->isVisible())
+                return title->text();
+        }
+    }
+    return QString();
+}
+
 /// Runs the dialog in a nested event loop. True if it was accepted.
 bool run(QWidget *parent, const Notice &notice)
 {
@@ -208,7 +222,11 @@ bool run(QWidget *parent, const Notice &notice)
     QPointer<AppNoticeDialog> dialog(new AppNoticeDialog(parent));
     dialog->setNoticeType(notice.type);
     dialog->setTitleText(notice.title);
-    dialog->setWindowTitle(notice.title);
+    // A plain hint has no subject of its own: the window says where it belongs.
+    const QString page =
+        notice.title == AppNoticeDialog::tr("提示") ? pageTitleOf(parent) : QString();
+    if (!page.isEmpty())
+        dialog->setWindowTitle(page);
     dialog->setMessageText(notice.message);
     dialog->setDetailText(notice.detail);
     if (!notice.confirmText.isEmpty())

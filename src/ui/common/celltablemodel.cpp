@@ -57,6 +57,8 @@ QVariant CellTableModel::data(const QModelIndex &index, int role) const
     const bool isActions = !m_actions.isEmpty() && index.column() == m_columns.size() - 1;
     if (isActions && role == ActionsRole)
         return m_actions;
+    if (isActions && role == Qt::AccessibleTextRole)
+        return m_actions.join(QStringLiteral("、"));
     if (isActions && role == DangerActionRole && m_dangerAction >= 0)
         return m_dangerAction;
     if (role == Qt::TextAlignmentRole)

@@ -1,5 +1,6 @@
 #include "ui/common/framelessdialog.h"
 
+#include "ui/common/dialogscrim.h"
 #include "ui/common/framelesswindowcontroller.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
@@ -9,6 +10,7 @@
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QPushButton>
+#include <QShowEvent>
 #include <QVBoxLayout>
 
 namespace ui {
@@ -131,6 +133,8 @@ void FramelessDialog::showEvent(QShowEvent *event)
 {
     fitToContent();
     QDialog::showEvent(event);
+    if (!event->spontaneous() && isModal())
+        DialogScrim::follow(this);
 }
 
 } // namespace common

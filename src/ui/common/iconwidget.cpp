@@ -8,6 +8,7 @@
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
+#include <QPixmapCache>
 
 namespace ui {
 namespace common {
@@ -150,11 +151,20 @@ QPixmap IconWidget::makeFontAwesomePixmap(const QString &glyph, const QColor &co
 {
     const int side = qMax(1, size);
     const qreal ratio = qGuiApp->devicePixelRatio();
-    QPixmap pixmap(qRound(side * ratio), qRound(side * ratio));
+    const QString key = QStringLiteral("icon/%1/%2/%3/%4")
+                            .arg(glyph, color.name(QColor::HexArgb))
+                            .arg(side)
+                            .arg(ratio);
+    QPixmap pixmap;
+    if (QPixmapCache::find(key, &pixmap))
+        return pixmap;
+    pixmap = QPixmap(qRound(side * ratio), qRound(side * ratio));
     pixmap.setDevicePixelRatio(ratio);
     pixmap.fill(Qt::transparent);
     QPainter painter(&pixmap);
     paintGlyph(painter, glyph, color, side);
+    painter.end();
+    QPixmapCache::insert(key, pixmap);
     return pixmap;
 }
 

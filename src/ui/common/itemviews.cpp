@@ -113,6 +113,7 @@ RowDelegate *setUpTable(QTableView *table)
     setUpHeader(table->horizontalHeader());
     table->setShowGrid(false);
     table->setWordWrap(false);
+    table->setTabKeyNavigation(false); // Tab leads out of it; the arrows move in it.
     table->setCornerButtonEnabled(false);
     table->verticalHeader()->hide();
     table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);

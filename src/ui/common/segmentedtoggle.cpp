@@ -1,5 +1,8 @@
 #include "ui/common/segmentedtoggle.h"
 
+#include "ui/common/accessibility.h"
+#include "ui/common/keyroles.h"
+
 #include <QButtonGroup>
 #include <QHBoxLayout>
 #include <QPushButton>
@@ -25,6 +28,8 @@ SegmentedToggle::SegmentedToggle(const QStringList &labels, QWidget *parent)
     for (const QString &label : labels) {
         auto *button = new QPushButton(label, this);
         button->setCheckable(true);
+        setTabStop(button);
+        setAccessibleRole(button, QAccessible::RadioButton);
         button->setAutoDefault(false);
         button->setCursor(Qt::PointingHandCursor);
         button->setChecked(m_buttons.isEmpty());

@@ -84,7 +84,7 @@ QPushButton[role="primary"]:focus, QPushButton#PrimaryActionButton:focus {
 QPushButton[role="primary"]:pressed, QPushButton#PrimaryActionButton:pressed {
     background: @accentPressed@; border-color: @accentPressed@; padding-top: 2px; }
 QPushButton[role="primary"]:disabled, QPushButton#PrimaryActionButton:disabled {
-    background: @border@; color: @textMuted@; border-color: @border@; }
+    background: @headerBackground@; color: @textMuted@; border-color: @border@; }
 
 QPushButton[role="danger"] { background: @surface@; color: @dangerText@;
     border-color: @dangerText@; }

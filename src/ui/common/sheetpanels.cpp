@@ -41,7 +41,7 @@ QLabel#TagLabel {
     border-radius: 6px;
     padding: 1px 8px;
 }
-QLabel[tone="error"] { color: @dangerText@; }
+QLabel[tone="error"] { color: @dangerTone@; }
 QLabel[tone="success"] { color: @successInk@; }
 QLabel[tone="warning"] { color: @warningInk@; }
 )qss");
@@ -81,6 +81,7 @@ QFrame#PartitionCard[selected="true"] {
     border: 2px solid @accent@;
     padding: 0px;
 }
+QFrame#PartitionCard[dashed="true"] QLabel#SubtleText { color: @groundMuted@; }
 QFrame#PartitionCard[selected="true"] QLabel#SubtleText { color: @textPrimary@; }
 QFrame[dashed="true"] { border-style: dashed; }
 QFrame[line="true"] { background: @gridLine@; border: none; max-height: 1px; min-height: 1px; }
@@ -154,7 +155,7 @@ QFrame#SegmentedToggle QPushButton:checked { background: @accentFill@; color: @t
     font-weight: 600; }
 QFrame#SegmentedToggle QPushButton:focus { border-color: @accentHover@; }
 QFrame#SegmentedToggle QPushButton:disabled { color: @textMuted@; }
-QFrame#SegmentedToggle QPushButton:checked:disabled { background: @border@; color: @textMuted@; }
+QFrame#SegmentedToggle QPushButton:checked:disabled { background: @border@; color: @textPrimary@; }
 
 QFrame#KeywordTagInput { background: @inputBackground@; border: 1px solid @border@;
     border-radius: 8px; padding: 1px; }

@@ -18,6 +18,7 @@ QTableView, QTreeView, QListView {
     selection-background-color: @selectionBackground@;
     selection-color: @textPrimary@;
 }
+QTableView:focus, QTreeView:focus, QListView:focus { border-color: @accent@; }
 QTableView[frameless="true"], QTreeView[frameless="true"], QListView[frameless="true"] {
     border: none; border-radius: 0px; background: transparent; }
 QTableView::item, QTreeView::item {
@@ -140,6 +141,7 @@ QTabBar::tab { background: transparent; color: @groundMuted@; border: none;
     border-bottom: 2px solid transparent; padding: 8px 16px; }
 QTabBar::tab:hover { color: @textPrimary@; }
 QTabBar::tab:selected { color: @linkText@; border-bottom-color: @accent@; font-weight: 600; }
+QTabBar::tab:selected:focus { background: @activeNavBackground@; }
 QTabBar::tab:disabled { color: @textMuted@; }
 QGroupBox { background: @surface@; border: 1px solid @border@; border-radius: 12px;
     margin-top: @groupTop@; padding: 12px; }

@@ -13,6 +13,7 @@ namespace common {
 namespace {
 
 constexpr int kBorders = 2;
+constexpr int kDarkerPercent = 115;
 
 QString px(int pixels)
 {
@@ -56,6 +57,11 @@ QHash<QString, QString> derivedValues(const ThemeColors &colors)
     values.insert(
         QStringLiteral("groundMuted"),
         firstReadable(colors.textMuted, colors.titleBarText, colors.windowBackground).name());
+    // Also on the window's own ground, which is darker than a card in the light theme.
+    values.insert(QStringLiteral("dangerTone"),
+                  firstReadable(colors.dangerText, colors.dangerText.darker(kDarkerPercent),
+                                colors.windowBackground)
+                      .name());
     addSemanticInks(colors, &values);
     QColor scrollHandle = colors.textMuted;
     scrollHandle.setAlphaF(0.5);

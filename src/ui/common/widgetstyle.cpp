@@ -33,5 +33,11 @@ void setButtonRole(QPushButton *button, const QString &role)
     setStyleProperty(button, "role", role.isEmpty() ? QVariant() : QVariant(role));
 }
 
+void setUsable(QWidget *button, const QString &obstacle)
+{
+    button->setEnabled(obstacle.isEmpty());
+    button->setToolTip(obstacle);
+}
+
 } // namespace common
 } // namespace ui

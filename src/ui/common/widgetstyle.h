@@ -16,5 +16,9 @@ void setStyleProperty(QWidget *widget, const char *name, const QVariant &value);
 /// "quiet", "quiet-danger", "icon"; empty for the plain one.
 void setButtonRole(QPushButton *button, const QString &role);
 
+/// Turns a button with a text on where `obstacle` is empty; else off, with the obstacle as its tool
+/// tip, so that one learns what to do first.
+void setUsable(QWidget *button, const QString &obstacle);
+
 } // namespace common
 } // namespace ui

@@ -93,6 +93,7 @@ QWidget *AboutPage::buildProtocol()
     card->setProperty("card", true);
     m_protocol = new QPlainTextEdit(card);
     m_protocol->setObjectName(QStringLiteral("AboutProtocolText"));
+    m_protocol->setAccessibleName(tr("使用协议"));
     m_protocol->setReadOnly(true);
     auto *column = new QVBoxLayout(card);
     column->setContentsMargins(metrics::kCardPadding, metrics::kCardPadding, metrics::kCardPadding,

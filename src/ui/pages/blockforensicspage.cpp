@@ -3,6 +3,7 @@
 #include "core/controllers/forensicscontroller.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/emptystate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
@@ -141,6 +142,7 @@ QFrame *BlockForensicsPage::buildList()
     m_listViews->addWidget(m_list);
     m_listViews->addWidget(m_listState);
     m_delete = new QPushButton(tr("删除"), frame);
+    ui::common::setKeyRole(m_delete, ui::common::KeyRole::Remove);
     m_delete->setObjectName(QStringLiteral("DeleteSnapshotButton"));
     ui::common::setButtonRole(m_delete, QStringLiteral("danger"));
     connect(m_delete, &QPushButton::clicked, this, &BlockForensicsPage::deleteSnapshot);
@@ -402,9 +404,9 @@ void BlockForensicsPage::deleteSnapshot()
     const QString path = m_list->currentIndex().data(Qt::ToolTipRole).toString();
     const QPointer<BlockForensicsPage> self(this);
     // Once its file is deleted, a snapshot cannot be made again.
-    const bool agreed = AppNoticeDialog::confirm(
+    const bool agreed = AppNoticeDialog::confirmDestruction(
         this, tr("确认删除"), tr("确定要删除 %1 的块快照吗？此操作不可撤销。").arg(path),
-        tr("确认"), tr("取消"));
+        tr("删除"));
     if (!agreed || !self || !m_controller || snapshotId.isEmpty())
         return;
     m_delete->setEnabled(false);

@@ -2,6 +2,7 @@
 
 #include "analyzer/diskanalyzerworker.h"
 #include "ui/common/appnoticedialog.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
@@ -117,6 +118,7 @@ QHBoxLayout *DiskAnalyzerPage::buildHeader()
     refresh->setAccessibleName(tr("重新读取分区"));
     connect(refresh, &QPushButton::clicked, this, [this] {
         m_strip->setBusy();
+    ui::common::setKeyRole(refresh, ui::common::KeyRole::Refresh);
         readPartitions();
     });
     auto *row = new QHBoxLayout;
@@ -212,7 +214,10 @@ void DiskAnalyzerPage::buildPartitionCards(const QVector<PartitionInfo> &volumes
     }
     if (selected < 0)
         m_selectedPath.clear();
-    m_strip->setSelected(selected);
+    if (m_partitions.size() == 1 && selected < 0 && !isScanning())
+        selectPartition(0); // There is nothing to choose.
+    else
+        m_strip->setSelected(selected);
 }
 
 void DiskAnalyzerPage::onPartitionCardClicked(int index)

@@ -218,7 +218,8 @@ void FileShareDetailDialog::onEdit()
         switchToEditMode();
         return;
     }
-    if (AppNoticeDialog::confirm(this, tr("停止共享"), tr("编辑前需要先停止当前共享，是否继续？")))
+    if (AppNoticeDialog::confirm(this, tr("停止共享"), tr("编辑前需要先停止当前共享，是否继续？"),
+                                 tr("停止并编辑")))
         onStopAndEdit();
 }
 

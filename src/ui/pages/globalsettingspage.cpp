@@ -292,7 +292,7 @@ void GlobalSettingsPage::startUpdate()
 {
     if (!AppNoticeDialog::confirm(
             this, tr("立即更新"),
-            tr("客户端将下载并安装新版本，安装任务提交后应用会退出。是否继续？"), QString(),
+            tr("客户端将下载并安装新版本，安装任务提交后应用会退出。是否继续？"), tr("下载并安装"),
             QString(), AppNoticeDialog::Information) ||
         !m_controller)
         return;

@@ -47,7 +47,14 @@ HelpGuidePage::HelpGuidePage(QWidget *parent, const QString &guidePath)
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_stack);
-    loadMarkdownFromDisk();
+}
+
+void HelpGuidePage::showEvent(QShowEvent *event)
+{
+    // Not before: laying the guide out takes longer than all else of a page.
+    if (!m_isLoaded)
+        loadMarkdownFromDisk();
+    QWidget::showEvent(event);
 }
 
 QWidget *HelpGuidePage::buildGuide()
@@ -57,6 +64,7 @@ QWidget *HelpGuidePage::buildGuide()
     // Room between the lines of the lists, as in the paragraphs.
     m_text->document()->setDefaultStyleSheet(QStringLiteral("li { line-height: 150%; }"));
     m_text->setObjectName(QStringLiteral("HelpGuideText"));
+    m_text->setAccessibleName(tr("使用说明"));
     m_text->setOpenExternalLinks(true);
     auto *layout = new QHBoxLayout(guide);
     layout->setContentsMargins(metrics::kPageMargin, metrics::kPageMargin, metrics::kPageMargin,
@@ -108,6 +116,7 @@ QWidget *HelpGuidePage::buildContents()
 
 void HelpGuidePage::loadMarkdownFromDisk()
 {
+    m_isLoaded = true;
     m_sections.clear();
     QFile file(m_guidePath);
     QString html;

@@ -12,8 +12,8 @@ class QTextBrowser;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-/// The user guide with its table of contents and, behind a button, the catalogue of disk tools. GUI
-/// thread only.
+/// The user guide, read on first show, with its table of contents and, behind a button, the
+/// catalogue of disk tools. GUI thread only.
 class HelpGuidePage : public QWidget
 {
     Q_OBJECT
@@ -27,6 +27,9 @@ public:
     /// The guide's mark-up as HTML in the colours of the theme; its headings become the sections.
     QString markdownToHtml(const QString &markdown);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     QWidget *buildGuide();
     QWidget *buildContents();
@@ -35,6 +38,7 @@ private:
     void scrollToItem(const QTreeWidgetItem *item);
 
     QString m_guidePath;
+    bool m_isLoaded = false; ///< On first show.
     QVector<helpguide::GuideSection> m_sections;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_guide = nullptr;

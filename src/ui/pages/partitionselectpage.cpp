@@ -4,6 +4,7 @@
 #include "ui/common/elidedlabel.h"
 #include "ui/common/emptystate.h"
 #include "ui/common/iconwidget.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/segmentedtoggle.h"
 #include "ui/common/styletemplate.h"
@@ -87,6 +88,7 @@ QHBoxLayout *PartitionSelectPage::buildHeader()
     texts->addWidget(m_sampleNotice);
 
     auto *refresh = new QPushButton(tr("刷新"), this);
+    ui::common::setKeyRole(refresh, ui::common::KeyRole::Refresh);
     refresh->setObjectName(QStringLiteral("RefreshDisksButton"));
     connect(refresh, &QPushButton::clicked, this, &PartitionSelectPage::requestRefresh);
     auto *row = new QHBoxLayout;

@@ -222,6 +222,8 @@ void RealtimeProtectionPage::onConnectionChanged(bool connected)
 {
     m_status->setControlsEnabled(connected);
     m_files->setConnected(connected);
+    if (m_overlay)
+        m_overlay->setServiceAvailable(connected);
     m_wholeListSize = 0;
     if (connected)
         refreshAll();
@@ -358,10 +360,9 @@ void RealtimeProtectionPage::onDeleteSelected()
     if (!canWorkOnFiles() || ids.isEmpty())
         return;
     const QPointer<RealtimeProtectionPage> self(this);
-    const bool confirmed = AppNoticeDialog::confirm(
+    const bool confirmed = AppNoticeDialog::confirmDestruction(
         this, tr("确认删除"),
-        tr("确定要永久删除选中的 %1 个文件吗？此操作不可恢复。").arg(ids.size()), tr("确认"),
-        tr("取消"), AppNoticeDialog::Warning);
+        tr("确定要永久删除选中的 %1 个文件吗？此操作不可恢复。").arg(ids.size()), tr("确认"));
     if (self && confirmed && canStillWorkOnFiles())
         m_controller->deleteFiles(ids);
 }
@@ -371,9 +372,8 @@ void RealtimeProtectionPage::onClearAll()
     if (!canWorkOnFiles())
         return;
     const QPointer<RealtimeProtectionPage> self(this);
-    const bool confirmed = AppNoticeDialog::confirm(
-        this, tr("确认清空"), tr("确定要清空所有受保护文件吗？此操作不可恢复。"), tr("确认"),
-        tr("取消"), AppNoticeDialog::Warning);
+    const bool confirmed = AppNoticeDialog::confirmDestruction(
+        this, tr("确认清空"), tr("确定要清空所有受保护文件吗？此操作不可恢复。"), tr("确认"));
     if (self && confirmed && canStillWorkOnFiles())
         m_controller->clearAllFiles();
 }

@@ -4,6 +4,7 @@
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/celldelegate.h"
 #include "ui/common/emptystate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
@@ -101,10 +102,12 @@ QHBoxLayout *RecentScansPage::buildHeader()
 QHBoxLayout *RecentScansPage::buildSearchRow()
 {
     m_search = new QLineEdit(this);
+    ui::common::setKeyRole(m_search, ui::common::KeyRole::Search);
     m_search->setObjectName(QStringLiteral("RecentScansSearch"));
     m_search->setPlaceholderText(tr("搜索会话编号 / 分区名 / 扫描模式..."));
     m_search->setMaximumWidth(kSearchWidth);
     m_refresh = new QPushButton(tr("刷新"), this);
+    ui::common::setKeyRole(m_refresh, ui::common::KeyRole::Refresh);
     m_refresh->setObjectName(QStringLiteral("RecentScansRefresh"));
     connect(m_search, &QLineEdit::textChanged, this, &RecentScansPage::applyFilter);
     connect(m_refresh, &QPushButton::clicked, this, &RecentScansPage::refresh);
@@ -387,9 +390,9 @@ void RecentScansPage::requestDeleteSession(const QString &sessionId, int row)
     if (!m_controller)
         return;
     const QPointer<RecentScansPage> self(this);
-    const bool agreed = AppNoticeDialog::confirm(
+    const bool agreed = AppNoticeDialog::confirmDestruction(
         this, tr("确认删除"), tr("确定要删除会话 %1 吗？此操作不可撤销。").arg(sessionId),
-        tr("确认"), tr("取消"));
+        tr("确认"));
     if (!agreed || !self || !m_controller)
         return;
     m_wantedRow = row;

@@ -1,5 +1,6 @@
 #include "ui/pages/recoveryworkflowwindow.h"
 
+#include "ui/common/accessibility.h"
 #include "ui/common/framelesswindowcontroller.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
@@ -40,6 +41,7 @@ RecoveryWorkflowWindow::RecoveryWorkflowWindow()
     , m_framelessController(nullptr)
 {
     setObjectName(QStringLiteral("RecoveryWorkflowWindow"));
+    ui::common::setAccessibleRole(this, QAccessible::Window);
     setAttribute(Qt::WA_StyledBackground);
     setWindowTitle(tr("墨川归档 - 扫描与恢复"));
     setWindowIcon(QIcon(QStringLiteral(":/img/logo.png")));

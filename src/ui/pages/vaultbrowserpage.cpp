@@ -3,6 +3,7 @@
 #include "core/controllers/recoverycontroller.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/emptystate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/protectedfiletree.h"
 #include "ui/common/theme.h"
@@ -111,6 +112,7 @@ QFrame *VaultBrowserPage::buildHeader()
     connect(m_partitions, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             &VaultBrowserPage::onPartitionChanged);
     m_refresh = new QPushButton(tr("刷新"), frame);
+    ui::common::setKeyRole(m_refresh, ui::common::KeyRole::Refresh);
     m_refresh->setObjectName(QStringLiteral("VaultRefreshButton"));
     const int iconSize = ThemeColors::current().fontPx(kIconSize);
     m_refresh->setIcon(QIcon(IconWidget::makeFontAwesomePixmap(
@@ -171,6 +173,7 @@ QFrame *VaultBrowserPage::buildFileList()
     m_heading->setObjectName(QStringLiteral("VaultListHeading"));
     m_heading->setProperty("textRole", QStringLiteral("section"));
     m_search = new QLineEdit(frame);
+    ui::common::setKeyRole(m_search, ui::common::KeyRole::Search);
     m_search->setObjectName(QStringLiteral("VaultSearchEdit"));
     m_search->setPlaceholderText(tr("搜索文件..."));
     m_search->setClearButtonEnabled(true);
@@ -183,7 +186,9 @@ QFrame *VaultBrowserPage::buildFileList()
     m_tree = new ProtectedFileTree(tr("保护时间"), frame);
     m_tree->setObjectName(QStringLiteral("VaultFileTree"));
     connect(m_tree, &ProtectedFileTree::checkedCountChanged, this, [this](int count) {
+        m_checkedCount = count;
         m_checked->setText(count > 0 ? tr("已勾选 %1 个").arg(count) : QString());
+        updateButtons();
     });
     connect(m_tree->emptyState(), &EmptyState::actionTriggered, this, [this] {
         if (m_files.isEmpty())
@@ -366,8 +371,19 @@ void VaultBrowserPage::populateTree()
     const QVector<ProtectedFile> shown =
         vaultbrowser::matching(m_files, m_search->text().trimmed());
     m_tree->populate(shown);
+    updateButtons();
     m_heading->setText(tr("受保护文件列表（%1 个文件）").arg(shown.size()));
     showTreeState();
+}
+
+void VaultBrowserPage::updateButtons()
+{
+    const QString busy = m_restore.isBusy() ? tr("正在恢复，请等待完成") : QString();
+    ui::common::setUsable(m_restoreSelected, busy.isEmpty() && m_checkedCount == 0
+                                                 ? tr("请先勾选需要恢复的文件。")
+                                                 : busy);
+    ui::common::setUsable(
+        m_restoreAll, busy.isEmpty() && m_files.isEmpty() ? tr("当前分区没有受保护文件。") : busy);
 }
 
 void VaultBrowserPage::showTreeState()
@@ -437,8 +453,7 @@ void VaultBrowserPage::restore(const QStringList &fileIds, const QString &doingT
 void VaultBrowserPage::showRestore(const QString &text, bool isError)
 {
     const bool isBusy = m_restore.isBusy();
-    m_restoreSelected->setEnabled(!isBusy);
-    m_restoreAll->setEnabled(!isBusy);
+    updateButtons();
     m_restoreBar->setVisible(isBusy);
     m_restoreBar->setRange(0, m_restore.isStarting() ? 0 : m_restore.total());
     m_restoreBar->setValue(m_restore.done());

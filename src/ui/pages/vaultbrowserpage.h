@@ -78,6 +78,7 @@ private:
     void onFilesLoaded(const QString &vaultParentDir, const QJsonArray &files);
     void setFiles(const QJsonArray &files);
     void populateTree();
+    void updateButtons();
     void showTreeState();
     void setListing(bool listing, const QString &status);
 
@@ -116,6 +117,7 @@ private:
     QPushButton *m_restoreSelected = nullptr;
     QPushButton *m_restoreAll = nullptr;
     QLabel *m_checked = nullptr;
+    int m_checkedCount = 0;
     ui::common::WrapLabel *m_restoreLabel = nullptr;
     QProgressBar *m_restoreBar = nullptr;
     QLabel *m_heading = nullptr;

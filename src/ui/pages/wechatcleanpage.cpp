@@ -510,7 +510,7 @@ void WechatCleanPage::refreshRecordList()
 void WechatCleanPage::triggerUndoForRecord(const QString &sessionId)
 {
     if (m_state == UiState::Busy) {
-        AppNoticeDialog::showInfo(noticeParent(), tr("提示"), RecordKeeper::busyText());
+        AppNoticeDialog::showInfo(noticeParent(), tr("暂时无法撤销"), RecordKeeper::busyText());
         return;
     }
     const QVariantMap record = m_recordKeeper->record(sessionId);

@@ -58,7 +58,7 @@ void DeletionFlow::cleanGroup(const DuplicateGroup &group)
 {
     const int count = group.unkeptCount();
     if (count == 0) {
-        AppNoticeDialog::showInfo(m_window, tr("提示"),
+        AppNoticeDialog::showInfo(m_window, tr("没有可删除的文件"),
                                   tr("所有文件均已勾选保留，没有可删除的文件"));
         return;
     }
@@ -71,7 +71,7 @@ void DeletionFlow::cleanAll(const DuplicateResult &result)
 {
     const int count = result.unkeptCount();
     if (count == 0) {
-        AppNoticeDialog::showInfo(m_window, tr("提示"), tr("没有需要删除的文件"));
+        AppNoticeDialog::showInfo(m_window, tr("没有可删除的文件"), tr("没有需要删除的文件"));
         return;
     }
     Groups groups;

@@ -26,14 +26,6 @@ DeletionQuestion::DeletionQuestion(const QString &message, const QString &delete
     connect(trash, &QPushButton::clicked, this, [this] { m_choice = DeletionChoice::Trash; });
 }
 
-void DeletionQuestion::showEvent(QShowEvent *event)
-{
-    AppNoticeDialog::showEvent(event);
-    auto *trash = findChild<QPushButton *>(QStringLiteral("NoticeOkBtn"));
-    trash->setDefault(true);
-    trash->setFocus();
-}
-
 DeletionChoice DeletionQuestion::ask(QWidget *parent, const QString &message,
                                      const QString &deleteLabel)
 {

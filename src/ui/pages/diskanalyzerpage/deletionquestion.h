@@ -6,7 +6,7 @@ namespace diskanalyzer {
 
 enum class DeletionChoice { Keep, Trash, Permanent };
 
-/// Asks whether files go to the trash, which Enter and the focus stand for, or are deleted. Object
+/// Asks whether files go to the trash or are deleted; Enter and the focus stand for neither. Object
 /// names of the buttons: NoticeOkBtn for the trash, DeletionPermanentBtn, NoticeCancelBtn.
 class DeletionQuestion : public ui::common::AppNoticeDialog
 {
@@ -21,9 +21,6 @@ public:
 
     /// Blocks in a nested event loop. Keep if the parent goes meanwhile.
     static DeletionChoice ask(QWidget *parent, const QString &message, const QString &deleteLabel);
-
-protected:
-    void showEvent(QShowEvent *event) override;
 
 private:
     DeletionChoice m_choice = DeletionChoice::Keep;

@@ -53,6 +53,24 @@ DuplicateListView::Place DuplicateListView::placeAt(const QPoint &position) cons
     return Place{index, NoPart};
 }
 
+QVector<ui::common::RowAction> DuplicateListView::ownActions(const QModelIndex &index)
+{
+    QVector<ui::common::RowAction> actions;
+    const QPersistentModelIndex kept(index);
+    const auto add = [&](const QString &text, Part part) {
+        actions.append({text, part == DeletePart, [this, kept, part] {
+                            if (kept.isValid())
+                                activate(kept, part);
+                        }});
+    };
+    if (const DuplicateFile *file = m_duplicates->fileAt(index)) {
+        add(tr("打开目录"), OpenPart);
+        add(file->keep ? tr("不保留此文件") : tr("保留此文件"), KeepPart);
+    }
+    add(tr("清理此组"), DeletePart);
+    return actions;
+}
+
 void DuplicateListView::setHovered(const Place &place)
 {
     if (m_hovered == place)

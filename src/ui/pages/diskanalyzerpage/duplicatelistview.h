@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/common/rowmenu.h"
+
 #include <QListView>
 #include <QPersistentModelIndex>
 
@@ -10,7 +12,7 @@ class DuplicateModel;
 /// Paints the duplicate groups as cards: only what is in view costs anything, however many there
 /// are. Space keeps or releases the current file, Enter opens its directory, Delete asks for the
 /// removal of what the current group does not keep.
-class DuplicateListView : public QListView
+class DuplicateListView : public QListView, public ui::common::RowActionSource
 {
     Q_OBJECT
 
@@ -22,6 +24,7 @@ public:
 
     /// Where the part stands, in the viewport's coordinates; empty if the row has none such.
     QRect partRect(const QModelIndex &index, Part part) const;
+    QVector<ui::common::RowAction> ownActions(const QModelIndex &index) override;
 
 signals:
     void openDirRequested(const QString &filePath);

@@ -110,18 +110,23 @@ int DuplicateTab::groupCount() const
 void DuplicateTab::setDeleting(bool deleting)
 {
     m_deleting = deleting;
-    m_clean->setEnabled(!deleting);
     showSummary();
 }
 
 void DuplicateTab::showSummary()
 {
+    const int unkept = m_model->result().unkeptCount();
+    QString obstacle;
+    if (m_deleting)
+        obstacle = tr("正在删除文件...");
+    else if (unkept == 0)
+        obstacle = tr("所有文件均已勾选保留");
+    ui::common::setUsable(m_clean, obstacle);
     if (m_deleting) {
-        m_footer->setText(tr("正在删除文件..."));
+        m_footer->setText(obstacle);
         return;
     }
     QString text = duplicateFooterText(m_model->result());
-    const int unkept = m_model->result().unkeptCount();
     if (unkept > 0)
         text += tr("；已标记删除 %1 个文件").arg(unkept);
     m_footer->setText(text);

@@ -1,6 +1,7 @@
 #include "ui/pages/diskanalyzerpage/largefilestab.h"
 
 #include "ui/common/celldelegate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/pages/diskanalyzerpage/analyzertext.h"
@@ -73,6 +74,7 @@ QWidget *LargeFilesTab::buildFooter()
     m_footer = new QLabel(m_footerBar);
     m_footer->setObjectName(QStringLiteral("LargeFileFooter"));
     m_delete = new QPushButton(tr("删除选中"), m_footerBar);
+    ui::common::setKeyRole(m_delete, ui::common::KeyRole::Remove);
     m_delete->setObjectName(QStringLiteral("LargeFileDeleteButton"));
     ui::common::setButtonRole(m_delete, QStringLiteral("danger"));
     auto *row = new QHBoxLayout(m_footerBar);
@@ -141,7 +143,12 @@ void LargeFilesTab::showChecked()
     const int checked = m_model->checkedCount();
     m_footer->setText(m_deleting ? tr("正在删除文件...")
                                  : selectedFilesText(checked, m_model->checkedBytes()));
-    m_delete->setEnabled(checked > 0 && !m_deleting);
+    QString obstacle;
+    if (m_deleting)
+        obstacle = tr("正在删除文件...");
+    else if (checked == 0)
+        obstacle = tr("请先勾选文件");
+    ui::common::setUsable(m_delete, obstacle);
     m_selectAll->setChecked(checked > 0 && checked == count());
 }
 
@@ -154,6 +161,8 @@ bool LargeFilesTab::eventFilter(QObject *watched, QEvent *event)
         toggleSelectedRows();
     else if (key == Qt::Key_Delete)
         requestDeleteChecked();
+    else if ((key == Qt::Key_Return || key == Qt::Key_Enter) && m_table->currentIndex().isValid())
+        onAction(m_table->currentIndex(), LargeFileModel::OpenAction);
     else
         return QWidget::eventFilter(watched, event);
     return true;

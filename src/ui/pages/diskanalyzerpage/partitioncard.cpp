@@ -1,5 +1,6 @@
 #include "ui/pages/diskanalyzerpage/partitioncard.h"
 
+#include "ui/common/accessibility.h"
 #include "ui/common/elidedlabel.h"
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
@@ -43,6 +44,7 @@ PartitionCard::PartitionCard(const PartitionInfo &partition, QWidget *parent)
     setFixedWidth(theme.fontPx(kWidth));
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);
+    ui::common::setAccessibleRole(this, QAccessible::RadioButton);
     setAccessibleName(partitionTitle(partition));
     setToolTip(ui::common::utils::plainTip(
         QStringLiteral("%1\n%2 · %3")
@@ -91,7 +93,10 @@ QWidget *PartitionCard::buildBar(int percent)
 
 void PartitionCard::setSelected(bool selected)
 {
+    if (property("selected").toBool() == selected)
+        return;
     ui::common::setStyleProperty(this, "selected", selected);
+    ui::common::announceChosen(this);
 }
 
 void PartitionCard::mousePressEvent(QMouseEvent *event)

@@ -68,7 +68,6 @@ SessionTable::SessionTable(QWidget *parent)
     delegate->setElideMode(SessionTableModel::PathColumn, Qt::ElideMiddle);
     setItemDelegate(delegate);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setTabKeyNavigation(false);
     setModel(m_sessions);
     layOutColumns();
     connect(delegate, &CellDelegate::actionTriggered, this,

@@ -1,5 +1,6 @@
 #include "ui/pages/partitionselectpage/partitioncardwidget.h"
 
+#include "ui/common/accessibility.h"
 #include "ui/common/elidedlabel.h"
 #include "ui/common/iconwidget.h"
 #include "ui/common/layoutmetrics.h"
@@ -51,6 +52,7 @@ PartitionCardWidget::PartitionCardWidget(const PartitionEntry &entry, QWidget *p
     setFixedSize(theme.fontPx(kBaseWidth), theme.fontPx(kBaseHeight));
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);
+    ui::common::setAccessibleRole(this, QAccessible::RadioButton);
     setAccessibleName(entry.title + QLatin1Char(' ') + m_devicePath);
     m_icon->setFixedSize(theme.fontPx(kBaseIcon), theme.fontPx(kBaseIcon));
     m_icon->setColor(m_selected ? LegacyColors::partitionIconSelected()
@@ -126,6 +128,7 @@ void PartitionCardWidget::setSelected(bool selected)
     m_icon->setColor(selected ? LegacyColors::partitionIconSelected()
                               : LegacyColors::partitionIcon());
     ui::common::setStyleProperty(this, "selected", selected);
+    ui::common::announceChosen(this);
 }
 
 void PartitionCardWidget::mousePressEvent(QMouseEvent *event)

@@ -1,6 +1,7 @@
 #include "ui/pages/realtimeprotectionpage/filelistcard.h"
 
 #include "ui/common/emptystate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/protectedfiletree.h"
 #include "ui/common/theme.h"
@@ -63,6 +64,7 @@ QBoxLayout *FileListCard::buildHeading()
     m_heading->setObjectName(QStringLiteral("FileListHeading"));
     m_heading->setProperty("textRole", QStringLiteral("section"));
     m_search = new QLineEdit(this);
+    ui::common::setKeyRole(m_search, ui::common::KeyRole::Search);
     m_search->setObjectName(QStringLiteral("FileSearchEdit"));
     m_search->setPlaceholderText(tr("搜索文件..."));
     m_search->setClearButtonEnabled(true);
@@ -79,6 +81,7 @@ QBoxLayout *FileListCard::buildActions()
 {
     m_restore = listButton(tr("恢复选中"), "RestoreSelectedButton", QString(), this);
     m_delete = listButton(tr("删除选中"), "DeleteSelectedButton", QStringLiteral("danger"), this);
+    ui::common::setKeyRole(m_delete, ui::common::KeyRole::Remove);
     m_clear = listButton(tr("清空全部"), "ClearAllButton", QStringLiteral("danger"), this);
     connect(m_restore, &QPushButton::clicked, this, &FileListCard::restoreRequested);
     connect(m_delete, &QPushButton::clicked, this, &FileListCard::deleteRequested);
@@ -106,22 +109,36 @@ void FileListCard::buildTree()
 void FileListCard::showFiles(const QVector<protectedfiles::ProtectedFile> &files, int totalCount)
 {
     m_isRead = true;
+    if (filter().isEmpty())
+        m_totalCount = totalCount;
     m_heading->setText(tr("受保护文件列表 (%1 个文件)").arg(totalCount));
     m_tree->populate(files);
+    updateButtons();
     updateEmptyState();
 }
 
 void FileListCard::showCheckedCount(int count)
 {
+    m_checkedCount = count;
     m_checked->setText(count > 0 ? tr("已勾选 %1 个").arg(count) : QString());
+    updateButtons();
+}
+
+void FileListCard::updateButtons()
+{
+    const QString gone = m_isConnected ? QString() : tr("守护进程未连接");
+    const QString nothingTicked = gone.isEmpty() && m_checkedCount == 0 ? tr("请先勾选文件") : gone;
+    ui::common::setUsable(m_restore, nothingTicked);
+    ui::common::setUsable(m_delete, nothingTicked);
+    ui::common::setUsable(m_clear,
+                          gone.isEmpty() && m_totalCount == 0 ? tr("还没有受保护的文件") : gone);
 }
 
 void FileListCard::setConnected(bool connected)
 {
     m_isConnected = connected;
-    for (QWidget *control : {static_cast<QWidget *>(m_search), static_cast<QWidget *>(m_restore),
-                             static_cast<QWidget *>(m_delete), static_cast<QWidget *>(m_clear)})
-        control->setEnabled(connected);
+    m_search->setEnabled(connected);
+    updateButtons();
     if (!connected)
         m_searchTimer->stop();
     updateEmptyState();
@@ -147,9 +164,11 @@ void FileListCard::updateEmptyState()
 
 void FileListCard::setContentVisible(bool visible)
 {
-    for (QWidget *part : {static_cast<QWidget *>(m_tree), static_cast<QWidget *>(m_search),
-                          static_cast<QWidget *>(m_restore), static_cast<QWidget *>(m_delete),
-                          static_cast<QWidget *>(m_clear), static_cast<QWidget *>(m_checked)})
+    // The heading, too: it would shine through what lies over the list.
+    for (QWidget *part : {static_cast<QWidget *>(m_heading), static_cast<QWidget *>(m_tree),
+                          static_cast<QWidget *>(m_search), static_cast<QWidget *>(m_restore),
+                          static_cast<QWidget *>(m_delete), static_cast<QWidget *>(m_clear),
+                          static_cast<QWidget *>(m_checked)})
         part->setVisible(visible);
 }
 

@@ -51,6 +51,7 @@ private:
     QBoxLayout *buildActions();
     void buildTree();
     void showCheckedCount(int count);
+    void updateButtons();
     void updateEmptyState();
 
     QLabel *m_heading = nullptr;
@@ -63,6 +64,8 @@ private:
     QTimer *m_searchTimer;
     bool m_isConnected = false;
     bool m_isRead = false; ///< A list has come.
+    int m_totalCount = 0;  ///< Of the list without a filter, as the service told it.
+    int m_checkedCount = 0;
 };
 
 } // namespace realtimeprotection

@@ -45,15 +45,16 @@ void LockOverlay::buildContent()
     auto *hint = new WrapLabel(tr("输入当前用户密码以查看和操作受保护的文件"), this);
     hint->setObjectName(QStringLiteral("LockHint"));
     hint->setAlignment(Qt::AlignHCenter);
-    auto *unlock = new QPushButton(tr("验证身份"), this);
-    unlock->setObjectName(QStringLiteral("UnlockButton"));
-    ui::common::setButtonRole(unlock, QStringLiteral("primary"));
+    m_unlock = new QPushButton(tr("验证身份"), this);
+    m_unlock->setObjectName(QStringLiteral("UnlockButton"));
+    ui::common::setButtonRole(m_unlock, QStringLiteral("primary"));
     m_message = new WrapLabel(this);
     m_message->setObjectName(QStringLiteral("LockMessage"));
     m_message->setProperty("tone", QStringLiteral("error"));
     m_message->setAlignment(Qt::AlignHCenter);
     m_message->hide();
-    connect(unlock, &QPushButton::clicked, this, &LockOverlay::unlockRequested);
+    connect(m_unlock, &QPushButton::clicked, this, &LockOverlay::unlockRequested);
+    setServiceAvailable(false);
 
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(metrics::kCardPadding, metrics::kCardPadding, metrics::kCardPadding,
@@ -65,7 +66,7 @@ void LockOverlay::buildContent()
     column->addWidget(heading, 0, Qt::AlignHCenter);
     column->addWidget(hint);
     column->addSpacing(metrics::kFieldGap);
-    column->addWidget(unlock, 0, Qt::AlignHCenter);
+    column->addWidget(m_unlock, 0, Qt::AlignHCenter);
     column->addWidget(m_message);
     column->addStretch(1);
 }
@@ -77,6 +78,11 @@ void LockOverlay::setLocked(bool locked)
         return;
     cover();
     raise();
+}
+
+void LockOverlay::setServiceAvailable(bool available)
+{
+    ui::common::setUsable(m_unlock, available ? QString() : tr("守护进程未连接，无法验证"));
 }
 
 void LockOverlay::setMessage(const QString &message)

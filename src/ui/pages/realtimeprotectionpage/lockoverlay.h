@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class QLabel;
+class QPushButton;
 
 /// Lies over the list of protected files until its user has shown who they are.
 class LockOverlay : public QWidget
@@ -15,6 +16,8 @@ public:
 
     /// Shown and on top, or hidden.
     void setLocked(bool locked);
+    /// Without a service there is nobody to ask: the button is off then.
+    void setServiceAvailable(bool available);
     /// One line under the button; an empty one hides it.
     void setMessage(const QString &message);
 
@@ -30,5 +33,6 @@ private:
     void buildContent();
     void cover();
 
+    QPushButton *m_unlock = nullptr;
     QLabel *m_message = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include "ui/common/celldelegate.h"
 #include "ui/common/emptystate.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/pillpainter.h"
 
@@ -54,6 +55,7 @@ FileList::FileList(QWidget *parent)
 QWidget *FileList::buildSearchRow()
 {
     m_search = new QLineEdit(this);
+    ui::common::setKeyRole(m_search, ui::common::KeyRole::Search);
     m_search->setObjectName(QStringLiteral("RecoverySearchEdit"));
     m_search->setPlaceholderText(tr("搜索文件名..."));
     m_search->setMaximumWidth(kSearchWidth);

@@ -1,6 +1,7 @@
 #include "ui/pages/scanresultspage/filerecoverydetailpanel.h"
 
 #include "ui/common/iconwidget.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
@@ -68,6 +69,7 @@ FileRecoveryDetailPanel::FileRecoveryDetailPanel(QWidget *parent)
     setObjectName(QStringLiteral("FileDetailPanel"));
     setStyleSheet(panelSheet());
     setFocusPolicy(Qt::StrongFocus);
+    ui::common::setKeyRole(this, ui::common::KeyRole::Panel);
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(metrics::kCardPadding, metrics::kCardGap, metrics::kFieldGap,
                                metrics::kCardGap);

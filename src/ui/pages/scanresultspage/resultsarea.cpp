@@ -1,6 +1,7 @@
 #include "ui/pages/scanresultspage/resultsarea.h"
 
 #include "ui/common/iconwidget.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
@@ -84,6 +85,7 @@ ResultsArea::ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QW
 QHBoxLayout *ResultsArea::makeFilterBar()
 {
     m_search = new QLineEdit(this);
+    ui::common::setKeyRole(m_search, ui::common::KeyRole::Search);
     m_search->setObjectName(QStringLiteral("ScanSearchEdit"));
     m_search->setPlaceholderText(tr("按文件名过滤..."));
     m_search->setClearButtonEnabled(true);

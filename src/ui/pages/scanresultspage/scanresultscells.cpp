@@ -52,6 +52,22 @@ QVariant ScanResultsModel::nameData(const Row &row, int role) const
     }
 }
 
+QVariant ScanResultsModel::checkData(const Row &row, int role) const
+{
+    switch (role) {
+    case CheckedRole:
+        return row.checked;
+    case CheckableRole:
+        return !row.file.fileId.isEmpty();
+    case Qt::CheckStateRole: // The delegate paints the mark; screen readers ask for this one.
+        return row.checked ? Qt::Checked : Qt::Unchecked;
+    case Qt::AccessibleTextRole:
+        return tr("选择 %1").arg(text(row, NameColumn).toString());
+    default:
+        return QVariant();
+    }
+}
+
 QVariant ScanResultsModel::toolTip(const Row &row, int column) const
 {
     switch (column) {
@@ -89,9 +105,9 @@ QVariant ScanResultsModel::data(const QModelIndex &index, int role) const
         return toolTip(row, index.column());
     switch (index.column()) {
     case CheckColumn:
-        if (role == CheckedRole)
-            return row.checked;
-        return role == CheckableRole ? QVariant(!row.file.fileId.isEmpty()) : QVariant();
+        return checkData(row, role);
+    case DetailColumn:
+        return role == Qt::AccessibleTextRole ? QVariant(tr("查看详情")) : QVariant();
     case NameColumn:
         return nameData(row, role);
     case SizeColumn:
@@ -117,6 +133,10 @@ QVariant ScanResultsModel::headerData(int section, Qt::Orientation orientation, 
             tr("删除时间"), tr("路径"), tr("来源"), tr("完整性"), tr("恢复几率")};
         return kTitles[section];
     }
+    case Qt::AccessibleTextRole:
+        if (section == CheckColumn)
+            return tr("选择");
+        return section == DetailColumn ? QVariant(tr("详情")) : QVariant();
     case Qt::TextAlignmentRole:
         return section == SizeColumn ? static_cast<int>(Qt::AlignRight | Qt::AlignVCenter)
                                      : static_cast<int>(Qt::AlignLeft | Qt::AlignVCenter);

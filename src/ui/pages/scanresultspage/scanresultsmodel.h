@@ -132,6 +132,7 @@ private:
     bool setRowChecked(Row *row, bool checked, bool visible);
     const Row &rowAt(const QModelIndex &index) const;
     QVariant text(const Row &row, int column) const;
+    QVariant checkData(const Row &row, int role) const;
     QVariant nameData(const Row &row, int role) const;
     QVariant toolTip(const Row &row, int column) const;
     QPixmap icon(const QString &type) const;

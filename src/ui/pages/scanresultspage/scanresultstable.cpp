@@ -62,12 +62,11 @@ ScanResultsTable::ScanResultsTable(ScanResultsModel *model, QWidget *parent)
     setItemDelegateForColumn(ScanResultsModel::CheckColumn, icons);
     setItemDelegateForColumn(ScanResultsModel::DetailColumn, icons);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setTabKeyNavigation(false);
     setModel(model);
     setUpColumns();
     connect(this, &QTableView::clicked, this, [this](const QModelIndex &index) {
         if (index.column() == ScanResultsModel::CheckColumn)
-            m_model->setChecked(index, !index.data(ScanResultsModel::CheckedRole).toBool());
+            toggle(index);
         else if (index.column() == ScanResultsModel::DetailColumn)
             emit detailsRequested(index);
     });
@@ -139,12 +138,35 @@ bool ScanResultsTable::viewportEvent(QEvent *event)
     return QTableView::viewportEvent(event);
 }
 
+void ScanResultsTable::toggle(const QModelIndex &index)
+{
+    const QModelIndex cell = index.sibling(index.row(), ScanResultsModel::CheckColumn);
+    m_model->setChecked(cell, !cell.data(ScanResultsModel::CheckedRole).toBool());
+}
+
+QVector<ui::common::RowAction> ScanResultsTable::ownActions(const QModelIndex &index)
+{
+    const QModelIndex cell = index.sibling(index.row(), ScanResultsModel::CheckColumn);
+    const QPersistentModelIndex kept(cell);
+    QVector<ui::common::RowAction> actions{{tr("查看详情"), false, [this, kept] {
+                                                if (kept.isValid())
+                                                    emit detailsRequested(kept);
+                                            }}};
+    if (!cell.data(ScanResultsModel::CheckableRole).toBool())
+        return actions;
+    const bool isTicked = cell.data(ScanResultsModel::CheckedRole).toBool();
+    actions.append({isTicked ? tr("取消勾选") : tr("勾选"), false, [this, kept] {
+                        if (kept.isValid())
+                            toggle(kept);
+                    }});
+    return actions;
+}
+
 void ScanResultsTable::keyPressEvent(QKeyEvent *event)
 {
     const QModelIndex current = currentIndex();
     if (current.isValid() && event->key() == Qt::Key_Space) {
-        const QModelIndex cell = current.sibling(current.row(), ScanResultsModel::CheckColumn);
-        m_model->setChecked(cell, !cell.data(ScanResultsModel::CheckedRole).toBool());
+        toggle(current);
     } else if (current.isValid() &&
                (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)) {
         emit detailsRequested(current);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/common/rowmenu.h"
+
 #include <QTableView>
 
 namespace ui {
@@ -15,7 +17,7 @@ class SelectAllHeaderView;
 
 /// The table of found files. What the user looks at stays where it is while batches arrive and
 /// filters change: the place is remembered as a row, not as a distance from the top.
-class ScanResultsTable : public QTableView
+class ScanResultsTable : public QTableView, public ui::common::RowActionSource
 {
     Q_OBJECT
 
@@ -25,6 +27,7 @@ public:
     SelectAllHeaderView *header() const { return m_header; }
     /// Covers the rows' area while the table shows none; visible by the caller's choice.
     ui::common::EmptyState *emptyState() const { return m_empty; }
+    QVector<ui::common::RowAction> ownActions(const QModelIndex &index) override;
     /// Forgets place and current row, for a list that starts anew.
     void resetPlace();
     /// Runs `change` on the model with nothing painted, and puts current row and place back.
@@ -59,6 +62,7 @@ protected:
     void scrollContentsBy(int dx, int dy) override;
 
 private:
+    void toggle(const QModelIndex &index);
     void setUpColumns();
     void layoutColumns();
     void beginChange();

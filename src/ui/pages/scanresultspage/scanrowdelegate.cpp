@@ -72,6 +72,7 @@ void CenterIconTableDelegate::initStyleOption(QStyleOptionViewItem *option,
 {
     StableTableItemDelegate::initStyleOption(option, index);
     option->text.clear();
+    option->features.setFlag(QStyleOptionViewItem::HasCheckIndicator, false);
 }
 
 void CenterIconTableDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,

@@ -143,8 +143,7 @@ void ResultPanel::setResults(CleanResults *results, bool keepPlace)
     m_dirs->setText(results->scanDirs.join(QStringLiteral("；")));
     // Nothing left and something to find again would contradict each other.
     const bool isOutdated = isEmpty && results->outcome.isOutdated;
-    // Where a clean has left nothing, the next step is another scan.
-    m_cleanAll->setEnabled(!isEmpty || results->outcome.title.isEmpty());
+    ui::common::setUsable(m_cleanAll, isEmpty ? tr("当前没有可清理的重复文件组。") : QString());
     m_summary->setText(isOutdated ? tr("需要重新扫描") : summaryLine(results->summary));
     showOutcome(results->outcome, isEmpty);
     m_note->setVisible(!isEmpty);
