@@ -18,13 +18,15 @@ build="g++ cmake ninja-build ccache qtbase5-dev libqt5sql5-sqlite libqt5svg5 qtt
 extraction="poppler-utils catdoc antiword unrtf unzip"
 # Disk images for the tour and the tests: mke2fs, debugfs.
 images="e2fsprogs"
+# Programs that delete, for the tests of the protection, and what these look at.
+deleters="rsync busybox-static gvfs dbus nftables acl attr"
 # Images of other file systems, for the tests alone; without them these say so and are skipped.
 other_images="ntfs-3g btrfs-progs xfsprogs dosfstools exfatprogs mtools"
 display="fonts-noto-cjk libglib2.0-bin xvfb xauth"
 packages="$build $extraction $images $display"
 case ${1:-} in
 test | bench)
-    packages="$packages clang-format python3 file desktop-file-utils appstream
+    packages="$packages $deleters clang-format python3 file desktop-file-utils appstream
               openssl $other_images libreoffice-writer-nogui libreoffice-calc-nogui
               libreoffice-impress-nogui curl chromium chromium-driver"
     ;;
