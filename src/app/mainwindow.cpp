@@ -2,14 +2,16 @@
 
 #include "app/applog.h"
 #include "app/collapsiblesidebar.h"
+#include "app/desktopprogress.h"
 #include "app/forcedupdateflow.h"
-#include "app/navigation.h"
 #include "app/keyboardshortcuts.h"
+#include "app/navigation.h"
 #include "app/recoveryflow.h"
 #include "app/recoverylink.h"
 #include "app/scanflow.h"
 #include "app/sidebarnavbutton.h"
 #include "app/wechatrepair.h"
+#include "app/workprogress.h"
 #include "core/controllers/diskinfoprovider.h"
 #include "core/controllers/forensicscontroller.h"
 #include "core/controllers/recoverycontroller.h"
@@ -99,6 +101,8 @@ MainWindow::MainWindow(AppMode mode, QWidget *parent, const MainWindowOptions &o
         buildRecoveryServices(options.recoveryService);
     buildVaultLink(options.vaultService, options.vaultPolicy);
     buildNavigation();
+    buildShortcuts();
+    new DesktopProgress(this);
 
     if (m_appMode == AppMode::normal) {
         m_vaultClient->connectToService();
@@ -252,6 +256,8 @@ void MainWindow::buildRecoveryServices(const QString &serviceName)
     m_scanController = new ScanController(m_recoveryClient, this);
     m_recoveryController = new RecoveryController(m_recoveryClient, this);
     m_forensicsController = new ForensicsController(m_recoveryClient, this);
+    followScans(m_scanController, this);
+    followRecoveries(m_recoveryController, this);
     m_workflowWindow = new RecoveryWorkflowWindow;
 }
 
@@ -353,12 +359,6 @@ void MainWindow::buildNavigation()
     m_sharePageIndex = pageIndexForModule(QStringLiteral("file_share"));
 }
 
-void MainWindow::wireSettings(QWidget *page)
-{
-    if (auto *settings = qobject_cast<GlobalSettingsPage *>(page))
-        connect(settings, &GlobalSettingsPage::sidebarPinnedChanged, this,
-                &MainWindow::applySidebarPinnedMode);
-}
 void MainWindow::buildShortcuts()
 {
     auto *shortcuts = new KeyboardShortcuts(this);
@@ -374,6 +374,12 @@ void MainWindow::buildShortcuts()
             [this, show] { show(pageIndexForModule(QStringLiteral("help"))); });
 }
 
+void MainWindow::wireSettings(QWidget *page)
+{
+    if (auto *settings = qobject_cast<GlobalSettingsPage *>(page))
+        connect(settings, &GlobalSettingsPage::sidebarPinnedChanged, this,
+                &MainWindow::applySidebarPinnedMode);
+}
 
 void MainWindow::scheduleUpdateCheck()
 {

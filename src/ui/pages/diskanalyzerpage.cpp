@@ -4,6 +4,7 @@
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/longwork.h"
 #include "ui/common/styletemplate.h"
 #include "ui/common/theme.h"
 #include "ui/common/widgetstyle.h"
@@ -75,6 +76,7 @@ DiskAnalyzerPage::DiskAnalyzerPage(VaultController *controller, QWidget *parent)
     , m_vault(new VaultWatch(this))
     , m_deletion(new DeletionFlow(m_vault, this))
     , m_engine(new ScanEngine(this))
+    , m_work(new ui::common::LongWork(tr("空间分析"), this))
 {
     setObjectName(QStringLiteral("DiskAnalyzerPage"));
     setStyleSheet(pageSheet());
@@ -116,9 +118,9 @@ QHBoxLayout *DiskAnalyzerPage::buildHeader()
         QChar(kRefreshGlyph), ThemeColors::current().textPrimary, kGlyphSize)));
     refresh->setToolTip(tr("重新读取分区"));
     refresh->setAccessibleName(tr("重新读取分区"));
+    ui::common::setKeyRole(refresh, ui::common::KeyRole::Refresh);
     connect(refresh, &QPushButton::clicked, this, [this] {
         m_strip->setBusy();
-    ui::common::setKeyRole(refresh, ui::common::KeyRole::Refresh);
         readPartitions();
     });
     auto *row = new QHBoxLayout;
@@ -270,6 +272,7 @@ void DiskAnalyzerPage::scanPath(const QString &path)
     clearTabs();
     m_bar->setPercent(0);
     m_bar->setStatus(tr("正在扫描：0%"));
+    m_work->start();
     setScan(Scan::Running);
     m_engine->start(path, m_settings);
 }
@@ -317,7 +320,10 @@ void DiskAnalyzerPage::onProgressChanged(int percent, const QString &statusText)
     if (m_scan != Scan::Running)
         return;
     m_bar->setPercent(percent);
-    m_bar->setStatus(statusText);
+    m_work->setFraction(percent / 100.0);
+    const QString timeLeft = m_work->timeLeft();
+    m_bar->setStatus(timeLeft.isEmpty() ? statusText
+                                        : QStringLiteral("%1 · %2").arg(statusText, timeLeft));
 }
 
 void DiskAnalyzerPage::onScanFinished(bool success, const QString &message, int largeFileCount,
@@ -327,6 +333,7 @@ void DiskAnalyzerPage::onScanFinished(bool success, const QString &message, int 
     Q_UNUSED(dupGroupCount)
     const bool stopped = !success && (m_scan == Scan::Stopping || message == stopMessage());
     setScan(Scan::None);
+    m_work->finish(stopped ? QString() : message);
     m_bar->setStatus(message);
     endTabs(success, stopped, message);
     if (!success && !stopped)

@@ -15,6 +15,9 @@ class QHBoxLayout;
 class QTabWidget;
 class VaultController;
 
+namespace ui::common {
+class LongWork;
+}
 namespace diskanalyzer {
 class DeletionFlow;
 class DirectoryLister;
@@ -111,4 +114,5 @@ private:
     diskanalyzer::VaultWatch *m_vault;
     diskanalyzer::DeletionFlow *m_deletion;
     diskanalyzer::ScanEngine *m_engine;
+    ui::common::LongWork *m_work;
 };

@@ -2,6 +2,7 @@
 
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/longwork.h"
 #include "ui/common/styletemplate.h"
 #include "ui/pages/wechatcleanpage/busypanel.h"
 #include "ui/pages/wechatcleanpage/cleantasks.h"
@@ -59,6 +60,7 @@ WechatCleanPage::WechatCleanPage(QWidget *parent, const QString &home)
     : QWidget(parent)
     , m_tasks(new CleanTasks(home, this))
     , m_recordKeeper(new RecordKeeper(m_tasks, this))
+    , m_work(new ui::common::LongWork(tr("微信清理"), this))
 {
     setObjectName(QStringLiteral("WechatCleanPage"));
     setStyleSheet(pageSheet());
@@ -154,6 +156,8 @@ void WechatCleanPage::showEvent(QShowEvent *event)
 void WechatCleanPage::switchState(UiState state)
 {
     m_state = state;
+    if (state != UiState::Busy)
+        m_work->finish();
     if (state == UiState::Busy)
         m_stack->setCurrentWidget(m_busy);
     else if (state == UiState::Results)
@@ -172,6 +176,7 @@ void WechatCleanPage::switchToBusy(const QString &title, const QString &text, bo
         m_stateBeforeBusy = m_state;
     m_isStopping = false;
     m_busy->begin(title, text, mayStop, note);
+    m_work->start();
     switchState(UiState::Busy);
 }
 
@@ -311,7 +316,7 @@ void WechatCleanPage::stopCurrentTask()
 void WechatCleanPage::onProgressChanged(int percent, const QString &text)
 {
     if (m_state == UiState::Busy && !m_isStopping)
-        m_busy->setProgress(percent, text);
+        showProgress(percent, text);
 }
 
 void WechatCleanPage::onDuplicateGroupsReady(const QList<QVariant> &groups)
@@ -323,6 +328,7 @@ void WechatCleanPage::onDuplicateGroupsReady(const QList<QVariant> &groups)
 void WechatCleanPage::onScanFinished(bool ok, const QString &message, int)
 {
     m_header->setStatus(message);
+    m_work->finish(m_isStopping ? QString() : message);
     if (!ok) {
         // The results of an earlier scan stay reachable.
         m_scanned = wechatclean::CleanResults();
@@ -438,12 +444,21 @@ void WechatCleanPage::onCleanProgressChanged(int done, int total)
         return;
     const QString text =
         tr("正在执行清理，%1/%2").arg(QString::number(done), QString::number(total));
-    m_busy->setProgress(total > 0 ? static_cast<int>(qint64(done) * 100 / total) : -1, text);
+    showProgress(total > 0 ? static_cast<int>(qint64(done) * 100 / total) : -1, text);
+}
+
+void WechatCleanPage::showProgress(int percent, const QString &text)
+{
+    m_work->setFraction(percent / 100.0);
+    const QString timeLeft = m_work->timeLeft();
+    m_busy->setProgress(percent,
+                        timeLeft.isEmpty() ? text : QStringLiteral("%1 · %2").arg(text, timeLeft));
 }
 
 void WechatCleanPage::onCleanFinished(bool ok, int mergedCount, qint64 reclaimedBytes,
                                       const QString &sessionId, const QStringList &errors)
 {
+    m_work->finish(ok ? tr("清理完成") : tr("清理未完成"));
     if (!ok) {
         switchState(UiState::Results);
         m_header->setStatus(tr("清理未完成"));
@@ -529,6 +544,7 @@ void WechatCleanPage::onUndoFinished(bool ok, const QString &, int restoredCount
                                      const QStringList &errors)
 {
     m_header->setStatus(tr("撤销未完成"));
+    m_work->finish(ok ? tr("撤销完成") : tr("撤销未完成"));
     if (ok) {
         m_results.outcome = wechatclean::undoOutcome(restoredCount, errors.size());
         const wechatclean::ResultOutcome &outcome = m_results.outcome;

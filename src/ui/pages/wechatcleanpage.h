@@ -11,6 +11,9 @@
 class QBoxLayout;
 class QStackedWidget;
 
+namespace ui::common {
+class LongWork;
+}
 namespace wechatclean {
 class BusyPanel;
 class CleanTasks;
@@ -108,6 +111,7 @@ private:
     void confirmAndExecutePendingActions(const QStringList &warnings);
     void applyCleanSessionToCurrentGroups(const QString &sessionId);
     void onRecordRead(const QString &sessionId, const QVariantMap &record);
+    void showProgress(int percent, const QString &text);
     void refreshRecordList();
     void openFolder(const QString &path);
     QWidget *noticeParent() const;
@@ -136,4 +140,5 @@ private:
     wechatclean::DirectoryPanel *m_directories = nullptr;
     wechatclean::BusyPanel *m_busy = nullptr;
     wechatclean::ResultPanel *m_resultPanel = nullptr;
+    ui::common::LongWork *m_work;
 };
