@@ -60,6 +60,7 @@ private slots:
     void findsNeighboursAndCutsOpenFiles();
     void looksOnlyAtThePlanned();
     void crossesWindows();
+    void findsFilesBehindManyCutOnes();
     void staysLinearOnHeadsWithoutEnds();
 
 private:
@@ -269,6 +270,18 @@ void TestRecoverydCarving::crossesWindows()
         QCOMPARE(files.at(1).size, qint64(archive.size()));
         QCOMPARE(files.at(1).integrityLabel, QStringLiteral("容器已验证"));
     }
+}
+
+/// The search for the ends of the cut ones uses up nothing that the last file needs.
+void TestRecoverydCarving::findsFilesBehindManyCutOnes()
+{
+    const QByteArray cut = container(QStringLiteral("docx"), 60000).left(4096);
+    const QByteArray picture = png(70000);
+    const QByteArray bytes = cut.repeated(64) + QByteArray(24 * 1024 * 1024, '\0') + picture;
+    const QVector<FoundFile> files = scan(bytes);
+    QCOMPARE(files.size(), 65);
+    QCOMPARE(files.last().size, qint64(picture.size()));
+    QCOMPARE(files.last().integrityLabel, QStringLiteral("边界已验证"));
 }
 
 void TestRecoverydCarving::staysLinearOnHeadsWithoutEnds()

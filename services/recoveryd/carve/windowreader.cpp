@@ -88,7 +88,8 @@ const WindowReader::Window *WindowReader::fill(qint64 offset, qint64 least)
                                  : start == m_side.end()   ? &m_side
                                  : start == m_main.end()   ? &m_main
                                                            : nullptr;
-    const qint64 wanted = before ? qMax(kPeep, 2 * before->length) : m_isAside ? kPeep : kWindow;
+    qint64 wanted = before ? qMax(kPeep, 2 * before->length) : m_isAside ? kPeep : kWindow;
+    wanted = qMax(wanted, least + kReadAlignment);
     const qint64 length = qMin(qMin(kWindow, wanted), m_size - start);
     if (offset + least > start + length)
         return nullptr;
@@ -168,19 +169,41 @@ WindowReader::Span WindowReader::span(qint64 offset, qint64 least)
     return bytes && window ? Span{bytes, qMin(window->end(), m_end) - offset} : Span();
 }
 
+WindowReader::Search &WindowReader::searchFor(const QByteArray &token, qint64 from)
+{
+    constexpr size_t kMaxHits = 1000 * 1000;
+    auto known = std::find_if(m_searches.begin(), m_searches.end(),
+                              [&token](const Search &search) { return search.token == token; });
+    if (known == m_searches.end())
+        known = m_searches.insert(known, {token, from, from, {}});
+    else if (from < known->from || from > known->to || known->hits.size() >= kMaxHits)
+        *known = {token, from, from, {}};
+    return *known;
+}
+
 qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 tokenLength)
 {
+    if (from < 0)
+        return -1;
     to = qMin(to, m_end);
-    while (from >= 0 && from + tokenLength <= to) {
+    Search &known = searchFor(QByteArray(token, int(tokenLength)), from);
+    const auto seen = std::lower_bound(known.hits.begin(), known.hits.end(), from);
+    if (seen != known.hits.end())
+        return *seen + tokenLength <= to ? *seen : -1;
+    while (known.to + tokenLength <= to) {
         // A window that ends inside a possible hit is moved on before the search.
-        const Span held = span(from, tokenLength);
+        const Span held = span(known.to, tokenLength);
         if (held.length < tokenLength)
             return -1;
-        const qint64 length = qMin(held.length, to - from);
+        const qint64 length = qMin(held.length, to - known.to);
         const qint64 hit = firstIn(held.bytes, length, token, tokenLength);
-        if (hit >= 0)
-            return from + hit;
-        from += length - tokenLength + 1;
+        if (hit >= 0) {
+            const qint64 place = known.to + hit;
+            known.hits.push_back(place);
+            known.to = place + 1;
+            return place;
+        }
+        known.to += length - tokenLength + 1;
     }
     return -1;
 }

@@ -20,7 +20,7 @@ class WindowReader
 public:
     static constexpr qint64 kWindow = 4 * 1024 * 1024;
     /// What a jump ahead reads at first.
-    static constexpr qint64 kPeep = 256 * 1024;
+    static constexpr qint64 kPeep = 32 * 1024;
     /// The most that at() gives in one piece.
     static constexpr qint64 kMaxPiece = 128 * 1024;
 
@@ -49,7 +49,8 @@ public:
     /// after a failure.
     Span span(qint64 offset, qint64 least = 1);
     /// The first place in [from, to) where `token` begins and lies wholly before `to`; -1 if there
-    /// is none.
+    /// is none. What a search has seen is remembered, so that many files without an end do not
+    /// cost a search through the rest of the run each.
     qint64 find(qint64 from, qint64 to, const char *token, qint64 tokenLength);
 
     /// While one lives, the bytes around `offset` stay where they are, for whoever comes back.
@@ -91,6 +92,16 @@ private:
         bool holds(qint64 from, qint64 to) const { return from >= start && to <= end(); }
     };
 
+    /// What is known of where a token stands.
+    struct Search
+    {
+        QByteArray token;
+        qint64 from = 0;
+        qint64 to = 0;            ///< No place from here on has been looked at.
+        std::vector<qint64> hits; ///< Ascending.
+    };
+
+    Search &searchFor(const QByteArray &token, qint64 from);
     void stay(qint64 offset);
     const Window *holding(qint64 from, qint64 to) const;
     const Window *fill(qint64 offset, qint64 least);
@@ -107,6 +118,7 @@ private:
     bool m_isAside = false;
     qint64 m_end = 0;
     qint64 m_bytesRead = 0;
+    std::vector<Search> m_searches; ///< One for each token.
     QString m_error;
     std::unique_ptr<ReadAhead> m_ahead; ///< Only for runs of several windows.
     qint64 m_aheadAt = -1;              ///< What it reads begins there.

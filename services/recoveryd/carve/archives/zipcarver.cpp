@@ -55,7 +55,6 @@ bool carveZip(WindowReader &reader, qint64 start, CarvedFile *file)
     if (local.names.size() > 1)
         file->evidence = Evidence::Structure;
     file->length = qMin(limit - start, qMax(kCutLength, local.end - start));
-    file->examined = limit - start;
     setZipType(local.names, local.mimeType, file);
     return true;
 }

@@ -108,7 +108,7 @@ bool carvePdf(WindowReader &reader, qint64 start, CarvedFile *file)
     } else {
         file->length = qMin(limit - start, kCutLength);
     }
-    file->examined = isOpen ? limit - start : file->length;
+    file->examined = file->length;
     return true;
 }
 
