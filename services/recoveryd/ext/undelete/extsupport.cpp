@@ -43,7 +43,7 @@ bool hasVolume(const MediaReader &media, const ext::SuperblockPlace &place)
     const MediaReader part(
         Volume(whole.image(), whole.start() + place.start, qMin(size, media.size() - place.start)));
     ext::Layout layout(part);
-    if (!layout.open(nullptr))
+    if (!layout.openAs(place.super, nullptr))
         return false;
     const qint64 block = layout.blockOfInode(ext::kRootDirectory);
     ext::Inode root;
@@ -56,8 +56,16 @@ bool recognise(const MediaReader &media, qint64 offset, const QByteArray &bytes,
 {
     ext::SuperblockPlace place;
     if (bytes.size() < kExtSuperblockSize || Fields(bytes).le16(kMagicAt) != kExtMagic ||
-        !ext::parseSuperblockAt(bytes, offset, &place) || !hasVolume(media, place))
+        !ext::parseSuperblockAt(bytes, offset, &place))
         return false;
+    if (!hasVolume(media, place)) {
+        if (!ext::mayBeJournalled(media, place))
+            return false;
+        place.isPrimary = false;
+        place.start = 0;
+        if (!hasVolume(media, place))
+            return false;
+    }
     found->type = place.super.typeName();
     found->label = place.super.label;
     found->start = place.start;

@@ -53,15 +53,23 @@ bool readSuperblockAt(const MediaReader &media, qint64 offset, SuperblockPlace *
            parseSuperblockAt(media.read(offset, kExtSuperblockSize), offset, place);
 }
 
+bool mayBeJournalled(const MediaReader &media, const SuperblockPlace &place)
+{
+    const ExtSuperblock &super = place.super;
+    const qint64 within = super.blockSize > kExtSuperblockAt ? kExtSuperblockAt : 0;
+    return place.isPrimary && place.start > 0 && (place.copyAt - within) % super.blockSize == 0 &&
+           super.blockCount * super.blockSize <= media.size();
+}
+
 /// The primary copy, else the backups of usual layouts, else whatever the first part of the volume
 /// holds.
-bool Layout::findSuperblock(QByteArray *bytes)
+bool Layout::findSuperblock(ExtSuperblock *super)
 {
     SuperblockPlace place;
     const auto isUsable = [&](qint64 offset) {
         if (!readSuperblockAt(m_media, offset, &place) || place.start != 0)
             return false;
-        *bytes = m_media.read(offset, kExtSuperblockSize);
+        *super = place.super;
         return true;
     };
     if (isUsable(kExtSuperblockAt))
@@ -71,24 +79,46 @@ bool Layout::findSuperblock(QByteArray *bytes)
         for (qint64 group : {1, 3, 5, 7, 9, 25, 27, 49})
             if (isUsable((group * size * 8 + (size == 1024 ? 1 : 0)) * size))
                 return true;
+    return sweepForSuperblock(super);
+}
+
+bool Layout::sweepForSuperblock(ExtSuperblock *super) const
+{
+    SuperblockPlace place;
+    bool isJournalled = false;
     const qint64 end = qMin(m_media.size(), kSweepLimit);
     for (qint64 at = 0; at < end; at += kSweepStep) {
         const QByteArray window = m_media.read(at, qMin(kSweepStep, end - at));
-        for (int i = 0; i + kExtSuperblockSize <= window.size(); i += 1024)
-            if (Fields(window).le16(i + 56) == kExtMagic && isUsable(at + i))
+        for (int i = 0; i + kExtSuperblockSize <= window.size(); i += 1024) {
+            if (Fields(window).le16(i + 56) != kExtMagic ||
+                !readSuperblockAt(m_media, at + i, &place))
+                continue;
+            if (place.start == 0) {
+                *super = place.super;
                 return true;
+            }
+            if (!isJournalled && mayBeJournalled(m_media, place)) {
+                *super = place.super;
+                isJournalled = true;
+            }
+        }
     }
-    return false;
+    return isJournalled;
 }
 
 bool Layout::open(QString *error)
 {
-    QByteArray bytes;
-    if (!findSuperblock(&bytes) || !parseExtSuperblock(bytes, &m_super)) {
-        if (error)
-            *error = QStringLiteral("没有找到 ext 超级块或其备份");
-        return false;
-    }
+    ExtSuperblock super;
+    if (findSuperblock(&super))
+        return openAs(super, error);
+    if (error)
+        *error = QStringLiteral("没有找到 ext 超级块或其备份");
+    return false;
+}
+
+bool Layout::openAs(const ExtSuperblock &super, QString *error)
+{
+    m_super = super;
     readGroups();
     indexTables();
     if (!m_tables.empty())

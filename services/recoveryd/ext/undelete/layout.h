@@ -36,6 +36,9 @@ struct SuperblockPlace
 /// The same with the copy's bytes at hand.
 [[nodiscard]] bool parseSuperblockAt(const QByteArray &bytes, qint64 offset,
                                      SuperblockPlace *place);
+/// Whether the copy may be the journal's of a volume that begins with the medium: a volume of one
+/// group has no backups. Only the volume's root directory proves it.
+bool mayBeJournalled(const MediaReader &media, const SuperblockPlace &place);
 
 /// Where the parts of an ext2/3/4 volume are, from its superblock and group descriptors or, where
 /// these are damaged, from their backups. Sources: the kernel's Documentation/filesystems/ext4
@@ -50,6 +53,8 @@ public:
 
     /// Finds a superblock and the descriptors. False if no usable copy is left.
     [[nodiscard]] bool open(QString *error);
+    /// The same with a superblock that is known.
+    [[nodiscard]] bool openAs(const ExtSuperblock &super, QString *error);
 
     const MediaReader &media() const { return m_media; }
     const ExtSuperblock &super() const { return m_super; }
@@ -77,7 +82,8 @@ public:
     quint32 inodeSeed(quint32 number, quint32 generation) const;
 
 private:
-    bool findSuperblock(QByteArray *bytes);
+    bool findSuperblock(ExtSuperblock *super);
+    bool sweepForSuperblock(ExtSuperblock *super) const;
     void readGroups();
     void parseDescriptors(qint64 index, const QByteArray &bytes, bool isPrimary);
     Group parseGroup(const QByteArray &bytes) const;
