@@ -5,9 +5,11 @@
 #include "search/extractiontask.h"
 #include "search/filewalker.h"
 #include "search/indexfailure.h"
+#include "search/indexrefresh.h"
 #include "search/indexroots.h"
 #include "search/pathexclusion.h"
 #include "search/searchindexdb.h"
+#include "search/sqlinterrupter.h"
 
 #include <QDebug>
 #include <QDir>
@@ -17,6 +19,7 @@
 #include <QThread>
 #include <QThreadPool>
 
+#include <memory>
 #include <utility>
 
 namespace {
@@ -26,6 +29,8 @@ const int filesPerBatch = 500;
 const int sliceMs = 150;
 /// How long an ended build waits for its pool threads.
 const int poolGraceMs = 5000;
+/// Texts that enter the gram index in one transaction.
+const int gramsPerStep = 100;
 
 struct RequiredTool
 {
@@ -68,15 +73,18 @@ public:
     struct Options
     {
         QString dbPath;
+        QString storedPrefix; ///< What stands before stored paths at run time.
         PathExclusion exclusion;
         SuffixSet ftsSuffixes;
         int maxContentBytes;
         int extractionThreads;
     };
 
-    IndexBuild(IndexBuilder &builder, std::atomic_bool &stop, Options options)
+    IndexBuild(IndexBuilder &builder, std::atomic_bool &stop, search::SqlInterrupter &interrupter,
+               Options options)
         : m_builder(builder)
         , m_stop(stop)
+        , m_interrupter(interrupter)
         , m_options(std::move(options))
         , m_db(m_options.dbPath)
         , m_extraction(m_options.maxContentBytes, stop)
@@ -89,7 +97,10 @@ private:
     bool scan(const QStringList &roots, QString *message);
     bool takeFile(const QString &name, const QString &path, QString *message);
     bool writeBatch(const QString &lastPath, QString *message);
+    bool prune(const QStringList &roots, QString *message);
     bool extractTexts(QString *message);
+    bool addMissingGrams(QString *message);
+    void tidyUp();
     bool writeTexts(const QList<ExtractResult> &results, QString *message);
     bool cancelled(QString *message) const;
     bool fail(const QString &what, const QString &error, QString *message);
@@ -97,8 +108,11 @@ private:
 
     IndexBuilder &m_builder;
     std::atomic_bool &m_stop;
+    search::SqlInterrupter &m_interrupter;
     const Options m_options;
     SearchIndexDB m_db;
+    std::unique_ptr<search::KnownFiles> m_known;
+    search::MetPaths m_met;
     QList<QFileInfo> m_batch;
     QStringList m_batchPaths;
     Extraction m_extraction;
@@ -111,15 +125,52 @@ bool IndexBuild::run(const QStringList &roots, QString *message)
     if (!m_db.open(&error))
         return fail(QStringLiteral("打开索引数据库失败：%1"), error, message);
     m_db.deferErasing();
-    if (!scan(search::outermostRoots(roots), message))
+    m_known = std::make_unique<search::KnownFiles>(m_db.connection());
+    m_known->open(search::textSettings(m_options.maxContentBytes));
+    const QStringList outermost = search::outermostRoots(roots);
+    if (!scan(outermost, message) || !prune(outermost, message))
         return false;
     if (m_extraction.fileCount() > 0 && !extractTexts(message))
         return false;
-    report(QStringLiteral("正在优化数据库..."));
-    if (!m_db.vacuum(&error))
-        qWarning().noquote() << "[IndexBuilder] vacuum failed:" << error;
+    if (!addMissingGrams(message))
+        return false;
+    m_known->noteTextSettings();
+    m_known.reset();
+    tidyUp();
     *message = QStringLiteral("索引构建完成，共 %1 个文件").arg(m_indexed);
     return true;
+}
+
+/// What is gone needs no text; what was not compacted is compacted the next time.
+void IndexBuild::tidyUp()
+{
+    report(QStringLiteral("正在优化数据库..."));
+    const search::SqlInterrupter::Hold hold(&m_interrupter, m_db.connection());
+    QString error;
+    if (!m_stop && !m_db.tidyUp(&error))
+        qWarning().noquote() << "[IndexBuilder] vacuum failed:" << error;
+}
+
+bool IndexBuild::prune(const QStringList &roots, QString *message)
+{
+    QString error;
+    if (!m_known->hasFiles() || search::pruneGoneFiles(&m_db, roots, m_options.storedPrefix,
+                                                       m_options.exclusion, &m_met, m_stop, &error))
+        return !cancelled(message);
+    return fail(QStringLiteral("写入索引失败：%1"), error, message);
+}
+
+/// Of texts that an earlier version, or another program, has written.
+bool IndexBuild::addMissingGrams(QString *message)
+{
+    QString error;
+    for (bool left = true; left && !m_stop;) {
+        if (!m_db.addMissingGrams(gramsPerStep, &left, &error))
+            return fail(QStringLiteral("写入全文索引失败：%1"), error, message);
+        if (left)
+            report(QStringLiteral("正在更新全文索引..."));
+    }
+    return !cancelled(message);
 }
 
 /// Always false. Changes that cannot be committed for no other reason are a sign of damage too: the
@@ -181,10 +232,22 @@ bool IndexBuild::takeFile(const QString &name, const QString &path, QString *mes
     const QFileInfo info(path);
     if (!info.isFile())
         return true;
-    m_batch.append(info);
-    m_batchPaths.append(m_builder.storedPathForRuntimePath(path));
-    if (m_options.ftsSuffixes.matches(name))
+    ++m_indexed;
+    const QString stored = m_builder.storedPathForRuntimePath(path);
+    search::KnownFiles::Known known;
+    if (m_known->hasFiles()) {
+        m_met.add(stored);
+        known = m_known->lookUp(stored, info);
+    }
+    if (m_options.ftsSuffixes.matches(name) && !known.hasText)
         m_extraction.addFile(path);
+    if (known.isUnchanged) {
+        if (m_indexed % filesPerBatch == 0)
+            report(path);
+        return true;
+    }
+    m_batch.append(info);
+    m_batchPaths.append(stored);
     return m_batch.size() < filesPerBatch || writeBatch(path, message);
 }
 
@@ -193,7 +256,6 @@ bool IndexBuild::writeBatch(const QString &lastPath, QString *message)
     QString error;
     if (!m_db.upsertFileInfoBatch(m_batch, m_batchPaths, &error))
         return fail(QStringLiteral("写入索引失败：%1"), error, message);
-    m_indexed += m_batch.size();
     report(lastPath);
     m_batch.clear();
     m_batchPaths.clear();
@@ -248,13 +310,21 @@ bool IndexBuild::extractTexts(QString *message)
 bool IndexBuild::writeTexts(const QList<ExtractResult> &results, QString *message)
 {
     QMap<QString, QString> contentByPath;
+    QStringList cut;
+    QStringList whole;
     for (const ExtractResult &result : results) {
-        if (!result.text.isEmpty())
-            contentByPath.insert(m_builder.storedPathForRuntimePath(result.runtimePath),
-                                 result.text);
+        // A file that yields no text keeps its earlier one, unless there is nothing in it any more.
+        if (result.text.isEmpty() && QFileInfo(result.runtimePath).size() != 0)
+            continue;
+        const QString path = m_builder.storedPathForRuntimePath(result.runtimePath);
+        contentByPath.insert(path, result.text);
+        (result.isCut ? cut : whole).append(path);
     }
     QString error;
-    if (contentByPath.isEmpty() || m_db.updateFileContentBatch(contentByPath, &error))
+    if (contentByPath.isEmpty())
+        return true;
+    if (m_db.updateFileContentBatch(contentByPath, &error) &&
+        m_db.noteCutTexts(cut, true, &error) && m_db.noteCutTexts(whole, false, &error))
         return true;
     return fail(QStringLiteral("写入全文索引失败：%1"), error, message);
 }
@@ -310,8 +380,9 @@ void IndexBuilder::startBuild(const QStringList &roots, const QStringList &exclu
     {
         // The connection is closed before anybody hears of the end.
         IndexBuild build(
-            *this, m_stop,
-            {m_dbPath, PathExclusion(excludeDirs), SuffixSet(ftsExtensions), maxContentBytes,
+            *this, m_stop, m_interrupter,
+            {m_dbPath, m_storedPathPrefix, PathExclusion(excludeDirs), SuffixSet(ftsExtensions),
+             maxContentBytes,
              m_extractionThreads > 0 ? m_extractionThreads : defaultExtractionThreads()});
         success = build.run(roots, &message);
     }
@@ -321,4 +392,5 @@ void IndexBuilder::startBuild(const QStringList &roots, const QStringList &exclu
 void IndexBuilder::requestStop()
 {
     m_stop = true;
+    m_interrupter.interrupt();
 }

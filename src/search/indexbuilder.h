@@ -1,5 +1,7 @@
 #pragma once
 
+#include "search/sqlinterrupter.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -48,4 +50,5 @@ private:
     QString m_storedPathPrefix;
     int m_extractionThreads = 0;
     std::atomic_bool m_stop{false};
+    search::SqlInterrupter m_interrupter; ///< Holds the build's connection while it compacts.
 };

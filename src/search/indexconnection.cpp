@@ -18,6 +18,8 @@ namespace {
 
 /// Blocks of the full text index, each of about 4 KiB, up to which it is rewritten at once.
 constexpr int kSmallFtsBlocks = 2000;
+/// Compacting writes the whole file, for one page in so many at least.
+constexpr int kWorthwhileShare = 10;
 
 bool exec(const QSqlDatabase &database, const char *sql, QString *error = nullptr)
 {
@@ -56,20 +58,25 @@ bool emptyLog(const QSqlDatabase &database)
     return firstValue(database, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)")) == 0;
 }
 
-bool isFullTextIndexSmall(const QSqlDatabase &database)
+bool areFullTextIndexesSmall(const QSqlDatabase &database)
 {
-    const int blocks =
-        firstValue(database, QStringLiteral("SELECT count(*) FROM (SELECT 1 FROM content_fts_data "
-                                            "LIMIT %1)")
-                                 .arg(kSmallFtsBlocks + 1));
-    return blocks >= 0 && blocks <= kSmallFtsBlocks;
+    for (const QString &table : fullTextTables()) {
+        if (firstValue(database, QStringLiteral("SELECT count(*) FROM (SELECT 1 FROM %1_data "
+                                                "LIMIT %2)")
+                                     .arg(table)
+                                     .arg(kSmallFtsBlocks + 1)) > kSmallFtsBlocks)
+            return false;
+    }
+    return true;
 }
 
-/// Merges the parts of the full text index into one, which drops the entries marked as removed. An
+/// Merges the parts of each full text index into one, which drops the entries marked as removed. An
 /// index in one part is left as it is.
-void mergeFullTextIndex(const QSqlDatabase &database)
+void mergeFullTextIndexes(const QSqlDatabase &database)
 {
-    exec(database, "INSERT INTO content_fts(content_fts) VALUES('optimize')");
+    for (const QString &table : fullTextTables())
+        QSqlQuery(database).exec(
+            QStringLiteral("INSERT INTO %1(%1) VALUES('optimize')").arg(table));
 }
 
 } // namespace
@@ -107,16 +114,27 @@ bool eraseRemovedText(const QSqlDatabase &database)
 {
     const int busyMs = firstValue(database, QStringLiteral("PRAGMA busy_timeout"));
     exec(database, "PRAGMA busy_timeout = 0");
-    if (!erasesTokensAtOnce(database) && isFullTextIndexSmall(database))
-        mergeFullTextIndex(database);
+    if (!erasesTokensAtOnce(database) && areFullTextIndexesSmall(database))
+        mergeFullTextIndexes(database);
     const bool done = emptyLog(database);
     QSqlQuery(database).exec(QStringLiteral("PRAGMA busy_timeout = %1").arg(qMax(0, busyMs)));
     return done;
 }
 
+bool tidyIndex(const QSqlDatabase &database, QString *error)
+{
+    const int pages = firstValue(database, QStringLiteral("PRAGMA page_count"));
+    const int free = firstValue(database, QStringLiteral("PRAGMA freelist_count"));
+    if (pages < 0 || free > pages / kWorthwhileShare)
+        return compactIndex(database, error);
+    mergeFullTextIndexes(database);
+    (void)emptyLog(database);
+    return true;
+}
+
 bool compactIndex(const QSqlDatabase &database, QString *error)
 {
-    mergeFullTextIndex(database);
+    mergeFullTextIndexes(database);
     (void)exec(database, "PRAGMA wal_checkpoint(TRUNCATE)", error);
     if (!exec(database, "VACUUM", error))
         return false;

@@ -25,4 +25,7 @@ enum class IndexAccess { ReadWrite, ReadOnly };
 /// checkpoint that readers hold up sets `error`, but only a failed compaction is a failure.
 [[nodiscard]] bool compactIndex(const QSqlDatabase &database, QString *error);
 
+/// The same, but a file with less than a tenth of free pages keeps its size.
+[[nodiscard]] bool tidyIndex(const QSqlDatabase &database, QString *error);
+
 } // namespace search

@@ -33,6 +33,12 @@ void IndexWatcher::setIndexOptions(const QStringList &excludeDirs,
     m_maxDepth = maxDepth;
 }
 
+void IndexWatcher::setWatchLimit(int mostWatches, int compareMs)
+{
+    m_mostWatches = mostWatches;
+    m_compareMs = compareMs;
+}
+
 void IndexWatcher::start()
 {
     stop();
@@ -47,12 +53,15 @@ void IndexWatcher::start()
                                  SuffixSet(m_fileNameExtensions),
                                  SuffixSet(m_ftsExtensions),
                                  m_maxContentBytes,
-                                 m_maxDepth};
+                                 m_maxDepth,
+                                 m_mostWatches,
+                                 m_compareMs};
     m_thread = std::thread([this, wakeFd = m_wakeFd, taken = std::move(options)]() mutable {
         InotifyLoop::Reports reports{
             [this](const QString &path, const QString &action, bool success) {
                 emit indexIncrementalUpdated(path, action, success);
             },
+            [this](const QStringList &folders) { emit foldersNotFollowed(folders); },
             [this] {
                 emit indexInvalidated();
             }};

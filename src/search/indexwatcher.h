@@ -21,6 +21,9 @@ public:
     /// `maxDepth` of 0 has no limit.
     void setIndexOptions(const QStringList &excludeDirs, const QStringList &fileNameExtensions,
                          const QStringList &ftsExtensions, int maxContentBytes, int maxDepth);
+    /// How far following goes: at most so many watches, 0 for what the system gives, and the time
+    /// between two looks at the directories that have none.
+    void setWatchLimit(int mostWatches, int compareMs);
     /// Stops a running watch first; without roots nothing starts. Only from the owner's thread.
     void start();
     /// Ends and joins the thread; no signal is emitted after it. A running extraction is cancelled,
@@ -31,6 +34,9 @@ public:
 signals:
     /// `action` is "remove-dir", "remove-file", "remove-filtered", "meta-only" or "upsert-file".
     void indexIncrementalUpdated(const QString &path, const QString &action, bool success);
+    /// The outermost directories that could not be watched; empty again once all are. What is made
+    /// or removed in them is seen at the next look, what is written at the next refresh.
+    void foldersNotFollowed(const QStringList &folders);
     /// Events were lost or the database failed or went: only a rebuild can repair that.
     void indexInvalidated();
 
@@ -42,6 +48,8 @@ private:
     QStringList m_ftsExtensions;
     int m_maxContentBytes = 65536;
     int m_maxDepth = 0;
+    int m_mostWatches = 0;
+    int m_compareMs = 10 * 60 * 1000;
     std::atomic_bool m_running{false};
     std::atomic_bool m_stop{false};
     int m_wakeFd = -1; ///< Readable once the thread is to end.

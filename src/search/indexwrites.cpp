@@ -1,8 +1,13 @@
 #include "search/indexwrites.h"
 
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QVariant>
+
+#include <sys/stat.h>
 
 namespace search {
 
@@ -13,6 +18,15 @@ bool fail(QString *error, const QSqlQuery &query)
     if (error)
         *error = query.lastError().text();
     return false;
+}
+
+bool prepareBound(QSqlQuery *query, const QString &sql, const QStringList &values, QString *error)
+{
+    if (!query->prepare(sql))
+        return fail(error, *query);
+    for (const QString &value : values)
+        query->addBindValue(value);
+    return true;
 }
 
 /// A failure here costs the row its full text entry only, unless it took the transaction along.
@@ -64,11 +78,23 @@ void Transaction::rollback()
     m_active = false;
 }
 
+// QFileInfo makes local time of what the file system tells, which is turned back here: four looks
+// at the file of the time zone. One more look at the file itself costs a quarter of that.
+qint64 modifiedMs(const QFileInfo &file)
+{
+    struct stat status;
+    if (::stat(QFile::encodeName(file.filePath()).constData(), &status) != 0)
+        return file.lastModified().toMSecsSinceEpoch();
+    return qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
+}
+
 ContentUpdate::ContentUpdate(const QSqlDatabase &database)
     : m_select(database)
     , m_update(database)
     , m_deleteTokens(database)
     , m_insertTokens(database)
+    , m_fresh(database)
+    , m_grams(database)
 {
     m_select.setForwardOnly(true);
 }
@@ -76,6 +102,8 @@ ContentUpdate::ContentUpdate(const QSqlDatabase &database)
 bool ContentUpdate::prepare(QString *error)
 {
     // Without a full text index the texts are kept all the same.
+    m_grams.prepare();
+    m_fresh.prepare(QStringLiteral("DELETE FROM stale_texts WHERE id = ?"));
     m_deleteTokens.prepare(QStringLiteral(
         "INSERT INTO content_fts(content_fts, rowid, content) VALUES('delete', ?, ?)"));
     m_insertTokens.prepare(QStringLiteral("INSERT INTO content_fts(rowid, content) VALUES(?, ?)"));
@@ -100,9 +128,15 @@ bool ContentUpdate::run(const QString &path, const QString &text, Transaction *t
         oldContent = m_select.value(1).toString();
     }
     m_select.finish(); // no read cursor on the row while it changes
+    if (id >= 0 && oldContent == content) {
+        m_fresh.bindValue(0, id);
+        m_fresh.exec(); // Where it stays stale, it is read once more.
+    }
     if (id < 0 || oldContent == content)
         return true;
 
+    if (!m_grams.remove(id, oldContent, transaction, error))
+        return false;
     m_update.bindValue(0, content);
     m_update.bindValue(1, path);
     if (!m_update.exec())
@@ -111,7 +145,41 @@ bool ContentUpdate::run(const QString &path, const QString &text, Transaction *t
     // The delete command must get exactly the text that was indexed.
     return (oldContent.isEmpty() ||
             keepTokens(&m_deleteTokens, id, oldContent, transaction, error)) &&
-           (content.isEmpty() || keepTokens(&m_insertTokens, id, content, transaction, error));
+           (content.isEmpty() || keepTokens(&m_insertTokens, id, content, transaction, error)) &&
+           m_grams.add(id, content, transaction, error);
+}
+
+// The trigger of the word index takes the words out; what the gram index has of a text, only who
+// reads the text can tell.
+bool removeRows(const QSqlDatabase &database, const QString &condition, const QStringList &values,
+                Transaction *transaction, bool *removed, QString *error)
+{
+    grams::GramUpdate gramUpdate(database);
+    gramUpdate.prepare();
+    QSqlQuery query(database);
+    query.setForwardOnly(true);
+    if (!prepareBound(&query,
+                      QStringLiteral("SELECT id, content FROM file_index WHERE content IS NOT NULL "
+                                     "AND (%1)")
+                          .arg(condition),
+                      values, error))
+        return false;
+    if (!query.exec())
+        return fail(error, query);
+    while (query.next()) {
+        const qint64 id = query.value(0).toLongLong();
+        if (!gramUpdate.remove(id, query.value(1).toString(), transaction, error) ||
+            !gramUpdate.forget(id, transaction, error))
+            return false;
+    }
+    query.finish();
+    if (!prepareBound(&query, QStringLiteral("DELETE FROM file_index WHERE ") + condition, values,
+                      error))
+        return false;
+    if (!query.exec())
+        return fail(error, query);
+    *removed = query.numRowsAffected() > 0;
+    return true;
 }
 
 } // namespace search

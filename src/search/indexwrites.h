@@ -1,8 +1,12 @@
 #pragma once
 
+#include "search/grams/gramindex.h"
+
 #include <QSqlQuery>
 #include <QString>
+#include <QStringList>
 
+class QFileInfo;
 class QSqlDatabase;
 
 namespace search {
@@ -32,7 +36,10 @@ private:
     bool m_active = false;
 };
 
-/// The prepared statements that change the text of a row and its full text entry together.
+/// The modification time that a row has for a file: milliseconds since the epoch.
+qint64 modifiedMs(const QFileInfo &file);
+
+/// The prepared statements that change the text of a row and its full text entries together.
 class ContentUpdate
 {
 public:
@@ -51,7 +58,15 @@ private:
     QSqlQuery m_update;
     QSqlQuery m_deleteTokens;
     QSqlQuery m_insertTokens;
+    QSqlQuery m_fresh;
+    grams::GramUpdate m_grams;
     bool m_hasReplacedText = false;
 };
+
+/// Removes the rows of a condition with their full text entries, inside a transaction. `removed`
+/// tells whether there were any.
+[[nodiscard]] bool removeRows(const QSqlDatabase &database, const QString &condition,
+                              const QStringList &values, Transaction *transaction, bool *removed,
+                              QString *error);
 
 } // namespace search

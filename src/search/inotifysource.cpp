@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -20,24 +21,30 @@ const int maxKeptBytes = 4 * 1024 * 1024;
 
 InotifySource::~InotifySource()
 {
-    if (m_fd >= 0)
-        close(m_fd);
+    for (const int fd : {m_fd, m_mountsFd}) {
+        if (fd >= 0)
+            close(fd);
+    }
 }
 
 bool InotifySource::open()
 {
     m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    m_mountsFd = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
     return m_fd >= 0;
 }
 
-void InotifySource::addWatch(const QString &dir)
+bool InotifySource::addWatch(const QString &dir)
 {
+    if (m_mostWatches > 0 && m_watchPaths.size() >= m_mostWatches && !isWatched(dir))
+        return false;
     const int descriptor = inotify_add_watch(m_fd, QFile::encodeName(dir).constData(), watchMask);
     if (descriptor < 0)
-        return;
+        return errno == ENOENT || errno == ENOTDIR;
     forgetWatch(descriptor);
     m_watchPaths.insert(descriptor, dir);
     m_descriptors.insert(dir, descriptor);
+    return true;
 }
 
 void InotifySource::forgetWatch(int descriptor)
@@ -82,11 +89,23 @@ QByteArray InotifySource::takeEvents()
     return events;
 }
 
-InotifySource::Wake InotifySource::poll(int ms, bool events) const
+bool InotifySource::takeMountChange()
 {
-    pollfd descriptors[] = {{m_wakeFd, POLLIN, 0}, {m_fd, POLLIN, 0}};
-    if (::poll(descriptors, events ? 2 : 1, ms) <= 0)
+    const bool changed = m_mountsChanged;
+    m_mountsChanged = false;
+    return changed;
+}
+
+InotifySource::Wake InotifySource::poll(int ms, bool events)
+{
+    // A descriptor below 0 is passed over.
+    pollfd descriptors[] = {{m_wakeFd, POLLIN, 0},
+                            {events ? m_fd : -1, POLLIN, 0},
+                            {events && !m_mountsChanged ? m_mountsFd : -1, POLLPRI, 0}};
+    if (::poll(descriptors, 3, ms) <= 0)
         return Wake::timeout;
+    if (descriptors[2].revents != 0)
+        m_mountsChanged = true;
     return descriptors[0].revents != 0 ? Wake::stop : Wake::event;
 }
 

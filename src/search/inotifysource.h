@@ -24,10 +24,12 @@ public:
     InotifySource &operator=(const InotifySource &) = delete;
 
     bool open();
+    /// At most so many watches; 0 leaves it to the system's limit.
+    void setMostWatches(int count) { m_mostWatches = count; }
 
-    /// Watches a directory, also again after it was replaced by another one of the same name. A
-    /// failure, as at the system's limit of watches, is ignored.
-    void addWatch(const QString &dir);
+    /// Watches a directory, also again after it was replaced by another one of the same name. False
+    /// if it is there and cannot be watched, as at the limit of watches.
+    bool addWatch(const QString &dir);
     /// Empty for a descriptor that is not, or no longer, watched.
     QString watchedDirectory(int descriptor) const { return m_watchPaths.value(descriptor); }
     /// Forgets a watch that the kernel has ended.
@@ -41,6 +43,8 @@ public:
     void drain();
     /// Everything drained so far, as a sequence of whole `inotify_event`s.
     QByteArray takeEvents();
+    /// True if file systems have come or gone since the last call.
+    bool takeMountChange();
     /// The descriptor can no longer be read.
     bool failed() const { return m_failed; }
 
@@ -52,9 +56,12 @@ public:
 
 private:
     enum class Wake { stop, event, timeout };
-    Wake poll(int ms, bool events) const;
+    Wake poll(int ms, bool events);
 
     int m_fd = -1;
+    int m_mountsFd = -1;
+    int m_mostWatches = 0;
+    bool m_mountsChanged = false;
     int m_wakeFd;
     bool m_failed = false;
     std::vector<char> m_buffer = std::vector<char>(65536);

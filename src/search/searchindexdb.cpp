@@ -1,5 +1,6 @@
 #include "search/searchindexdb.h"
 
+#include "search/cuttexts.h"
 #include "core/pathutil.h"
 #include "core/privatefile.h"
 #include "search/indexwrites.h"
@@ -14,8 +15,6 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUuid>
-
-#include <sys/stat.h>
 
 namespace {
 
@@ -41,16 +40,6 @@ QString pathToStore(const QFileInfo &file, const QStringList &storedPaths, int i
     const QString stored =
         i < storedPaths.size() ? core::cleanedPath(storedPaths.at(i)) : QString();
     return stored.isEmpty() ? file.absoluteFilePath() : stored;
-}
-
-// QFileInfo makes local time of what the file system tells, which is turned back here: four looks
-// at the file of the time zone. One more look at the file itself costs a quarter of that.
-qint64 modifiedMs(const QFileInfo &file)
-{
-    struct stat status;
-    if (::stat(QFile::encodeName(file.filePath()).constData(), &status) != 0)
-        return file.lastModified().toMSecsSinceEpoch();
-    return qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
 }
 
 QString defaultDatabasePath()
@@ -143,7 +132,7 @@ bool SearchIndexDB::upsertFileInfoBatch(const QList<QFileInfo> &files,
         query.bindValue(2, ext);
         query.bindValue(3, search::categoryForSuffix(ext));
         query.bindValue(4, file.size());
-        query.bindValue(5, modifiedMs(file));
+        query.bindValue(5, search::modifiedMs(file));
         if (!query.exec())
             return fail(error, query.lastError().text());
     }
@@ -190,17 +179,18 @@ bool SearchIndexDB::upsertFile(const QFileInfo &file, const QString &content, QS
 
 bool SearchIndexDB::removeFile(const QString &path, QString *error)
 {
-    if (!open(error))
-        return false;
-    QSqlQuery query(connection());
-    if (!prepareQuery(&query, QStringLiteral("DELETE FROM file_index WHERE path = ?"), error))
-        return false;
-    query.addBindValue(path);
-    if (!query.exec())
-        return fail(error, query.lastError().text());
-    if (query.numRowsAffected() > 0)
-        noteRemovedText();
-    return true;
+    return removeWhere(QStringLiteral("path = ?"), {path}, error);
+}
+
+bool SearchIndexDB::removeFiles(const QStringList &paths, QString *error)
+{
+    if (paths.isEmpty())
+        return true;
+    QStringList places;
+    for (int i = 0; i < paths.size(); ++i)
+        places.append(QStringLiteral("?"));
+    return removeWhere(QStringLiteral("path IN (%1)").arg(places.join(QLatin1Char(','))), paths,
+                       error);
 }
 
 bool SearchIndexDB::removeByPathPrefix(const QString &path, QString *error)
@@ -232,15 +222,9 @@ bool SearchIndexDB::removeWhere(const QString &condition, const QStringList &val
     search::Transaction transaction(database);
     if (!transaction.begin(error))
         return false;
-    QSqlQuery query(database);
-    if (!prepareQuery(&query, QStringLiteral("DELETE FROM file_index WHERE ") + condition, error))
+    bool removed = false;
+    if (!search::removeRows(database, condition, values, &transaction, &removed, error))
         return false;
-    for (const QString &value : values)
-        query.addBindValue(value);
-    if (!query.exec())
-        return fail(error, query.lastError().text());
-    const bool removed = query.numRowsAffected() > 0;
-    query.finish();
     if (!commit(&transaction, error))
         return false;
     if (removed)
@@ -251,6 +235,18 @@ bool SearchIndexDB::removeWhere(const QString &condition, const QStringList &val
 bool SearchIndexDB::vacuum(QString *error)
 {
     return open(error) && search::compactIndex(connection(), error);
+}
+
+bool SearchIndexDB::tidyUp(QString *error)
+{
+    return open(error) && search::tidyIndex(connection(), error);
+}
+
+bool SearchIndexDB::addMissingGrams(int most, bool *left, QString *error)
+{
+    *left = false;
+    return open(error) && (m_access == search::IndexAccess::ReadOnly ||
+                           search::grams::addMissingGrams(connection(), most, left, error));
 }
 
 bool SearchIndexDB::eraseRemovedText()
@@ -294,6 +290,18 @@ QVariantMap SearchIndexDB::indexStats(QString *error)
     if (file.exists())
         stats.insert(QStringLiteral("lastUpdatedMs"), file.lastModified().toMSecsSinceEpoch());
     return stats;
+}
+
+bool SearchIndexDB::noteCutTexts(const QStringList &paths, bool areCut, QString *error)
+{
+    if (paths.isEmpty())
+        return true;
+    return open(error) && search::CutTexts(connection()).set(paths, areCut, error);
+}
+
+qint64 SearchIndexDB::cutTextCount()
+{
+    return open() ? search::CutTexts(connection()).count() : 0;
 }
 
 QVariantList SearchIndexDB::queryByName(const QString &keyword, int limit, const QString &refine,

@@ -74,6 +74,8 @@ public:
     [[nodiscard]] bool upsertFile(const QFileInfo &file, const QString &content,
                                   QString *error = nullptr);
     [[nodiscard]] bool removeFile(const QString &path, QString *error = nullptr);
+    /// At most some hundreds, in one transaction.
+    [[nodiscard]] bool removeFiles(const QStringList &paths, QString *error = nullptr);
     /// Removes the row of a path and all rows below it. `%` and `_` in the path match anything, as
     /// LIKE has it, and ASCII letters match in either case: see removeDirectory().
     [[nodiscard]] bool removeByPathPrefix(const QString &path, QString *error = nullptr);
@@ -81,9 +83,19 @@ public:
     [[nodiscard]] bool removeDirectory(const QString &path, QString *error = nullptr);
     /// Checkpoints the log and compacts the file.
     [[nodiscard]] bool vacuum(QString *error = nullptr);
+    /// What is worth its cost of vacuum(): the file is compacted where a tenth of it is free.
+    [[nodiscard]] bool tidyUp(QString *error = nullptr);
+    /// Takes up to `most` texts into the gram index that are not in it, as those of an index made
+    /// by an earlier version. `left` tells whether more wait.
+    [[nodiscard]] bool addMissingGrams(int most, bool *left, QString *error = nullptr);
 
     /// "fileCount", "ftsCount" and "lastUpdatedMs" (time of the file itself); 0 where unknown.
     QVariantMap indexStats(QString *error = nullptr);
+    /// Notes whether the texts of rows that are there are only the beginnings of their documents.
+    [[nodiscard]] bool noteCutTexts(const QStringList &paths, bool areCut,
+                                    QString *error = nullptr);
+    /// Documents of which only the beginning is indexed.
+    qint64 cutTextCount();
 
     /// Files whose name or path holds `keyword` and every refine keyword, newest first, at most
     /// `limit`. `refine` is a list joined by line feeds, commas or semicolons.

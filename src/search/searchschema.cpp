@@ -1,5 +1,9 @@
 #include "search/searchschema.h"
 
+#include "search/cuttexts.h"
+#include "search/grams/gramindex.h"
+
+#include <QDebug>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
@@ -67,10 +71,24 @@ bool createSchema(const QSqlDatabase &database, QString *error)
             *error = query.lastError().text();
         return false;
     }
-    if (!erasesTokensAtOnce(database) && knowsSecureDelete(database))
-        QSqlQuery(database).exec(QStringLiteral(
-            "INSERT INTO content_fts(content_fts, rank) VALUES('secure-delete', 1)"));
+    if (!CutTexts(database).prepare(error))
+        return false;
+    // Without it the texts themselves are compared, as before it was there.
+    QString gramError;
+    if (!grams::createGramTables(database, &gramError))
+        qWarning().noquote() << "[SearchIndexDB] no gram index:" << gramError;
+    if (!erasesTokensAtOnce(database) && knowsSecureDelete(database)) {
+        for (const QString &table : fullTextTables()) {
+            QSqlQuery(database).exec(
+                QStringLiteral("INSERT INTO %1(%1, rank) VALUES('secure-delete', 1)").arg(table));
+        }
+    }
     return true;
+}
+
+QStringList fullTextTables()
+{
+    return {QStringLiteral("content_fts"), QStringLiteral("content_grams")};
 }
 
 bool checkSchema(const QSqlDatabase &database, QString *error)

@@ -2,6 +2,7 @@
 
 #include <QSqlDatabase>
 #include <QString>
+#include <QStringList>
 
 namespace search {
 
@@ -10,8 +11,11 @@ namespace search {
 /// Failures are of no consequence.
 void setConnectionPragmas(const QSqlDatabase &database);
 
-/// True if the full text index erases the entries of a removed text together with it. Otherwise it
-/// only marks them, and they stay until its parts are merged.
+/// The names of the full text indexes, of words and of grams.
+QStringList fullTextTables();
+
+/// True if the full text indexes erase the entries of a removed text together with it. Otherwise
+/// they only mark them, and they stay until their parts are merged.
 bool erasesTokensAtOnce(const QSqlDatabase &database);
 
 /// Makes what is missing of tables, indexes and triggers, and removes what earlier versions had.

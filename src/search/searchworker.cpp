@@ -55,8 +55,15 @@ FileNameSearchWorker::~FileNameSearchWorker() = default;
 void FileNameSearchWorker::requestLine(const QString &line, int limit, const QString &refine)
 {
     const search::LineRequest request{line, limit, refine, ++m_newestRequest};
+    m_interrupter.interrupt();
     QMetaObject::invokeMethod(
         this, [this, request] { searchLine(request); }, Qt::QueuedConnection);
+}
+
+void FileNameSearchWorker::setResultCheck(const search::ResultCheck &check)
+{
+    QMetaObject::invokeMethod(
+        this, [this, check] { m_check = check; }, Qt::QueuedConnection);
 }
 
 void FileNameSearchWorker::searchLine(const search::LineRequest &request)
@@ -70,9 +77,13 @@ void FileNameSearchWorker::searchLine(const search::LineRequest &request)
     SearchIndexDB db(m_dbPath);
     QVariantList results;
     QString error;
-    if (db.open(&error))
-        results = search::names::searchNames(db.connection(), m_names.get(), request.line,
-                                             request.limit, request.refine, isOvertaken, &error);
+    if (db.open(&error)) {
+        const search::SqlInterrupter::Hold hold(&m_interrupter, db.connection());
+        results = m_check.filled(request.limit, [&](int limit) {
+            return search::names::searchNames(db.connection(), m_names.get(), request.line, limit,
+                                              request.refine, isOvertaken, &error);
+        });
+    }
     if (!isOvertaken())
         emit searchCompleted(results, error);
 }
@@ -93,6 +104,7 @@ void FileNameSearchWorker::queryStats()
     }
     QString error;
     const QVariantMap stats = db.indexStats(&error);
+    emit cutTextsCounted(db.cutTextCount());
     emit statsReady(stats.value(QStringLiteral("fileCount")).toLongLong(),
                     stats.value(QStringLiteral("ftsCount")).toLongLong(),
                     stats.value(QStringLiteral("lastUpdatedMs")).toLongLong(), error.isEmpty());
@@ -106,21 +118,36 @@ FullTextSearchWorker::FullTextSearchWorker(const QString &dbPath, QObject *paren
 void FullTextSearchWorker::requestLine(const QString &line, int limit, const QString &refine)
 {
     const search::LineRequest request{line, limit, refine, ++m_newestRequest};
+    m_interrupter.interrupt();
     QMetaObject::invokeMethod(
         this, [this, request] { searchLine(request); }, Qt::QueuedConnection);
 }
 
+void FullTextSearchWorker::setResultCheck(const search::ResultCheck &check)
+{
+    QMetaObject::invokeMethod(
+        this, [this, check] { m_check = check; }, Qt::QueuedConnection);
+}
+
 void FullTextSearchWorker::searchLine(const search::LineRequest &request)
 {
-    if (m_newestRequest != request.number)
+    const auto isOvertaken = [this, &request] {
+        return m_newestRequest != request.number;
+    };
+    if (isOvertaken())
         return;
     SearchIndexDB db(m_dbPath);
     QVariantList results;
     QString error;
-    if (db.open(&error))
-        results = search::query::searchContents(db.connection(), request.line, request.limit,
-                                                request.refine, &error);
-    emit searchCompleted(results, error);
+    if (db.open(&error)) {
+        const search::SqlInterrupter::Hold hold(&m_interrupter, db.connection());
+        results = m_check.filled(request.limit, [&](int limit) {
+            return search::query::searchContents(db.connection(), request.line, limit,
+                                                 request.refine, isOvertaken, &error);
+        });
+    }
+    if (!isOvertaken())
+        emit searchCompleted(results, error);
 }
 
 void FullTextSearchWorker::search(const QString &keyword, int limit, const QString &refine)

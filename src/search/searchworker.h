@@ -1,5 +1,8 @@
 #pragma once
 
+#include "search/resultcheck.h"
+#include "search/sqlinterrupter.h"
+
 #include <QObject>
 #include <QString>
 #include <QVariantList>
@@ -38,6 +41,9 @@ public:
     /// is overtaken: it gets no answer, and a running search ends early. A line may be answered
     /// twice, again when the names have been read from the index for the first time.
     void requestLine(const QString &line, int limit, const QString &refine);
+    /// Lines are answered without files that are gone, and the rows of a root that is not there
+    /// have "offline" set; for any thread. See ResultCheck.
+    void setResultCheck(const search::ResultCheck &check);
 
 public slots:
     void search(const QString &keyword, int limit, const QString &refine);
@@ -47,12 +53,16 @@ signals:
     /// An error text may accompany a list that is not empty.
     void searchCompleted(const QVariantList &results, const QString &error);
     void statsReady(qint64 fileCount, qint64 ftsCount, qint64 lastUpdatedMs, bool ok);
+    /// Before each statsReady(): documents of which only the beginning is indexed.
+    void cutTextsCounted(qint64 count);
 
 private:
     void searchLine(const search::LineRequest &request);
 
     QString m_dbPath;
     std::atomic<int> m_newestRequest{0};
+    search::SqlInterrupter m_interrupter;
+    search::ResultCheck m_check;
     search::LineRequest m_lastRequest; ///< Answered or being answered.
     std::unique_ptr<search::names::NameIndex> m_names;
 };
@@ -66,8 +76,10 @@ public:
     explicit FullTextSearchWorker(const QString &dbPath, QObject *parent = nullptr);
 
     /// Queues a search in the language of search lines; for any thread. What was asked for before
-    /// and has not begun gets no answer.
+    /// is overtaken, likewise.
     void requestLine(const QString &line, int limit, const QString &refine);
+    /// Likewise.
+    void setResultCheck(const search::ResultCheck &check);
 
 public slots:
     void search(const QString &keyword, int limit, const QString &refine);
@@ -80,4 +92,6 @@ private:
 
     QString m_dbPath;
     std::atomic<int> m_newestRequest{0};
+    search::SqlInterrupter m_interrupter;
+    search::ResultCheck m_check;
 };

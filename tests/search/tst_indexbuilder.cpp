@@ -49,7 +49,7 @@ public:
         progress.clear();
         damages = 0;
         ends = 0;
-        builder->startBuild(roots, excludeDirs, {}, ftsExtensions, maxContentBytes);
+        builder->startBuild(roots, excludeDirs, {}, ftsExtensions, maxBytes);
     }
 
     QStringList texts() const
@@ -61,6 +61,7 @@ public:
     }
 
     const QScopedPointer<IndexBuilder> builder;
+    int maxBytes = maxContentBytes;
     std::function<void(int, const QString &)> onProgress;
     QList<Progress> progress;
     QStringList toolLines;
@@ -92,7 +93,10 @@ private slots:
     void fillsRowsAndTexts();
     void storesTargetPaths();
     void reportsProgressInBatches();
-    void refreshKeepsVanishedRowsAndTexts();
+    void refreshFollowsTheFiles();
+    void refreshKeepsRowsOfRootsThatAreNotThere();
+    void refreshOfUnchangedFilesWritesNothing();
+    void refreshReadsAnewWhatIsReadInAnotherWay();
     void rebuildStartsAfresh();
     void stopDuringTheWalkKeepsRows();
     void stopEndsAHangingTool();
@@ -270,25 +274,80 @@ void TestIndexBuilder::reportsProgressInBatches()
     QCOMPARE(run.progress.last().files, 1203);
 }
 
-void TestIndexBuilder::refreshKeepsVanishedRowsAndTexts()
+void TestIndexBuilder::refreshFollowsTheFiles()
 {
     const QString kept = m_tree->file("r/kept.txt", "old");
     const QString gone = m_tree->file("r/gone.txt", "was here");
+    const QString hidden = m_tree->file("r/private/diary.txt", "mine");
     BuildRun run(m_dbPath);
     run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QCOMPARE(rows().size(), 3);
     m_tree->remove("r/gone.txt");
     m_tree->file("r/kept.txt", "renewed");
-    run.build({at("r")});
+    run.build({at("r")}, {QStringLiteral("private")});
     QCOMPARE(run.message, completed(1));
     QVERIFY(run.texts().filter(QStringLiteral("提取")).isEmpty()); // no types, no texts
     QCOMPARE(rows().value(kept).content, QStringLiteral("old"));
     QCOMPARE(rows().value(kept).size, 7);
-    QCOMPARE(rows().value(gone).content, QStringLiteral("was here"));
+    QVERIFY(!rows().contains(gone));
+    QVERIFY(!rows().contains(hidden));
     run.build({at("r")}, {}, {QStringLiteral("txt")});
     QCOMPARE(rows().value(kept).content, QStringLiteral("renewed"));
-    m_tree->file("r/kept.txt", QByteArray()); // no text is no news
+    m_tree->file("r/kept.txt", QByteArray());
     run.build({at("r")}, {}, {QStringLiteral("txt")});
-    QCOMPARE(rows().value(kept).content, QStringLiteral("renewed"));
+    QCOMPARE(rows().value(kept).content, QString());
+}
+
+void TestIndexBuilder::refreshKeepsRowsOfRootsThatAreNotThere()
+{
+    const QStringList roots{at("r"), at("emptied"), at("missing")};
+    m_tree->file("r/a");
+    m_tree->file("r/b");
+    const QString emptied = m_tree->file("emptied/a");
+    const QString missing = m_tree->file("missing/a");
+    BuildRun run(m_dbPath);
+    run.build(roots);
+    m_tree->remove("r/b");
+    m_tree->remove("emptied/a");
+    m_tree->move("missing", "elsewhere");
+    run.build(roots);
+    QCOMPARE(QStringList(rows().keys()), (QStringList{emptied, missing, at("r/a")}));
+}
+
+void TestIndexBuilder::refreshOfUnchangedFilesWritesNothing()
+{
+    for (int i = 0; i < 300; ++i) {
+        m_tree->file(QStringLiteral("r/d%1/f%2.txt").arg(i % 7).arg(i),
+                     QByteArray("一些文字 and words ").repeated(40) + QByteArray::number(i));
+        m_tree->file(QStringLiteral("r/d%1/f%2.bin").arg(i % 7).arg(i));
+    }
+    const auto written = [] {
+        QFile io(QStringLiteral("/proc/self/io"));
+        const QByteArray text = io.open(QIODevice::ReadOnly) ? io.readAll() : QByteArray();
+        return text.mid(text.indexOf("wchar: ") + 7).split('\n').first().toLongLong();
+    };
+    BuildRun run(m_dbPath);
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    const IndexSnapshot before = rows();
+    const qint64 start = written();
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    const qint64 bytes = written() - start;
+    QCOMPARE(run.message, completed(600));
+    QVERIFY(rows() == before);
+    QVERIFY(run.texts().filter(QStringLiteral("提取")).isEmpty());
+    QVERIFY2(bytes < QFileInfo(m_dbPath).size() / 100, qPrintable(QString::number(bytes)));
+}
+
+void TestIndexBuilder::refreshReadsAnewWhatIsReadInAnotherWay()
+{
+    const QString file = m_tree->file("r/a.txt", "long text of a file");
+    BuildRun run(m_dbPath);
+    run.maxBytes = 4;
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QCOMPARE(rows().value(file).content, QStringLiteral("long"));
+    run.maxBytes = 16384;
+    run.build({at("r")}, {}, {QStringLiteral("txt")});
+    QCOMPARE(rows().value(file).content, QStringLiteral("long text of a file"));
 }
 
 void TestIndexBuilder::rebuildStartsAfresh()

@@ -131,6 +131,12 @@ NameIndex::View NameIndex::view(const QSqlDatabase &database)
     return m_newerThan ? View{loaded.rows, m_newer} : View();
 }
 
+void NameIndex::waitForRows(const QSqlDatabase &database)
+{
+    if (!view(database).rows && m_loader.joinable())
+        m_loader.join();
+}
+
 // Rows that are new, or were touched so that they stand before all others. A row that was touched
 // and stays behind them keeps its old place until the next load.
 bool NameIndex::readNewer(const QSqlDatabase &database, const NameArena &rows)

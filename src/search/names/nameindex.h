@@ -39,6 +39,8 @@ public:
     /// What there is; starts a load where it is missing or too old. `database` is an open
     /// connection of the calling thread to the same file.
     View view(const QSqlDatabase &database);
+    /// Reads the arena now, where there is none; for those who ask only once.
+    void waitForRows(const QSqlDatabase &database);
 
 private:
     struct Loaded

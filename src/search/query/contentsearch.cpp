@@ -1,5 +1,8 @@
 #include "search/query/contentsearch.h"
 
+#include "search/grams/candidatequery.h"
+#include "search/grams/gramindex.h"
+#include "search/grams/textgrams.h"
 #include "search/query/proximity.h"
 #include "search/query/rowconditions.h"
 #include "search/query/spellings.h"
@@ -16,6 +19,9 @@
 
 namespace search::query {
 namespace {
+
+/// A rank costs a look at the whole text. Of more matches only the latest in the index get one.
+constexpr int mostRanked = 250;
 
 QStringList contentColumn()
 {
@@ -41,55 +47,67 @@ QString ftsExpression(const Query &query)
     return parts.join(QLatin1String(" AND "));
 }
 
+/// `query` with all terms exact that hold more than the tokens of the word index do.
+Query asTokens(Query query)
+{
+    for (Term &term : query.terms) {
+        term.exact = term.exact || std::any_of(term.text.cbegin(), term.text.cend(), [](QChar c) {
+                         return !c.isLetterOrNumber() && !c.isMark() && !c.isSurrogate();
+                     });
+    }
+    return query;
+}
+
 /// One search while its stages add to it.
 class LineSearch
 {
 public:
     LineSearch(const QSqlDatabase &database, const Query &query, int limit,
-               const QString &refineString)
+               const QString &refineString, const std::function<bool()> &cancelled)
         : m_database(database)
         , m_query(query)
         , m_limit(limit)
         , m_refineWords(splitKeywords(refineString))
+        , m_cancelled(cancelled)
+        , m_hasGrams(grams::canSearchGrams(database))
+        , m_gramExpression(grams::gramExpression(query.wantedWords()))
     {}
 
-    bool isFull() const { return m_hits.size() >= m_limit; }
-    /// Takes what another query has found.
-    void start(const QVariantList &results);
+    bool isDone() const { return m_hits.size() >= m_limit || m_cancelled(); }
     /// Hits of the full text index by rank. A failure only leaves more to the next stage.
-    void runFullTextStage();
+    void runRankedStage();
     bool runSubstringStage(QString *error);
     bool runSpellingStage(QString *error);
     QVariantList results();
 
 private:
+    enum class Stage { Ranked, Substring, Respelled };
     struct Hit
     {
         QVariantMap row;
         int span; ///< Characters in which all words stand; see wordSpan().
     };
 
+    QString rankedCondition(const QString &expression) const;
+    QString snippetOf(const QString &content, const QStringList &words, Stage stage) const;
     void addCommonConditions(RowFilter *filter) const;
-    bool walk(const RowFilter &filter, bool respelled, QString *error);
-    void addHit(const QSqlQuery &row, const QString &content, bool respelled);
+    bool walk(const RowFilter &filter, Stage stage, const NewestFirstQuery::RowHandler &handler,
+              QString *error);
+    bool globSpellings(QString *error);
+    bool holdsRespelled(const QString &content) const;
+    void addHit(const QSqlQuery &row, const QString &content, Stage stage);
 
     QSqlDatabase m_database;
     Query m_query;
     int m_limit;
     QStringList m_refineWords;
+    std::function<bool()> m_cancelled;
+    bool m_hasGrams;
+    QString m_gramExpression;
     QVector<Hit> m_hits;
     QSet<QString> m_paths;
     int m_firstRespelled = -1;
 };
-
-void LineSearch::start(const QVariantList &results)
-{
-    for (const QVariant &result : results) {
-        const QVariantMap row = result.toMap();
-        m_paths.insert(row.value(QStringLiteral("path")).toString());
-        m_hits.append({row, 0});
-    }
-}
 
 void LineSearch::addCommonConditions(RowFilter *filter) const
 {
@@ -98,19 +116,38 @@ void LineSearch::addCommonConditions(RowFilter *filter) const
              QStringList{QStringLiteral("file_name"), QStringLiteral("path")} + contentColumn());
 }
 
-void LineSearch::runFullTextStage()
+/// Leaves out what is too old in the index to be ranked.
+QString LineSearch::rankedCondition(const QString &expression) const
 {
-    RowFilter filter;
-    filter.condition = QStringLiteral("content_fts MATCH ?");
-    filter.patterns = QStringList{ftsExpression(m_query)};
-    if (filter.patterns.first().isEmpty())
+    QSqlQuery query(m_database);
+    const bool ok =
+        query.prepare(QStringLiteral("SELECT rowid FROM content_fts WHERE content_fts MATCH ? "
+                                     "ORDER BY rowid DESC LIMIT 1 OFFSET %1")
+                          .arg(qMax(m_limit, mostRanked)));
+    query.addBindValue(expression);
+    const QString match = QStringLiteral("content_fts MATCH ?");
+    return ok && query.exec() && query.next()
+               ? match + QLatin1String(" AND content_fts.rowid > ") + query.value(0).toString()
+               : match;
+}
+
+void LineSearch::runRankedStage()
+{
+    const bool plain = m_query.isPlainWord();
+    const QString expression =
+        plain ? buildFtsMatchExpr(m_query.terms.first().text) : ftsExpression(m_query);
+    if (expression.isEmpty())
         return;
-    addTerms(&filter, m_query, contentColumn(), true);
+    RowFilter filter;
+    filter.condition = rankedCondition(expression);
+    filter.patterns = QStringList{expression};
+    if (!plain)
+        addTerms(&filter, asTokens(m_query), contentColumn(), true);
     addCommonConditions(&filter);
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
     bool ok = query.prepare(
-        QStringLiteral("SELECT %1,content FROM (SELECT file_index.id AS hit,"
+        QStringLiteral("SELECT %1,content,score FROM (SELECT file_index.id AS hit,"
                        "bm25(content_fts) AS score FROM content_fts JOIN file_index "
                        "ON file_index.id = content_fts.rowid WHERE %2 ORDER BY score,hit LIMIT ?) "
                        "CROSS JOIN file_index ON id = hit ORDER BY score,hit")
@@ -119,8 +156,12 @@ void LineSearch::runFullTextStage()
         query.addBindValue(pattern);
     query.addBindValue(m_limit);
     ok = ok && query.exec();
-    while (ok && query.next())
-        addHit(query, query.value(5).toString(), false);
+    while (ok && !isDone() && query.next()) {
+        addHit(query, query.value(5).toString(), Stage::Ranked);
+        // Shown without refine keywords only.
+        if (plain && m_refineWords.isEmpty())
+            m_hits.last().row.insert(QStringLiteral("score"), query.value(6).toDouble());
+    }
     if (query.lastError().isValid())
         qDebug() << "[searchContents] FTS failed:" << query.lastError().text();
 }
@@ -128,13 +169,71 @@ void LineSearch::runFullTextStage()
 bool LineSearch::runSubstringStage(QString *error)
 {
     RowFilter filter;
-    filter.condition = QStringLiteral("length(file_index.content) > 0");
     addTerms(&filter, m_query, contentColumn());
     addCommonConditions(&filter);
-    return walk(filter, false, error);
+    if (!m_hasGrams && filter.condition.isEmpty())
+        filter.condition = QStringLiteral("1");
+    if (!m_hasGrams)
+        filter.condition += QStringLiteral(" AND file_index.content <> ''");
+    return walk(
+        filter, Stage::Substring, [](const QSqlQuery &) { return true; }, error);
+}
+
+/// Hands on the rows that `handler` takes and that no earlier stage has delivered.
+bool LineSearch::walk(const RowFilter &filter, Stage stage,
+                      const NewestFirstQuery::RowHandler &handler, QString *error)
+{
+    const QString columns = fileColumns() + QLatin1String(",content");
+    const auto take = [&](const QSqlQuery &row) {
+        if (!m_paths.contains(row.value(0).toString()) && handler(row))
+            addHit(row, row.value(5).toString(), stage);
+        return !isDone();
+    };
+    if (m_hasGrams)
+        return grams::newestCandidates(m_database, columns, m_gramExpression, filter, take, error);
+    WalkPolicy policy;
+    policy.walkCost = 3; // reading the texts is the larger part of either way
+    NewestFirstQuery query(m_database, columns, filter, policy);
+    // Rows that come again take a place each.
+    return query.run(m_limit + m_paths.size(), take, error);
 }
 
 bool LineSearch::runSpellingStage(QString *error)
+{
+    m_firstRespelled = m_hits.size();
+    if (!m_hasGrams)
+        return globSpellings(error);
+    if (m_gramExpression.isEmpty())
+        return true;
+    RowFilter filter;
+    Query unwanted = m_query;
+    unwanted.terms.erase(std::remove_if(unwanted.terms.begin(), unwanted.terms.end(),
+                                        [](const Term &term) { return !term.negated; }),
+                         unwanted.terms.end());
+    addTerms(&filter, unwanted, contentColumn());
+    addCommonConditions(&filter);
+    return walk(
+        filter, Stage::Respelled,
+        [this](const QSqlQuery &row) { return holdsRespelled(row.value(5).toString()); }, error);
+}
+
+bool LineSearch::holdsRespelled(const QString &content) const
+{
+    const QString folded = grams::comparable(content);
+    for (const Term &term : m_query.terms) {
+        if (term.negated)
+            continue;
+        const bool holds = term.exact ? grams::withoutBorderBlanks(content).contains(
+                                            grams::withoutBorderBlanks(term.text))
+                                      : folded.contains(grams::comparable(term.text));
+        if (!holds)
+            return false;
+    }
+    return true;
+}
+
+/// Without the gram index: what GLOB finds among all texts.
+bool LineSearch::globSpellings(QString *error)
 {
     const QString column = contentColumn().constFirst();
     RowFilter filter;
@@ -157,39 +256,31 @@ bool LineSearch::runSpellingStage(QString *error)
     }
     addTerms(&filter, others, contentColumn());
     addCommonConditions(&filter);
-    m_firstRespelled = m_hits.size();
-    return walk(filter, true, error);
+    return walk(
+        filter, Stage::Respelled, [](const QSqlQuery &) { return true; }, error);
 }
 
-bool LineSearch::walk(const RowFilter &filter, bool respelled, QString *error)
+QString LineSearch::snippetOf(const QString &content, const QStringList &words, Stage stage) const
 {
-    WalkPolicy policy;
-    policy.walkCost = 3; // reading the texts is the larger part of either way
-    NewestFirstQuery query(m_database, fileColumns() + QLatin1String(",content"), filter, policy);
-    // Rows that an earlier stage delivered come again and are skipped.
-    return query.run(
-        m_limit,
-        [&](const QSqlQuery &row) {
-            if (!m_paths.contains(row.value(0).toString()))
-                addHit(row, row.value(5).toString(), respelled);
-            return !isFull();
-        },
-        error);
+    if (words.isEmpty()) // filters only: how the text begins
+        return simplifySnippetLine(content.left(120)).toHtmlEscaped();
+    if (!m_query.isPlainWord() || stage == Stage::Respelled)
+        return makeSnippetAroundAny(content, words);
+    const QString snippet =
+        stage == Stage::Substring ? makeSubstringSnippet(content, words.first()) : QString();
+    return snippet.isEmpty() ? makePrimarySnippet(content, words.first()) : snippet;
 }
 
-void LineSearch::addHit(const QSqlQuery &row, const QString &content, bool respelled)
+void LineSearch::addHit(const QSqlQuery &row, const QString &content, Stage stage)
 {
     QStringList words;
     const QStringList wanted = m_query.wantedWords();
     for (const QString &word : wanted) {
-        const QString written = respelled ? spellingIn(content, word) : word;
+        const QString written = stage == Stage::Respelled ? spellingIn(content, word) : word;
         words.append(written.isEmpty() ? word : written);
     }
     QVariantMap result = resultOfRow(row);
-    QString snippet = makeSnippetAroundAny(content, words);
-    if (words.isEmpty()) // filters only: how the text begins
-        snippet = simplifySnippetLine(content.left(120)).toHtmlEscaped();
-    result.insert(QStringLiteral("snippet"), snippet);
+    result.insert(QStringLiteral("snippet"), snippetOf(content, words, stage));
     if (!m_refineWords.isEmpty())
         result.insert(QStringLiteral("refineSnippet"),
                       makeSnippetAroundAny(content, m_refineWords));
@@ -214,24 +305,16 @@ QVariantList LineSearch::results()
 } // namespace
 
 QVariantList searchContents(const QSqlDatabase &database, const QString &line, int limit,
-                            const QString &refine, QString *error)
+                            const QString &refine, const std::function<bool()> &cancelled,
+                            QString *error)
 {
     const Query query = parse(line);
     if (query.isEmpty() || limit < 1)
         return QVariantList();
-    LineSearch search(database, query, limit, refine);
-    bool ok = true;
-    if (query.isPlainWord()) {
-        QString text;
-        search.start(queryByContent(database, query.terms.first().text, limit, refine, &text));
-        ok = text.isEmpty();
-        if (error)
-            *error = text;
-    } else {
-        search.runFullTextStage();
-        ok = search.isFull() || search.runSubstringStage(error);
-    }
-    if (ok && !search.isFull())
+    LineSearch search(database, query, limit, refine, cancelled);
+    search.runRankedStage();
+    const bool ok = search.isDone() || search.runSubstringStage(error);
+    if (ok && !search.isDone())
         (void)search.runSpellingStage(error);
     return search.results();
 }

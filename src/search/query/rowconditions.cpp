@@ -61,7 +61,7 @@ void addTerms(RowFilter *filter, const Query &query, const QStringList &columns,
         return;
     }
     for (const Term &term : query.terms) {
-        if (term.exact || !exactOnly)
+        if (term.exact || term.negated || !exactOnly)
             addLike(filter, columns, likePattern(escaped(term.text)), true, term.negated);
     }
 }

@@ -13,7 +13,7 @@ namespace search::query {
 void addWords(RowFilter *filter, const QStringList &words, const QStringList &columns);
 
 /// Adds the terms of a query over `columns`. Wildcards count in a plain word only. `exactOnly`
-/// leaves out the terms that folding may match as well.
+/// leaves out the wanted terms that folding may match as well.
 void addTerms(RowFilter *filter, const Query &query, const QStringList &columns,
               bool exactOnly = false);
 

@@ -12,18 +12,27 @@ bool isFullWidth(QChar c)
     return c >= QChar(0xFF01) && c <= QChar(0xFF5E);
 }
 
-/// All characters that `c` may be written as.
-QString spellingsOf(QChar c)
+/// All characters that the one at `i` may be written as. Those beyond the first plane stand for
+/// themselves, as two units.
+QString spellingsAt(const QString &word, int i)
 {
+    const QChar c = word.at(i);
+    if (c.isHighSurrogate() && i + 1 < word.size())
+        return word.mid(i, 2);
     const QChar half = isFullWidth(c) ? QChar(c.unicode() - 0xFEE0) : c;
     if (half <= QLatin1Char(' ') || half > QLatin1Char('~'))
         return hanSpellings(c);
     QString spellings(half.toLower());
     if (half.toUpper() != half.toLower())
         spellings += half.toUpper();
-    for (int i = 0, n = spellings.size(); i < n; ++i)
-        spellings += QChar(spellings.at(i).unicode() + 0xFEE0);
+    for (int n = 0, size = spellings.size(); n < size; ++n)
+        spellings += QChar(spellings.at(n).unicode() + 0xFEE0);
     return spellings;
+}
+
+bool isPair(const QString &spellings)
+{
+    return spellings.at(0).isHighSurrogate();
 }
 
 } // namespace
@@ -42,9 +51,13 @@ QString spellingGlob(const QString &word)
     // Inside brackets these three have a meaning of their own; they stand for themselves outside.
     static const QString special = QStringLiteral("]^-");
     QString glob = QStringLiteral("*");
-    for (const QChar c : word) {
-        const QString spellings = spellingsOf(c);
-        if (special.contains(spellings.at(0)))
+    for (int i = 0; i < word.size(); ++i) {
+        const QChar c = word.at(i);
+        const QString spellings = spellingsAt(word, i);
+        i += isPair(spellings) ? 1 : 0;
+        if (isPair(spellings))
+            glob += spellings;
+        else if (special.contains(spellings.at(0)))
             glob += c;
         else
             glob += QLatin1Char('[') + spellings + QLatin1Char(']');
@@ -55,9 +68,22 @@ QString spellingGlob(const QString &word)
 QString spellingIn(const QString &text, const QString &word)
 {
     QString pattern;
-    for (const QChar c : word) {
+    for (int i = 0; i < word.size(); ++i) {
+        const QChar c = word.at(i);
+        // A blank between Han and Latin may come or go.
+        if (c == QLatin1Char(' ')) {
+            pattern += QLatin1String(" ?");
+            continue;
+        }
+        if (i > 0 && (c.unicode() < 0x80) != (word.at(i - 1).unicode() < 0x80))
+            pattern += QLatin1String(" ?");
         QStringList choices;
-        const QString spellings = spellingsOf(c);
+        const QString spellings = spellingsAt(word, i);
+        if (isPair(spellings)) {
+            pattern += spellings;
+            ++i;
+            continue;
+        }
         for (const QChar spelling : spellings)
             choices.append(QRegularExpression::escape(QString(spelling)));
         pattern += QLatin1String("(?:") + choices.join(QLatin1Char('|')) + QLatin1Char(')');
