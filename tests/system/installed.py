@@ -37,6 +37,11 @@ def make_disk(tar, folder):
     run("tar", "-C", tree, "-xf", tar)
     for kind in ("vmlinuz", "initrd.img"):
         shutil.copy(glob.glob(os.path.join(tree, "boot", kind + "-*"))[0], os.path.join(folder, kind))
+    # The console may appear late on a slow machine.
+    patience = os.path.join(tree, "etc/systemd/system/dev-ttyS0.device.d")
+    os.makedirs(patience)
+    with open(os.path.join(patience, "patience.conf"), "w") as file:
+        file.write("[Unit]\nJobTimeoutSec=infinity\nJobRunningTimeoutSec=infinity\n")
     disk = os.path.join(folder, "system.img")
     with open(disk, "wb") as image:
         image.truncate(4 << 30)

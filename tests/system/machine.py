@@ -84,7 +84,7 @@ class Console:
 
 
 # For the kernel's command line: a slow machine is not a broken one.
-PATIENT = "console=ttyS0,115200 mitigations=off systemd.default_device_timeout_sec=900 systemd.default_timeout_start_sec=900"
+PATIENT = "console=ttyS0,115200 mitigations=off systemd.default_timeout_start_sec=900"
 
 
 class Machine(Console):
