@@ -121,8 +121,11 @@ bool CarvingScanner::carveWithin(WindowReader &reader, const Carver &carver, qin
     reader.setEnd(end);
     if (isCarved && file->isDamaged && !isBesideBadSectors(reader, start, file->length))
         file->evidence = Evidence::Structure;
-    if (!isCarved || !hasEnd(file->evidence))
-        m_wastedBytes += qMax(file->examined, reader.bytesRead() - before);
+    if (!isCarved || !hasEnd(file->evidence)) {
+        // A length that is only told has cost nothing.
+        const qint64 followed = file->inside == Inside::Seen ? file->examined : 0;
+        m_wastedBytes += qMax(followed, reader.bytesRead() - before);
+    }
     return isCarved;
 }
 
