@@ -32,8 +32,10 @@ bool readOptions(BenchOptions *options)
          {QStringLiteral("dirs"), QStringLiteral("Directories they lie in."), QStringLiteral("N")},
          {QStringLiteral("docs"), QStringLiteral("Documents with text."), QStringLiteral("N")},
          {QStringLiteral("rounds"), QStringLiteral("Repetitions of a measurement."),
-          QStringLiteral("N")}});
+          QStringLiteral("N")},
+         {QStringLiteral("lines-only"), QStringLiteral("Only lines, against the statements.")}});
     parser.process(*QCoreApplication::instance());
+    options->linesOnly = parser.isSet(QStringLiteral("lines-only"));
     return readNumber(parser, QStringLiteral("files"), 1, &options->files) &&
            readNumber(parser, QStringLiteral("dirs"), 1, &options->directories) &&
            readNumber(parser, QStringLiteral("docs"), 0, &options->documents) &&
@@ -68,7 +70,9 @@ int main(int argc, char *argv[])
         QTextStream(stderr) << error << '\n';
         return 1;
     }
-    const bool ok =
-        benchBuild(options) && benchNameQueries(options) && benchContentQueries(options);
+    if (options.linesOnly)
+        return makeIndex(options) && benchLineQueries(options) ? 0 : 1;
+    const bool ok = benchBuild(options) && benchNameQueries(options) &&
+                    benchContentQueries(options) && benchLineQueries(options);
     return ok ? 0 : 1;
 }

@@ -1,10 +1,13 @@
 #include "corpus.h"
 #include "report.h"
+#include "search/names/namesearch.h"
+#include "search/query/contentsearch.h"
 #include "search/searchindexdb.h"
 #include "search/searchkeywords.h"
 #include "subjects.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSet>
 #include <QSqlDatabase>
@@ -239,6 +242,34 @@ void comparePlocate(const BenchOptions &options, const Words &words, const Searc
                 rows);
 }
 
+// Lines as the page asks them, by the clock, since they use both cores; each word once in turn. The
+// bare statements know neither folding nor pinyin and may find fewer rows.
+bool compareLines(const QString &title, const Words &words, const QStringList &furtherWords,
+                  const Search &line, const Search &bare)
+{
+    QVector<ReportRow> rows;
+    QVector<double> all;
+    const auto measure = [&](const QString &name, const QStringList &list) {
+        QVector<double> times[2];
+        for (const QString &word : list) {
+            times[0].append(wallTimed(line, word));
+            times[1].append(wallTimed(bare, word));
+        }
+        rows.append(ratioRow(name, median(times[0]), median(times[1]), false));
+        all += times[0];
+    };
+    for (const Kind &kind : kinds)
+        measure(QString::fromLatin1(kind.name) + QLatin1String(" words, median"), words(kind.kind));
+    if (!furtherWords.isEmpty())
+        measure(QStringLiteral("pinyin, median"), furtherWords);
+    rows.append({QStringLiteral("all words, median"), milliseconds(median(all)), QString(), 0.0,
+                 QString()});
+    rows.append({QStringLiteral("all words, 99th percentile"), milliseconds(percentile(all, 0.99)),
+                 QString(), 0.0, QString()});
+    printReport(title, rows);
+    return true;
+}
+
 // Gives every n-th file a text.
 bool addDocuments(SearchIndexDB *index, const QStringList &paths, int documents, Corpus *corpus,
                   QString *error)
@@ -299,4 +330,61 @@ bool benchContentQueries(const BenchOptions &options)
         QStringLiteral("Content search, limit 100 (baseline: the bare statements)"),
         [&corpus](WordKind kind) { return corpus.textWords(kind); }, ours,
         [&bare](const QString &word) { return bare.contents(word); }, options.rounds);
+}
+
+bool benchLineQueries(const BenchOptions &options)
+{
+    SearchIndexDB index(options.indexPath());
+    if (!index.open())
+        return false;
+    Corpus corpus;
+    BareQueries bare(options.indexPath());
+    const auto never = [] {
+        return false;
+    };
+    QElapsedTimer clock;
+    clock.start();
+    search::names::NameIndex names(options.indexPath(), [] {});
+    names.waitForRows(index.connection());
+    const qint64 loadMs = clock.elapsed();
+    const auto rows = names.view(index.connection()).rows;
+    QTextStream(stdout) << "  names in memory: " << (rows ? rows->memoryBytes() / 1048576 : 0)
+                        << " MiB, read in " << loadMs << " ms; index "
+                        << QFileInfo(options.indexPath()).size() / 1048576 << " MiB\n";
+    const Search nameLine = [&](const QString &word) {
+        return search::names::searchNames(index.connection(), &names, word, nameLimit, QString(),
+                                          never, nullptr)
+            .size();
+    };
+    const Search textLine = [&](const QString &word) {
+        return search::query::searchContents(index.connection(), word, contentLimit, QString(),
+                                             never, nullptr)
+            .size();
+    };
+    const QStringList pinyin{QStringLiteral("hetong"),  QStringLiteral("ht"),
+                             QStringLiteral("baogao"),  QStringLiteral("bg"),
+                             QStringLiteral("yusuan"),  QStringLiteral("zhaopian"),
+                             QStringLiteral("huiyijl"), QStringLiteral("zzzz")};
+    return compareLines(
+               QStringLiteral("Name lines in memory (baseline: the bare statement)"),
+               [&corpus](WordKind kind) { return corpus.nameWords(kind); }, pinyin, nameLine,
+               [&bare](const QString &word) { return bare.names(word); }) &&
+           compareLines(
+               QStringLiteral("Content lines (baseline: the bare statements)"),
+               [&corpus](WordKind kind) { return corpus.textWords(kind); }, QStringList(), textLine,
+               [&bare](const QString &word) { return bare.contents(word); });
+}
+
+bool makeIndex(const BenchOptions &options)
+{
+    if (runBuilder(options.treeDir(), options.indexPath()) != 0)
+        return false;
+    Corpus corpus;
+    SearchIndexDB index(options.indexPath());
+    QString error;
+    if (addDocuments(&index, BareQueries(options.indexPath()).paths(), options.documents, &corpus,
+                     &error))
+        return true;
+    QTextStream(stderr) << "documents: " << error << '\n';
+    return false;
 }

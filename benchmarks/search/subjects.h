@@ -9,6 +9,7 @@ struct BenchOptions
     int directories = 4000;
     int documents = 20000;
     int rounds = 3; // of each measurement; the median counts
+    bool linesOnly = false;
     QString workDir;
 
     QString treeDir() const { return workDir + QLatin1String("/tree"); }
@@ -20,6 +21,9 @@ struct BenchOptions
 bool benchBuild(const BenchOptions &options);
 bool benchNameQueries(const BenchOptions &options);
 bool benchContentQueries(const BenchOptions &options);
+bool benchLineQueries(const BenchOptions &options);
+/// The index that the queries need, built once and unmeasured.
+bool makeIndex(const BenchOptions &options);
 
 /// One build of the name index in this process: the real builder, or the rows of `source` inserted
 /// through SQLite's C interface. Prints milliseconds and the peak of resident memory in KiB.
