@@ -20,7 +20,8 @@ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DMORVANE_FUZZ=ON \
     "-DMORVANE_SANITIZE=fuzzer-no-link,address,undefined" -DBUILD_TESTING=OFF
-ninja -C build/fuzz fuzz_scanner fuzz_carve fuzz_disk fuzz_records
+ninja -C build/fuzz fuzz_scanner fuzz_carve fuzz_disk fuzz_records \
+    fuzz_binarytext fuzz_ziptext fuzz_markuptext
 
 images=build/fuzz/images
 found=build/fuzz/found
@@ -137,4 +138,7 @@ done
 run disk fuzz_disk "$images/disk" 512 || failed=1
 run carve fuzz_carve "" 65536 || failed=1
 run records fuzz_records "" 4096 || failed=1
+for family in binary zip markup; do
+    run "${family}text" "fuzz_${family}text" "" 65536 || failed=1
+done
 exit $failed
