@@ -24,13 +24,21 @@ set(MORVANE_PACKAGING "${PROJECT_SOURCE_DIR}/packaging")
 file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/link" "${PROJECT_BINARY_DIR}/src")
 set(MORVANE_HOME "lib/morvane")
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME morvane)
-install(TARGETS morvane RUNTIME DESTINATION "${MORVANE_HOME}/bin" COMPONENT morvane)
+install(TARGETS morvane morvane_cli RUNTIME DESTINATION "${MORVANE_HOME}/bin" COMPONENT morvane)
 # The program looks for extraction tools of its own beside itself.
 install(TARGETS morvane-extract RUNTIME DESTINATION "${MORVANE_HOME}/bin/tools" COMPONENT morvane)
 install(FILES "${PROJECT_SOURCE_DIR}/md/help_guide.md" "${PROJECT_SOURCE_DIR}/md/about_protocol.md"
         DESTINATION "${MORVANE_HOME}/md")
-file(CREATE_LINK "../${MORVANE_HOME}/bin/morvane" "${PROJECT_BINARY_DIR}/link/morvane" SYMBOLIC)
-install(FILES "${PROJECT_BINARY_DIR}/link/morvane" DESTINATION "${CMAKE_INSTALL_BINDIR}")
+foreach(program morvane morvane-cli)
+  file(CREATE_LINK "../${MORVANE_HOME}/bin/${program}" "${PROJECT_BINARY_DIR}/link/${program}" SYMBOLIC)
+  install(FILES "${PROJECT_BINARY_DIR}/link/${program}" DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  install(FILES "${MORVANE_PACKAGING}/completions/${program}.bash"
+          DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME ${program})
+  install(FILES "${MORVANE_PACKAGING}/completions/_${program}"
+          DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+  morvane_install_compressed("${MORVANE_PACKAGING}/man/${program}.1" "${CMAKE_INSTALL_MANDIR}/man1"
+                             ${program}.1.gz morvane)
+endforeach()
 foreach(folder "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/src")
   file(CREATE_LINK "${PROJECT_SOURCE_DIR}/md" "${folder}/md" SYMBOLIC)
 endforeach()
@@ -48,14 +56,8 @@ install(
   FILES "${PROJECT_SOURCE_DIR}/resources/img/logo.svg"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps"
   RENAME morvane.svg)
-install(FILES "${MORVANE_PACKAGING}/completions/morvane.bash"
-        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME morvane)
-install(FILES "${MORVANE_PACKAGING}/completions/_morvane"
-        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
 install(FILES "${MORVANE_PACKAGING}/copyright" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/morvane")
-morvane_install_compressed("${MORVANE_PACKAGING}/man/morvane.1" "${CMAKE_INSTALL_MANDIR}/man1"
-                           morvane.1.gz morvane)
 morvane_install_compressed("${MORVANE_PACKAGING}/debian/changelog"
                            "${CMAKE_INSTALL_DATADIR}/doc/morvane" changelog.gz morvane)
 

@@ -1,13 +1,14 @@
 #!/bin/sh
 # Sets up, builds and runs all tests.
 #
-#   scripts/test.sh [dev|release|asan|tsan] [ctest arguments]
+#   scripts/test.sh [release|dev|asan|tsan] [ctest arguments]
 #
-# tsan runs the tests of the threaded parts. MORVANE_WERROR=ON or OFF in the environment takes the
-# place of what the preset says about warnings.
+# Without a preset, what is shipped is tested: the release build. tsan runs the tests of the threaded
+# parts. MORVANE_WERROR=ON or OFF in the environment takes the place of what the preset says about
+# warnings.
 set -eu
 cd "$(dirname "$0")/.."
-preset=dev
+preset=release
 case "${1:-}" in
 dev | release | asan | tsan)
     preset=$1
