@@ -133,7 +133,6 @@ void TestGuardPrograms::keepsOddFiles()
     GuardHarness guard;
     QString error;
     qint64 seen = -1;
-    QVERIFY2(guard.start(&error), qPrintable(error));
     const QByteArray path = guard.documents() + "/x.txt";
     guard.keeper().onKeep = [&seen, path] {
         // What was refused may be offered again, from the spool, after the file has gone.
@@ -141,6 +140,7 @@ void TestGuardPrograms::keepsOddFiles()
         if (::stat(path.constData(), &status) == 0)
             seen = qint64(status.st_size);
     };
+    QVERIFY2(guard.start(&error), qPrintable(error));
     guard.keeper().refuse(size > 1000000); // Nothing here reads 5 GiB.
     QCOMPARE(guard.run(QStringLiteral("sh"),
                        {QStringLiteral("-c"), make + QStringLiteral("; rm -f x.txt; rm -f y.bin")}),
@@ -185,10 +185,10 @@ void TestGuardPrograms::doesNotKeep()
     GuardHarness guard;
     QString error;
     bool isAsked = false;
-    QVERIFY2(guard.start(&error), qPrintable(error));
     guard.keeper().onKeep = [&isAsked] {
         isAsked = true;
     };
+    QVERIFY2(guard.start(&error), qPrintable(error));
     QCOMPARE(guard.run(QStringLiteral("sh"), {QStringLiteral("-c"), command}), 0);
     QCOMPARE(guard.output(), QByteArray());
     // One that is kept, after all others have been asked for.
