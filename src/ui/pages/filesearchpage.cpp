@@ -200,6 +200,8 @@ void FileSearchPage::wireEngines()
             &FileSearchPage::onContentSearchCompleted);
     connect(m_engines->watcher(), &IndexWatcher::indexIncrementalUpdated, this,
             &FileSearchPage::onIncrementalIndexUpdated);
+    connect(m_engines->watcher(), &IndexWatcher::foldersNotFollowed, m_header,
+            &SearchPageHeader::setUnfollowed);
     connect(m_engines->watcher(), &IndexWatcher::indexInvalidated, this,
             &FileSearchPage::onIndexInvalidated);
 }

@@ -136,7 +136,9 @@ void Card::paintHead(QPainter *painter, const QColor &ground, bool busy) const
     drawLine(textFont(kTitlePx, QFont::DemiBold), colors.textPrimary, kPaddingY,
              metrics::lineHeight(kTitlePx), value("name"), Qt::ElideRight,
              busy ? ResultCardDelegate::tr("正在处理...")
-                  : scoreText(m_result.value(QStringLiteral("score")).toDouble()));
+             : m_result.value(QStringLiteral("offline")).toBool()
+                 ? ResultCardDelegate::tr("磁盘未连接")
+                 : scoreText(m_result.value(QStringLiteral("score")).toDouble()));
     drawLine(caption, muted, m_pathTop, metrics::lineHeight(kCaptionPx), value("path"),
              Qt::ElideMiddle, size + QStringLiteral("   ") + time);
 }
@@ -238,6 +240,9 @@ ResultCardList::ResultCardList(QWidget *parent)
     setItemDelegate(new ResultCardDelegate(this));
     setMouseTracking(true);
     setSelectionMode(QAbstractItemView::SingleSelection);
+    setAccessibleName(ResultCardDelegate::tr("搜索结果"));
+    setDragEnabled(true);
+    setDragDropMode(QAbstractItemView::DragOnly);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setContextMenuPolicy(Qt::CustomContextMenu);
     setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);

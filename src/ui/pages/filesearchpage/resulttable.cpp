@@ -26,6 +26,8 @@ constexpr int kSelectionBar = 3; ///< Marks the current row by more than its col
 constexpr int kNamePercent = 45;
 constexpr int kMinTextColumn = 120;
 constexpr int kBodyPx = 13;
+constexpr int kTagPx = 11;
+constexpr int kTagPadding = 6;
 
 QString buttonText(ResultTable::RowButton button)
 {
@@ -48,7 +50,11 @@ ResultTable::ResultTable(QWidget *parent)
     setSelectionMode(QAbstractItemView::SingleSelection);
     setTabKeyNavigation(false);
     setContextMenuPolicy(Qt::CustomContextMenu);
-    horizontalHeader()->setSectionsClickable(false);
+    setAccessibleName(tr("搜索结果"));
+    setDragEnabled(true);
+    setDragDropMode(QAbstractItemView::DragOnly);
+    horizontalHeader()->setSectionsClickable(true);
+    connect(horizontalHeader(), &QHeaderView::sectionClicked, this, &ResultTable::sortBy);
     horizontalHeader()->setMinimumSectionSize(60);
 }
 
@@ -67,6 +73,24 @@ void ResultTable::setModel(QAbstractItemModel *model)
     // Rows move under a mouse that rests.
     connect(model, &QAbstractItemModel::modelReset, this, [this] { setHover(-1, NoButton); });
     layoutColumns();
+}
+
+void ResultTable::sortBy(int column)
+{
+    if (column == SearchResultModel::ActionColumn)
+        return;
+    QHeaderView *header = horizontalHeader();
+    const bool wasShown = header->isSortIndicatorShown();
+    const bool again = wasShown && header->sortIndicatorSection() == column;
+    if (again && header->sortIndicatorOrder() == Qt::DescendingOrder) {
+        header->setSortIndicatorShown(false);
+        model()->sort(-1);
+        return;
+    }
+    const Qt::SortOrder order = again ? Qt::DescendingOrder : Qt::AscendingOrder;
+    header->setSortIndicator(column, order);
+    header->setSortIndicatorShown(true);
+    model()->sort(column, order);
 }
 
 void ResultTable::layoutColumns()
@@ -209,6 +233,11 @@ void ResultCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &op
                                const QModelIndex &index) const
 {
     RowDelegate::paint(painter, option, index);
+    const QString tag = index.column() == SearchResultModel::NameColumn
+                            ? index.data(SearchResultModel::TagRole).toString()
+                            : QString();
+    if (!tag.isEmpty())
+        paintTag(painter, option.rect.adjusted(0, 0, 0, -1), tag);
     if (index.column() == SearchResultModel::NameColumn &&
         option.state.testFlag(QStyle::State_Selected))
         painter->fillRect(
@@ -217,6 +246,26 @@ void ResultCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &op
     if (index.column() == SearchResultModel::ActionColumn)
         paintButtons(painter, option.rect.adjusted(0, 0, 0, -1), index.row(),
                      index.data(SearchResultModel::BusyRole).toBool());
+}
+
+// At the right end of the cell, over the end of a name that is too long for both.
+void ResultCellDelegate::paintTag(QPainter *painter, const QRect &cell, const QString &tag) const
+{
+    const ThemeColors &colors = ThemeColors::current();
+    const QFont font = ui::common::textFont(kTagPx);
+    const QFontMetrics letters(font);
+    const QSize size(letters.horizontalAdvance(tag) + 2 * kTagPadding, letters.height() + 2);
+    const QRect rect(cell.right() - kTagPadding - size.width(),
+                     cell.top() + (cell.height() - size.height()) / 2, size.width(), size.height());
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(colors.activeNavBackground);
+    painter->drawRoundedRect(rect, size.height() / 2.0, size.height() / 2.0);
+    painter->setFont(font);
+    painter->setPen(colors.readable(colors.infoText, colors.activeNavBackground));
+    painter->drawText(rect, Qt::AlignCenter, tag);
+    painter->restore();
 }
 
 void ResultCellDelegate::paintButtons(QPainter *painter, const QRect &cell, int row,

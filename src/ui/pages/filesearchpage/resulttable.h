@@ -37,6 +37,8 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
 
 private:
+    /// Ascending, then descending, then the order of the answer again.
+    void sortBy(int column);
     RowButton buttonAt(const QPoint &position) const;
     void setHover(int row, RowButton button);
     void updateRow(int row);
@@ -66,6 +68,7 @@ public:
                const QModelIndex &index) const override;
 
 private:
+    void paintTag(QPainter *painter, const QRect &cell, const QString &tag) const;
     void paintButtons(QPainter *painter, const QRect &cell, int row, bool busy) const;
     int buttonWidth(ResultTable::RowButton button) const;
 

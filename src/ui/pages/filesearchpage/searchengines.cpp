@@ -18,12 +18,6 @@ void makeDatabaseFolder(const searchsettings::Paths &paths)
         (void)core::makePrivateDirectory(QFileInfo(paths.databasePath).absolutePath());
 }
 
-void invokeSearch(QObject *worker, const QString &keyword, int limit, const QString &refine)
-{
-    QMetaObject::invokeMethod(worker, "search", Qt::QueuedConnection, Q_ARG(QString, keyword),
-                              Q_ARG(int, limit), Q_ARG(QString, refine));
-}
-
 } // namespace
 
 SearchEngines::SearchEngines(const searchsettings::Paths &paths, QObject *parent)
@@ -79,9 +73,14 @@ void SearchEngines::stopBuild()
 void SearchEngines::restartWatcher(const SearchSettings &settings)
 {
     m_watcher->stop();
+    const QStringList roots = searchsettings::runtimePaths(m_paths, settings.roots);
+    const search::ResultCheck check(
+        roots, m_paths.mode == core::AppMode::livecd ? m_paths.targetRoot : QString());
+    m_nameWorker->setResultCheck(check);
+    m_contentWorker->setResultCheck(check);
     if (!searchsettings::watchesChanges(m_paths, settings))
         return;
-    m_watcher->setRoots(searchsettings::runtimePaths(m_paths, settings.roots));
+    m_watcher->setRoots(roots);
     m_watcher->setIndexOptions(searchsettings::effectiveExcludeDirs(m_paths, settings),
                                QStringList(), searchsettings::contentExtensions(settings),
                                settings.indexedTextBytes, settings.inotifyMaxDepth);
@@ -93,14 +92,14 @@ void SearchEngines::stopWatcher()
     m_watcher->stop();
 }
 
-void SearchEngines::searchNames(const QString &keyword, int limit, const QString &refine)
+void SearchEngines::searchNames(const QString &line, int limit, const QString &refine)
 {
-    invokeSearch(m_nameWorker, keyword, limit, refine);
+    m_nameWorker->requestLine(line, limit, refine);
 }
 
-void SearchEngines::searchContents(const QString &keyword, int limit, const QString &refine)
+void SearchEngines::searchContents(const QString &line, int limit, const QString &refine)
 {
-    invokeSearch(m_contentWorker, keyword, limit, refine);
+    m_contentWorker->requestLine(line, limit, refine);
 }
 
 void SearchEngines::queryStats()

@@ -41,8 +41,10 @@ public:
     void restartWatcher(const SearchSettings &settings);
     void stopWatcher();
 
-    void searchNames(const QString &keyword, int limit, const QString &refine);
-    void searchContents(const QString &keyword, int limit, const QString &refine);
+    /// Lines are in the language that search/query/querylanguage.h tells. A newer one overtakes
+    /// those before it.
+    void searchNames(const QString &line, int limit, const QString &refine);
+    void searchContents(const QString &line, int limit, const QString &refine);
     void queryStats();
 
 private:

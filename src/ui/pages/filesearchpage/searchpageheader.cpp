@@ -2,6 +2,7 @@
 
 #include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
+#include "ui/common/utils/formatutils.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 /// How long the outcome of what the user did stays, before news of the watcher may replace it.
 constexpr int kOutcomeHoldMs = 5000;
+constexpr int kListedFolders = 15; ///< In a tip.
 
 } // namespace
 
@@ -73,7 +75,31 @@ void SearchPageHeader::setNews(const QString &text)
 
 void SearchPageHeader::setStatistics(const QString &text)
 {
-    m_statistics->setText(text);
+    m_statisticsText = text;
+    showStatistics();
+}
+
+void SearchPageHeader::setUnfollowed(const QStringList &folders)
+{
+    m_unfollowed = folders;
+    showStatistics();
+}
+
+void SearchPageHeader::showStatistics()
+{
+    if (m_unfollowed.isEmpty()) {
+        m_statistics->setText(m_statisticsText);
+        m_statistics->setToolTip(QString());
+        return;
+    }
+    m_statistics->setText(m_statisticsText +
+                          tr(" | %1 个文件夹未实时跟踪").arg(m_unfollowed.size()));
+    QStringList lines = m_unfollowed.mid(0, kListedFolders);
+    if (m_unfollowed.size() > kListedFolders)
+        lines.append(tr("等 %1 个文件夹").arg(m_unfollowed.size()));
+    m_statistics->setToolTip(
+        ui::common::utils::plainTip(tr("系统允许的监控数量已用完，以下文件夹每 10 分钟检查一次：") +
+                                    QLatin1Char('\n') + lines.join(QLatin1Char('\n'))));
 }
 
 void SearchPageHeader::setBuildIsMain(bool isMain)

@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QString>
+#include <QStringList>
 #include <QWidget>
 
 class QPushButton;
@@ -29,6 +30,8 @@ public:
     /// What happened without the user; left out while an outcome is to be read.
     void setNews(const QString &text);
     void setStatistics(const QString &text);
+    /// Folders whose changes are not seen at once; told behind the statistics, listed in a tip.
+    void setUnfollowed(const QStringList &folders);
     /// False while another button of the page is the main one.
     void setBuildIsMain(bool isMain);
 
@@ -37,6 +40,10 @@ signals:
     void buildRequested();
 
 private:
+    void showStatistics();
+
+    QString m_statisticsText;
+    QStringList m_unfollowed;
     QElapsedTimer m_sinceOutcome;
     ui::common::WrapLabel *m_status;
     ui::common::ElidedLabel *m_statistics;

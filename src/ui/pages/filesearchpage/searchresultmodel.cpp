@@ -6,6 +6,10 @@
 #include "ui/pages/filesearchpage/snippettext.h"
 
 #include <QDir>
+#include <QMimeData>
+#include <QUrl>
+
+#include <algorithm>
 
 using ui::common::IconWidget;
 using ui::common::ThemeColors;
@@ -25,6 +29,12 @@ QString glyphOf(const QString &category)
     return QString(QChar(kGlyphs.value(category, 0xF15B)));
 }
 
+/// The file lies on a disk that is not there.
+bool isOffline(const QVariantMap &result)
+{
+    return result.value(QStringLiteral("offline")).toBool();
+}
+
 } // namespace
 
 SearchResultModel::SearchResultModel(QObject *parent)
@@ -34,8 +44,63 @@ SearchResultModel::SearchResultModel(QObject *parent)
 void SearchResultModel::setResults(const QVariantList &results)
 {
     beginResetModel();
-    m_results = results;
+    m_answer = results;
+    sortRows();
     endResetModel();
+}
+
+void SearchResultModel::sort(int column, Qt::SortOrder order)
+{
+    m_sortColumn = column;
+    m_sortOrder = order;
+    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    const QVariantList before = m_results;
+    sortRows();
+    const QModelIndexList old = persistentIndexList();
+    for (const QModelIndex &index : old)
+        changePersistentIndex(
+            index, this->index(m_results.indexOf(before.at(index.row())), index.column()));
+    emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+void SearchResultModel::sortRows()
+{
+    m_results = m_answer;
+    static const QHash<int, QString> keys = {{NameColumn, QStringLiteral("name")},
+                                             {PathColumn, QStringLiteral("path")},
+                                             {SizeColumn, QStringLiteral("size")},
+                                             {TimeColumn, QStringLiteral("modifiedMs")}};
+    const QString key = keys.value(m_sortColumn);
+    if (key.isEmpty())
+        return;
+    const bool isText = m_sortColumn == NameColumn || m_sortColumn == PathColumn;
+    const auto isLess = [&](const QVariant &a, const QVariant &b) {
+        const QVariant left = a.toMap().value(key);
+        const QVariant right = b.toMap().value(key);
+        return isText ? left.toString().localeAwareCompare(right.toString()) < 0
+                      : left.toLongLong() < right.toLongLong();
+    };
+    std::stable_sort(m_results.begin(), m_results.end(), [&](const QVariant &a, const QVariant &b) {
+        return m_sortOrder == Qt::AscendingOrder ? isLess(a, b) : isLess(b, a);
+    });
+}
+
+QStringList SearchResultModel::mimeTypes() const
+{
+    return {QStringLiteral("text/uri-list")};
+}
+
+QMimeData *SearchResultModel::mimeData(const QModelIndexList &indexes) const
+{
+    QList<QUrl> urls;
+    for (const QModelIndex &index : indexes) {
+        const QUrl url = QUrl::fromLocalFile(index.data(PathRole).toString());
+        if (!urls.contains(url))
+            urls.append(url);
+    }
+    auto *data = new QMimeData;
+    data->setUrls(urls);
+    return data;
 }
 
 void SearchResultModel::setBusyPaths(const QSet<QString> &paths)
@@ -81,6 +146,15 @@ QVariant SearchResultModel::data(const QModelIndex &index, int role) const
         return path;
     case BusyRole:
         return m_busyPaths.contains(path);
+    case OfflineRole:
+        return isOffline(result);
+    case TagRole:
+        if (isOffline(result))
+            return tr("磁盘未连接");
+        return result.value(QStringLiteral("match")) == QLatin1String("pinyin") ? tr("拼音")
+                                                                                : QString();
+    case Qt::ForegroundRole:
+        return isOffline(result) ? QVariant(ThemeColors::current().textMuted) : QVariant();
     default:
         return QVariant();
     }
@@ -111,7 +185,8 @@ QVariant SearchResultModel::headerData(int section, Qt::Orientation orientation,
 
 Qt::ItemFlags SearchResultModel::flags(const QModelIndex &index) const
 {
-    return index.isValid() ? Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemNeverHasChildren
+    return index.isValid() ? Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsDragEnabled |
+                                 Qt::ItemNeverHasChildren
                            : Qt::NoItemFlags;
 }
 

@@ -21,6 +21,8 @@ public:
         ResultRole = Qt::UserRole, ///< QVariantMap of the query.
         PathRole,                  ///< Runtime path.
         BusyRole,                  ///< True while the file is being moved or deleted.
+        OfflineRole,               ///< True if the disk of the file is not there.
+        TagRole,                   ///< How the row was found, where that is not plain to see.
     };
 
     explicit SearchResultModel(QObject *parent = nullptr);
@@ -33,12 +35,22 @@ public:
     QVariant data(const QModelIndex &index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     Qt::ItemFlags flags(const QModelIndex &index) const override;
+    /// Column -1 is the order of the answer.
+    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+    /// Rows can be dragged out as files.
+    QStringList mimeTypes() const override;
+    QMimeData *mimeData(const QModelIndexList &indexes) const override;
 
 private:
     QVariant text(const QVariantMap &result, int column) const;
     QPixmap categoryIcon(const QString &category) const;
 
-    QVariantList m_results;
+    void sortRows();
+
+    QVariantList m_answer;  ///< In its own order.
+    QVariantList m_results; ///< As they are shown.
+    int m_sortColumn = -1;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     QSet<QString> m_busyPaths;
     mutable QHash<QString, QPixmap> m_icons;
 };

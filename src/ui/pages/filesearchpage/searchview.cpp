@@ -2,16 +2,19 @@
 
 #include "ui/common/emptystate.h"
 #include "ui/common/iconwidget.h"
+#include "ui/common/keyroles.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/pages/filesearchpage/resultcarddelegate.h"
+#include "ui/pages/filesearchpage/resultpreview.h"
 #include "ui/pages/filesearchpage/resulttable.h"
 #include "ui/pages/filesearchpage/searchresultmodel.h"
 #include "ui/pages/keywordtaginput.h"
 
 #include <QAction>
 #include <QComboBox>
+#include <QItemSelectionModel>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -34,6 +37,19 @@ constexpr int kDebounceMs = 250;
 constexpr int kRefineMs = 300;
 constexpr int kSearchIconSize = 16;
 
+QString searchHelp()
+{
+    return SearchView::tr("甲方 乙方　　　　同时包含这些词，顺序不限\n"
+                          "\"年度预算\"　　　完全一致的词组\n"
+                          "-草稿　　　　　不含这个词\n"
+                          "*.pdf　　　　　文件名的样式\n"
+                          "path:工作　　　所在目录包含“工作”\n"
+                          "size:>1M　　　 大小，可用 K、M、G，也可写 1M..2G\n"
+                          "date:2024-03..　修改时间，可写年、月、日或起止\n"
+                          "大小写、全角半角、繁体简体视为相同。\n"
+                          "选中一条结果后按空格键预览，点列标题排序。");
+}
+
 } // namespace
 
 SearchView::SearchView(Kind kind, QWidget *parent)
@@ -43,6 +59,7 @@ SearchView::SearchView(Kind kind, QWidget *parent)
     , m_stack(new QStackedWidget(this))
     , m_state(new EmptyState(IconWidget::Search, this))
     , m_footer(new QLabel(this))
+    , m_preview(new ResultPreview(this))
     , m_debounce(new QTimer(this))
     , m_refineTimer(new QTimer(this))
 {
@@ -75,10 +92,14 @@ SearchView::SearchView(Kind kind, QWidget *parent)
 QLineEdit *SearchView::makeSearchEdit()
 {
     auto *edit = new QLineEdit(this);
+    ui::common::setKeyRole(edit, ui::common::KeyRole::Search);
     edit->setObjectName(m_kind == Names ? QStringLiteral("NameSearchEdit")
                                         : QStringLiteral("ContentSearchEdit"));
     edit->setPlaceholderText(m_kind == Names ? tr("按文件名或路径搜索...")
                                              : tr("按文件内容搜索（全文）..."));
+    edit->setToolTip(m_kind == Names ? searchHelp() + QLatin1Char('\n') +
+                                           tr("文件名也可用拼音查找，如 hetong 或 ht。")
+                                     : searchHelp());
     edit->setClearButtonEnabled(true);
     const QPixmap icon = IconWidget::makePixmap(IconWidget::Search,
                                                 ThemeColors::current().textMuted, kSearchIconSize);
@@ -170,6 +191,8 @@ void SearchView::wire()
         showContextMenu(m_results->indexAt(position), position);
     });
     m_results->installEventFilter(this);
+    connect(m_results->selectionModel(), &QItemSelectionModel::currentChanged, m_preview,
+            &ResultPreview::close);
     connect(m_state, &EmptyState::actionTriggered, this, [this] {
         if (m_stateClearsFilters)
             resetFilters();
@@ -328,6 +351,8 @@ bool SearchView::handleResultKey(int key, Qt::KeyboardModifiers modifiers)
         requestAction(FileAction::Open, index);
     else if (key == Qt::Key_C && modifiers == Qt::ControlModifier)
         requestAction(FileAction::Copy, index);
+    else if (key == Qt::Key_Space)
+        m_preview->toggle(pathOf(index), m_results->visualRect(index), m_results->viewport());
     else if (key == Qt::Key_Delete)
         requestAction(FileAction::Delete, index);
     else

@@ -25,6 +25,7 @@ class EmptyState;
 
 namespace filesearch {
 
+class ResultPreview;
 class SearchResultModel;
 
 /// One of the two ways to search: line edit, filters, results. It says when to search and what for,
@@ -92,6 +93,7 @@ private:
     ui::common::EmptyState *m_state;
     QAbstractItemView *m_results = nullptr;
     QLabel *m_footer;
+    ResultPreview *m_preview;
     QTimer *m_debounce;
     QTimer *m_refineTimer;
     QString m_searchedRefine;          ///< Refine keywords of the last search.
