@@ -36,6 +36,9 @@ void FindingMaker::completeFork(LostFile *lost) const
         return;
     lost->inode.fork = onDisk.fork;
     lost->inode.hasFork = true;
+    // Where the pointers of a root stand depends on the room that it had.
+    if (lost->inode.forkSize > 0)
+        lost->inode.fork.truncate(lost->inode.forkSize);
 }
 
 /// Whether a map that was left of a freed inode leads to entries: its kind is cleared with it.

@@ -205,7 +205,15 @@ BlockMap ForkReader::readRemains(quint64 number, const Inode &inode, const Geome
 {
     BlockMap map;
     if (isRoot(inode.fork)) {
-        readTree(inode, geometry, {number, inode.lsn, true, kMaxExtents, 0}, &map);
+        // How much room the root had is forgotten as well; the pointers stand behind its keys.
+        Inode tried = inode;
+        for (int room = (inode.fork.size() - 4) / 16; room >= View(inode.fork).u16(2); --room) {
+            tried.fork = inode.fork.left(4 + 16 * room);
+            BlockMap found;
+            readTree(tried, geometry, {number, inode.lsn, true, kMaxExtents, 0}, &found);
+            if (found.extents.size() > map.extents.size())
+                map = found;
+        }
         return map;
     }
     const View view(inode.fork);

@@ -56,6 +56,7 @@ void parseCore(const View &view, Inode *inode)
     inode->size = view.u64(56);
     inode->blocks = view.u64(64);
     inode->extents = (flags & kLargeCounts) != 0 ? view.u64(24) : view.u32(76);
+    inode->forkSize = view.u8(82) * 8;
     inode->generation = view.u32(92);
     inode->lsn = version >= 3 ? view.u64(112) : 0;
     inode->isSpecial = (view.u16(90) & kRealtime) != 0 || (flags & kOwnFile) != 0;
@@ -67,10 +68,9 @@ bool parseInode(const View &view, Inode *inode)
         return false;
     parseCore(view, inode);
     const int core = coreSize(view);
-    const int forkSize = view.u8(82) * 8; // 0: there is no attribute fork
     const int most = qMax(0, view.size() - core);
     // Freeing an inode forgets where its attributes began; the data stay in front of them.
-    inode->fork = view.bytes(core, forkSize > 0 ? qMin(forkSize, most) : most);
+    inode->fork = view.bytes(core, inode->forkSize > 0 ? qMin(inode->forkSize, most) : most);
     inode->hasFork = true;
     return true;
 }

@@ -21,6 +21,7 @@ struct Inode
     QByteArray fork; ///< Data fork as it is on disk; of a freed inode what is left in its place.
     quint32 generation = 0;
     quint32 links = 0;
+    int forkSize = 0; ///< Room of the data fork in bytes; 0: all that there is.
     quint16 mode = 0; ///< 0: freed.
     ForkFormat format = ForkFormat::Other;
     bool isSpecial = false; ///< Data on the realtime device, or a file of the file system's own.

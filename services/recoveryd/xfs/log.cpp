@@ -244,9 +244,12 @@ bool Log::readHistory(const Takes &take, const GoesOn &goesOn) const
     if (!isInside() || !collect(&records, goesOn))
         return !isInside();
     OpenTransactions open;
+    // Whole records do not overlap, but what is left of older ones may claim the same bytes.
+    qint64 left = 8 * m_size;
     for (const Record &record : records) {
-        if (!goesOn(m_size))
-            return false;
+        left -= record.headerSize + record.length;
+        if (!goesOn(m_size) || left < 0)
+            return left < 0;
         readOperations(record, &open, take);
     }
     return true;

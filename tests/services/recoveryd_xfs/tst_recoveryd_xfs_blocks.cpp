@@ -348,6 +348,10 @@ void TestRecoverydXfsBlocks::readsTrees()
     const BlockMap map = ForkReader(volume, nullptr).read(kInode, inode, volume.geometry());
     QCOMPARE(int(map.extents.size()), extents);
     QCOMPARE(map.isComplete, isComplete);
+    // Of a freed inode nothing tells how much of it was the attributes'.
+    inode.fork += QByteArray(16 * 9, '\0');
+    const BlockMap left = ForkReader(volume, nullptr).readRemains(kInode, inode, geometry());
+    QCOMPARE(int(left.extents.size()), extents);
 }
 
 QTEST_GUILESS_MAIN(TestRecoverydXfsBlocks)
