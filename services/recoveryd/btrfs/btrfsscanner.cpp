@@ -19,6 +19,27 @@ constexpr qint64 kDeepBudget = 256 * 1024 * kMiB;
 constexpr quint64 kNodeChunks = kMetadataChunk | kSystemChunk;
 constexpr int kRounds = 4;
 
+/// Passes on only files that nothing found later can change.
+class ProvenOnly : public ScanObserver
+{
+public:
+    explicit ProvenOnly(ScanObserver &observer)
+        : m_observer(observer)
+    {}
+    bool mayGoOn() override { return m_observer.mayGoOn(); }
+    void advanced(qint64 done) override { m_observer.advanced(done); }
+    bool found(Finding &&finding) override
+    {
+        const bool isProven = finding.isMapComplete &&
+                              finding.contentCheck == Finding::Check::Passed &&
+                              finding.folderKnowledge == Finding::Folder::Full;
+        return isProven ? m_observer.found(std::move(finding)) : mayGoOn();
+    }
+
+private:
+    ScanObserver &m_observer;
+};
+
 } // namespace
 
 BtrfsScanner::BtrfsScanner(const ScanContext &context)
@@ -35,18 +56,22 @@ QString BtrfsScanner::phaseText() const
 
 qint64 BtrfsScanner::totalWork() const
 {
-    return totalLength(rangesToSweep());
+    return totalLength(rangesToSweep(m_context.request.isDeep()));
 }
 
-Ranges BtrfsScanner::rangesToSweep() const
+bool BtrfsScanner::canChoose() const
 {
-    const qint64 size = m_context.media->size();
-    const Ranges everything = {{0, size}};
-    if (!m_isOpen || !m_volume.areChunksComplete() || size <= kSmallDevice)
+    return m_isOpen && m_volume.areChunksComplete() && m_context.media->size() > kSmallDevice;
+}
+
+Ranges BtrfsScanner::rangesToSweep(bool isDeep) const
+{
+    const Ranges everything = {{0, m_context.media->size()}};
+    if (!canChoose())
         return everything;
     Ranges ranges = m_volume.chunks().ranges(kNodeChunks, false);
     ranges.append({0, kHead});
-    if (m_context.request.isDeep()) {
+    if (isDeep) {
         Ranges free;
         QString ignored;
         if (m_context.listsExisting || !btrfsFreeRanges(m_volume, &free, &ignored))
@@ -94,7 +119,7 @@ void BtrfsScanner::takeMissedLeaves()
     }
 }
 
-bool BtrfsScanner::sweep(ScanObserver &observer)
+bool BtrfsScanner::sweep(bool isDeep, ScanObserver &observer)
 {
     const NodeSweep *known = nullptr;
     NodeSweep sweep(*m_context.media, [&](int format, qint64 offset, const NodeView &node) {
@@ -110,7 +135,7 @@ bool BtrfsScanner::sweep(ScanObserver &observer)
         m_remains.front()->chunks() = m_volume.chunks();
         m_remains.front()->setDevice(m_volume.superblock().deviceId);
     }
-    if (!sweep.run(rangesToSweep(), observer))
+    if (!sweep.run(rangesToSweep(isDeep), observer))
         return false;
     // What was found may tell of further places.
     for (int round = 0; round < kRounds; ++round)
@@ -133,19 +158,29 @@ bool BtrfsScanner::report(ScanObserver &observer)
     return true;
 }
 
+bool BtrfsScanner::pass(bool isDeep, ScanObserver &observer)
+{
+    m_remains.clear();
+    m_isMet.assign(m_liveLeaves.size(), false);
+    if (!sweep(isDeep, observer))
+        return false;
+    if (m_isOpen)
+        takeMissedLeaves();
+    return report(observer);
+}
+
 bool BtrfsScanner::scan(ScanObserver &observer, QString *error)
 {
     if (m_isOpen && !m_volume.fileLeaves(&m_liveLeaves))
         *error = QStringLiteral("Btrfs 的部分目录树已损坏");
-    m_isMet.assign(m_liveLeaves.size(), false);
-    if (sweep(observer)) {
-        if (m_isOpen)
-            takeMissedLeaves();
-        // A stop is no error.
-        const bool isDone = report(observer);
-        Q_UNUSED(isDone)
-    }
-    return true;
+    const bool isDeep = m_context.request.isDeep();
+    // The free space of a large volume takes long; most of what is found stands in the chunks of
+    // nodes, and is told before.
+    ProvenOnly early(observer);
+    if (isDeep && canChoose() && !pass(false, early))
+        return true;
+    // A stop is no error.
+    return pass(isDeep, observer) || true;
 }
 
 } // namespace services::recoveryd::btrfs

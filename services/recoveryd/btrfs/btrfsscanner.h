@@ -24,14 +24,18 @@ public:
     bool scan(ScanObserver &observer, QString *error) override;
 
 private:
-    Ranges rangesToSweep() const;
+    /// The device is large, and where its nodes are is known.
+    bool canChoose() const;
+    Ranges rangesToSweep(bool isDeep) const;
     /// Parts of the device that were given to nodes by chunks that are known by now.
     Ranges nodeRanges() const;
     void take(int format, qint64 offset, const NodeView &node);
     bool isLive(const NodeView &node);
     /// Live leaves that the sweep has not met: of bad first copies.
     void takeMissedLeaves();
-    [[nodiscard]] bool sweep(ScanObserver &observer);
+    /// Sweeps and reports. False if the observer ended it.
+    [[nodiscard]] bool pass(bool isDeep, ScanObserver &observer);
+    [[nodiscard]] bool sweep(bool isDeep, ScanObserver &observer);
     [[nodiscard]] bool report(ScanObserver &observer);
 
     ScanContext m_context;

@@ -146,6 +146,7 @@ private slots:
     void findsDeleted_data();
     void findsDeleted();
     void findsEarlierVersions();
+    void tellsOfFilesBeforeItSweepsFreeSpace();
     void tellsFreeFromUsed();
     void knowsSubvolumesAndSnapshots();
     void findsAllOfDamagedVolumes_data();
@@ -260,6 +261,42 @@ void TestRecoverydBtrfs::findsEarlierVersions()
     const auto media = this->media();
     QVERIFY(media);
     QCOMPARE(missing(files, scan(media, false), *media, true), QString());
+}
+
+/// On a large volume the free space takes long.
+void TestRecoverydBtrfs::tellsOfFilesBeforeItSweepsFreeSpace()
+{
+    class FirstPlace : public CollectingObserver
+    {
+    public:
+        qint64 at = -1; ///< Where the sweep was at the first file.
+
+        bool found(Finding &&finding) override
+        {
+            if (at < 0)
+                at = lastAdvance;
+            return CollectingObserver::found(std::move(finding));
+        }
+    };
+    QVERIFY(m_image->format(1536, {}) && m_image->mount());
+    const Files files = {{QStringLiteral("folder/large"), noise(300000, 1)},
+                         {QStringLiteral("folder/small"), noise(900, 2)}};
+    QVERIFY(fill(files) && m_image->sync());
+    for (const QString &name : files.keys())
+        QVERIFY(m_image->remove(name));
+    QVERIFY(m_image->unmount());
+
+    ScanContext context;
+    context.media = media();
+    context.fileSystem = btrfsFileSystem();
+    context.request.mode = ScanRequest::Mode::Deep;
+    FirstPlace observer;
+    QString error;
+    const auto scanner = btrfsSupport().makeScanner(context);
+    QVERIFY(scanner->scan(observer, &error));
+    QCOMPARE(missing(files, observer.findings, *context.media, true), QString());
+    QVERIFY2(observer.at >= 0 && observer.at < scanner->totalWork() / 2,
+             qPrintable(QString::number(observer.at)));
 }
 
 void TestRecoverydBtrfs::tellsFreeFromUsed()
