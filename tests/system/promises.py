@@ -91,7 +91,7 @@ class Promises:
         self.as_user("li", "echo static > " + file)
         self.promise("the second net holds a protected file",
                      "for i in $(seq 150); do [ $(stat -c %%h %s) = 2 ] && break; sleep 0.2; done; [ $(stat -c %%h %s) = 2 ]"
-                     % (file, file))
+                     % (file, file), 600)
         self.as_user("li", "/tools/static-rm " + file)
         is_kept = any(file in self.listed("li") for _ in range(50))
         self.report.check("what a static program deletes is kept", is_kept)
