@@ -328,11 +328,11 @@ QByteArray xz(const QByteArray &content)
     return result == LZMA_OK ? packed.left(int(length)) : QByteArray();
 }
 
-QByteArray zstd(const QByteArray &content)
+QByteArray zstd(const QByteArray &content, bool hasChecksum)
 {
     QByteArray packed(int(ZSTD_compressBound(size_t(content.size()))), '\0');
     ZSTD_CCtx *const context = ZSTD_createCCtx();
-    ZSTD_CCtx_setParameter(context, ZSTD_c_checksumFlag, 1);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_checksumFlag, hasChecksum ? 1 : 0);
     const size_t length = ZSTD_compress2(context, packed.data(), size_t(packed.size()),
                                          content.constData(), size_t(content.size()));
     ZSTD_freeCCtx(context);
@@ -430,7 +430,7 @@ QVector<Sample> documentsAndArchives()
         {"tgz", "tgz", gzip(tar()), true},
         {"bz2", "bz2", bzip2(text), true},
         {"xz", "xz", xz(text), true},
-        {"zst", "zst", zstd(text), true},
+        {"zst", "zst", zstd(text, true), true},
         {"deb", "deb", deb()},
         {"iso", "iso", iso()},
         {"ofd", "ofd",
@@ -447,6 +447,11 @@ QVector<Sample> documentsAndArchives()
 QVector<Sample> binaryFiles()
 {
     return pictures() + films() + documentsAndArchives();
+}
+
+QByteArray compressedExtent()
+{
+    return zstd(noise(3000, 42), false);
 }
 
 } // namespace sampleformats

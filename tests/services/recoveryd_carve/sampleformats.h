@@ -16,5 +16,7 @@ struct Sample
 
 /// One of each; between 1 and 60 KiB, none of which ends with a zero.
 QVector<Sample> binaryFiles();
+/// What Btrfs keeps of a file, or of a part of one: a frame of zstd without a checksum.
+QByteArray compressedExtent();
 
 } // namespace sampleformats

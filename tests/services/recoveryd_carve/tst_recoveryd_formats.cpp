@@ -35,6 +35,7 @@ class TestRecoverydFormats : public QObject
 private slots:
     void findsBinaryFiles_data();
     void findsBinaryFiles();
+    void doesNotCallExtentsWhole();
     void findsTexts_data();
     void findsTexts();
     void joinsPiecesAroundLiveBlocks();
@@ -99,6 +100,14 @@ void TestRecoverydFormats::findsBinaryFiles()
     wrong[file.size() / 2] = char(wrong.at(file.size() / 2) ^ 0x10);
     for (const Finding &finding : scan(lead + padded(wrong) + tail))
         QVERIFY(finding.contentCheck != Finding::Check::Passed);
+}
+
+void TestRecoverydFormats::doesNotCallExtentsWhole()
+{
+    const QVector<Finding> found = scan(padded(compressedExtent()) + noise(40000, 12));
+    QCOMPARE(found.size(), 1);
+    QVERIFY(!hasEnd(found.first().evidence));
+    QCOMPARE(found.first().contentCheck, Finding::Check::None);
 }
 
 void TestRecoverydFormats::findsTexts_data()

@@ -28,6 +28,22 @@ constexpr PackedKind kKinds[] = {
     {"\x28\xB5\x2F\xFD", 4, Unpacker::Format::Zstd, "zst", "zst"},
 };
 
+/// Btrfs compresses extents of up to 128 KiB to a frame each, and keeps its checksums elsewhere;
+/// programs that write files add one to each frame.
+bool mayBeExtent(const Peek &file)
+{
+    constexpr quint32 kMaxExtent = 128 * 1024;
+    constexpr quint8 kChecksum = 0x04;
+    constexpr quint8 kSingleSegment = 0x20;
+    const quint8 head = file.u8(4);
+    if ((head & (kChecksum | kSingleSegment)) != kSingleSegment)
+        return false;
+    const quint32 low = quint32(file.u8(5)) | quint32(file.u8(6)) << 8;
+    const quint32 high = quint32(file.u8(7)) | quint32(file.u8(8)) << 8;
+    const int width = head >> 6; // of the content's size
+    return width < 2 || (width == 2 && (low | high << 16) <= kMaxExtent);
+}
+
 bool canBegin(const Peek &file, const PackedKind &kind)
 {
     switch (kind.format) {
@@ -75,6 +91,10 @@ bool carveCompressed(WindowReader &reader, qint64 start, CarvedFile *file)
         return false;
     file->setKind(isTar ? kind->tarSuffix : kind->suffix);
     file->setEnd(at, last.result == Decoded::Good ? Evidence::End : Evidence::Structure);
+    if (kind->format == Unpacker::Format::Zstd && mayBeExtent(packed)) {
+        file->setEnd(at, Evidence::Structure);
+        return true;
+    }
     // Something else right behind it may be a damaged part of the same file.
     file->isDecoded = last.result == Decoded::Good && isPaddedFrom(packed, at);
     return true;
