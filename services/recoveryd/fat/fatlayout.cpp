@@ -10,6 +10,7 @@ namespace {
 constexpr qint64 kSector = 512;
 constexpr qint64 kTableSearch = 16 * 1024 * 1024;
 constexpr qint64 kMaxTable = 256 * 1024 * 1024;
+constexpr qint64 kMaxNarrowTable = 1024 * 1024; ///< Far more than 16 bits can count.
 constexpr qint64 kWindow = 1024 * 1024;
 constexpr qint64 kMaxCluster = 256 * 1024;
 constexpr quint32 kMostNarrow = 4084; ///< Clusters with entries of 12 bits.
@@ -35,18 +36,38 @@ quint32 tableCapacity(const TableLayout &table)
     return quint32(qMin(most, table.length * 8 / table.bits - 2));
 }
 
+/// Whether two stretches are copies of one table: all but what changed since the one was written.
+/// Two equal sectors alone are nothing on a medium full of files.
+bool areCopies(const MediaReader &media, qint64 first, qint64 second)
+{
+    constexpr qint64 kCompared = 256 * 1024;
+    const qint64 length = qMin(kCompared, second - first);
+    const QByteArray one = media.read(first, length);
+    const QByteArray other = media.read(second, length);
+    qint64 equal = 0;
+    for (qint64 at = 0; at + kSector <= qMin(one.size(), other.size()); at += kSector)
+        equal += std::memcmp(one.constData() + at, other.constData() + at, size_t(kSector)) == 0;
+    return equal * kSector * 8 >= length * 7;
+}
+
 /// How many of the directories that the first clusters' heads name stand where the grid says.
 int agreements(const MediaReader &media, const ClusterGrid &grid)
 {
     constexpr quint32 kTried = 4096;
+    constexpr qint64 kAtOnce = 1024 * 1024;
+    const quint32 end = qMin(grid.end(), kTried);
+    const auto perRead = quint32(qMax<qint64>(1, kAtOnce / grid.clusterSize));
     int count = 0;
-    for (quint32 cluster = grid.kFirst; cluster < qMin(grid.end(), kTried); ++cluster) {
-        quint32 own = 0;
-        quint32 parent = 0;
-        const QByteArray head = media.read(grid.offsetOf(cluster), 2 * kSlot);
-        if (!isDirectoryHead(head.constData(), head.size(), &own, &parent))
-            continue;
-        count += own == cluster ? 1 : -1;
+    for (quint32 first = grid.kFirst; first < end; first += perRead) {
+        const quint32 clusters = qMin(perRead, end - first);
+        const qint64 length = (clusters - 1) * grid.clusterSize + 2 * kSlot;
+        const QByteArray piece = media.read(grid.offsetOf(first), length);
+        for (quint32 i = 0; i < clusters; ++i) {
+            quint32 own = 0;
+            quint32 parent = 0;
+            if (isDirectoryHead(piece.constData() + i * grid.clusterSize, 2 * kSlot, &own, &parent))
+                count += own == first + i ? 1 : -1;
+        }
     }
     return count;
 }
@@ -165,9 +186,10 @@ bool deriveLayout(const MediaReader &media, qint64 tableOffset, FatLayout *layou
     FatLayout derived;
     if (!isTableStart(first, &derived.table.bits))
         return false;
-    const qint64 end = qMin(media.size(), tableOffset + kMaxTable);
+    const qint64 longest = derived.table.bits == 32 ? kMaxTable : kMaxNarrowTable;
+    const qint64 end = qMin(media.size(), tableOffset + longest);
     const qint64 copy = findCopy(media, first, tableOffset + kSector, end);
-    if (copy < 0)
+    if (copy < 0 || !areCopies(media, tableOffset, copy))
         return false;
     derived.isDerived = true;
     derived.table.copies = {tableOffset, copy};
