@@ -57,7 +57,7 @@ class Overlaid(Promises):
 
     def starts_in_spite(self):
         """The script of the initial RAM file system, with the few commands that there are in one."""
-        self.machine.run("mkdir /early && for name in chroot mkdir chmod mount sleep sh; do "
+        self.machine.run("mkdir /early && for name in chroot mkdir mount sleep sh; do "
                          "ln -s $(command -v $name) /early/; done && gcc -shared -fPIC -o /tmp/deadly.so -x c - <<'END'\n"
                          "#include <unistd.h>\n__attribute__((constructor)) static void end(void) { _exit(1); }\nEND")
         library = "/next/usr/lib/$(basename $(dirname $(ls /usr/lib/*/libmorvane-guard.so)))/libmorvane-guard.so"
