@@ -24,8 +24,8 @@ private slots:
     void init() { setUp(); }
     void cleanup() { tearDown(); }
     void deletesTickedFiles();
-    void choosesTheTrashFirst_data();
-    void choosesTheTrashFirst();
+    void asksBetweenTrashAndDeletion_data();
+    void asksBetweenTrashAndDeletion();
     void promisesTheVaultOnlyInForce_data();
     void promisesTheVaultOnlyInForce();
     void cleansGroups();
@@ -84,19 +84,19 @@ void TestDiskAnalyzerDeletion::deletesTickedFiles()
     QTRY_COMPARE(opened, m_tree->path());
 }
 
-void TestDiskAnalyzerDeletion::choosesTheTrashFirst_data()
+void TestDiskAnalyzerDeletion::asksBetweenTrashAndDeletion_data()
 {
     QTest::addColumn<QString>("answer");
     QTest::addColumn<bool>("exists");
     QTest::addColumn<bool>("trashed");
-    QTest::newRow("Enter") << text("Enter") << false << true;
+    QTest::newRow("Enter") << text("Enter") << true << false;
     QTest::newRow("Esc") << text("Esc") << true << false;
     QTest::newRow("the trash") << text("NoticeOkBtn") << false << true;
     QTest::newRow("for good") << text("DeletionPermanentBtn") << false << false;
     QTest::newRow("cancel") << text("NoticeCancelBtn") << true << false;
 }
 
-void TestDiskAnalyzerDeletion::choosesTheTrashFirst()
+void TestDiskAnalyzerDeletion::asksBetweenTrashAndDeletion()
 {
     QFETCH(QString, answer);
     QFETCH(bool, exists);

@@ -196,7 +196,10 @@ void completeAccessibleName(QWidget *widget)
 {
     nameWidget(widget);
     // The list of a box is part of it on the accessibility bus, also while it is closed.
-    if (const auto *box = qobject_cast<QComboBox *>(widget)) {
+    if (auto *box = qobject_cast<QComboBox *>(widget)) {
+        // The toolkit gives the chosen entry as its name there.
+        if (box->accessibleDescription().isEmpty())
+            box->setAccessibleDescription(box->accessibleName());
         if (QAccessible::isActive() && box->view()->accessibleName().isEmpty())
             box->view()->setAccessibleName(QCoreApplication::translate("Accessibility", "选项"));
     }
