@@ -502,6 +502,8 @@ void TestIndexWatcher::triesThreeTimesForAText()
                                 QStringLiteral("r/c.pdf")};
     for (const QString &document : documents)
         m_tree->file(document, "words");
+    for (const QString &document : documents)
+        QTRY_COMPARE(content(document), QStringLiteral("words"));
     settle();
     m_tools.file("runs", QByteArray());
     m_updates.clear();

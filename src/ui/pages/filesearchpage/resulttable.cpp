@@ -79,18 +79,16 @@ void ResultTable::sortBy(int column)
 {
     if (column == SearchResultModel::ActionColumn)
         return;
+    // The header turns its own mark at a click before it tells of the click.
     QHeaderView *header = horizontalHeader();
-    const bool wasShown = header->isSortIndicatorShown();
-    const bool again = wasShown && header->sortIndicatorSection() == column;
-    if (again && header->sortIndicatorOrder() == Qt::DescendingOrder) {
-        header->setSortIndicatorShown(false);
-        model()->sort(-1);
-        return;
-    }
-    const Qt::SortOrder order = again ? Qt::DescendingOrder : Qt::AscendingOrder;
-    header->setSortIndicator(column, order);
-    header->setSortIndicatorShown(true);
-    model()->sort(column, order);
+    const bool again = column == m_sortColumn;
+    const bool ends = again && m_sortOrder == Qt::DescendingOrder;
+    m_sortColumn = ends ? -1 : column;
+    m_sortOrder = again && !ends ? Qt::DescendingOrder : Qt::AscendingOrder;
+    header->setSortIndicatorShown(!ends);
+    if (!ends)
+        header->setSortIndicator(m_sortColumn, m_sortOrder);
+    model()->sort(m_sortColumn, m_sortOrder);
 }
 
 void ResultTable::layoutColumns()

@@ -48,6 +48,8 @@ private:
     RowButton m_hoverButton = NoButton;
     RowButton m_pressedButton = NoButton;
     int m_pressedRow = -1;
+    int m_sortColumn = -1;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     bool m_layingOut = false;
     bool m_nameWidthChosen = false; ///< The user dragged the border between name and path.
 };

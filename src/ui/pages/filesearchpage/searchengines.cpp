@@ -3,6 +3,7 @@
 #include "core/privatefile.h"
 #include "search/indexbuilder.h"
 #include "search/indexwatcher.h"
+#include "search/resultcheck.h"
 #include "search/searchworker.h"
 
 #include <QFileInfo>
