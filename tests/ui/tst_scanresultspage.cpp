@@ -340,14 +340,24 @@ void TestScanResultsPage::detailPanel()
         {"DetailContiguity", text("否（存在碎片）")}};
     for (const auto &row : full)
         QCOMPARE(f.label(row.first), row.second);
-    // It slides to the right edge and stays there when the page grows.
-    const auto atEdge = [&] {
-        return f.page()->width() - panel->geometry().right() - 1;
+    // It slides to the right edge of the table, covers nothing but the table, and stays there when
+    // the page grows.
+    const auto placeOf = [&](QWidget *widget) {
+        return QRect(widget->mapTo(f.page(), QPoint()), widget->size());
     };
-    QTRY_COMPARE(atEdge(), 24);
+    const auto atEdge = [&] {
+        return placeOf(f.table()).right() - placeOf(panel).right();
+    };
+    QTRY_COMPARE(atEdge(), 8);
     f.page()->resize(1500, 800);
-    QCOMPARE(atEdge(), 24);
-    QCOMPARE(panel->height(), 800 - 48);
+    QCOMPARE(atEdge(), 8);
+    QVERIFY(placeOf(f.table()).contains(placeOf(panel)));
+    QVERIFY(panel->width() < f.table()->width() / 2);
+    for (const char *name : {"StartRecoveryButton", "BrowseButton", "StopButton"})
+        QVERIFY(!placeOf(f.child<QPushButton>(name)).intersects(placeOf(panel)));
+    // A narrow page has room for one of the two.
+    f.page()->resize(700, 700);
+    QCOMPARE(panel->width(), f.table()->width() - 16);
     // The open panel follows the current row; what is empty shows a dash.
     QTest::keyClick(f.table(), Qt::Key_Down);
     QCOMPARE(f.label("DetailName"), QStringLiteral("bare"));

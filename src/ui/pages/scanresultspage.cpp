@@ -95,7 +95,7 @@ void ScanResultsPage::arrange()
     column->addWidget(m_header);
     column->addWidget(m_results, 1);
     column->addWidget(m_toolbar);
-    m_details->attachToHost(this);
+    m_details->attachToHost(m_results->tableArea());
 }
 
 void ScanResultsPage::wireScan()
@@ -285,6 +285,7 @@ void ScanResultsPage::setState(State state)
     }
     m_header->setScanRunning(state == State::Running);
     m_toolbar->setScanRunning(state == State::Running || state == State::Paused);
+    m_results->setComplete(state == State::Completed || state == State::Stopped);
     showEmptyState();
 }
 

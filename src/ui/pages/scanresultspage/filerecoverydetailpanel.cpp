@@ -28,6 +28,7 @@ constexpr int kWidth = 360;
 constexpr int kSlideMs = 180;
 constexpr int kCloseIcon = 16;
 constexpr int kLabelGap = 4;
+constexpr int kEdge = 8; ///< Between the panel and the edges of its host.
 
 struct RowName
 {
@@ -153,10 +154,12 @@ void FileRecoveryDetailPanel::attachToHost(QWidget *host)
 
 QRect FileRecoveryDetailPanel::placeIn(const QSize &host, bool opened) const
 {
-    const int margin = metrics::kPageMargin;
-    const int width = qMin(ThemeColors::current().fontPx(kWidth), host.width() - 2 * margin);
-    const int left = opened ? host.width() - width - margin : host.width();
-    return QRect(left, margin, width, host.height() - 2 * margin);
+    // Less than the panel's own width beside it shows nothing of use: then it takes all there is.
+    const int full = host.width() - 2 * kEdge;
+    const int wanted = ThemeColors::current().fontPx(kWidth);
+    const int width = full < 2 * wanted ? full : wanted;
+    const int left = opened ? host.width() - width - kEdge : host.width();
+    return QRect(left, kEdge, width, host.height() - 2 * kEdge);
 }
 
 void FileRecoveryDetailPanel::syncGeometry()

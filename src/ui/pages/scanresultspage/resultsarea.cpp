@@ -7,6 +7,7 @@
 #include "ui/common/theme.h"
 #include "ui/common/utils/filetypecategoryutils.h"
 #include "ui/common/widgetstyle.h"
+#include "ui/pages/scanresultspage/columnchooser.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 #include "ui/pages/scanresultspage/scanresultstable.h"
 #include "ui/pages/scanresultspage/scantreewidget.h"
@@ -65,8 +66,12 @@ ResultsArea::ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QW
     m_splitter->setObjectName(QStringLiteral("ScanResultsSplitter"));
     m_tree = new ScanTreeWidget(directories, m_splitter);
     m_splitter->addWidget(m_tree);
-    m_table = new ScanResultsTable(m_model, m_splitter);
-    m_splitter->addWidget(m_table);
+    m_tableArea = new QWidget(m_splitter);
+    m_table = new ScanResultsTable(m_model, m_tableArea);
+    auto *around = new QVBoxLayout(m_tableArea);
+    around->setContentsMargins(0, 0, 0, 0);
+    around->addWidget(m_table);
+    m_splitter->addWidget(m_tableArea);
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setHandleWidth(metrics::kCardGap);
     setStyleSheet(areaSheet());
@@ -195,9 +200,15 @@ void ResultsArea::addFiles(const QVector<ScanFile> &files)
     m_tree->setUpdatesEnabled(false);
     m_table->keepPlaceDuring([this, &files] { m_model->append(files); });
     m_tree->setUpdatesEnabled(true);
+    m_table->columns()->refresh();
     m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
     m_table->header()->setCheckState(m_model->visibleCheckState());
     showCounts();
+}
+
+void ResultsArea::setComplete(bool isComplete)
+{
+    m_table->columns()->setComplete(isComplete);
 }
 
 void ResultsArea::replaceFiles(const QVector<ScanFile> &files)
@@ -216,6 +227,7 @@ void ResultsArea::replaceFiles(const QVector<ScanFile> &files)
         applyTableFilters();
     });
     m_tree->setUpdatesEnabled(true);
+    m_table->columns()->refresh();
     m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
 }
 

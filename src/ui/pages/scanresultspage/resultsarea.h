@@ -30,11 +30,15 @@ public:
     ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QWidget *parent);
 
     ScanResultsTable *table() const { return m_table; }
+    /// What lies around the table, for a panel that covers nothing else.
+    QWidget *tableArea() const { return m_tableArea; }
 
     /// For a new scan: no rows, no search text, all filters open.
     void reset();
     /// Adds a batch with nothing painted in between, sorts by chance of recovery and filters.
     void addFiles(const QVector<ui::common::utils::ScanFile> &files);
+    /// Whether all files have come.
+    void setComplete(bool isComplete);
     void replaceFiles(const QVector<ui::common::utils::ScanFile> &files);
     /// What the table says while it holds no files at all.
     void setEmptyText(ui::common::EmptyState::Tone tone, const QString &title, const QString &hint,
@@ -67,6 +71,7 @@ private:
     ScanTreeModel *m_directories;
     QSplitter *m_splitter = nullptr;
     ScanTreeWidget *m_tree = nullptr;
+    QWidget *m_tableArea = nullptr;
     ScanResultsTable *m_table = nullptr;
     QLineEdit *m_search = nullptr;
     QPushButton *m_treeToggle = nullptr;

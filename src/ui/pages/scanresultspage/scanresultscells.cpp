@@ -1,9 +1,11 @@
 // What the cells of the result table show; order and filter are in scanresultsmodel.cpp.
 #include "ui/common/celldelegate.h"
 #include "ui/common/filetypeicon.h"
+#include "ui/common/theme.h"
 #include "ui/common/utils/filetypecategoryutils.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 
+using ui::common::ThemeColors;
 namespace utils = ui::common::utils;
 
 namespace scanresults {
@@ -85,6 +87,16 @@ QVariant ScanResultsModel::toolTip(const Row &row, int column) const
     }
 }
 
+QVariant ScanResultsModel::chanceData(const Row &row, int role) const
+{
+    // A pill's colour judges; what is not known is not judged.
+    if (text(row, ChanceColumn) == tr("未知"))
+        return role == ui::common::InkRole ? QVariant(ThemeColors::current().textMuted)
+                                           : QVariant();
+    return role == ui::common::PillRole ? QVariant(utils::probabilityTone(row.file.probability))
+                                        : QVariant();
+}
+
 QPixmap ScanResultsModel::icon(const QString &type) const
 {
     const QString category = utils::FileTypeCategoryUtils::categoryOfType(type);
@@ -115,8 +127,7 @@ QVariant ScanResultsModel::data(const QModelIndex &index, int role) const
             return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
         return QVariant();
     case ChanceColumn:
-        return role == ui::common::PillRole ? QVariant(utils::probabilityTone(row.file.probability))
-                                            : QVariant();
+        return chanceData(row, role);
     default:
         return QVariant();
     }

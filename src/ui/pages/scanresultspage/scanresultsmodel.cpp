@@ -39,6 +39,7 @@ void ScanResultsModel::clear()
     m_order.clear();
     m_visible.clear();
     m_filter.directory = ScanTreeModel::kRootNode;
+    std::fill(std::begin(m_known), std::end(m_known), false);
     m_checkedCount = 0;
     m_visibleChecked = 0;
     m_directories->clear();
@@ -59,7 +60,23 @@ ScanResultsModel::Row ScanResultsModel::makeRow(const ScanFile &file)
     row.chance = RecoverabilityTableWidgetItem(file, row.label);
     row.directory = m_directories->findOrCreateTreePath(utils::directoryOf(file.path, file.name));
     m_directories->addFile(row.directory);
+    noteKnown(row);
     return row;
+}
+
+void ScanResultsModel::noteKnown(const Row &row)
+{
+    m_known[TypeColumn] |= !row.file.type.isEmpty();
+    m_known[TimeColumn] |= !row.file.deletionTime.isEmpty();
+    m_known[SourceColumn] |= !row.file.source.isEmpty();
+    m_known[ChanceColumn] |= !row.file.probability.isEmpty();
+}
+
+bool ScanResultsModel::isUnknownThroughout(int column) const
+{
+    const bool canBeUnknown = column == TypeColumn || column == TimeColumn ||
+                              column == SourceColumn || column == ChanceColumn;
+    return canBeUnknown && totalCount() > 0 && !m_known[column];
 }
 
 void ScanResultsModel::append(const QVector<ScanFile> &files)

@@ -73,6 +73,9 @@ public:
     int totalCount() const { return static_cast<int>(m_rows.size()); }
     int visibleCount() const { return static_cast<int>(m_visible.size()); }
 
+    /// Whether the column says "未知" in every row, and there are rows.
+    bool isUnknownThroughout(int column) const;
+
     /// Ticks the row if it can be.
     void setChecked(const QModelIndex &index, bool checked);
     void setVisibleChecked(bool checked);
@@ -121,6 +124,7 @@ private:
     };
 
     Row makeRow(const ui::common::utils::ScanFile &file);
+    void noteKnown(const Row &row);
     bool accepts(const Row &row) const;
     int compare(const Row &a, const Row &b) const;
     bool comesBefore(int a, int b) const;
@@ -134,6 +138,7 @@ private:
     QVariant text(const Row &row, int column) const;
     QVariant checkData(const Row &row, int role) const;
     QVariant nameData(const Row &row, int role) const;
+    QVariant chanceData(const Row &row, int role) const;
     QVariant toolTip(const Row &row, int column) const;
     QPixmap icon(const QString &type) const;
 
@@ -144,6 +149,7 @@ private:
     ResultFilter m_filter;
     int m_sortColumn = ChanceColumn;
     Qt::SortOrder m_sortOrder = Qt::DescendingOrder;
+    bool m_known[ColumnCount] = {}; ///< By column: a row tells something.
     int m_checkedCount = 0;
     int m_visibleChecked = 0;
     mutable QHash<QString, QPixmap> m_icons; ///< By category.

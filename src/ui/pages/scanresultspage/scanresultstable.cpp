@@ -3,6 +3,7 @@
 #include "ui/common/emptystate.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/theme.h"
+#include "ui/pages/scanresultspage/columnchooser.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 #include "ui/pages/scanresultspage/scanrowdelegate.h"
 #include "ui/pages/scanresultspage/selectallheaderview.h"
@@ -94,6 +95,10 @@ void ScanResultsTable::setUpColumns()
                                    QHeaderView::ResizeToContents);
     setColumnWidth(ScanResultsModel::NameColumn, scaled(kNameWidth));
     m_header->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
+    m_columns = new ColumnChooser(m_header, m_model, this);
+    m_header->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_header, &QWidget::customContextMenuRequested, m_columns,
+            [this](const QPoint &position) { m_columns->popUp(m_header->mapToGlobal(position)); });
     connect(m_header, &QHeaderView::sectionResized, this, [this](int column) {
         if (column == ScanResultsModel::NameColumn && !m_layingOut)
             m_nameWidthChosen = true;

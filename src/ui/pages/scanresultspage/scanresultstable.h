@@ -12,6 +12,7 @@ class EmptyState;
 
 namespace scanresults {
 
+class ColumnChooser;
 class ScanResultsModel;
 class SelectAllHeaderView;
 
@@ -25,6 +26,7 @@ public:
     ScanResultsTable(ScanResultsModel *model, QWidget *parent);
 
     SelectAllHeaderView *header() const { return m_header; }
+    ColumnChooser *columns() const { return m_columns; }
     /// Covers the rows' area while the table shows none; visible by the caller's choice.
     ui::common::EmptyState *emptyState() const { return m_empty; }
     QVector<ui::common::RowAction> ownActions(const QModelIndex &index) override;
@@ -73,6 +75,7 @@ private:
 
     ScanResultsModel *m_model;
     SelectAllHeaderView *m_header;
+    ColumnChooser *m_columns = nullptr;
     ui::common::EmptyState *m_empty;
     int m_current = -1;     ///< Row that the user made current, by arrival; a filter may hide it.
     int m_anchor = -1;      ///< Row at the top after the user's last scrolling; -1 at the very top.

@@ -40,7 +40,7 @@ QStyle *styleOf(const QStyleOptionViewItem &option)
 StableTableItemDelegate::StableTableItemDelegate(QTableView *view)
     : CellDelegate(view)
 {
-    setElideMode(ScanResultsModel::PathColumn, Qt::ElideMiddle);
+    setElideMode(ScanResultsModel::PathColumn, Qt::ElideLeft);
 }
 
 void StableTableItemDelegate::initStyleOption(QStyleOptionViewItem *option,
@@ -48,6 +48,11 @@ void StableTableItemDelegate::initStyleOption(QStyleOptionViewItem *option,
 {
     CellDelegate::initStyleOption(option, index);
     option->state.setFlag(QStyle::State_HasFocus, false);
+    // The name has a column of its own: where a path is cut, the last folder is what stays.
+    if (index.column() == ScanResultsModel::PathColumn &&
+        option->fontMetrics.horizontalAdvance(option->text) >
+            option->rect.width() - 2 * kCellPadding)
+        option->text.truncate(option->text.lastIndexOf(QLatin1Char('/')) + 1);
 }
 
 QSize StableTableItemDelegate::sizeHint(const QStyleOptionViewItem &option,
