@@ -196,6 +196,8 @@ void FileSearchPage::wireEngines()
             &FileSearchPage::onNameSearchCompleted);
     connect(m_engines->nameWorker(), &FileNameSearchWorker::statsReady, this,
             &FileSearchPage::onStatsReady);
+    connect(m_engines->nameWorker(), &FileNameSearchWorker::cutTextsCounted, this,
+            [this](qint64 count) { m_cutTexts = count; });
     connect(m_engines->contentWorker(), &FullTextSearchWorker::searchCompleted, this,
             &FileSearchPage::onContentSearchCompleted);
     connect(m_engines->watcher(), &IndexWatcher::indexIncrementalUpdated, this,
@@ -408,9 +410,12 @@ void FileSearchPage::onStatsReady(qint64 fileCount, qint64 ftsCount, qint64 last
         m_header->setStatistics(tr("索引状态：不可用"));
         return;
     }
-    m_header->setStatistics(tr("文件名索引：%1 个文件 | 全文索引：%2 条 | 上次更新：%3")
-                                .arg(QString::number(fileCount), QString::number(ftsCount),
-                                     ui::common::utils::formatTimestamp(lastUpdatedMs)));
+    QString statistics = tr("文件名索引：%1 个文件 | 全文索引：%2 条 | 上次更新：%3")
+                             .arg(QString::number(fileCount), QString::number(ftsCount),
+                                  ui::common::utils::formatTimestamp(lastUpdatedMs));
+    if (m_cutTexts > 0)
+        statistics += tr(" | 其中 %1 个文档只索引了开头").arg(m_cutTexts);
+    m_header->setStatistics(statistics);
     // Asking creates an empty database, which must not pass for an index at the next start.
     if (fileCount > 0 || m_building || m_hasBuilt || m_hintDismissed)
         return;

@@ -94,6 +94,7 @@ private:
     bool m_buildFoundDamage = false; ///< Likewise.
     bool m_lastBuildFailed = false;  ///< From scratch, and the user did not stop it.
     bool m_failureStands = false;    ///< The last build's, in the status line.
+    qint64 m_cutTexts = 0;           ///< Documents of which only the beginning is indexed.
     int m_lastIndexedCount = 0;
     QString m_lastProgressPath;
     QStringList m_pendingMissingTools;
