@@ -18,6 +18,7 @@
 #include <QVBoxLayout>
 
 using scanresults::FileRecoveryDetailPanel;
+using scanresults::FoundRow;
 using scanresults::RecoveryToolbar;
 using scanresults::ResultsArea;
 using scanresults::ScanHeader;
@@ -26,7 +27,6 @@ using scanresults::ScanResultsModel;
 using scanresults::ScanTreeModel;
 using ui::common::AppNoticeDialog;
 using ui::common::EmptyState;
-using ui::common::utils::ScanFile;
 namespace metrics = ui::common::metrics;
 namespace utils = ui::common::utils;
 
@@ -42,15 +42,6 @@ QString clockText(qint64 ms)
     };
     return QStringLiteral("%1:%2:%3")
         .arg(twoDigits(seconds / 3600), twoDigits(seconds / 60 % 60), twoDigits(seconds % 60));
-}
-
-QVector<ScanFile> parse(const QJsonArray &array)
-{
-    QVector<ScanFile> files;
-    files.reserve(array.size());
-    for (const QJsonValue &value : array)
-        files.append(utils::scanFileFromJson(value.toObject()));
-    return files;
 }
 
 } // namespace
@@ -112,6 +103,7 @@ void ScanResultsPage::wireResults()
                                m_model->hiddenCheckedCount());
     };
     connect(m_model, &ScanResultsModel::checkedChanged, this, showChecked);
+    connect(m_model, &ScanResultsModel::changeEnds, this, &ScanResultsPage::showFound);
     connect(m_toolbar, &RecoveryToolbar::browseClicked, this, &ScanResultsPage::browseOutput);
     connect(m_toolbar, &RecoveryToolbar::exportClicked, this, &ScanResultsPage::exportLog);
     connect(m_toolbar, &RecoveryToolbar::recoverClicked, this, &ScanResultsPage::startRecovery);
@@ -174,15 +166,13 @@ void ScanResultsPage::addFiles(const QJsonArray &files)
         m_missesFiles = true;
         return;
     }
-    m_results->addFiles(parse(files));
-    showFound();
+    m_model->append(files);
 }
 
 void ScanResultsPage::replaceFiles(const QJsonArray &files)
 {
     m_missesFiles = false;
-    m_results->replaceFiles(parse(files));
-    showFound();
+    m_model->replace(files);
 }
 
 void ScanResultsPage::showFound()
@@ -496,18 +486,17 @@ void ScanResultsPage::startRecovery()
 
 void ScanResultsPage::showDetails(const QModelIndex &index)
 {
-    const ScanFile &file = m_model->file(index);
-    const QModelIndex name = index.sibling(index.row(), ScanResultsModel::NameColumn);
+    const FoundRow &row = m_model->row(index);
     FileRecoveryDetailPanel::Values values;
-    values.name = file.name;
-    values.size = file.size;
-    values.type = file.type;
-    values.path = file.path;
-    values.blockStart = utils::blockStartText(file);
-    values.source = utils::sourceWord(file.source);
-    values.integrity = name.data(ScanResultsModel::IntegrityLabelRole).toString();
-    values.reason = name.data(ScanResultsModel::IntegrityReasonRole).toString();
-    values.probability = file.probability;
-    values.contiguity = utils::contiguityText(file.contiguity);
+    values.name = row.name;
+    values.size = row.size;
+    values.type = row.type;
+    values.path = row.path();
+    values.blockStart = row.blockStart;
+    values.source = row.sourceWord;
+    values.integrity = row.label;
+    values.reason = row.reason;
+    values.probability = row.probability;
+    values.contiguity = utils::contiguityText(row.contiguity);
     m_details->setDetailValues(values);
 }

@@ -27,7 +27,6 @@ using ui::common::EmptyState;
 using ui::common::IconWidget;
 using ui::common::ThemeColors;
 using ui::common::utils::FileTypeCategoryUtils;
-using ui::common::utils::ScanFile;
 namespace metrics = ui::common::metrics;
 
 namespace scanresults {
@@ -174,6 +173,9 @@ void ResultsArea::wire()
     });
     connect(m_clearFilters, &QPushButton::clicked, this, &ResultsArea::clearFilters);
     connect(m_tree, &ScanTreeWidget::directoryChosen, this, &ResultsArea::filterByDirectory);
+    connect(m_model, &ScanResultsModel::changeBegins, this, &ResultsArea::beginChange);
+    connect(m_model, &ScanResultsModel::changeEnds, this, &ResultsArea::endChange);
+    connect(m_model, &ScanResultsModel::arrangingChanged, this, &ResultsArea::showCounts);
     connect(m_model, &ScanResultsModel::checkedChanged, this,
             [this] { m_table->header()->setCheckState(m_model->visibleCheckState()); });
     connect(m_table, &ScanResultsTable::detailsRequested, this, &ResultsArea::detailsRequested);
@@ -187,23 +189,10 @@ void ResultsArea::wire()
 
 void ResultsArea::reset()
 {
-    m_table->keepPlaceDuring([this] {
-        m_model->clear();
-        m_table->resetPlace();
-        clearFilters();
-    });
+    m_model->clear();
+    m_table->resetPlace();
+    clearFilters();
     m_count->setText(tr("列表显示了 %1 个文件").arg(0));
-}
-
-void ResultsArea::addFiles(const QVector<ScanFile> &files)
-{
-    m_tree->setUpdatesEnabled(false);
-    m_table->keepPlaceDuring([this, &files] { m_model->append(files); });
-    m_tree->setUpdatesEnabled(true);
-    m_table->columns()->refresh();
-    m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
-    m_table->header()->setCheckState(m_model->visibleCheckState());
-    showCounts();
 }
 
 void ResultsArea::setComplete(bool isComplete)
@@ -211,24 +200,30 @@ void ResultsArea::setComplete(bool isComplete)
     m_table->columns()->setComplete(isComplete);
 }
 
-void ResultsArea::replaceFiles(const QVector<ScanFile> &files)
+void ResultsArea::beginChange(ScanResultsModel::Change change)
 {
-    const QStringList checked = m_model->checkedIds();
-    const QString directory = m_directories->pathOf(m_directory);
-    const QStringList open = m_tree->openPaths();
     m_tree->setUpdatesEnabled(false);
-    m_table->keepPlaceByIdDuring([&] {
-        m_model->clear();
-        m_model->append(files);
-        m_model->checkIds(checked);
-        m_tree->openPathsAgain(open);
-        m_directory = m_directories->nodeOfPath(directory);
+    if (change != ScanResultsModel::Change::Replaced)
+        return;
+    m_openPaths = m_tree->openPaths();
+    m_directoryPath = m_directories->pathOf(m_directory);
+}
+
+void ResultsArea::endChange(ScanResultsModel::Change change)
+{
+    if (change == ScanResultsModel::Change::Replaced) {
+        m_tree->openPathsAgain(m_openPaths);
+        m_directory = m_directories->nodeOfPath(m_directoryPath);
         m_tree->selectNode(m_directory);
-        applyTableFilters();
-    });
+    }
     m_tree->setUpdatesEnabled(true);
     m_table->columns()->refresh();
     m_table->header()->setSortIndicator(m_model->sortColumn(), m_model->sortOrder());
+    m_table->header()->setCheckState(m_model->visibleCheckState());
+    showCounts();
+    // Another directory may have been chosen while the files were on their way.
+    if (m_directory != m_model->filter().directory)
+        applyTableFilters();
 }
 
 void ResultsArea::chooseSource(const QString &value, const QString &label)
@@ -276,15 +271,15 @@ void ResultsArea::applyTableFilters()
     filter.category = m_category;
     filter.source = m_source;
     filter.directory = m_directory;
-    m_table->keepPlaceDuring([this, &filter] { m_model->setFilter(filter); });
-    showCounts();
+    m_model->setFilter(filter);
 }
 
 void ResultsArea::showCounts()
 {
     const int shown = m_model->visibleCount();
     const int total = m_model->totalCount();
-    m_count->setText(tr("列表显示了 %1 个文件（共 %2 个）").arg(shown).arg(total));
+    const QString count = tr("列表显示了 %1 个文件（共 %2 个）").arg(shown).arg(total);
+    m_count->setText(m_model->isArranging() ? tr("正在整理… · %1").arg(count) : count);
     m_clearFilters->setText(tr("已隐藏 %1 个 · 清除筛选").arg(total - shown));
     m_clearFilters->setVisible(shown < total);
     showEmptyState();

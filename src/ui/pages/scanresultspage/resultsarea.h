@@ -1,9 +1,9 @@
 #pragma once
 
 #include "ui/common/emptystate.h"
-#include "ui/common/utils/scanfilerules.h"
+#include "ui/pages/scanresultspage/scanresultsmodel.h"
 
-#include <QVector>
+#include <QStringList>
 #include <QWidget>
 
 class QHBoxLayout;
@@ -15,7 +15,6 @@ class QSplitter;
 
 namespace scanresults {
 
-class ScanResultsModel;
 class ScanResultsTable;
 class ScanTreeModel;
 class ScanTreeWidget;
@@ -35,11 +34,8 @@ public:
 
     /// For a new scan: no rows, no search text, all filters open.
     void reset();
-    /// Adds a batch with nothing painted in between, sorts by chance of recovery and filters.
-    void addFiles(const QVector<ui::common::utils::ScanFile> &files);
     /// Whether all files have come.
     void setComplete(bool isComplete);
-    void replaceFiles(const QVector<ui::common::utils::ScanFile> &files);
     /// What the table says while it holds no files at all.
     void setEmptyText(ui::common::EmptyState::Tone tone, const QString &title, const QString &hint,
                       const QString &action = QString());
@@ -59,6 +55,8 @@ private:
     void chooseSource(const QString &value, const QString &label);
     void chooseCategory(const QString &label);
     void wire();
+    void beginChange(ScanResultsModel::Change change);
+    void endChange(ScanResultsModel::Change change);
     void filterByDirectory(int node);
     void clearFilters();
     void applyTableFilters();
@@ -89,6 +87,8 @@ private:
     QString m_emptyAction;
     int m_treeWidth = 0;        ///< While the tree shows, or when it did last.
     bool m_treeChosen = false;  ///< The user has said whether the tree shows.
+    QStringList m_openPaths;    ///< Of the tree, across a change of all directories.
+    QString m_directoryPath;    ///< Likewise.
     bool m_holdFilters = false; ///< Several inputs change at once; one filter pass follows.
 };
 

@@ -10,41 +10,41 @@ namespace utils = ui::common::utils;
 
 namespace scanresults {
 
-QVariant ScanResultsModel::text(const Row &row, int column) const
+QVariant ScanResultsModel::text(const FoundRow &row, int column) const
 {
     switch (column) {
     case NameColumn:
-        return row.file.name.isEmpty() ? tr("未知") : row.file.name;
+        return row.name.isEmpty() ? tr("未知") : row.name;
     case SizeColumn:
-        return row.file.size;
+        return row.size;
     case TypeColumn:
-        return row.file.type.isEmpty() ? tr("未知") : row.file.type;
+        return row.type.isEmpty() ? tr("未知") : row.type;
     case TimeColumn:
-        return utils::deletionTimeText(row.file.deletionTime);
+        return utils::deletionTimeText(row.deletionTime);
     case PathColumn:
-        return row.file.path;
+        return row.path();
     case SourceColumn:
-        return row.source;
+        return row.sourceWord;
     case IntegrityColumn:
         return row.label;
     case ChanceColumn:
-        return row.file.probability.isEmpty() ? tr("未知") : row.file.probability;
+        return row.probability.isEmpty() ? tr("未知") : row.probability;
     default:
         return QVariant();
     }
 }
 
-QVariant ScanResultsModel::nameData(const Row &row, int role) const
+QVariant ScanResultsModel::nameData(const FoundRow &row, int role) const
 {
     switch (role) {
     case Qt::DecorationRole:
-        return icon(row.file.type);
+        return icon(row.type);
     case FileIdRole:
-        return row.file.fileId;
+        return row.fileId;
     case SizeBytesRole:
-        return row.file.sizeBytes;
+        return row.sizeBytes;
     case SourceRole:
-        return row.file.source;
+        return row.source;
     case IntegrityLabelRole:
         return row.label;
     case IntegrityReasonRole:
@@ -54,15 +54,17 @@ QVariant ScanResultsModel::nameData(const Row &row, int role) const
     }
 }
 
-QVariant ScanResultsModel::checkData(const Row &row, int role) const
+QVariant ScanResultsModel::checkData(const QModelIndex &index, int role) const
 {
+    const FoundRow &row = this->row(index);
+    const bool checked = isChecked(arrivalOf(index));
     switch (role) {
     case CheckedRole:
-        return row.checked;
+        return checked;
     case CheckableRole:
-        return !row.file.fileId.isEmpty();
+        return !row.fileId.isEmpty();
     case Qt::CheckStateRole: // The delegate paints the mark; screen readers ask for this one.
-        return row.checked ? Qt::Checked : Qt::Unchecked;
+        return checked ? Qt::Checked : Qt::Unchecked;
     case Qt::AccessibleTextRole:
         return tr("选择 %1").arg(text(row, NameColumn).toString());
     default:
@@ -70,16 +72,16 @@ QVariant ScanResultsModel::checkData(const Row &row, int role) const
     }
 }
 
-QVariant ScanResultsModel::toolTip(const Row &row, int column) const
+QVariant ScanResultsModel::toolTip(const FoundRow &row, int column) const
 {
     switch (column) {
     case CheckColumn:
-        return row.file.fileId.isEmpty() ? QVariant(tr("服务没有给出此文件的标识，无法恢复"))
-                                         : QVariant();
+        return row.fileId.isEmpty() ? QVariant(tr("服务没有给出此文件的标识，无法恢复"))
+                                    : QVariant();
     case DetailColumn:
         return tr("查看详情");
     case SourceColumn:
-        return row.source;
+        return row.sourceWord;
     case IntegrityColumn:
         return row.reason;
     default:
@@ -87,13 +89,13 @@ QVariant ScanResultsModel::toolTip(const Row &row, int column) const
     }
 }
 
-QVariant ScanResultsModel::chanceData(const Row &row, int role) const
+QVariant ScanResultsModel::chanceData(const FoundRow &row, int role) const
 {
     // A pill's colour judges; what is not known is not judged.
     if (text(row, ChanceColumn) == tr("未知"))
         return role == ui::common::InkRole ? QVariant(ThemeColors::current().textMuted)
                                            : QVariant();
-    return role == ui::common::PillRole ? QVariant(utils::probabilityTone(row.file.probability))
+    return role == ui::common::PillRole ? QVariant(utils::probabilityTone(row.probability))
                                         : QVariant();
 }
 
@@ -110,14 +112,14 @@ QVariant ScanResultsModel::data(const QModelIndex &index, int role) const
 {
     if (!index.isValid())
         return QVariant();
-    const Row &row = rowAt(index);
+    const FoundRow &row = this->row(index);
     if (role == Qt::DisplayRole)
         return text(row, index.column());
     if (role == Qt::ToolTipRole)
         return toolTip(row, index.column());
     switch (index.column()) {
     case CheckColumn:
-        return checkData(row, role);
+        return checkData(index, role);
     case DetailColumn:
         return role == Qt::AccessibleTextRole ? QVariant(tr("查看详情")) : QVariant();
     case NameColumn:

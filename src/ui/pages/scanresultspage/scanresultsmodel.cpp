@@ -1,144 +1,301 @@
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 
-#include "ui/common/utils/filetypecategoryutils.h"
-
-#include <QSet>
+#include "core/runinpool.h"
 
 #include <algorithm>
-#include <limits>
-
-using ui::common::utils::FileTypeCategoryUtils;
-using ui::common::utils::ScanFile;
-using ui::common::utils::ScanLog;
-namespace utils = ui::common::utils;
 
 namespace scanresults {
 
 namespace {
 
-QSet<QString> asSet(const QStringList &ids)
-{
-    QSet<QString> set;
-    set.reserve(ids.size());
-    for (const QString &id : ids)
-        set.insert(id);
-    return set;
-}
+// Below these the work is over before anyone could look.
+constexpr int kDirectFiles = 1000; ///< Of a batch.
+constexpr int kDirectRows = 4000;  ///< Of the list.
 
 } // namespace
 
 ScanResultsModel::ScanResultsModel(ScanTreeModel *directories, QObject *parent)
     : QAbstractTableModel(parent)
     , m_directories(directories)
+    , m_reader(std::make_shared<RowReader>())
 {}
 
 void ScanResultsModel::clear()
 {
+    ++m_generation;
+    m_isBringing = false;
+    m_isOutdated = false;
+    m_queued.clear();
+    m_newTicks.clear();
     beginResetModel();
-    m_rows.clear();
+    m_reader = std::make_shared<RowReader>();
+    m_rows = RowSet();
     m_order.clear();
     m_visible.clear();
+    m_checked.clear();
     m_filter.directory = ScanTreeModel::kRootNode;
-    std::fill(std::begin(m_known), std::end(m_known), false);
     m_checkedCount = 0;
     m_visibleChecked = 0;
     m_directories->clear();
     endResetModel();
+    setArranging(false);
     emit checkedChanged();
 }
 
-ScanResultsModel::Row ScanResultsModel::makeRow(const ScanFile &file)
+bool ScanResultsModel::isByChance() const
 {
-    Row row;
-    row.file = file;
-    row.file.size = utils::sizeText(file);
-    row.source = utils::sourceWord(file.source);
-    row.label = utils::integrityLabel(file);
-    row.reason = utils::integrityReason(file, row.label);
-    row.size = SizeTableWidgetItem(row.file.size);
-    row.time = DeletionTimeTableWidgetItem(file.deletionTime);
-    row.chance = RecoverabilityTableWidgetItem(file, row.label);
-    row.directory = m_directories->findOrCreateTreePath(utils::directoryOf(file.path, file.name));
-    m_directories->addFile(row.directory);
-    noteKnown(row);
-    return row;
+    return m_sortColumn == ChanceColumn && m_sortOrder == Qt::DescendingOrder;
 }
 
-void ScanResultsModel::noteKnown(const Row &row)
+bool ScanResultsModel::isOrdered() const
 {
-    m_known[TypeColumn] |= !row.file.type.isEmpty();
-    m_known[TimeColumn] |= !row.file.deletionTime.isEmpty();
-    m_known[SourceColumn] |= !row.file.source.isEmpty();
-    m_known[ChanceColumn] |= !row.file.probability.isEmpty();
+    return m_orderedColumn == m_sortColumn && m_orderedOrder == m_sortOrder;
 }
 
-bool ScanResultsModel::isUnknownThroughout(int column) const
+void ScanResultsModel::append(const QJsonArray &files)
 {
-    const bool canBeUnknown = column == TypeColumn || column == TimeColumn ||
-                              column == SourceColumn || column == ChanceColumn;
-    return canBeUnknown && totalCount() > 0 && !m_known[column];
-}
-
-void ScanResultsModel::append(const QVector<ScanFile> &files)
-{
-    if (m_sortColumn != ChanceColumn || m_sortOrder != Qt::DescendingOrder)
-        sort(ChanceColumn, Qt::DescendingOrder);
-    Order fresh;
-    fresh.reserve(static_cast<size_t>(files.size()));
-    for (const ScanFile &file : files) {
-        fresh.push_back(totalCount());
-        m_rows.push_back(makeRow(file));
+    if (files.isEmpty())
+        return;
+    if (m_isArranging || !m_queued.isEmpty()) {
+        m_queued.append(files);
+        return;
     }
-    const auto before = [this](int a, int b) {
-        return comesBefore(a, b);
-    };
-    std::stable_sort(fresh.begin(), fresh.end(), before);
-    mergeInto(&m_order, fresh);
-    const auto hidden = [this](int arrival) {
-        return !accepts(m_rows[size_t(arrival)]);
+    const bool fits = isByChance() || totalCount() <= kDirectRows;
+    if (fits && files.size() <= kDirectFiles) {
+        sort(ChanceColumn, Qt::DescendingOrder);
+        appendDirectly(files);
+        return;
+    }
+    m_sortColumn = ChanceColumn;
+    m_sortOrder = Qt::DescendingOrder;
+    bring(jobOfNow(), files);
+}
+
+void ScanResultsModel::appendDirectly(const QJsonArray &files)
+{
+    emit changeBegins(Change::Grown);
+    QJsonArray left = files;
+    const RowChunkPointer chunk = m_reader->read(&left);
+    QVector<int> nodes;
+    for (int i = 0; i < chunk->directories.size(); ++i) {
+        nodes.append(m_directories->findOrCreateTreePath(chunk->directories.at(i)));
+        m_directories->addFiles(nodes.last(), chunk->files.at(i));
+    }
+    RowOrder fresh;
+    for (int i = 0; i < static_cast<int>(chunk->rows.size()); ++i)
+        fresh.push_back(totalCount() + i);
+    m_rows.add(chunk, nodes);
+    m_checked.resize(size_t(totalCount()), 0);
+    sortRows(m_rows, ChanceColumn, Qt::DescendingOrder, &fresh);
+    mergeByScore(m_rows, fresh, &m_order);
+    const RowTest test(m_filter, m_directories->nodesBelow(m_filter.directory), m_checked);
+    const auto hidden = [this, &test](int arrival) {
+        return !test.accepts(m_rows, arrival);
     };
     fresh.erase(std::remove_if(fresh.begin(), fresh.end(), hidden), fresh.end());
     insertVisible(fresh);
     m_directories->publish();
+    emit changeEnds(Change::Grown);
 }
 
-void ScanResultsModel::mergeInto(Order *order, const Order &sorted) const
-{
-    // From the back, each block of old rows moves once. Searching the place of each new row takes
-    // fewer comparisons than walking the old ones.
-    const auto before = [this](int a, int b) {
-        return comesBefore(a, b);
-    };
-    auto oldEnd = static_cast<Order::difference_type>(order->size());
-    order->resize(order->size() + sorted.size());
-    auto target = order->end();
-    for (auto fresh = sorted.rbegin(); fresh != sorted.rend(); ++fresh) {
-        const auto begin = order->begin();
-        const auto place = std::upper_bound(begin, begin + oldEnd, *fresh, before);
-        target = std::move_backward(place, begin + oldEnd, target);
-        oldEnd = place - begin;
-        *--target = *fresh;
-    }
-}
-
-void ScanResultsModel::insertVisible(const Order &sorted)
+void ScanResultsModel::insertVisible(const RowOrder &sorted)
 {
     if (sorted.empty())
         return;
     // Told in two steps that views understand: rows come at the end, then all take their places.
     const int first = visibleCount();
     beginInsertRows(QModelIndex(), first, first + static_cast<int>(sorted.size()) - 1);
-    Order merged = m_visible;
+    RowOrder merged = m_visible;
     m_visible.insert(m_visible.end(), sorted.begin(), sorted.end());
     endInsertRows();
     if (first == 0)
         return;
-    mergeInto(&merged, sorted);
+    mergeByScore(m_rows, sorted, &merged);
     emit layoutAboutToBeChanged({}, VerticalSortHint);
     const Places places = persistentPlaces();
     m_visible.swap(merged);
     movePersistent(places);
     emit layoutChanged({}, VerticalSortHint);
+}
+
+void ScanResultsModel::replace(const QJsonArray &files)
+{
+    m_sortColumn = ChanceColumn;
+    m_sortOrder = Qt::DescendingOrder;
+    m_queued.clear();
+    m_reader = std::make_shared<RowReader>();
+    ArrangeJob job = jobOfNow();
+    job.checkedIds = checkedIds();
+    job.rows = RowSet();
+    job.order.clear();
+    job.checked.clear();
+    bring(std::move(job), files);
+}
+
+ArrangeJob ScanResultsModel::jobOfNow() const
+{
+    ArrangeJob job;
+    job.rows = m_rows;
+    job.order = m_order;
+    job.checked = m_checked;
+    job.isSorted = isOrdered();
+    job.column = m_sortColumn;
+    job.direction = m_sortOrder;
+    job.filter = m_filter;
+    job.below = m_directories->nodesBelow(m_filter.directory);
+    return job;
+}
+
+void ScanResultsModel::bring(ArrangeJob job, const QJsonArray &files)
+{
+    job.brings = true;
+    job.files.append(files);
+    job.reader = m_reader;
+    job.directories = m_directories->emptyNodes();
+    job.directory = m_directories->pathOf(m_filter.directory);
+    if (files.size() <= kDirectFiles && totalCount() <= kDirectRows) {
+        ++m_generation;
+        m_isBringing = false;
+        m_isOutdated = false;
+        setArranging(false);
+        apply(arrange(std::move(job)), Change::Replaced);
+        return;
+    }
+    m_isOutdated = false;
+    start(std::move(job), Change::Replaced);
+    m_isBringing = true;
+}
+
+void ScanResultsModel::rearrange(Change change)
+{
+    if (m_isBringing) {
+        m_isOutdated = true;
+        return;
+    }
+    if (totalCount() <= kDirectRows)
+        apply(arrange(jobOfNow()), change);
+    else
+        start(jobOfNow(), change);
+}
+
+void ScanResultsModel::start(ArrangeJob job, Change change)
+{
+    const int generation = ++m_generation;
+    setArranging(true);
+    // Behind a pointer nothing is copied, so the texts of the source go as they are read.
+    auto shared = std::make_shared<ArrangeJob>(std::move(job));
+    core::runInPool(
+        this, [shared] { return std::make_shared<const Arrangement>(arrange(std::move(*shared))); },
+        [this, generation, change](const std::shared_ptr<const Arrangement> &done) {
+            if (generation == m_generation)
+                land(*done, change);
+        });
+}
+
+void ScanResultsModel::land(const Arrangement &done, Change change)
+{
+    m_isBringing = false;
+    apply(done, change);
+    setArranging(false);
+    if (m_isOutdated) {
+        m_isOutdated = false;
+        m_filterIsNew = true;
+        rearrange(Change::Filtered);
+    }
+    appendQueued();
+}
+
+void ScanResultsModel::appendQueued()
+{
+    // One at a time, so that the window lives between them.
+    if (m_queued.isEmpty() || m_isArranging)
+        return;
+    const QJsonArray files = m_queued.takeFirst();
+    QVector<QJsonArray> others;
+    others.swap(m_queued);
+    append(files);
+    m_queued = others;
+    QMetaObject::invokeMethod(this, &ScanResultsModel::appendQueued, Qt::QueuedConnection);
+}
+
+void ScanResultsModel::apply(const Arrangement &done, Change change)
+{
+    emit changeBegins(change);
+    const bool onlyMoves =
+        change == Change::Sorted && !m_filterIsNew && done.visible.size() == m_visible.size();
+    if (onlyMoves) {
+        emit layoutAboutToBeChanged({}, VerticalSortHint);
+        const Places places = persistentPlaces();
+        m_order = done.order;
+        m_visible = done.visible;
+        movePersistent(places);
+        emit layoutChanged({}, VerticalSortHint);
+    } else {
+        beginResetModel();
+        takeRows(done);
+        endResetModel();
+    }
+    m_filterIsNew = m_filterIsNew && m_isOutdated;
+    m_orderedColumn = done.brings ? ChanceColumn : m_sortColumn;
+    m_orderedOrder = done.brings ? Qt::DescendingOrder : m_sortOrder;
+    emit changeEnds(change);
+    emit checkedChanged();
+}
+
+void ScanResultsModel::takeRows(const Arrangement &done)
+{
+    m_order = done.order;
+    m_visible = done.visible;
+    if (done.brings) {
+        m_rows = done.rows;
+        m_checked = done.checked;
+        applyTickChanges();
+        m_directories->adopt(done.directories);
+        m_filter.directory = done.directory;
+    }
+    countChecked();
+}
+
+void ScanResultsModel::applyTickChanges()
+{
+    for (size_t arrival = 0; !m_newTicks.isEmpty() && arrival < m_checked.size(); ++arrival) {
+        const auto tick = m_newTicks.constFind(m_rows.rows[arrival]->fileId);
+        if (tick != m_newTicks.constEnd())
+            m_checked[arrival] = *tick ? 1 : 0;
+    }
+    m_newTicks.clear();
+}
+
+void ScanResultsModel::countChecked()
+{
+    m_checkedCount = static_cast<int>(std::count(m_checked.begin(), m_checked.end(), 1));
+    m_visibleChecked = static_cast<int>(std::count_if(
+        m_visible.begin(), m_visible.end(), [this](int arrival) { return isChecked(arrival); }));
+}
+
+void ScanResultsModel::setArranging(bool isArranging)
+{
+    if (m_isArranging == isArranging)
+        return;
+    m_isArranging = isArranging;
+    emit arrangingChanged();
+}
+
+void ScanResultsModel::setFilter(const ResultFilter &filter)
+{
+    m_filter = filter;
+    m_filterIsNew = true;
+    rearrange(Change::Filtered);
+}
+
+void ScanResultsModel::sort(int column, Qt::SortOrder order)
+{
+    const bool sortable = column == NameColumn || (column >= SizeColumn && column < ColumnCount);
+    if (!sortable || (column == m_sortColumn && order == m_sortOrder))
+        return;
+    m_sortColumn = column;
+    m_sortOrder = order;
+    rearrange(Change::Sorted);
 }
 
 ScanResultsModel::Places ScanResultsModel::persistentPlaces() const
@@ -154,7 +311,7 @@ void ScanResultsModel::movePersistent(const Places &places)
 {
     if (places.indexes.isEmpty())
         return;
-    std::vector<int> rows(m_rows.size(), -1);
+    std::vector<int> rows(size_t(totalCount()), -1);
     for (size_t row = 0; row < m_visible.size(); ++row)
         rows[size_t(m_visible[row])] = static_cast<int>(row);
     QModelIndexList moved;
@@ -164,92 +321,6 @@ void ScanResultsModel::movePersistent(const Places &places)
         moved.append(index(row, places.indexes.at(i).column()));
     }
     changePersistentIndexList(places.indexes, moved);
-}
-
-bool ScanResultsModel::accepts(const Row &row) const
-{
-    if (!m_filter.text.isEmpty() && !row.file.name.contains(m_filter.text, Qt::CaseInsensitive))
-        return false;
-    if (!FileTypeCategoryUtils::matchesCategory(row.file.type, m_filter.category))
-        return false;
-    if (!m_filter.source.isEmpty() && m_filter.source != QLatin1String("all") &&
-        m_filter.source != row.file.source)
-        return false;
-    return m_filter.directory == ScanTreeModel::kRootNode ||
-           m_directories->isBelow(row.directory, m_filter.directory);
-}
-
-void ScanResultsModel::setFilter(const ResultFilter &filter)
-{
-    m_filter = filter;
-    beginResetModel();
-    refilter();
-    endResetModel();
-    emit checkedChanged();
-}
-
-void ScanResultsModel::refilter()
-{
-    m_visible.clear();
-    m_visibleChecked = 0;
-    for (const int arrival : m_order) {
-        const Row &row = m_rows[size_t(arrival)];
-        if (!accepts(row))
-            continue;
-        m_visible.push_back(arrival);
-        m_visibleChecked += row.checked ? 1 : 0;
-    }
-}
-
-int ScanResultsModel::compare(const Row &a, const Row &b) const
-{
-    const auto byKey = [](const auto &left, const auto &right) {
-        return left < right ? -1 : (right < left ? 1 : 0);
-    };
-    switch (m_sortColumn) {
-    case NameColumn:
-        return QString::compare(a.file.name, b.file.name, Qt::CaseInsensitive);
-    case SizeColumn:
-        return byKey(a.size, b.size);
-    case TypeColumn:
-        return QString::compare(a.file.type, b.file.type, Qt::CaseInsensitive);
-    case TimeColumn:
-        return byKey(a.time, b.time);
-    case PathColumn:
-        return QString::compare(a.file.path, b.file.path, Qt::CaseInsensitive);
-    case SourceColumn:
-        return QString::compare(a.source, b.source);
-    case IntegrityColumn:
-        return QString::compare(a.label, b.label);
-    default:
-        return byKey(a.chance, b.chance);
-    }
-}
-
-bool ScanResultsModel::comesBefore(int a, int b) const
-{
-    const int order = compare(m_rows[size_t(a)], m_rows[size_t(b)]);
-    return m_sortOrder == Qt::AscendingOrder ? order < 0 : order > 0;
-}
-
-void ScanResultsModel::sort(int column, Qt::SortOrder order)
-{
-    const bool sortable = column == NameColumn || (column >= SizeColumn && column < ColumnCount);
-    if (!sortable || (column == m_sortColumn && order == m_sortOrder))
-        return;
-    m_sortColumn = column;
-    m_sortOrder = order;
-    emit layoutAboutToBeChanged({}, VerticalSortHint);
-    const Places places = persistentPlaces();
-    std::stable_sort(m_order.begin(), m_order.end(),
-                     [this](int a, int b) { return comesBefore(a, b); });
-    std::vector<bool> isVisible(m_rows.size(), false);
-    for (const int arrival : m_visible)
-        isVisible[size_t(arrival)] = true;
-    std::copy_if(m_order.begin(), m_order.end(), m_visible.begin(),
-                 [&isVisible](int arrival) { return isVisible[size_t(arrival)]; });
-    movePersistent(places);
-    emit layoutChanged({}, VerticalSortHint);
 }
 
 int ScanResultsModel::arrivalOf(const QModelIndex &index) const
@@ -265,128 +336,15 @@ int ScanResultsModel::visibleRowOf(int arrival) const
 
 int ScanResultsModel::arrivalOfId(const QString &fileId) const
 {
-    const auto row = std::find_if(m_rows.begin(), m_rows.end(), [&fileId](const Row &candidate) {
-        return candidate.file.fileId == fileId;
-    });
-    return row == m_rows.end() ? -1 : static_cast<int>(row - m_rows.begin());
+    const auto &rows = m_rows.rows;
+    const auto found = std::find_if(
+        rows.begin(), rows.end(), [&fileId](const FoundRow *row) { return row->fileId == fileId; });
+    return found == rows.end() ? -1 : static_cast<int>(found - rows.begin());
 }
 
-const ScanResultsModel::Row &ScanResultsModel::rowAt(const QModelIndex &index) const
+const FoundRow &ScanResultsModel::row(const QModelIndex &index) const
 {
-    return m_rows[size_t(m_visible[size_t(index.row())])];
-}
-
-const ScanFile &ScanResultsModel::file(const QModelIndex &index) const
-{
-    return rowAt(index).file;
-}
-
-bool ScanResultsModel::setRowChecked(Row *row, bool checked, bool visible)
-{
-    if (row->checked == checked || row->file.fileId.isEmpty())
-        return false;
-    row->checked = checked;
-    const int step = checked ? 1 : -1;
-    m_checkedCount += step;
-    m_visibleChecked += visible ? step : 0;
-    return true;
-}
-
-void ScanResultsModel::setChecked(const QModelIndex &index, bool checked)
-{
-    const int arrival = arrivalOf(index);
-    if (arrival < 0 || !setRowChecked(&m_rows[size_t(arrival)], checked, true))
-        return;
-    const QModelIndex cell = index.sibling(index.row(), CheckColumn);
-    emit dataChanged(cell, cell);
-    emit checkedChanged();
-}
-
-void ScanResultsModel::setVisibleChecked(bool checked)
-{
-    bool changed = false;
-    for (const int arrival : m_visible)
-        changed = setRowChecked(&m_rows[size_t(arrival)], checked, true) || changed;
-    if (!changed)
-        return;
-    emit dataChanged(index(0, CheckColumn), index(visibleCount() - 1, CheckColumn));
-    emit checkedChanged();
-}
-
-void ScanResultsModel::checkIds(const QStringList &ids)
-{
-    if (ids.isEmpty())
-        return;
-    const QSet<QString> wanted = asSet(ids);
-    for (Row &row : m_rows) {
-        if (wanted.contains(row.file.fileId))
-            setRowChecked(&row, true, accepts(row));
-    }
-    if (visibleCount() > 0)
-        emit dataChanged(index(0, CheckColumn), index(visibleCount() - 1, CheckColumn));
-    emit checkedChanged();
-}
-
-Qt::CheckState ScanResultsModel::visibleCheckState() const
-{
-    if (m_visibleChecked == 0)
-        return Qt::Unchecked;
-    return m_visibleChecked == visibleCount() ? Qt::Checked : Qt::PartiallyChecked;
-}
-
-qint64 ScanResultsModel::checkedBytes() const
-{
-    qint64 sum = 0;
-    for (const Row &row : m_rows) {
-        if (row.checked)
-            sum += qMin(row.file.sizeBytes, std::numeric_limits<qint64>::max() - sum);
-    }
-    return sum;
-}
-
-qint64 ScanResultsModel::largestCheckedBytes() const
-{
-    qint64 largest = 0;
-    for (const Row &row : m_rows) {
-        if (row.checked)
-            largest = qMax(largest, row.file.sizeBytes);
-    }
-    return largest;
-}
-
-QStringList ScanResultsModel::checkedIds() const
-{
-    QStringList ids;
-    for (const int arrival : m_order) {
-        if (m_rows[size_t(arrival)].checked)
-            ids.append(m_rows[size_t(arrival)].file.fileId);
-    }
-    return ids;
-}
-
-QStringList ScanResultsModel::namesForIds(const QStringList &ids) const
-{
-    const QSet<QString> wanted = asSet(ids);
-    QStringList names;
-    for (const int arrival : m_order) {
-        const ScanFile &candidate = m_rows[size_t(arrival)].file;
-        if (wanted.contains(candidate.fileId))
-            names.append(candidate.name);
-    }
-    return names;
-}
-
-QVector<ScanLog::Entry> ScanResultsModel::logEntries() const
-{
-    QVector<ScanLog::Entry> entries;
-    entries.reserve(totalCount());
-    for (const int arrival : m_order) {
-        const Row &row = m_rows[size_t(arrival)];
-        entries.append({row.file.name, row.file.path, text(row, SizeColumn).toString(),
-                        text(row, TypeColumn).toString(), text(row, TimeColumn).toString(),
-                        row.source, row.label, row.reason});
-    }
-    return entries;
+    return m_rows.at(arrivalOf(index));
 }
 
 int ScanResultsModel::rowCount(const QModelIndex &parent) const

@@ -71,14 +71,11 @@ ScanResultsTable::ScanResultsTable(ScanResultsModel *model, QWidget *parent)
         else if (index.column() == ScanResultsModel::DetailColumn)
             emit detailsRequested(index);
     });
-    connect(m_header, &QHeaderView::sortIndicatorChanged, this,
-            [this](int column, Qt::SortOrder order) {
-                // The user asked for another arrangement: the view stays where it is in the list.
-                const int scroll = verticalScrollBar()->value();
-                m_model->sort(column, order);
-                verticalScrollBar()->setValue(scroll);
-                rememberPlace();
-            });
+    connect(m_header, &QHeaderView::sortIndicatorChanged, model, &ScanResultsModel::sort);
+    connect(model, &ScanResultsModel::changeBegins, this,
+            [this](ScanResultsModel::Change change) { beginChange(int(change)); });
+    connect(model, &ScanResultsModel::changeEnds, this,
+            [this](ScanResultsModel::Change change) { endChange(int(change)); });
 }
 
 void ScanResultsTable::setUpColumns()
@@ -210,14 +207,23 @@ void ScanResultsTable::resetPlace()
     verticalScrollBar()->setValue(0);
 }
 
-void ScanResultsTable::beginChange()
+void ScanResultsTable::beginChange(int change)
 {
     if (m_changing++ == 0)
         setUpdatesEnabled(false);
+    m_scroll = verticalScrollBar()->value();
+    if (change == int(ScanResultsModel::Change::Replaced)) {
+        m_currentId = idOf(m_current);
+        m_anchorId = idOf(m_anchor);
+    }
 }
 
-void ScanResultsTable::endChange()
+void ScanResultsTable::endChange(int change)
 {
+    if (change == int(ScanResultsModel::Change::Replaced)) {
+        m_current = arrivalOfId(m_currentId);
+        m_anchor = arrivalOfId(m_anchorId);
+    }
     const int row = m_current < 0 ? -1 : m_model->visibleRowOf(m_current);
     if (row >= 0 && currentIndex().row() != row) {
         const int column = qMax(0, currentIndex().column());
@@ -228,12 +234,17 @@ void ScanResultsTable::endChange()
     // Lays the rows out now, so that the scroll bar knows its new range.
     updateGeometries();
     const int anchor = m_anchor < 0 ? -1 : m_model->visibleRowOf(m_anchor);
-    if (anchor >= 0)
+    if (change == int(ScanResultsModel::Change::Sorted))
+        // The user asked for another arrangement: the view stays where it is in the list.
+        verticalScrollBar()->setValue(m_scroll);
+    else if (anchor >= 0)
         verticalScrollBar()->setValue(verticalHeader()->sectionPosition(anchor) - m_anchorOffset);
     else if (m_anchor < 0)
         verticalScrollBar()->setValue(0);
     if (--m_changing == 0)
         setUpdatesEnabled(true);
+    if (change == int(ScanResultsModel::Change::Sorted))
+        rememberPlace();
 }
 
 QString ScanResultsTable::idOf(int arrival) const

@@ -32,27 +32,6 @@ public:
     QVector<ui::common::RowAction> ownActions(const QModelIndex &index) override;
     /// Forgets place and current row, for a list that starts anew.
     void resetPlace();
-    /// Runs `change` on the model with nothing painted, and puts current row and place back.
-    template <typename Change>
-    void keepPlaceDuring(Change change)
-    {
-        beginChange();
-        change();
-        endChange();
-    }
-    /// The same across a change that gives rows new numbers: the ids say what is which.
-    template <typename Change>
-    void keepPlaceByIdDuring(Change change)
-    {
-        const QString current = idOf(m_current);
-        const QString anchor = idOf(m_anchor);
-        beginChange();
-        change();
-        m_current = arrivalOfId(current);
-        m_anchor = arrivalOfId(anchor);
-        endChange();
-    }
-
 signals:
     void detailsRequested(const QModelIndex &index);
 
@@ -67,8 +46,9 @@ private:
     void toggle(const QModelIndex &index);
     void setUpColumns();
     void layoutColumns();
-    void beginChange();
-    void endChange();
+    /// Nothing is painted during a change of the model; then current row and place are put back.
+    void beginChange(int change);
+    void endChange(int change);
     void rememberPlace();
     QString idOf(int arrival) const;
     int arrivalOfId(const QString &id) const;
@@ -80,6 +60,9 @@ private:
     int m_current = -1;     ///< Row that the user made current, by arrival; a filter may hide it.
     int m_anchor = -1;      ///< Row at the top after the user's last scrolling; -1 at the very top.
     int m_anchorOffset = 0; ///< Its distance from the top edge, in pixels.
+    int m_scroll = 0;       ///< Of the scroll bar, before the change.
+    QString m_currentId;    ///< Of the same rows, for a change that gives them new numbers.
+    QString m_anchorId;
     int m_changing = 0;
     bool m_layingOut = false;
     bool m_nameWidthChosen = false; ///< The user dragged the border of the name column.

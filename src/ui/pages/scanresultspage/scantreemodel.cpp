@@ -1,7 +1,6 @@
 #include "ui/pages/scanresultspage/scantreemodel.h"
 
 #include <QLocale>
-#include <QStringList>
 
 #include <algorithm>
 
@@ -13,76 +12,33 @@ ScanTreeModel::ScanTreeModel(QObject *parent)
     clear();
 }
 
+DirectoryNodes ScanTreeModel::emptyNodes()
+{
+    return DirectoryNodes(tr("/ (Root)"));
+}
+
 void ScanTreeModel::clear()
 {
     beginResetModel();
-    m_nodes.clear();
-    m_byPath.clear();
-    m_byText.clear();
-    m_waiting.clear();
-    Node root;
-    root.name = tr("/ (Root)");
-    root.path = QStringLiteral("/");
-    root.shown = true;
-    root.known = true;
-    m_nodes.append(root);
+    m_tree = emptyNodes();
     endResetModel();
 }
 
-int ScanTreeModel::append(int parent, const QString &name, const QString &path)
+void ScanTreeModel::adopt(const DirectoryNodes &directories)
 {
-    Node node;
-    node.name = name;
-    node.path = path;
-    node.parent = parent;
-    const int id = m_nodes.size();
-    m_nodes.append(node);
-    m_byPath.insert(path, id);
-    Node &above = m_nodes[parent];
-    above.fresh.append(id);
-    // A node that gets its first children needs a branch sign, also while it is closed.
-    if ((above.shown || above.children.isEmpty()) && !above.waiting) {
-        above.waiting = true;
-        m_waiting.append(parent);
-    }
-    return id;
-}
-
-int ScanTreeModel::childOf(int parent, const QString &name)
-{
-    const QString path =
-        (parent == kRootNode ? QString() : m_nodes.at(parent).path) + QLatin1Char('/') + name;
-    const int known = m_byPath.value(path, -1);
-    return known >= 0 ? known : append(parent, name, path);
-}
-
-int ScanTreeModel::findOrCreateTreePath(const QString &path)
-{
-    const auto known = m_byText.constFind(path);
-    if (known != m_byText.constEnd())
-        return *known;
-    int node = kRootNode;
-    for (const QString &name : path.split(QLatin1Char('/'))) {
-        if (!name.isEmpty())
-            node = childOf(node, name);
-    }
-    m_byText.insert(path, node);
-    return node;
-}
-
-void ScanTreeModel::addFile(int node)
-{
-    for (; node >= 0; node = m_nodes.at(node).parent)
-        ++m_nodes[node].files;
+    beginResetModel();
+    m_tree = directories;
+    endResetModel();
+    publish();
 }
 
 void ScanTreeModel::publish()
 {
-    const QVector<int> waiting = m_waiting;
-    m_waiting.clear();
+    const QVector<int> waiting = m_tree.waiting;
+    m_tree.waiting.clear();
     for (const int node : waiting) {
-        m_nodes[node].waiting = false;
-        if (m_nodes.at(node).known)
+        m_tree.nodes[node].waiting = false;
+        if (m_tree.nodes.at(node).known)
             showFresh(node);
     }
     const QModelIndex root = indexFor(kRootNode, CountColumn);
@@ -91,14 +47,14 @@ void ScanTreeModel::publish()
 
 void ScanTreeModel::showFresh(int node)
 {
-    Node &above = m_nodes[node];
+    DirectoryNodes::Node &above = m_tree.nodes[node];
     if (above.fresh.isEmpty())
         return;
     const int first = above.children.size();
     beginInsertRows(indexFor(node), first, first + above.fresh.size() - 1);
     for (const int child : above.fresh) {
-        m_nodes[child].row = above.children.size();
-        m_nodes[child].known = true;
+        m_tree.nodes[child].row = above.children.size();
+        m_tree.nodes[child].known = true;
         above.children.append(child);
     }
     above.fresh.clear();
@@ -110,51 +66,26 @@ void ScanTreeModel::sortChildren(int node, int sortedCount)
 {
     const auto byName = [this](int a, int b) {
         const int order =
-            QString::compare(m_nodes.at(a).name, m_nodes.at(b).name, Qt::CaseInsensitive);
-        return order != 0 ? order < 0 : m_nodes.at(a).name < m_nodes.at(b).name;
+            QString::compare(m_tree.nodes.at(a).name, m_tree.nodes.at(b).name, Qt::CaseInsensitive);
+        return order != 0 ? order < 0 : m_tree.nodes.at(a).name < m_tree.nodes.at(b).name;
     };
-    QVector<int> sorted = m_nodes.at(node).children;
+    QVector<int> sorted = m_tree.nodes.at(node).children;
     std::sort(sorted.begin() + sortedCount, sorted.end(), byName);
     std::inplace_merge(sorted.begin(), sorted.begin() + sortedCount, sorted.end(), byName);
-    if (sorted == m_nodes.at(node).children)
+    if (sorted == m_tree.nodes.at(node).children)
         return;
     const QList<QPersistentModelIndex> parents = {QPersistentModelIndex(indexFor(node))};
     emit layoutAboutToBeChanged(parents);
     const QModelIndexList before = persistentIndexList();
     for (int row = 0; row < sorted.size(); ++row)
-        m_nodes[sorted.at(row)].row = row;
-    m_nodes[node].children = sorted;
+        m_tree.nodes[sorted.at(row)].row = row;
+    m_tree.nodes[node].children = sorted;
     QModelIndexList after;
     after.reserve(before.size());
     for (const QModelIndex &index : before)
         after.append(indexFor(nodeOf(index), index.column()));
     changePersistentIndexList(before, after);
     emit layoutChanged(parents);
-}
-
-bool ScanTreeModel::isBelow(int node, int ancestor) const
-{
-    // A parent is always made before its children.
-    while (node > ancestor)
-        node = m_nodes.at(node).parent;
-    return node == ancestor;
-}
-
-QString ScanTreeModel::pathOf(int node) const
-{
-    return m_nodes.at(node).path;
-}
-
-int ScanTreeModel::nodeOfPath(const QString &path) const
-{
-    QString left = path;
-    while (left.contains(QLatin1Char('/'))) {
-        const auto known = m_byPath.constFind(left);
-        if (known != m_byPath.constEnd())
-            return *known;
-        left.truncate(left.lastIndexOf(QLatin1Char('/')));
-    }
-    return kRootNode;
 }
 
 int ScanTreeModel::nodeOf(const QModelIndex &index) const
@@ -164,13 +95,14 @@ int ScanTreeModel::nodeOf(const QModelIndex &index) const
 
 QModelIndex ScanTreeModel::indexFor(int node, int column) const
 {
-    return createIndex(m_nodes.at(node).row, column, static_cast<quintptr>(node));
+    return createIndex(m_tree.nodes.at(node).row, column, static_cast<quintptr>(node));
 }
 
 QModelIndex ScanTreeModel::indexOf(int node)
 {
     QVector<int> way;
-    for (int above = m_nodes.at(node).parent; above >= 0; above = m_nodes.at(above).parent)
+    for (int above = m_tree.nodes.at(node).parent; above >= 0;
+         above = m_tree.nodes.at(above).parent)
         way.prepend(above);
     for (const int above : way)
         fetchMore(indexFor(above));
@@ -181,13 +113,14 @@ QModelIndex ScanTreeModel::index(int row, int column, const QModelIndex &parent)
 {
     if (!hasIndex(row, column, parent))
         return QModelIndex();
-    const int node = parent.isValid() ? m_nodes.at(nodeOf(parent)).children.at(row) : kRootNode;
+    const int node =
+        parent.isValid() ? m_tree.nodes.at(nodeOf(parent)).children.at(row) : kRootNode;
     return createIndex(row, column, static_cast<quintptr>(node));
 }
 
 QModelIndex ScanTreeModel::parent(const QModelIndex &index) const
 {
-    const int above = index.isValid() ? m_nodes.at(nodeOf(index)).parent : -1;
+    const int above = index.isValid() ? m_tree.nodes.at(nodeOf(index)).parent : -1;
     return above < 0 ? QModelIndex() : indexFor(above);
 }
 
@@ -195,7 +128,7 @@ int ScanTreeModel::rowCount(const QModelIndex &parent) const
 {
     if (!parent.isValid())
         return 1;
-    return parent.column() == NameColumn ? m_nodes.at(nodeOf(parent)).children.size() : 0;
+    return parent.column() == NameColumn ? m_tree.nodes.at(nodeOf(parent)).children.size() : 0;
 }
 
 int ScanTreeModel::columnCount(const QModelIndex &parent) const
@@ -208,20 +141,20 @@ bool ScanTreeModel::hasChildren(const QModelIndex &parent) const
 {
     if (!parent.isValid())
         return true;
-    const Node &node = m_nodes.at(nodeOf(parent));
+    const DirectoryNodes::Node &node = m_tree.nodes.at(nodeOf(parent));
     return parent.column() == NameColumn && !(node.children.isEmpty() && node.fresh.isEmpty());
 }
 
 bool ScanTreeModel::canFetchMore(const QModelIndex &parent) const
 {
-    return parent.isValid() && !m_nodes.at(nodeOf(parent)).fresh.isEmpty();
+    return parent.isValid() && !m_tree.nodes.at(nodeOf(parent)).fresh.isEmpty();
 }
 
 void ScanTreeModel::fetchMore(const QModelIndex &parent)
 {
     if (!parent.isValid())
         return;
-    m_nodes[nodeOf(parent)].shown = true;
+    m_tree.nodes[nodeOf(parent)].shown = true;
     showFresh(nodeOf(parent));
 }
 
@@ -229,7 +162,7 @@ QVariant ScanTreeModel::data(const QModelIndex &index, int role) const
 {
     if (!index.isValid())
         return QVariant();
-    const Node &node = m_nodes.at(nodeOf(index));
+    const DirectoryNodes::Node &node = m_tree.nodes.at(nodeOf(index));
     switch (role) {
     case Qt::DisplayRole:
         return index.column() == NameColumn ? node.name : QLocale().toString(node.files);

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ui/pages/scanresultspage/directorynodes.h"
+
 #include <QAbstractItemModel>
-#include <QHash>
 #include <QString>
-#include <QVector>
 
 namespace scanresults {
 
@@ -18,24 +18,28 @@ public:
     enum Column { NameColumn, CountColumn, ColumnCount };
     enum Role { PathRole = Qt::UserRole };
 
-    static constexpr int kRootNode = 0;
+    static constexpr int kRootNode = DirectoryNodes::kRootNode;
 
     explicit ScanTreeModel(QObject *parent = nullptr);
 
     void clear();
     /// The node of a directory path; makes those that are missing. Views learn of them by
     /// publish().
-    int findOrCreateTreePath(const QString &path);
-    /// Counts one file in the node and all above it.
-    void addFile(int node);
+    int findOrCreateTreePath(const QString &path) { return m_tree.findOrCreateTreePath(path); }
+    /// Counts files in the node and all above it.
+    void addFiles(int node, int count) { m_tree.addFiles(node, count); }
     /// Shows what was added since the last call.
     void publish();
 
-    /// True for the node itself, too.
-    bool isBelow(int node, int ancestor) const;
-    QString pathOf(int node) const;
+    /// Directories with the root only, to be filled and adopted.
+    static DirectoryNodes emptyNodes();
+    /// Takes these directories in the place of its own. All indexes go.
+    void adopt(const DirectoryNodes &directories);
+
+    std::vector<char> nodesBelow(int ancestor) const { return m_tree.nodesBelow(ancestor); }
+    QString pathOf(int node) const { return m_tree.nodes.at(node).path; }
     /// The node of that path or the deepest one above it that is there.
-    int nodeOfPath(const QString &path) const;
+    int nodeOfPath(const QString &path) const { return m_tree.nodeOfPath(path); }
     int nodeOf(const QModelIndex &index) const;
     /// Reveals the children on the way to the node.
     QModelIndex indexOf(int node);
@@ -51,30 +55,11 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    struct Node
-    {
-        QString name;
-        QString path;
-        int parent = -1;
-        int row = 0; ///< Among the shown children of the parent.
-        int files = 0;
-        bool known = false;    ///< Views know this node: it is among its parent's `children`.
-        bool shown = false;    ///< A view asked for the children.
-        bool waiting = false;  ///< Listed in m_waiting.
-        QVector<int> children; ///< Those that views know, by name.
-        QVector<int> fresh;    ///< Those that they don't.
-    };
-
-    int childOf(int parent, const QString &name);
-    int append(int parent, const QString &name, const QString &path);
     void showFresh(int node);
     void sortChildren(int node, int sortedCount);
     QModelIndex indexFor(int node, int column = NameColumn) const;
 
-    QVector<Node> m_nodes;
-    QHash<QString, int> m_byPath; ///< By path as put together here.
-    QHash<QString, int> m_byText; ///< By path as it came.
-    QVector<int> m_waiting;       ///< Nodes whose fresh children publish() has to look at.
+    DirectoryNodes m_tree;
 };
 
 } // namespace scanresults
