@@ -36,7 +36,7 @@ VaultStore::VaultStore(const VaultLayout &layout, const QString &stateDir,
     , m_restorer(layout, stateDir + QStringLiteral("/restoring.json"), stop)
     , m_stop(stop)
     , m_index(stateDir)
-    , m_recorder(layout, m_index)
+    , m_recorder(layout, m_index, stop)
 {}
 
 bool VaultStore::open(QString *error)
@@ -80,7 +80,7 @@ bool VaultStore::recordKept(VaultChanges *changes)
 
 bool VaultStore::seal()
 {
-    m_recorder.sealAll(m_keeper ? m_keeper->copyLimit() : 0);
+    m_recorder.sealSome(m_keeper ? m_keeper->copyLimit() : 0);
     return m_recorder.hasUnsealed();
 }
 
@@ -96,7 +96,8 @@ bool VaultStore::refresh(VaultChanges *changes, QString *error)
             Look look{m_layout, QByteArray(), {}, {}, {}, {}};
             if (!reconcile(&look, changes, error))
                 return false;
-            keepStamp();
+            if (!m_stop)
+                keepStamp();
         }
     }
     if (m_layout.dir())
@@ -116,12 +117,12 @@ bool VaultStore::reconcile(Look *look, VaultChanges *changes, QString *error)
         if (!look->records.contains(id) || !look->contents.contains(id))
             look->removed.append(id);
     for (const QString &id : qAsConst(look->records))
-        if (!known.contains(id) && !m_skipped.contains(id))
+        if (!m_stop && !known.contains(id) && !m_skipped.contains(id))
             readNew(id, look, changes);
     // Nothing is known of a content on a removable disk: it may be anyone's.
     if (look->parent.isEmpty())
         for (const QString &id : qAsConst(look->contents))
-            if (!look->records.contains(id) && !m_skipped.contains(id))
+            if (!m_stop && !look->records.contains(id) && !m_skipped.contains(id))
                 adopt(id, look, changes);
     return publish(look, changes, error);
 }

@@ -29,8 +29,10 @@ public:
     void setKeeper(VaultKeeper *keeper) { m_keeper = keeper; }
     /// Makes lasting what was kept; true if there is something to come back for.
     bool recordKept(VaultChanges *changes);
-    /// Gives links to root whose last writer is gone; true if there are others.
+    /// Gives some of the links to root whose last writer is gone; true if there are others.
     bool seal();
+    /// True if seal() has not come to all of them yet, so that it is worth calling at once.
+    bool isAmidSeals() const { return m_recorder.isAmidPass(); }
     /// Takes over what others have changed in the vault, and repairs it:
     /// - half-written contents and records are removed;
     /// - a record without content is dropped;

@@ -101,11 +101,14 @@ void VaultThread::round()
         m_sealAtMs = 0;
     }
     if (keptClockMs() >= m_sealAtMs) {
-        const bool isFrequent = ++m_sealTries < kFrequentTries;
+        const bool hasUnsealed = m_store.seal();
+        const bool isFrequent = m_store.isAmidSeals() || ++m_sealTries < kFrequentTries;
         m_sealAtMs = isFrequent ? 0 : keptClockMs() + kSealLaterMs;
-        mustComeBack = (m_store.seal() && isFrequent) || mustComeBack;
+        mustComeBack = (hasUnsealed && isFrequent) || mustComeBack;
     }
-    if (mustComeBack && !m_round->isActive())
+    if (m_store.isAmidSeals())
+        m_round->start(0);
+    else if (mustComeBack && !m_round->isActive())
         m_round->start(kAgainMs);
     if (changes.isEmpty())
         return;

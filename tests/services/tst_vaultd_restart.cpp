@@ -2,6 +2,10 @@
 #include "support/privatemounts.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <deque>
+#include <sys/resource.h>
 
 using namespace services::vaultd;
 
@@ -13,7 +17,23 @@ class TestVaultdRestart : public QObject
 private slots:
     void holdsWhatNobodyTold_data() { fileSystems(); }
     void holdsWhatNobodyTold();
+    void endsLongWorkOnAStop();
+    void sealsPastFilesInUse();
+
+private:
+    /// The number of contents that somebody else than root could still write to.
+    static int unsealedIn(const KeepBench &bench, const QStringList &ids);
 };
+
+int TestVaultdRestart::unsealedIn(const KeepBench &bench, const QStringList &ids)
+{
+    int count = 0;
+    for (const QString &id : ids) {
+        struct stat info;
+        count += ::stat(bench.content(id).constData(), &info) != 0 || info.st_uid != 0 ? 1 : 0;
+    }
+    return count;
+}
 
 /// Killed between record and answer, the program puts the file into the spool as well; killed
 /// before the content was there, the spool has the only one.
@@ -46,6 +66,83 @@ void TestVaultdRestart::holdsWhatNobodyTold()
     bench.keeper->settle(takenId, true);
     bench.round();
     QCOMPARE(bench.store->ids(), QStringList{takenId});
+}
+
+/// MORVANE_TEST_FILES for a long run, which tells the time of each part.
+void TestVaultdRestart::endsLongWorkOnAStop()
+{
+    const QByteArray type("ext4"); // Without clones, so that there is something to seal.
+    const int asked = qEnvironmentVariableIntValue("MORVANE_TEST_FILES");
+    const int fileCount = asked > 0 ? asked : 2500; // More than one group of each kind.
+    KeepBench bench(type);
+    if (!bench.disk.isMounted())
+        QSKIP("No rights to mount an image, or no tools to make one");
+    QVERIFY(bench.open());
+    QStringList ids;
+    for (int i = 0; i < fileCount; ++i)
+        ids.append(bench.remove(userFile(bench.home(QByteArray::number(i)), "x")));
+    QVERIFY(!ids.contains(QString()));
+
+    bench.stop = true;
+    bench.round();
+    QVERIFY(bench.store->ids().isEmpty());
+    bench.stop = false;
+    VaultChanges changes;
+    QElapsedTimer clock;
+    clock.start();
+    bench.store->recordKept(&changes);
+    if (asked > 0)
+        qInfo("recorded in %lld ms", clock.elapsed());
+    QCOMPARE(changes.added.size(), fileCount);
+    QCOMPARE(unsealedIn(bench, ids), fileCount);
+    QVERIFY(bench.store->seal());
+    const int left = unsealedIn(bench, ids);
+    QVERIFY(left > 0 && left < fileCount);
+    bench.stop = true;
+    QVERIFY(bench.store->seal());
+    QCOMPARE(unsealedIn(bench, ids), left);
+
+    // The next process does the rest.
+    bench.stop = false;
+    QVERIFY(bench.open());
+    QCOMPARE(bench.store->ids().size(), fileCount);
+    clock.start();
+    do
+        bench.store->seal();
+    while (bench.store->isAmidSeals());
+    if (asked > 0)
+        qInfo("sealed in %lld ms", clock.elapsed());
+    QCOMPARE(unsealedIn(bench, ids), 0);
+}
+
+/// A program that keeps many of its deleted files open does not leave those of others open to
+/// change.
+void TestVaultdRestart::sealsPastFilesInUse()
+{
+    constexpr int kInUse = 1100; // More than are looked at in one go.
+    const QByteArray type("ext4");
+    KeepBench bench(type);
+    if (!bench.disk.isMounted())
+        QSKIP("No rights to mount an image, or no tools to make one");
+    struct rlimit limit = {4 * kInUse, 4 * kInUse};
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+        QSKIP("No rights to open that many files");
+    QVERIFY(bench.open());
+    std::deque<core::Descriptor> writers;
+    for (int i = 0; i < kInUse; ++i) {
+        const QByteArray path = userFile(bench.home(QByteArray::number(i)), "x");
+        writers.emplace_back(::open(path.constData(), O_WRONLY | O_CLOEXEC));
+        QVERIFY(writers.back().isOpen());
+        QVERIFY(!bench.remove(path).isEmpty());
+    }
+    bench.round();
+    const QString quiet = bench.remove(userFile(bench.home("quiet"), "y"));
+    do
+        QVERIFY(bench.round());
+    while (bench.store->isAmidSeals());
+    QCOMPARE(unsealedIn(bench, {quiet}), 0);
+    writers.clear();
+    QTRY_VERIFY(!bench.round() || !bench.store->seal());
 }
 
 int main(int argc, char *argv[])

@@ -300,11 +300,17 @@ QVector<VaultFile> VaultIndex::files() const
     return allOf(query);
 }
 
-QVector<VaultFile> VaultIndex::unsealed(int limit) const
+QVector<VaultFile> VaultIndex::unsealed(qint64 *number, int limit) const
 {
-    SqliteQuery query(m_db, "SELECT" MORVANE_COLUMNS "FROM files WHERE NOT sealed LIMIT ?");
-    query.bind(limit);
-    return allOf(query);
+    SqliteQuery query(m_db, "SELECT" MORVANE_COLUMNS ", number FROM files"
+                            " WHERE NOT sealed AND number > ? ORDER BY number LIMIT ?");
+    query.bind(*number).bind(limit);
+    QVector<VaultFile> files;
+    while (query.next()) {
+        files.append(fileAt(query));
+        *number = query.number(8);
+    }
+    return files;
 }
 
 QVector<VaultFile> VaultIndex::page(int limit, int offset, const QString &filter,

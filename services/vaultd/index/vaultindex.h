@@ -51,7 +51,8 @@ public:
     /// The parents of all vaults but the home's.
     QSet<QByteArray> vaults() const;
     QVector<VaultFile> files() const;
-    QVector<VaultFile> unsealed(int limit) const;
+    /// In the order of numbers, those after *number, which becomes that of the last one given.
+    QVector<VaultFile> unsealed(qint64 *number, int limit) const;
 
     /// The page of what matches, newest first, and how many match in all.
     QVector<VaultFile> page(int limit, int offset, const QString &filter, int *totalCount) const;

@@ -16,7 +16,8 @@ namespace {
 constexpr qint64 kSettleMs = 1000;        // So long a deletion may take to be told.
 constexpr qint64 kAbandonMs = 60 * 1000;  // So long a file whose deletion is not done is held.
 constexpr qint64 kComesBackMs = 5 * 1000; // A program that replaces a file does it within this.
-constexpr int kSealBatch = 1000;
+constexpr int kRecordBatch = 2000;        // Files in one transaction of the index.
+constexpr int kSealBatch = 1000;          // So many, then restores and the like have their turn.
 constexpr char kAccessList[] = "system.posix_acl_access";
 
 bool statOf(const QByteArray &path, struct stat *info)
@@ -49,60 +50,81 @@ bool layoutOf(const VaultFile &file, const VaultLayout &home, VaultLayout *layou
     return file.vaultParent.isEmpty() || layout->prepareExisting(error);
 }
 
-Recorder::Recorder(const VaultLayout &layout, VaultIndex &index)
+Recorder::Recorder(const VaultLayout &layout, VaultIndex &index, const std::atomic<bool> &stop)
     : m_layout(layout)
     , m_index(index)
+    , m_stop(stop)
 {}
 
 bool Recorder::run(VaultKeeper &keeper, VaultChanges *changes)
 {
     const QVector<KeptFile> all = keeper.kept();
-    QVector<IndexedFile> added;
-    QStringList done;
-    QStringList letGo;
     bool mustComeBack = false;
-    for (const KeptFile &kept : all) {
-        VaultLayout layout = m_layout;
-        QString error;
-        if (!layoutOf(kept.file, m_layout, &layout, &error)) {
-            mustComeBack = true;
+    Group group;
+    for (int i = 0; i < all.size() && !m_stop; ++i) {
+        settle(all.at(i), keeper.reserve(), &group);
+        if (group.over.size() < kRecordBatch)
             continue;
-        }
-        const VaultDir::Change change(layout.dir());
-        switch (verdictOn(kept, layout)) {
-        case Verdict::Wait:
-            mustComeBack = true;
-            continue;
-        case Verdict::Drop:
-            ::unlink(QFile::encodeName(layout.content(kept.file.id)).constData());
-            ::unlink(QFile::encodeName(layout.record(kept.file.id)).constData());
-            letGo.append(kept.file.id);
-            continue;
-        case Verdict::List:
-            break;
-        }
-        IndexedFile indexed;
-        if (!record(kept, layout, keeper.reserve(), &indexed)) {
-            mustComeBack = true;
-            continue;
-        }
-        added.append(indexed);
-        done.append(kept.file.id);
-        m_hasUnsealed = m_hasUnsealed || !indexed.isSealed;
-        m_recent.append({kept.file.id, kept.file.pathBytes(), kept.sinceMs});
+        if (!publish(group, keeper, changes))
+            return true;
+        mustComeBack = mustComeBack || group.mustComeBack;
+        group = Group();
     }
-    QString error;
-    if (!m_index.change(QStringList(), added, &error)) {
-        qWarning() << "[Recorder]" << error;
+    if (!publish(group, keeper, changes))
         return true;
+    if (!m_stop)
+        markReplaced();
+    return mustComeBack || group.mustComeBack || !m_recent.isEmpty();
+}
+
+/// Records the file if its deletion is over.
+void Recorder::settle(const KeptFile &kept, Reserve &reserve, Group *group) const
+{
+    VaultLayout layout = m_layout;
+    QString error;
+    if (!layoutOf(kept.file, m_layout, &layout, &error)) {
+        group->mustComeBack = true;
+        return;
     }
-    for (const IndexedFile &indexed : qAsConst(added))
+    const VaultDir::Change change(layout.dir());
+    IndexedFile indexed;
+    switch (verdictOn(kept, layout)) {
+    case Verdict::Wait:
+        group->mustComeBack = true;
+        return;
+    case Verdict::Drop:
+        ::unlink(QFile::encodeName(layout.content(kept.file.id)).constData());
+        ::unlink(QFile::encodeName(layout.record(kept.file.id)).constData());
+        group->over.append(kept.file.id);
+        return;
+    case Verdict::List:
+        break;
+    }
+    if (!record(kept, layout, reserve, &indexed)) {
+        group->mustComeBack = true;
+        return;
+    }
+    group->added.append(indexed);
+    group->over.append(kept.file.id);
+    group->recent.append({kept.file.id, kept.file.pathBytes(), kept.sinceMs});
+}
+
+bool Recorder::publish(const Group &group, VaultKeeper &keeper, VaultChanges *changes)
+{
+    QString error;
+    if (!m_index.change(QStringList(), group.added, &error)) {
+        qWarning() << "[Recorder]" << error;
+        return false;
+    }
+    for (const IndexedFile &indexed : group.added) {
         changes->added.append(indexed.file);
-    if (!done.isEmpty() || !letGo.isEmpty())
+        m_hasUnsealed = m_hasUnsealed || !indexed.isSealed;
+    }
+    m_recent += group.recent;
+    if (!group.over.isEmpty())
         keeper.flush();
-    keeper.recorded(done + letGo);
-    markReplaced();
-    return mustComeBack || !m_recent.isEmpty();
+    keeper.recorded(group.over);
+    return true;
 }
 
 /// A file that nothing was told of counts as deleted once its name is gone or another file's.
@@ -161,17 +183,23 @@ void Recorder::markReplaced()
     m_recent = left;
 }
 
-void Recorder::sealAll(qint64 copyLimit)
+void Recorder::sealSome(qint64 copyLimit)
 {
-    if (!m_hasUnsealed)
+    if (!m_hasUnsealed || m_stop)
         return;
-    const QVector<VaultFile> files = m_index.unsealed(kSealBatch);
+    qint64 last = m_sealedUpTo;
+    const QVector<VaultFile> files = m_index.unsealed(&last, kSealBatch);
     QStringList sealed;
-    for (const VaultFile &file : files)
-        if (sealOne(file, copyLimit))
-            sealed.append(file.id);
-    m_hasUnsealed =
-        !m_index.setSealed(sealed) || sealed.size() < files.size() || files.size() >= kSealBatch;
+    int looked = 0;
+    for (; looked < files.size() && !m_stop; ++looked)
+        if (sealOne(files.at(looked), copyLimit))
+            sealed.append(files.at(looked).id);
+    m_wasBusy = !m_index.setSealed(sealed) || sealed.size() < files.size() || m_wasBusy;
+    m_sealedUpTo = files.size() < kSealBatch ? 0 : last;
+    if (isAmidPass())
+        return;
+    m_hasUnsealed = m_wasBusy;
+    m_wasBusy = false;
 }
 
 bool Recorder::sealOne(const VaultFile &file, qint64 copyLimit)
@@ -198,13 +226,14 @@ bool Recorder::sealOne(const VaultFile &file, qint64 copyLimit)
         if (putRecord(layout, recorded) != 0)
             return false;
     }
-    const VaultDir::Change change(layout.dir());
     switch (seal(folder.get(), name)) {
     case Seal::Done:
         return true;
-    case Seal::Shared:
+    case Seal::Shared: {
+        const VaultDir::Change change(layout.dir());
         return unshare(folder.get(), name, VaultLayout::unfinishedContentName(file.id).toLatin1(),
                        copyLimit) == 0;
+    }
     case Seal::Busy:
     case Seal::Failed:
         break;
