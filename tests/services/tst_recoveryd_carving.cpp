@@ -60,6 +60,7 @@ private slots:
     void findsNeighboursAndCutsOpenFiles();
     void looksOnlyAtThePlanned();
     void crossesWindows();
+    void findsFilesBehindManyCutOnes_data();
     void findsFilesBehindManyCutOnes();
     void staysLinearOnHeadsWithoutEnds();
 
@@ -273,11 +274,21 @@ void TestRecoverydCarving::crossesWindows()
 }
 
 /// The search for the ends of the cut ones uses up nothing that the last file needs.
+void TestRecoverydCarving::findsFilesBehindManyCutOnes_data()
+{
+    QTest::addColumn<QByteArray>("between");
+    const QByteArray end = QByteArray("PK\5\6", 4) + QByteArray(508, '\1');
+    QTest::newRow("nothing between") << QByteArray();
+    QTest::newRow("ends of lost archives between") << end + QByteArray(100 * 1024, '\0') + end;
+}
+
 void TestRecoverydCarving::findsFilesBehindManyCutOnes()
 {
+    QFETCH(QByteArray, between);
     const QByteArray cut = container(QStringLiteral("docx"), 60000).left(4096);
     const QByteArray picture = png(70000);
-    const QByteArray bytes = cut.repeated(64) + QByteArray(24 * 1024 * 1024, '\0') + picture;
+    const QByteArray bytes =
+        cut.repeated(64) + between + QByteArray(24 * 1024 * 1024, '\0') + picture;
     const QVector<FoundFile> files = scan(bytes);
     QCOMPARE(files.size(), 65);
     QCOMPARE(files.last().size, qint64(picture.size()));

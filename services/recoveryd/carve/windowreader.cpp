@@ -172,12 +172,15 @@ WindowReader::Span WindowReader::span(qint64 offset, qint64 least)
 WindowReader::Search &WindowReader::searchFor(const QByteArray &token, qint64 from)
 {
     constexpr size_t kMaxHits = 1000 * 1000;
+    // Who steps over the hit, or over what hangs on it, goes on with the same search.
+    constexpr qint64 kLongestStep = 64 * 1024;
     auto known = std::find_if(m_searches.begin(), m_searches.end(),
                               [&token](const Search &search) { return search.token == token; });
     if (known == m_searches.end())
-        known = m_searches.insert(known, {token, from, from, {}});
-    else if (from < known->from || from > known->to || known->hits.size() >= kMaxHits)
-        *known = {token, from, from, {}};
+        known = m_searches.insert(known, {token, from, from, from, {}});
+    else if (from < known->from || from > known->to + kLongestStep ||
+             known->hits.size() >= kMaxHits)
+        *known = {token, from, from, qMax(known->seenTo, from), {}};
     return *known;
 }
 
@@ -192,18 +195,22 @@ qint64 WindowReader::find(qint64 from, qint64 to, const char *token, qint64 toke
         return *seen + tokenLength <= to ? *seen : -1;
     while (known.to + tokenLength <= to) {
         // A window that ends inside a possible hit is moved on before the search.
+        const qint64 before = m_bytesRead;
         const Span held = span(known.to, tokenLength);
         if (held.length < tokenLength)
             return -1;
+        if (known.to >= known.seenTo)
+            m_bytesRead = before;
         const qint64 length = qMin(held.length, to - known.to);
         const qint64 hit = firstIn(held.bytes, length, token, tokenLength);
-        if (hit >= 0) {
-            const qint64 place = known.to + hit;
-            known.hits.push_back(place);
-            known.to = place + 1;
+        const qint64 place = known.to + hit;
+        known.to = hit >= 0 ? place + 1 : known.to + length - tokenLength + 1;
+        known.seenTo = qMax(known.seenTo, known.to);
+        if (hit < 0)
+            continue;
+        known.hits.push_back(place);
+        if (place >= from)
             return place;
-        }
-        known.to += length - tokenLength + 1;
     }
     return -1;
 }

@@ -72,6 +72,7 @@ public:
 
     /// Empty unless the medium has gone.
     QString error() const { return m_error; }
+    /// Without what a search saw for the first time: each token may cost one reading of the run.
     qint64 bytesRead() const { return m_bytesRead; }
 
 private:
@@ -97,7 +98,8 @@ private:
     {
         QByteArray token;
         qint64 from = 0;
-        qint64 to = 0;            ///< No place from here on has been looked at.
+        qint64 to = 0;            ///< No place from here on has been looked at,
+        qint64 seenTo = 0;        ///< and none from here on in any earlier search.
         std::vector<qint64> hits; ///< Ascending.
     };
 
