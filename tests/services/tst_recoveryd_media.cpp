@@ -320,20 +320,27 @@ void TestRecoverydMedia::writesWhatCanBeRead()
         file.content.extents.first().length = 512;
         file.content.size = 512;
         log.append(file, Damage());
+        file.name = "guessed";
+        file.isMapComplete = false;
+        file.content.extents.first().physical = 0;
+        log.append(file, Damage());
+        file.name = "holed";
+        file.content.size = 1024;
+        log.append(file, Damage());
         QVERIFY(log.flush(false, &error));
     }
     RecoveryPlan plan;
     plan.recoveryId = QStringLiteral("r");
     plan.volume = Volume(image, 0, image->size());
     plan.resultsPath = m_log;
-    plan.numbers = {1, 2};
+    plan.numbers = {1, 2, 3, 4};
     plan.outputDir = m_dir->filePath(QStringLiteral("out"));
     Listener listener;
     Mailbox inbox;
     RecoveryTask task(plan, std::make_shared<WorkControl>(), inbox, listener);
     task.run();
     QVERIFY(QTest::qWaitFor([&listener] { return listener.isFinished; }, 10000));
-    QCOMPARE(listener.results.size(), 2);
+    QCOMPARE(listener.results.size(), 4);
     const FileResult &result = listener.results.first();
     QCOMPARE(result.status, QStringLiteral("partial"));
     QVERIFY(result.detail.contains(QStringLiteral("无法读取")));
@@ -345,6 +352,8 @@ void TestRecoverydMedia::writesWhatCanBeRead()
     QVERIFY(readAll(result.outputPath) == expected);
     QCOMPARE(listener.results.at(1).status, QStringLiteral("failed"));
     QVERIFY(listener.results.at(1).outputPath.isEmpty());
+    QVERIFY(listener.results.at(2).detail.contains(QStringLiteral("推断")));
+    QVERIFY(listener.results.at(3).detail.contains(QStringLiteral("已填零")));
 }
 
 QTEST_GUILESS_MAIN(TestRecoverydMedia)

@@ -311,7 +311,9 @@ void RecoveryTask::verifyAndPublish(const ResultRow &row, const QString &sha256,
     if (lostBytes > 0)
         return finish("partial", QStringLiteral("%1 无法读取，已填零").arg(sizeText(lostBytes)));
     if (!row.finding.isMapComplete)
-        return finish("partial", QStringLiteral("一部分数据块的位置已丢失，已填零"));
+        return finish("partial", data < row.finding.content.size
+                                     ? QStringLiteral("一部分数据块的位置已丢失，已填零")
+                                     : QStringLiteral("部分数据块的位置是推断的，请核对内容"));
     if (taken > 0)
         return finish("partial", QStringLiteral("%1 数据已被其他文件覆盖").arg(sizeText(taken)));
     note(result, QStringLiteral("已保存为 %1").arg(result->outputPath));
