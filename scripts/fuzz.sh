@@ -5,14 +5,16 @@
 #
 #   scripts/fuzz.sh [seconds a target, 60 by default | --short] [pattern of targets]
 #
-# --short gives each target five seconds, for a look at every change.
+# --short runs what is stored and 2,000 mutations that are always the same, for a look at every
+# change: what it finds is the change's doing.
 #
 # What is stored in fuzz/corpus runs first. With MORVANE_FUZZ_KEEP=1 the corpus is renewed from what
 # the run has found.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
-[ "$seconds" = --short ] && seconds=5
+limits=("-max_total_time=$seconds")
+[ "$seconds" = --short ] && limits=(-seed=1 -runs=2000)
 pattern=${2:-*}
 
 scripts/deps.sh fuzz
@@ -109,8 +111,8 @@ run() { # name, program, base image, largest input
     case $1 in $pattern) ;; *) return 0 ;; esac
     local stored=fuzz/corpus/$1 work=build/fuzz/inputs/$1
     mkdir -p "$work" "$stored"
-    echo "== $1: $(find "$stored" -type f | wc -l) stored inputs, $seconds s"
-    if ! MORVANE_FUZZ_BASE=$3 "build/fuzz/fuzz/$2" "$work" "$stored" -max_total_time="$seconds" \
+    echo "== $1: $(find "$stored" -type f | wc -l) stored inputs, ${limits[*]}"
+    if ! MORVANE_FUZZ_BASE=$3 "build/fuzz/fuzz/$2" "$work" "$stored" "${limits[@]}" \
         -max_len="$4" -len_control=0 -timeout=20 -rss_limit_mb=1024 -artifact_prefix="$found/$1-" \
         -print_final_stats=1 >"$found/$1.log" 2>&1; then
         tail -60 "$found/$1.log"

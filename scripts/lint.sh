@@ -34,7 +34,7 @@ shell_scripts() {
 spelling() {
     # Names of the toolkit, of file formats and of our own that look like mistakes.
     text_files | xargs -0 codespell --quiet-level=3 \
-        -L nd,hastable,openend,mor,doubleclick,msdos,curren,headerr,goup,lineseach,upto,parms,ot,te,fo,ba,ue,sur,nin,doubleclicked,clos,inout,ned,unning,nwe
+        -L nd,hastable,hastables,openend,mor,doubleclick,msdos,curren,headerr,goup,lineseach,upto,parms,ot,te,fo,ba,ue,sur,nin,doubleclicked,clos,inout,ned,unning,nwe
 }
 
 python_scripts() {

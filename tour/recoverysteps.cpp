@@ -6,12 +6,14 @@
 #include "support/sampledocuments.h"
 #include "ui/common/celldelegate.h"
 #include "ui/pages/recoveryworkflowwindow.h"
+#include "ui/pages/scanresultspage/scanresultsmodel.h"
 
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QLineEdit>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace {
@@ -34,6 +36,12 @@ QString socketPath(const Tour &tour)
 QString outputRoot(const Tour &tour)
 {
     return tour.root() + QStringLiteral("/恢复");
+}
+
+/// Where the files that are deleted were, below the root of the image.
+QString doomedFolder()
+{
+    return QStringLiteral("资料/合同 2024");
 }
 
 QStringList doomedFiles()
@@ -99,9 +107,11 @@ bool makeImage(Tour &tour, QString *found, QString *error)
         *error = QStringLiteral("cannot write %1").arg(photo);
         return false;
     }
+    const QDir folder(docs + QLatin1Char('/') + doomedFolder());
+    QDir().mkpath(folder.path());
     for (const QString &name : doomedFiles()) {
-        const QString path = QDir(docs).filePath(name);
-        if (!QFileInfo::exists(path)) {
+        const QString path = folder.filePath(name);
+        if (!QFile::copy(QDir(docs).filePath(name), path)) {
             *error = QStringLiteral("no sample %1").arg(name);
             return false;
         }
@@ -171,10 +181,34 @@ bool registerSnapshot(Tour &tour, QString *found, QString *error)
 bool deleteFiles(Tour &tour, QString *found, QString *error)
 {
     for (const QString &name : doomedFiles()) {
-        if (!diskimages::debugfs(imagePath(tour), QStringLiteral("rm /") + name, error))
+        const QString path = QStringLiteral("\"/%1/%2\"").arg(doomedFolder(), name);
+        if (!diskimages::debugfs(imagePath(tour), QStringLiteral("rm ") + path, error))
             return false;
     }
     *found = doomedFiles().join(QStringLiteral(", "));
+    return true;
+}
+
+/// Each deleted file stands in the table with its name, its folder and the time of its deletion.
+bool areNamed(const QAbstractItemModel &model, QString *error)
+{
+    using Model = scanresults::ScanResultsModel;
+    const QRegularExpression date(QStringLiteral("^20\\d\\d-\\d\\d-\\d\\d"));
+    for (const QString &name : doomedFiles()) {
+        bool isShown = false;
+        for (int row = 0; row < model.rowCount() && !isShown; ++row) {
+            const auto text = [&](int column) {
+                return model.index(row, column).data().toString();
+            };
+            isShown = text(Model::NameColumn) == name &&
+                      text(Model::PathColumn).contains(doomedFolder()) &&
+                      date.match(text(Model::TimeColumn)).hasMatch();
+        }
+        if (isShown)
+            continue;
+        *error = QStringLiteral("%1 is not shown with its folder and time").arg(name);
+        return false;
+    }
     return true;
 }
 
@@ -193,6 +227,8 @@ bool scan(Tour &tour, QString *found, QString *error)
         return false;
     }
     auto *table = inWorkflow<QAbstractItemView>("ScanResultsTable");
+    if (!areNamed(*table->model(), error))
+        return false;
     for (int row = 0; row < table->model()->rowCount(); ++row) {
         table->setCurrentIndex(table->model()->index(row, 1));
         QTest::keyClick(table, Qt::Key_Space);

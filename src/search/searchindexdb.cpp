@@ -1,8 +1,8 @@
 #include "search/searchindexdb.h"
 
-#include "search/cuttexts.h"
 #include "core/pathutil.h"
 #include "core/privatefile.h"
+#include "search/cuttexts.h"
 #include "search/indexwrites.h"
 #include "search/searchcategory.h"
 #include "search/searchquery.h"

@@ -13,7 +13,7 @@ struct SearchSettings
     QStringList roots;
     QStringList excludeDirs; ///< Names that match at any depth, or absolute paths.
     QStringList ftsExtensions;
-    bool moreTextTypes = true; ///< Mail, web pages, subtitles, logs and names in zip archives.
+    bool moreTextTypes = true;    ///< Mail, web pages, subtitles, logs and names in zip archives.
     int indexedTextBytes = 16384; ///< Kept of each document; see textLengths().
     bool autoRebuild = true;
     int inotifyMaxDepth = 5;           ///< 0 has no limit, below 0 nothing is watched.

@@ -109,7 +109,8 @@ public:
         auto *menu = child<QMenu>(menuName);
         QTRY_VERIFY(menu->isVisible());
         for (QAction *action : menu->actions()) {
-            if (action->text() == text) {
+            // A count may follow the label.
+            if (action->text().section(QLatin1Char('\t'), 0, 0) == text) {
                 QTest::mouseClick(menu, Qt::LeftButton, Qt::NoModifier,
                                   menu->actionGeometry(action).center());
                 return;
@@ -127,6 +128,20 @@ public:
         // The button's own menu runs a nested event loop.
         QTimer::singleShot(0, &m_page, [this, label] { chooseEntry("SourceFilterMenu", label); });
         press("SourceFilterButton");
+    }
+    /// One of the quick filters, by its label.
+    void chooseQuick(const QString &label)
+    {
+        for (QPushButton *button :
+             child<QFrame>("QuickFilterToggle")->findChildren<QPushButton *>()) {
+            if (button->text() == label)
+                QTest::mouseClick(button, Qt::LeftButton);
+        }
+    }
+    void chooseTime(const QString &label)
+    {
+        QTimer::singleShot(0, &m_page, [this, label] { chooseEntry("TimeFilterMenu", label); });
+        press("TimeFilterButton");
     }
     void typeName(const QString &text)
     {

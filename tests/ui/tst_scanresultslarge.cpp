@@ -199,11 +199,11 @@ void TestScanResultsLarge::sortsLikePlainComparison()
         case Fixture::Name:
             return QString::compare(a.name, b.name, Qt::CaseInsensitive);
         case Fixture::Size:
-            return number(a.shownBytes, b.shownBytes);
+            return number(a.sizeKey.bytes, b.sizeKey.bytes);
         case Fixture::Type:
             return QString::compare(a.type, b.type, Qt::CaseInsensitive);
         case Fixture::Time:
-            return number(a.deletedMs, b.deletedMs);
+            return number(a.timeKey.msSinceEpoch, b.timeKey.msSinceEpoch);
         case Fixture::Path:
             return QString::compare(a.path(), b.path(), Qt::CaseInsensitive);
         case Fixture::Source:
@@ -211,7 +211,7 @@ void TestScanResultsLarge::sortsLikePlainComparison()
         case Fixture::Integrity:
             return QString::compare(a.label, b.label);
         default:
-            return number(a.score, b.score);
+            return number(a.chanceKey.score, b.chanceKey.score);
         }
     };
     std::stable_sort(expected.begin(), expected.end(),

@@ -20,7 +20,7 @@ QJsonObject timed(const char *time)
 
 } // namespace
 
-/// Where the columns stand and which of them show.
+/// Where the columns stand, which of them show, and the filters that are one click away.
 class TestScanResultsLayout : public QObject
 {
     Q_OBJECT
@@ -30,6 +30,7 @@ private slots:
     void decidingColumnsAreOnScreen();
     void emptyColumnsHide();
     void unknownChanceIsGrey();
+    void quickFilters();
 };
 
 void TestScanResultsLayout::decidingColumnsAreOnScreen_data()
@@ -114,6 +115,53 @@ void TestScanResultsLayout::unknownChanceIsGrey()
         QVERIFY(!cell(row).data(pill).isValid());
         QCOMPARE(cell(row).data(ink).value<QColor>(), ThemeColors::current().textMuted);
     }
+}
+
+void TestScanResultsLayout::quickFilters()
+{
+    Fixture f;
+    f.startScan();
+    const QDateTime now = QDateTime::currentDateTime();
+    const auto deleted = [&now](int days, double contiguity) {
+        return QJsonObject{{QStringLiteral("deletionTime"),
+                            now.addDays(-days).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))},
+                           {QStringLiteral("contiguity"), contiguity}};
+    };
+    f.page()->addFiles(
+        {Fixture::file(QStringLiteral("1"), QStringLiteral("/a.txt"), 9, deleted(1, 1.0)),
+         Fixture::file(QStringLiteral("2"), QStringLiteral("/b.png"), 8, deleted(20, 0.5)),
+         Fixture::file(QStringLiteral("3"), QStringLiteral("/c.png"), 7, deleted(100, 1.0)),
+         Fixture::file(QStringLiteral("4"), QStringLiteral("/d.png"), 6)});
+    const auto shown = [&f] {
+        return f.names().join(QLatin1Char(' '));
+    };
+    QCOMPARE(shown(), QStringLiteral("a.txt c.png d.png b.png"));
+    f.clickCell(3, Fixture::Check);
+    f.chooseQuick(text("已选"));
+    QCOMPARE(shown(), QStringLiteral("b.png"));
+    f.chooseQuick(text("可完整恢复"));
+    QCOMPARE(shown(), QStringLiteral("a.txt c.png d.png"));
+    // An unknown time is in no span.
+    f.chooseTime(text("最近 30 天"));
+    QCOMPARE(shown(), QStringLiteral("a.txt"));
+    QCOMPARE(f.child<QPushButton>("TimeFilterButton")->text(), text("删除时间: 最近 30 天"));
+    f.chooseQuick(text("全部"));
+    QCOMPARE(shown(), QStringLiteral("a.txt b.png"));
+    // What comes later is filtered as well, and counted in the menu of types.
+    f.page()->addFiles(
+        {Fixture::file(QStringLiteral("5"), QStringLiteral("/e.png"), 1, deleted(2, 1.0))});
+    QCOMPARE(shown(), QStringLiteral("a.txt e.png b.png"));
+    f.chooseType(text("照片"));
+    QStringList entries;
+    for (const QAction *action : f.child<QMenu>("TypeFilterMenu")->actions())
+        entries.append(action->text());
+    QVERIFY(entries.contains(text("全部类型\t5")));
+    QVERIFY(entries.contains(text("照片\t4")));
+    QVERIFY(entries.contains(text("视频\t0")));
+    QCOMPARE(shown(), QStringLiteral("e.png b.png"));
+    f.press("ClearFiltersButton");
+    QCOMPARE(f.names().size(), 5);
+    QCOMPARE(f.child<QPushButton>("TimeFilterButton")->text(), text("删除时间"));
 }
 
 QTEST_MAIN(TestScanResultsLayout)

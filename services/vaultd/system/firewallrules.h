@@ -23,8 +23,8 @@ FirewallKind activeFirewall();
 /// then. Where the firewall has names for rules, ours are "morvane-share".
 [[nodiscard]] bool setOpenPorts(const QList<int> &ports, FirewallState *state, QString *error);
 
-/// The commands to nft, in JSON, that leave exactly these ports open for this program, from its listing of
-/// the ruleset in JSON. *hasFirewall: something there judges what comes in.
+/// The commands to nft, in JSON, that leave exactly these ports open for this program, from its
+/// listing of the ruleset in JSON. *hasFirewall: something there judges what comes in.
 QByteArray nftCommands(const QByteArray &ruleset, const QList<int> &ports, bool *hasFirewall);
 
 } // namespace services::vaultd

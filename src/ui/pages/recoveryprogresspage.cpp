@@ -1,6 +1,7 @@
 #include "ui/pages/recoveryprogresspage.h"
 
 #include "core/jsonnumber.h"
+#include "core/runinpool.h"
 #include "ui/common/appnoticedialog.h"
 #include "ui/common/apptooltip.h"
 #include "ui/common/elidedlabel.h"
@@ -10,10 +11,16 @@
 #include "ui/pages/recoverydetaildialog.h"
 #include "ui/pages/recoveryprogresspage/filelist.h"
 #include "ui/pages/recoveryprogresspage/progresscard.h"
+#include "ui/pages/recoveryprogresspage/recoveryreport.h"
 
+#include <QDateTime>
+#include <QDir>
+#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QJsonArray>
 #include <QLabel>
+#include <QPointer>
+#include <QProcess>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -28,6 +35,13 @@ namespace metrics = ui::common::metrics;
 
 RecoveryProgressPage::RecoveryProgressPage(QWidget *parent)
     : QWidget(parent)
+    , m_openDirectory([](const QString &directory) {
+        return QProcess::startDetached(QStringLiteral("xdg-open"), {directory});
+    })
+    , m_chooseSave([](QWidget *window, const QString &suggested) {
+        return QFileDialog::getSaveFileName(window, tr("保存恢复报告"), suggested,
+                                            tr("CSV 表格 (*.csv)"));
+    })
     , m_progress(new ProgressCard(this))
     , m_files(new FileList(this))
 {
@@ -41,8 +55,9 @@ RecoveryProgressPage::RecoveryProgressPage(QWidget *parent)
     layout->addWidget(m_files, 1);
     layout->addWidget(buildToolbar());
     connect(m_files, &FileList::detailRequested, this, &RecoveryProgressPage::showDetailForRow);
+    connect(m_progress, &ProgressCard::targetActivated, this, &RecoveryProgressPage::openTarget);
     m_progress->setPercent(0);
-    showCounters(0, 0);
+    showCounters(0, 0, 0);
     showStopButton();
 }
 
@@ -71,6 +86,15 @@ QWidget *RecoveryProgressPage::buildToolbar()
     m_succeeded->setProperty("tone", QStringLiteral("success"));
     m_failed = new QLabel(toolbar);
     m_failed->setObjectName(QStringLiteral("RecoveryFailedCount"));
+    m_skipped = new QLabel(toolbar);
+    m_skipped->setObjectName(QStringLiteral("RecoverySkippedCount"));
+    m_open = new QPushButton(tr("打开目录"), toolbar);
+    m_open->setObjectName(QStringLiteral("OpenRecoveryFolderButton"));
+    m_save = new QPushButton(tr("保存报告"), toolbar);
+    m_save->setObjectName(QStringLiteral("SaveRecoveryReportButton"));
+    m_save->setToolTip(tr("保存为 CSV 表格，含每个文件的原路径、结果和 SHA-256"));
+    connect(m_open, &QPushButton::clicked, this, &RecoveryProgressPage::openTarget);
+    connect(m_save, &QPushButton::clicked, this, &RecoveryProgressPage::saveReport);
     m_stop = new QPushButton(tr("停止恢复"), toolbar);
     m_stop->setObjectName(QStringLiteral("StopRecoveryButton"));
     ui::common::setButtonRole(m_stop, QStringLiteral("danger"));
@@ -91,7 +115,11 @@ QWidget *RecoveryProgressPage::buildToolbar()
     row->addWidget(m_succeeded);
     row->addSpacing(metrics::kGroupGap);
     row->addWidget(m_failed);
+    row->addSpacing(metrics::kGroupGap);
+    row->addWidget(m_skipped);
     row->addStretch(1);
+    row->addWidget(m_save);
+    row->addWidget(m_open);
     row->addWidget(m_stop);
     row->addWidget(close);
     row->addWidget(m_back);
@@ -106,6 +134,7 @@ void RecoveryProgressPage::initForRecovery(const QString &sessionId, const QStri
     m_isStopping = false;
     m_sessionId = sessionId;
     m_recoveryId = recoveryId;
+    m_outputDir = outputDir;
     m_taskDetail = QJsonObject();
     m_tally.reset();
     m_session->setText(tr("会话: %1  %2").arg(sessionId, targetDevice));
@@ -125,7 +154,7 @@ void RecoveryProgressPage::initForRecovery(const QString &sessionId, const QStri
         results.append(result);
     }
     m_files->setFiles(results);
-    showCounters(0, 0);
+    showCounters(0, 0, 0);
     showStopButton();
 }
 
@@ -156,7 +185,7 @@ void RecoveryProgressPage::updateFileStatus(const QString &fileId, const QString
     m_files->model()->update(result);
     // The service's own sums stand once it has told them.
     if (m_tally.record(fileId, status) && m_state != State::Completed)
-        showCounters(m_tally.succeeded(), m_tally.failed());
+        showCounters(m_tally.succeeded(), m_tally.failed(), m_tally.skipped());
 }
 
 bool RecoveryProgressPage::isRecoveryUnderWay() const
@@ -176,7 +205,8 @@ void RecoveryProgressPage::onRecoveryCompleted(const QJsonObject &summary)
     m_progress->setVolume(ui::common::utils::formatByteSize(core::toInt64(bytes)));
     showCounters(summary.value(QLatin1String("succeeded")).toInt(m_tally.succeeded()),
                  summary.value(QLatin1String("failed")).toInt() +
-                     summary.value(QLatin1String("partial")).toInt());
+                     summary.value(QLatin1String("partial")).toInt(),
+                 summary.value(QLatin1String("skipped")).toInt(m_tally.skipped()));
 }
 
 void RecoveryProgressPage::onRecoveryStopped()
@@ -256,15 +286,62 @@ void RecoveryProgressPage::showStopButton()
     m_stop->setVisible(isRunning);
     m_stop->setEnabled(isRunning && !m_isStopping && !m_recoveryId.isEmpty());
     m_stop->setText(m_isStopping ? tr("正在停止...") : tr("停止恢复"));
-    m_back->setVisible(!isRunning && m_state != State::Idle);
+    const bool isOver = !isRunning && m_state != State::Idle;
+    m_back->setVisible(isOver);
+    m_open->setVisible(isOver);
+    m_save->setVisible(isOver);
 }
 
-void RecoveryProgressPage::showCounters(int succeeded, int failed)
+void RecoveryProgressPage::showCounters(int succeeded, int failed, int skipped)
 {
     m_succeeded->setText(tr("已恢复\n%1").arg(succeeded));
     m_failed->setText(tr("失败\n%1").arg(failed));
+    m_skipped->setText(tr("已跳过\n%1").arg(skipped));
     ui::common::setStyleProperty(m_failed, "tone",
                                  failed > 0 ? QStringLiteral("error") : QString());
+}
+
+void RecoveryProgressPage::openTarget()
+{
+    if (!m_openDirectory(m_outputDir))
+        AppNoticeDialog::showWarning(window(), tr("无法打开目录"), tr("没有可用的文件管理器。"),
+                                     m_outputDir);
+}
+
+void RecoveryProgressPage::saveReport()
+{
+    const QPointer<RecoveryProgressPage> self(this);
+    const QString name =
+        tr("恢复报告_%1.csv")
+            .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd_HHmmss")));
+    QString path = m_chooseSave(window(), QDir(m_outputDir).filePath(name));
+    // The page may have gone while the dialog was open.
+    if (!self || path.isEmpty())
+        return;
+    if (!path.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive))
+        path += QLatin1String(".csv");
+    m_save->setEnabled(false);
+    const auto files = m_files->model()->files();
+    const QJsonObject detail = m_taskDetail;
+    core::runInPool(
+        this,
+        [files, detail, path] {
+            using namespace recoveryprogress;
+            return writeReport(path, reportCsv(reportRows(files, detail, false)));
+        },
+        [this, path](const QString &error) { onReportWritten(path, error); });
+}
+
+void RecoveryProgressPage::onReportWritten(const QString &path, const QString &error)
+{
+    m_save->setEnabled(true);
+    if (error.isEmpty())
+        AppNoticeDialog::showSuccess(window(), tr("保存完成"), tr("恢复报告已保存。"), path);
+    else
+        AppNoticeDialog::showError(
+            window(), tr("保存失败"),
+            tr("无法保存恢复报告，请检查目录的权限和剩余空间，或换一个目录。"),
+            path + QStringLiteral(": ") + error);
 }
 
 void RecoveryProgressPage::finish(State state, const QString &text, const QString &tone)

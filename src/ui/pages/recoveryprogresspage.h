@@ -7,6 +7,8 @@
 #include <QVector>
 #include <QWidget>
 
+#include <functional>
+
 class QHBoxLayout;
 class QLabel;
 class QPushButton;
@@ -37,6 +39,11 @@ public:
         QString name;
     };
 
+    /// Shows a directory in the file manager; false if there is none.
+    using DirectoryOpener = std::function<bool(const QString &directory)>;
+    /// Asks where to save; empty when the user cancels.
+    using SaveChooser = std::function<QString(QWidget *parent, const QString &suggested)>;
+
     explicit RecoveryProgressPage(QWidget *parent = nullptr);
 
     State state() const { return m_state; }
@@ -51,6 +58,10 @@ public:
     void initForRecovery(const QString &sessionId, const QString &recoveryId,
                          const QString &targetDevice, const QString &outputDir, int fileCount,
                          const QVector<File> &files);
+
+    /// For tests: what stands in for the file manager and for the dialog.
+    void setDirectoryOpener(const DirectoryOpener &opener) { m_openDirectory = opener; }
+    void setSaveChooser(const SaveChooser &chooser) { m_chooseSave = chooser; }
 
 public slots:
     /// `progress` in percent.
@@ -82,7 +93,10 @@ private:
     QWidget *buildToolbar();
     void pressStop();
     void showStopButton();
-    void showCounters(int succeeded, int failed);
+    void showCounters(int succeeded, int failed, int skipped);
+    void openTarget();
+    void saveReport();
+    void onReportWritten(const QString &path, const QString &error);
     void finish(State state, const QString &text, const QString &tone);
     void onFinished();
     void showErrorNotice(const QString &title, const QString &message);
@@ -93,6 +107,9 @@ private:
     bool m_isStopping = false; ///< A request to stop is under way.
     QString m_sessionId;
     QString m_recoveryId;
+    QString m_outputDir;
+    DirectoryOpener m_openDirectory;
+    SaveChooser m_chooseSave;
     QJsonObject m_taskDetail;
     recoveryprogress::RecoveryTally m_tally;
 
@@ -101,6 +118,9 @@ private:
     recoveryprogress::FileList *m_files;
     QLabel *m_succeeded = nullptr;
     QLabel *m_failed = nullptr;
+    QLabel *m_skipped = nullptr;
+    QPushButton *m_open = nullptr;
+    QPushButton *m_save = nullptr;
     QPushButton *m_stop = nullptr;
     QPushButton *m_back = nullptr;
 };

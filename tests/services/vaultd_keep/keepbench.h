@@ -6,6 +6,8 @@
 #include <QDir>
 #include <QTest>
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
@@ -22,7 +24,8 @@ public:
         for (const QString &dir : {QDir::tempPath(), tree.path(), disk.mountPoint()})
             ::chmod(QFile::encodeName(dir).constData(), 0755);
         ::mkdir(home("").constData(), 0755);
-        ::chown(home("").constData(), kUser, kUser);
+        if (::chown(home("").constData(), kUser, kUser) != 0)
+            qWarning("The home cannot be given to its user: %s", std::strerror(errno));
     }
 
     /// As a new process of the service would begin.

@@ -26,6 +26,7 @@ public:
     /// What is new about one file; a file that is not in the table yet gets a row at the end. An
     /// empty name leaves the one that is there.
     void update(const FileResult &result);
+    const QVector<FileResult> &files() const { return m_files; }
     const FileResult &at(int row) const { return m_files.at(row); }
 
     int rowCount(const QModelIndex &parent = QModelIndex()) const override;

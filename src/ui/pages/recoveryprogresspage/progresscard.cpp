@@ -1,16 +1,15 @@
 #include "ui/pages/recoveryprogresspage/progresscard.h"
 
-#include "ui/common/elidedlabel.h"
 #include "ui/common/layoutmetrics.h"
 #include "ui/common/statwidgets.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/common/wraplabel.h"
+#include "ui/pages/recoveryprogresspage/pathlink.h"
 
 #include <QHBoxLayout>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
-using ui::common::ElidedLabel;
 using ui::common::StatBlock;
 using ui::common::WrapLabel;
 namespace metrics = ui::common::metrics;
@@ -69,7 +68,8 @@ QWidget *ProgressCard::buildFigures()
     auto *target = new QWidget(figures);
     auto *caption = new QLabel(tr("目标路径"), target);
     caption->setObjectName(QStringLiteral("StatTitle"));
-    m_target = new ElidedLabel(kNothingYet, Qt::ElideMiddle, target);
+    m_target = new PathLink(kNothingYet, target);
+    connect(m_target, &PathLink::activated, this, &ProgressCard::targetActivated);
     m_target->setObjectName(QStringLiteral("RecoveryTargetPath"));
     m_target->setProperty("textRole", QStringLiteral("section"));
     auto *column = new QVBoxLayout(target);
@@ -125,7 +125,7 @@ void ProgressCard::setVolume(const QString &text)
 
 void ProgressCard::setTarget(const QString &path)
 {
-    m_target->setText(path);
+    m_target->setPath(path, kNothingYet);
 }
 
 } // namespace recoveryprogress

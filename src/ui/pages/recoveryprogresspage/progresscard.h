@@ -7,13 +7,14 @@ class QProgressBar;
 
 namespace ui {
 namespace common {
-class ElidedLabel;
 class StatBlock;
 class WrapLabel;
 } // namespace common
 } // namespace ui
 
 namespace recoveryprogress {
+
+class PathLink;
 
 /// How far the recovery is: state, bar, percentage and the four figures.
 class ProgressCard : public QFrame
@@ -32,6 +33,10 @@ public:
     void setVolume(const QString &text);
     void setTarget(const QString &path);
 
+signals:
+    /// The target path was clicked.
+    void targetActivated();
+
 private:
     QWidget *buildFigures();
 
@@ -42,7 +47,7 @@ private:
     ui::common::StatBlock *m_count = nullptr;
     ui::common::StatBlock *m_processed = nullptr;
     ui::common::StatBlock *m_volume = nullptr;
-    ui::common::ElidedLabel *m_target = nullptr;
+    PathLink *m_target = nullptr;
 };
 
 } // namespace recoveryprogress

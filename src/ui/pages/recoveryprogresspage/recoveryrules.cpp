@@ -24,7 +24,9 @@ bool RecoveryTally::record(const QString &fileId, const QString &status)
         ++m_succeeded;
     else if (outcome == Outcome::Failure)
         ++m_failed;
-    return outcome != Outcome::Skipped;
+    else
+        ++m_skipped;
+    return true;
 }
 
 int shownPercent(double progress)

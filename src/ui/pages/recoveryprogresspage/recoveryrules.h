@@ -17,11 +17,14 @@ public:
     int succeeded() const { return m_succeeded; }
     /// Files written in part are failures, too.
     int failed() const { return m_failed; }
+    /// Files that were left out on purpose; neither of the others.
+    int skipped() const { return m_skipped; }
 
 private:
     QHash<QString, bool> m_isSettled; ///< By file id: whether a final status has come.
     int m_succeeded = 0;
     int m_failed = 0;
+    int m_skipped = 0;
 };
 
 /// `progress` in percent as a whole number from 0 to 100; what is no number is 0.

@@ -1,7 +1,6 @@
 #include "ui/pages/scanresultspage/foundrows.h"
 
 #include "ui/common/utils/filetypecategoryutils.h"
-#include "ui/common/utils/humansize.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -54,10 +53,10 @@ FoundRow RowReader::rowOf(const ScanFile &file)
     row.reason = shared(utils::integrityReason(file, row.label));
     row.blockStart = utils::blockStartText(file);
     row.sizeBytes = file.sizeBytes;
-    row.shownBytes = utils::parseHumanSizeToBytes(row.size);
-    row.deletedMs = utils::deletionTimeMs(file.deletionTime);
+    row.sizeKey = SizeTableWidgetItem(row.size);
+    row.timeKey = DeletionTimeTableWidgetItem(file.deletionTime);
     row.contiguity = file.contiguity;
-    row.score = utils::recoverabilityScore(file, row.label);
+    row.chanceKey = RecoverabilityTableWidgetItem(file, row.label);
     return row;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/common/utils/scanfilerules.h"
+#include "ui/pages/scanresultspage/sortkeys.h"
 
 #include <QSet>
 #include <QString>
@@ -31,10 +31,10 @@ struct FoundRow
     QString reason;
     QString blockStart;
     qint64 sizeBytes = 0;
-    qint64 shownBytes = 0; ///< Of the text of the size.
-    qint64 deletedMs = 0;  ///< Since the epoch; the smallest value if it is not known.
+    SizeTableWidgetItem sizeKey; ///< Of the text of the size.
+    DeletionTimeTableWidgetItem timeKey;
+    RecoverabilityTableWidgetItem chanceKey;
     double contiguity = 0.0;
-    int score = 0;     ///< Chance of recovery, higher is better.
     int directory = 0; ///< Place in the chunk's directories.
     bool endsWithName = false;
 

@@ -40,11 +40,11 @@ qint64 numberKey(const FoundRow &row, int column)
 {
     switch (column) {
     case ScanResultsModel::SizeColumn:
-        return row.shownBytes;
+        return row.sizeKey.bytes;
     case ScanResultsModel::TimeColumn:
-        return row.deletedMs;
+        return row.timeKey.msSinceEpoch;
     default:
-        return row.score;
+        return row.chanceKey.score;
     }
 }
 
@@ -128,7 +128,7 @@ bool RowTest::accepts(const RowSet &rows, int arrival) const
         return false;
     if (m_filter.quick == ResultFilter::Whole && !row.isWhole())
         return false;
-    if (m_filter.deletedSinceMs != 0 && row.deletedMs < m_filter.deletedSinceMs)
+    if (m_filter.deletedSinceMs != 0 && row.timeKey.msSinceEpoch < m_filter.deletedSinceMs)
         return false;
     if (!m_anyCategory && row.category != m_filter.category)
         return false;
@@ -154,7 +154,7 @@ void mergeByScore(const RowSet &rows, const RowOrder &sorted, RowOrder *order)
     // From the back, each block of old rows moves once. Searching the place of each new row takes
     // fewer comparisons than walking the old ones.
     const auto before = [&rows](int a, int b) {
-        return rows.at(a).score > rows.at(b).score;
+        return rows.at(b).chanceKey < rows.at(a).chanceKey;
     };
     auto oldEnd = static_cast<RowOrder::difference_type>(order->size());
     order->resize(order->size() + sorted.size());

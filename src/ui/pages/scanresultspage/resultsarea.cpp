@@ -8,15 +8,18 @@
 #include "ui/common/utils/filetypecategoryutils.h"
 #include "ui/common/widgetstyle.h"
 #include "ui/pages/scanresultspage/columnchooser.h"
+#include "ui/pages/scanresultspage/quickfilters.h"
 #include "ui/pages/scanresultspage/scanresultsmodel.h"
 #include "ui/pages/scanresultspage/scanresultstable.h"
 #include "ui/pages/scanresultspage/scantreewidget.h"
 #include "ui/pages/scanresultspage/selectallheaderview.h"
 
 #include <QActionGroup>
+#include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocale>
 #include <QMenu>
 #include <QPushButton>
 #include <QResizeEvent>
@@ -79,6 +82,7 @@ ResultsArea::ResultsArea(ScanResultsModel *model, ScanTreeModel *directories, QW
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(metrics::kFieldGap);
     layout->addLayout(makeFilterBar());
+    layout->addLayout(makeQuickBar());
     layout->addWidget(m_splitter, 1);
     makeSourceMenu();
     makeTypeMenu();
@@ -105,9 +109,6 @@ QHBoxLayout *ResultsArea::makeFilterBar()
     m_clearFilters = new QPushButton(this);
     m_clearFilters->setObjectName(QStringLiteral("ClearFiltersButton"));
     ui::common::setButtonRole(m_clearFilters, QStringLiteral("quiet"));
-    m_count = new QLabel(this);
-    m_count->setObjectName(QStringLiteral("ListCountLabel"));
-    m_count->setProperty("textRole", QStringLiteral("subtle"));
 
     auto *bar = new QHBoxLayout;
     bar->setSpacing(metrics::kButtonGap);
@@ -115,6 +116,19 @@ QHBoxLayout *ResultsArea::makeFilterBar()
     bar->addWidget(m_sourceButton);
     bar->addWidget(m_treeToggle);
     bar->addWidget(m_clearFilters);
+    bar->addStretch(1);
+    return bar;
+}
+
+QHBoxLayout *ResultsArea::makeQuickBar()
+{
+    m_quick = new QuickFilters(this);
+    m_count = new QLabel(this);
+    m_count->setObjectName(QStringLiteral("ListCountLabel"));
+    m_count->setProperty("textRole", QStringLiteral("subtle"));
+    auto *bar = new QHBoxLayout;
+    bar->setSpacing(metrics::kButtonGap);
+    bar->addWidget(m_quick);
     bar->addStretch(1);
     bar->addWidget(m_count);
     return bar;
@@ -147,9 +161,11 @@ void ResultsArea::makeTypeMenu()
     for (const QString &label : FileTypeCategoryUtils::categoryFilterLabels()) {
         QAction *action = m_typeMenu->addAction(label);
         action->setCheckable(true);
+        action->setData(FileTypeCategoryUtils::categoryKeyFromLabel(label));
         group->addAction(action);
         connect(action, &QAction::triggered, this, [this, label] { chooseCategory(label); });
     }
+    connect(m_typeMenu, &QMenu::aboutToShow, this, &ResultsArea::showTypeCounts);
     // A click on this section opens the menu, so the order by type is chosen here.
     m_typeMenu->addSeparator();
     connect(m_typeMenu->addAction(tr("按类型排序")), &QAction::triggered, this, [this] {
@@ -160,6 +176,20 @@ void ResultsArea::makeTypeMenu()
     });
 }
 
+void ResultsArea::showTypeCounts()
+{
+    const QHash<QString, int> counts = m_model->categoryCounts();
+    for (QAction *action : m_typeMenu->actions()) {
+        const QString key = action->data().toString();
+        if (key.isEmpty())
+            continue;
+        const int count = key == allKey() ? m_model->totalCount() : counts.value(key);
+        // What follows a tab stands at the right edge of a menu.
+        action->setText(FileTypeCategoryUtils::categoryLabelFromKey(key) + QLatin1Char('\t') +
+                        QLocale().toString(count));
+    }
+}
+
 void ResultsArea::wire()
 {
     SelectAllHeaderView *header = m_table->header();
@@ -167,6 +197,7 @@ void ResultsArea::wire()
     connect(header, &SelectAllHeaderView::typeMenuRequested, m_typeMenu,
             [this](const QPoint &position) { m_typeMenu->popup(position); });
     connect(m_search, &QLineEdit::textChanged, this, &ResultsArea::applyTableFilters);
+    connect(m_quick, &QuickFilters::changed, this, &ResultsArea::applyTableFilters);
     connect(m_treeToggle, &QPushButton::clicked, this, [this] {
         m_treeChosen = true;
         showTree(m_tree->isHidden());
@@ -252,6 +283,7 @@ void ResultsArea::clearFilters()
 {
     m_holdFilters = true;
     m_search->clear();
+    m_quick->reset();
     m_source = allKey();
     m_sourceButton->setText(tr("来源筛选"));
     m_typeMenu->actions().first()->setChecked(true);
@@ -271,6 +303,8 @@ void ResultsArea::applyTableFilters()
     filter.category = m_category;
     filter.source = m_source;
     filter.directory = m_directory;
+    filter.quick = m_quick->kind();
+    filter.deletedSinceMs = m_quick->deletedSince(QDateTime::currentMSecsSinceEpoch());
     m_model->setFilter(filter);
 }
 

@@ -15,6 +15,7 @@ class QSplitter;
 
 namespace scanresults {
 
+class QuickFilters;
 class ScanResultsTable;
 class ScanTreeModel;
 class ScanTreeWidget;
@@ -50,8 +51,10 @@ protected:
 
 private:
     QHBoxLayout *makeFilterBar();
+    QHBoxLayout *makeQuickBar();
     void makeSourceMenu();
     void makeTypeMenu();
+    void showTypeCounts();
     void chooseSource(const QString &value, const QString &label);
     void chooseCategory(const QString &label);
     void wire();
@@ -72,6 +75,7 @@ private:
     QWidget *m_tableArea = nullptr;
     ScanResultsTable *m_table = nullptr;
     QLineEdit *m_search = nullptr;
+    QuickFilters *m_quick = nullptr;
     QPushButton *m_treeToggle = nullptr;
     QPushButton *m_sourceButton = nullptr;
     QMenu *m_typeMenu = nullptr;
