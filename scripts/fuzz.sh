@@ -5,7 +5,7 @@
 #
 #   scripts/fuzz.sh [seconds a target, 60 by default | --short] [pattern of targets]
 #
-# --short runs what is stored and 2,000 mutations that are always the same, for a look at every
+# --short runs what is stored and 300 mutations that are always the same, for a look at every
 # change: what it finds is the change's doing.
 #
 # What is stored in fuzz/corpus runs first. With MORVANE_FUZZ_KEEP=1 the corpus is renewed from what
@@ -14,7 +14,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 limits=("-max_total_time=$seconds")
-[ "$seconds" = --short ] && limits=(-seed=1 -runs=2000)
+[ "$seconds" = --short ] && limits=(-seed=1 -runs=300)
 pattern=${2:-*}
 
 scripts/deps.sh fuzz
