@@ -3,6 +3,7 @@
 #include "common/servicemanager.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QPointer>
 
@@ -260,18 +261,22 @@ void ServiceHost::readFrom(QLocalSocket *socket)
     } while (socket->bytesAvailable() > 0);
 }
 
-ServiceHost::Respond ServiceHost::responder(QLocalSocket *socket, const QString &requestId)
+ServiceHost::Respond ServiceHost::responder(QLocalSocket *socket, const QString &requestId,
+                                            const QString &method)
 {
     const ClientPtr client = m_clients.value(socket);
     ++client->pendingRequests;
     const QPointer<ServiceHost> host(this);
     const auto answered = std::make_shared<bool>(false);
-    return [host, socket, client, requestId, answered](const Reply &reply) {
+    QElapsedTimer clock;
+    clock.start();
+    return [host, socket, client, requestId, method, answered, clock](const Reply &reply) {
         // Another client may have got the address of one that has gone.
         if (*answered || !host || host->m_clients.value(socket) != client)
             return;
         *answered = true;
         --client->pendingRequests;
+        emit host->requestAnswered({requestId, method, client->peer, reply}, clock.elapsed());
         host->send(socket, core::ipc::encodeJsonFrame(responseObject(requestId, reply)));
     };
 }
@@ -287,7 +292,8 @@ void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
     }
 
     const ClientPtr client = m_clients.value(socket);
-    const Respond respond = responder(socket, requestId);
+    const QString method = frame.value(QLatin1String("method")).toString();
+    const Respond respond = responder(socket, requestId, method);
     if (!client->isAdmitted()) {
         respond(Reply::failure(kRefusedCode, client->refusal));
         return;
@@ -297,8 +303,7 @@ void ServiceHost::processFrame(QLocalSocket *socket, const QByteArray &body)
         return;
     }
 
-    const Request request{frame.value(QLatin1String("method")).toString(),
-                          frame.value(QLatin1String("params")).toObject(), client->peer,
+    const Request request{method, frame.value(QLatin1String("params")).toObject(), client->peer,
                           client->connection};
     if (client->authorization == Client::Authorization::Given) {
         run(request, requestId, respond);

@@ -39,6 +39,15 @@ struct Request
     quint64 connection = 0; ///< Above 0; of this connection only, as long as the host lives.
 };
 
+/// A request that has got its answer, for accounts of what a service did.
+struct AnsweredRequest
+{
+    QString requestId; ///< As the client chose it.
+    QString method;
+    Peer peer;
+    Reply reply;
+};
+
 /// The service side of the protocol: accepts clients on a local socket, decodes their requests,
 /// calls the method's handler and sends its reply; events go to every client that they are meant
 /// for. A client whose stream is not one of frames, or that does not read what it is sent, is
@@ -123,6 +132,8 @@ signals:
     /// Every request as it arrives, before its handler runs.
     void requestReceived(const QString &method, const QJsonObject &params,
                          const QString &requestId);
+    /// Every request when its answer goes out, the refused ones, too.
+    void requestAnswered(const services::AnsweredRequest &request, qint64 elapsedMs);
 
 protected:
     QList<QLocalSocket *> clientSockets() const { return m_clients.keys(); }
@@ -137,7 +148,7 @@ private:
     void send(QLocalSocket *socket, const QByteArray &frame);
     void readFrom(QLocalSocket *socket);
     void processFrame(QLocalSocket *socket, const QByteArray &body);
-    Respond responder(QLocalSocket *socket, const QString &requestId);
+    Respond responder(QLocalSocket *socket, const QString &requestId, const QString &method);
     void authorize(QLocalSocket *socket);
     void run(const Request &request, const QString &requestId, const Respond &respond);
 

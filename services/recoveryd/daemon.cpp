@@ -1,5 +1,7 @@
 #include "recoveryd/daemon.h"
 
+#include "common/requestlog.h"
+
 #include <grp.h>
 
 namespace services {
@@ -42,6 +44,7 @@ bool Daemon::start(QString *error)
         if (!m_catalog.addImage(image, error))
             return false;
     // The socket first: a second service on the same name must not touch the first one's state.
+    logRequestsToJournal(&m_host);
     if (!m_host.listen(m_options.socketName, error))
         return false;
     if (!m_store.open(m_options.stateDir, error))

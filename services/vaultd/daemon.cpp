@@ -1,5 +1,6 @@
 #include "vaultd/daemon.h"
 
+#include "common/requestlog.h"
 #include "vaultd/failure.h"
 #include "vaultd/passwords.h"
 #include "vaultd/rights/pamcheck.h"
@@ -128,6 +129,7 @@ bool Daemon::start(QString *error)
     if (!m_users.isSingle() && ::geteuid() != 0)
         return fail(error, QStringLiteral("为所有用户服务须以 root 身份运行"));
     // The socket first: a second service on the same name must not touch the first one's state.
+    logRequestsToJournal(&m_host);
     if (!listen(error))
         return false;
     if (!QDir().mkpath(m_options.stateDir))
