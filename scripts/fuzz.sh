@@ -5,7 +5,7 @@
 #
 #   scripts/fuzz.sh [seconds a target, 60 by default | --short] [pattern of targets]
 #
-# --short runs what is stored and 300 mutations that are always the same, for a look at every
+# --short runs what is stored and 100 mutations that are always the same, for a look at every
 # change: what it finds is the change's doing.
 #
 # What is stored in fuzz/corpus runs first. With MORVANE_FUZZ_KEEP=1 the corpus is renewed from what
@@ -14,7 +14,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 limits=("-max_total_time=$seconds")
-[ "$seconds" = --short ] && limits=(-seed=1 -runs=300)
+[ "$seconds" = --short ] && limits=(-seed=1 -runs=100)
 pattern=${2:-*}
 
 scripts/deps.sh fuzz
@@ -22,7 +22,7 @@ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DMORVANE_FUZZ=ON \
     "-DMORVANE_SANITIZE=fuzzer-no-link,address,undefined" -DBUILD_TESTING=OFF
-ninja -C build/fuzz fuzz_scanner fuzz_carve fuzz_disk fuzz_records \
+ninja -C build/fuzz fuzz_scanner fuzz_carve fuzz_disk fuzz_records fuzz_guard \
     fuzz_binarytext fuzz_ziptext fuzz_markuptext
 
 images=build/fuzz/images
@@ -127,9 +127,9 @@ run() { # name, program, base image, largest input
         MORVANE_FUZZ_BASE=$3 "build/fuzz/fuzz/$2" -merge=1 "$kept" "$work" "$stored" >/dev/null 2>&1
         rm -rf "$stored"
         mkdir -p "$stored"
-        find "$kept" -type f -size -1k -printf '%s %p\n' | sort -n | tail -24 | cut -d' ' -f2 |
+        find "$kept" -type f -size -1025c -printf '%s %p\n' | sort -n | tail -24 | cut -d' ' -f2 |
             xargs -r -I{} cp {} "$stored/"
-        find "$kept" -type f -size -3k | sort | head -12 | xargs -r -I{} cp {} "$stored/"
+        find "$kept" -type f -size -3073c | sort | head -12 | xargs -r -I{} cp {} "$stored/"
     fi
 }
 
@@ -140,6 +140,7 @@ done
 run disk fuzz_disk "$images/disk" 512 || failed=1
 run carve fuzz_carve "" 65536 || failed=1
 run records fuzz_records "" 4096 || failed=1
+run guard fuzz_guard "" 2048 || failed=1
 for family in binary zip markup; do
     run "${family}text" "fuzz_${family}text" "" 65536 || failed=1
 done

@@ -24,6 +24,7 @@ using ui::common::ProtectedFileTree;
 
 constexpr int kAnswerMs = 10000;
 constexpr int kProgramMs = 20000;
+constexpr int kEnableMs = 60000; ///< Two proofs, each by a program.
 
 QString program()
 {
@@ -48,6 +49,12 @@ QString protectedHome(const Tour &tour)
 QString restoredDir(const Tour &tour)
 {
     return tour.root() + QStringLiteral("/restored");
+}
+
+/// In the private system that scripts/tour.sh makes; empty without one.
+QString hookLibrary()
+{
+    return qEnvironmentVariable("MORVANE_TOUR_HOOK");
 }
 
 QString password()
@@ -138,16 +145,19 @@ bool startService(Tour &tour, QString *found, QString *error)
     qputenv("USER", "tour");
     QDir().mkpath(protectedHome(tour));
     QDir().mkpath(restoredDir(tour));
+    QStringList arguments{
+        QStringLiteral("--vault-parent"),    protectedHome(tour),
+        QStringLiteral("--state"),           tour.root() + QStringLiteral("/vault-state"),
+        QStringLiteral("--password-file"),   passwordFile(tour),
+        QStringLiteral("--socket"),          socketPath(tour),
+        QStringLiteral("--exit-with-parent")};
+    // Elsewhere the preload list would be the machine's.
+    if (!hookLibrary().isEmpty())
+        arguments << QStringLiteral("--hook-library") << hookLibrary();
     if (!runVaultProgram({QStringLiteral("--password-file"), passwordFile(tour),
                           QStringLiteral("--set-password"), QStringLiteral("tour")},
                          password().toUtf8() + '\n', error) ||
-        !tour.startService(program(),
-                           {QStringLiteral("--vault-parent"), protectedHome(tour),
-                            QStringLiteral("--state"), tour.root() + QStringLiteral("/vault-state"),
-                            QStringLiteral("--password-file"), passwordFile(tour),
-                            QStringLiteral("--socket"), socketPath(tour),
-                            QStringLiteral("--exit-with-parent")},
-                           error) ||
+        !tour.startService(program(), arguments, error) ||
         !fillVault(tour, protectedHome(tour), error))
         return false;
     *found = QStringLiteral("%1, with %2")
@@ -212,16 +222,15 @@ bool unlock(Tour &tour, QString *found, QString *error)
     return tour.picture(QStringLiteral("protection-list"), error);
 }
 
-/// The stand-in has no hook for the deletions of other programs, and both the page and the window
-/// have to say so.
-bool enable(Tour &tour, QString *found, QString *error)
+/// Without a hook for the deletions of other programs, both the page and the window say so.
+bool enableWithoutHook(Tour &tour, const RealtimeProtectionPage *page, QString *found,
+                       QString *error)
 {
-    auto *page = tour.find<RealtimeProtectionPage>("RealtimeProtectionPage", error);
     QString warning;
     QString clickError;
-    if (!page || !tour.answerNotice([&] { tour.click("ProtectionToggle", &clickError); },
-                                    QStringLiteral("保护状态异常"),
-                                    QStringLiteral("protection-degraded"), &warning, error)) {
+    if (!tour.answerNotice([&] { tour.click("ProtectionToggle", &clickError); },
+                           QStringLiteral("保护状态异常"), QStringLiteral("protection-degraded"),
+                           &warning, error)) {
         *error += clickError;
         return false;
     }
@@ -232,6 +241,80 @@ bool enable(Tour &tour, QString *found, QString *error)
     }
     *found = textOf(page, "StatusText") + QStringLiteral(": ") + warning;
     return textOf(page, "StatusText") == QStringLiteral("保护异常");
+}
+
+/// The light turns green by what the service has proved.
+bool enable(Tour &tour, QString *found, QString *error)
+{
+    auto *page = tour.find<RealtimeProtectionPage>("RealtimeProtectionPage", error);
+    if (page && hookLibrary().isEmpty())
+        return enableWithoutHook(tour, page, found, error);
+    if (!page || !tour.click("ProtectionToggle", error) ||
+        !tour.waitFor([page] { return textOf(page, "StatusText") == QStringLiteral("保护已启用"); },
+                      kEnableMs, QStringLiteral("the protection to be enabled"), error)) {
+        *error += page ? QStringLiteral(", it says ") + textOf(page, "StatusText") : QString();
+        return false;
+    }
+    *found = textOf(page, "StatusText");
+    return tour.picture(QStringLiteral("protection-enabled"), error);
+}
+
+/// The library comes from the preload list alone.
+bool runInProtected(const Tour &tour, const QString &name, const QStringList &arguments,
+                    QString *error)
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QStringLiteral("LD_PRELOAD"));
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(protectedHome(tour));
+    process.start(name, arguments);
+    if (process.waitForFinished(kProgramMs) && process.exitStatus() == QProcess::NormalExit &&
+        process.exitCode() == 0)
+        return true;
+    *error = name + QStringLiteral(": ") + QString::fromLocal8Bit(process.readAllStandardError());
+    return false;
+}
+
+/// Other programs delete, the files appear in the list, and come back where they were.
+bool deleteAndRestore(Tour &tour, QString *found, QString *error)
+{
+    const QStringList names{QStringLiteral("用 rm 删除.txt"), QStringLiteral("用 Python 删除.txt")};
+    auto *page = tour.find<RealtimeProtectionPage>("RealtimeProtectionPage", error);
+    auto *tree = tour.find<ProtectedFileTree>("ProtectedFileTree", error);
+    if (!page || !tree)
+        return false;
+    for (const QString &name : names) {
+        const QString path = QDir(protectedHome(tour)).filePath(name);
+        if (!diskimages::write(path, contentOf(name))) {
+            *error = QStringLiteral("cannot write %1").arg(path);
+            return false;
+        }
+        tour.protectedHashes.insert(name, sha256OfFile(path));
+    }
+    const auto isListed = [tree](const QString &name) {
+        return itemNamed(tree, name) != nullptr;
+    };
+    if (!runInProtected(tour, QStringLiteral("rm"), {names.at(0)}, error) ||
+        !runInProtected(tour, QStringLiteral("python3"),
+                        {QStringLiteral("-c"),
+                         QStringLiteral("import os, sys; os.remove(sys.argv[1])"), names.at(1)},
+                        error) ||
+        !tour.waitFor([&] { return isListed(names.at(0)) && isListed(names.at(1)); }, kAnswerMs,
+                      QStringLiteral("the deleted files"), error) ||
+        !tour.picture(QStringLiteral("protection-deleted"), error))
+        return false;
+    for (const QString &name : names) {
+        if (!tick(tree, name, error))
+            return false;
+    }
+    if (!tour.click("RestoreSelectedButton", error) ||
+        !tour.waitFor([&] { return !isListed(names.at(0)) && !isListed(names.at(1)); }, kAnswerMs,
+                      QStringLiteral("the files to leave the list"), error) ||
+        !hasSameContent(tour, names.at(0), error) || !hasSameContent(tour, names.at(1), error))
+        return false;
+    *found = names.join(QStringLiteral(", ")) + QStringLiteral(": SHA-256 of each is the same");
+    return true;
 }
 
 bool announce(Tour &tour, QString *found, QString *error)
@@ -366,9 +449,16 @@ bool fillVault(Tour &tour, const QString &home, QString *error)
 
 QList<TourStep> normalSteps()
 {
-    return {{"保护服务", startService}, {"实时保护", openLockedPage}, {"验证身份", unlock},
-            {"启用保护", enable},       {"新受保护的文件", announce}, {"恢复受保护文件", restore},
-            {"删除受保护文件", remove}, {"保护设置", settings}};
+    QList<TourStep> steps{{"保护服务", startService},
+                          {"实时保护", openLockedPage},
+                          {"验证身份", unlock},
+                          {"启用保护", enable}};
+    if (!hookLibrary().isEmpty())
+        steps.append({"其他程序删除的文件", deleteAndRestore});
+    return steps << QList<TourStep>{{"新受保护的文件", announce},
+                                    {"恢复受保护文件", restore},
+                                    {"删除受保护文件", remove},
+                                    {"保护设置", settings}};
 }
 
 QList<TourStep> livecdSteps()
