@@ -132,8 +132,7 @@ public:
     /// One of the quick filters, by its label.
     void chooseQuick(const QString &label)
     {
-        for (QPushButton *button :
-             child<QFrame>("QuickFilterToggle")->findChildren<QPushButton *>()) {
+        for (QPushButton *button : child<QWidget>("QuickFilters")->findChildren<QPushButton *>()) {
             if (button->text() == label)
                 QTest::mouseClick(button, Qt::LeftButton);
         }

@@ -24,7 +24,7 @@ QuickFilters::QuickFilters(QWidget *parent)
     , m_time(new QPushButton(this))
     , m_times(new QActionGroup(this))
 {
-    m_kind->setObjectName(QStringLiteral("QuickFilterToggle"));
+    setObjectName(QStringLiteral("QuickFilters"));
     m_time->setObjectName(QStringLiteral("TimeFilterButton"));
     makeTimeMenu();
     auto *row = new QHBoxLayout(this);

@@ -51,8 +51,8 @@ QString areaSheet()
 {
     return ui::common::fillStyleTemplate(QStringLiteral(R"qss(
 QSplitter#ScanResultsSplitter::handle { background: transparent; }
-QPushButton#SourceFilterButton { padding: 0px 36px 0px 16px; }
-QPushButton#SourceFilterButton::menu-indicator { image: url(:/img/chevron-down.svg); width: 16px;
+QPushButton#SourceFilterButton, QPushButton#TimeFilterButton { padding: 0px 36px 0px 16px; }
+QPushButton#SourceFilterButton::menu-indicator, QPushButton#TimeFilterButton::menu-indicator { image: url(:/img/chevron-down.svg); width: 16px;
     height: 16px; subcontrol-origin: border; subcontrol-position: center right; right: 12px; }
 )qss"));
 }
