@@ -14,7 +14,7 @@ import sys
 
 from disks import HERE, run, tools_disk
 from machine import PATIENT, Failure, Machine
-from promises import Promises, compile_deleter
+from promises import CLIENT, Promises, compile_deleter, quoted, services_package, with_version
 
 RECOVERY = "/run/morvane/morvane-service-v1"
 BOOT = 600
@@ -65,7 +65,7 @@ class Installed(Promises):
         super().__init__("installed")
         self.folder = folder
         self.disk = make_disk(tar, folder)
-        packages = glob.glob(os.path.join(debs, "morvane*.deb"))
+        packages = [services_package(debs), with_version(services_package(debs), "9", folder)]
         self.tools = make_tools(folder, packages)
         self.boots = 0
 
@@ -113,6 +113,33 @@ class Installed(Promises):
         self.machine.run("usermod -aG morvane-recovery wang")
         self.promise("and who is in its group", "su - wang -c '%s' | grep -q /dev/vda" % enumerate_disks)
 
+    def tells_the_journal(self):
+        """Each request with its id, and what became of it."""
+        self.promise("the journal tells of requests with their ids",
+                     "journalctl -u morvane-vaultd -o cat | grep -E "
+                     "'^request [0-9a-f-]{36} vault.enable uid [0-9]+ pid [0-9]+: done' && "
+                     "! journalctl -u morvane-vaultd | grep secret-li")
+        self.promise("a service that hangs is started again",
+                     "old=$(systemctl show -P MainPID morvane-vaultd); kill -STOP $old; for i in $(seq 120); do "
+                     "new=$(systemctl show -P MainPID morvane-vaultd); [ $new != $old ] && [ $new != 0 ] && break; sleep 2; "
+                     "done; [ $(systemctl show -P NRestarts morvane-vaultd) -ge 1 ]", 400)
+
+    def change_versions(self):
+        """Up by the service's own means, in a unit of its own; down by hand."""
+        update = CLIENT + "vault.installPackage " + quoted(
+            {"packagePath": "/tools/services-9.deb", "arch": "amd64", "launchEnv": {}})
+        self.machine.run(update, 600, check=False)  # its answer may be lost with the service that is replaced
+        version = "dpkg-query -W -f '${Version} ${db:Status-Status}' morvane-services | grep -x '%s installed'"
+        self.promise("the service installs an upgrade", "for i in $(seq 100); do %s && break; sleep 2; done; %s"
+                     % (version % "9", version % "9"), 400)
+        self.promise("in a unit of its own", "journalctl -o cat | grep -E 'Started.*apt-get|run-r?[0-9a-f]+.service'")
+        up = "for i in $(seq 60); do systemctl is-active morvane-vaultd.service && break; sleep 1; done; " \
+             "systemctl is-active morvane-vaultd.service morvane-vaultd.socket"
+        self.promise("and the new service runs", up, 200)
+        self.stays_on("an upgrade")
+        self.promise("a downgrade goes through", "dpkg -i /tools/morvane-services*.deb && %s && %s" % (version % "[0-9.]*", up), 400)
+        self.stays_on("a downgrade")
+
     def boots_in_spite(self, kind):
         try:
             self.machine.run("[ -e /root/kept.so ] || cp %s /root/kept.so; "
@@ -147,6 +174,8 @@ class Installed(Promises):
             self.second_net("systemctl stop morvane-vaultd.socket morvane-vaultd.service",
                             "systemctl start morvane-vaultd.socket morvane-vaultd.service")
             self.ask_for_administrator()
+            self.tells_the_journal()
+            self.change_versions()
             for kind in BROKEN:
                 self.boots_in_spite(kind)
             self.purge()

@@ -13,7 +13,7 @@ import sys
 
 from disks import HERE, DirtyDisk, digest, run
 from machine import Chroot, Failure
-from promises import Promises, compile_deleter
+from promises import Promises, compile_deleter, services_package, with_version
 
 RECOVERY = "/run/morvane/morvane-service-v1"
 
@@ -27,6 +27,7 @@ class Overlaid(Promises):
         for path in glob.glob(os.path.join(debs, "morvane*.deb")) + [os.path.join(HERE, "guest_client.py")]:
             shutil.copy(path, self.tools)
         compile_deleter(self.tools)
+        with_version(services_package(debs), "9", os.path.join(folder, "tools"))
         self.dirty = DirtyDisk(self.tools, "ext4")
         homes = os.path.join(folder, "homes.img")
         with open(homes, "wb") as image:
@@ -69,13 +70,27 @@ class Overlaid(Promises):
                          "env -i PATH=/early rootmnt=/next sh /usr/share/initramfs-tools/scripts/init-bottom/morvane-guard; "
                          "chroot /next /bin/true; result=$?; umount /next/etc/ld.so.preload 2>/dev/null; [ $result = 0 ]")
 
+    def change_versions(self):
+        """With a service manager that takes calls and never answers."""
+        self.machine.run("printf '#!/bin/sh\\nexec sleep 10000\\n' >/usr/local/bin/systemctl && "
+                         "chmod +x /usr/local/bin/systemctl && mkdir -p /run/systemd/system")
+        self.promise("an upgrade ends though the service manager does not answer", "dpkg -i /tools/services-9.deb", 100)
+        self.promise("root's links stand in the temporary folder",
+                     "[ $(readlink /tmp/morvane-vault-v1) = /run/morvane/morvane-vault-v1 ] && "
+                     "[ $(stat -c %U /tmp/morvane-vault-v1 /tmp/morvane-service-v1 | sort -u) = root ]")
+        self.stays_on("an upgrade")
+        self.machine.run("rm -r /usr/local/bin/systemctl /run/systemd/system")
+        self.promise("a downgrade goes through", "dpkg -i /tools/morvane-services*.deb")
+        self.stays_on("a downgrade")
+
     def all(self):
         try:
-            self.promise("the packages go in", "DEBIAN_FRONTEND=noninteractive dpkg -i /tools/*.deb")
+            self.promise("the packages go in", "DEBIAN_FRONTEND=noninteractive dpkg -i /tools/morvane*.deb")
             self.promise("the program finds its libraries", "! ldd /usr/bin/morvane | grep 'not found'")
             self.make_users()
             self.start("/usr/libexec/morvane/morvane-vaultd --system", "/run/morvane/morvane-vault-v1")
             self.protect()
+            self.change_versions()
             self.second_net("kill $(pgrep -x morvane-vaultd); while pgrep -x morvane-vaultd; do sleep 0.1; done",
                             "setsid /usr/libexec/morvane/morvane-vaultd --system >/tmp/service.log 2>&1 </dev/null &")
             self.recover()

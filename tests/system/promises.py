@@ -1,7 +1,9 @@
 """What the two packages promise wherever they are installed."""
 
+import glob
 import json
 import os
+import tempfile
 
 from disks import run
 from machine import Report
@@ -23,6 +25,22 @@ def compile_deleter(folder):
         file.write("#include <unistd.h>\nint main(int n, char **v) { return n < 2 || unlink(v[1]); }\n")
     run("gcc", "-O1", "-static", "-o", program, source)
     return program
+
+
+def with_version(package, version, folder):
+    """The package of the services again, under another version; its path."""
+    with tempfile.TemporaryDirectory() as work:
+        tree = os.path.join(work, "tree")
+        run("dpkg-deb", "--raw-extract", package, tree)
+        control = os.path.join(tree, "DEBIAN", "control")
+        run("sed", "-i", "s/^Version: .*/Version: %s/" % version, control)
+        path = os.path.join(folder, "services-%s.deb" % version)
+        run("dpkg-deb", "--root-owner-group", "-b", "-Znone", tree, path)
+    return path
+
+
+def services_package(debs):
+    return glob.glob(os.path.join(debs, "morvane-services*.deb"))[0]
 
 
 class Promises:
@@ -96,9 +114,18 @@ class Promises:
         is_kept = any(file in self.listed("li") for _ in range(50))
         self.report.check("what a static program deletes is kept", is_kept)
 
+    def stays_on(self, change):
+        """That protection, which is on, outlives a change of the packages."""
+        self.promise("protection outlives " + change, "grep -c libmorvane-guard /etc/ld.so.preload | grep -x 1 && "
+                     "su - wang -c 'echo x > Documents/e.txt; rm Documents/e.txt' && [ ! -e /home/wang/Documents/e.txt ]")
+        file = "/home/wang/Documents/e.txt"
+        self.report.check("and keeps files after " + change, any(file in self.listed("wang") for _ in range(50)))
+
     def purge(self):
         self.report.attempt("protection is on before the removal", lambda: self.configure("li"))
-        self.promise("the packages are purged", "dpkg -P $(dpkg-query -W -f '${Package} ' 'morvane*')", 600)
+        self.promise("the packages are purged, and it is told that the vaults stay",
+                     "dpkg -P $(dpkg-query -W -f '${Package} ' 'morvane*') >/tmp/purge.log 2>&1 && "
+                     "grep -q 'protected files stay in the .morvane_vault' /tmp/purge.log || ! cat /tmp/purge.log", 600)
         self.promise("the preload list has no line", "! grep -q libmorvane-guard /etc/ld.so.preload 2>/dev/null")
         self.promise("nothing is left behind",
                      "! ls -d /usr/libexec/morvane /usr/lib/*/libmorvane-guard.so* /lib/systemd/system/morvane* "

@@ -4,12 +4,17 @@ device mapper, which the machine that runs the test may not have."""
 import os
 import re
 import shutil
+import struct
 import subprocess
 import tempfile
 
 from disks import digest, run
 
 MIB = 1 << 20
+SECTOR = 512
+# Where a member of an array has its description and its data, in sectors.
+RAID_HEAD = 8
+RAID_DATA = 2048
 PASS_PHRASE = "secret"
 VOLUME = """
     logical_volumes {
@@ -78,6 +83,42 @@ def on_lvm(folder):
     run("dd", "if=" + inner, "of=" + path, "bs=1M", "seek=1", "conv=notrunc")
     os.unlink(inner)
     return System(path, "System on LVM")
+
+
+def raid_head(member, sectors):
+    """The superblock (version 1.2) of a mirror that was not closed: its members are to be compared."""
+    most = 128  # members that the table of roles has room for
+    head = bytearray(256 + 2 * most)
+    struct.pack_into("<II", head, 0, 0xA92B4EFC, 1)
+    head[16:32] = b"morvane-raid-set"
+    head[32:45] = b"machine:array"
+    struct.pack_into("<QIIQII", head, 64, 1700000000, 1, 0, sectors, 0, 2)
+    struct.pack_into("<QQQ", head, 128, RAID_DATA, sectors, RAID_HEAD)
+    struct.pack_into("<I", head, 160, member)
+    head[168:184] = b"morvane-member-%d" % member
+    struct.pack_into("<QQQ", head, 192, 1700000000, 7, 0)
+    struct.pack_into("<I", head, 220, most)
+    struct.pack_into("<%dH" % most, head, 256, 0, 1, *[0xFFFE] * (most - 2))
+    total = sum(struct.unpack("<%dI" % (len(head) // 4), head))
+    struct.pack_into("<I", head, 216, ((total & 0xFFFFFFFF) + (total >> 32)) & 0xFFFFFFFF)
+    return head
+
+
+def on_raid(folder):
+    """The two members of a mirror with a system."""
+    inner = os.path.join(folder, "raid.inner")
+    make_linux(inner, "System on RAID", 16 * MIB)
+    with open(inner, "rb") as file:
+        content = file.read()
+    os.unlink(inner)
+    paths = [os.path.join(folder, "raid-%d.img" % member) for member in (0, 1)]
+    for member, path in enumerate(paths):
+        with open(path, "wb") as image:
+            image.seek(RAID_HEAD * SECTOR)
+            image.write(raid_head(member, len(content) // SECTOR))
+            image.seek(RAID_DATA * SECTOR)
+            image.write(content)
+    return [System(path, "System on RAID") for path in paths]
 
 
 def encrypted(folder):
