@@ -6,7 +6,8 @@
 #   scripts/deps.sh test     to test as well
 #   scripts/deps.sh bench    to measure as well
 #   scripts/deps.sh medium   to build the recovery medium
-#   scripts/deps.sh systemtest  to prove packages and medium in booted machines
+#   scripts/deps.sh systemtest  to prove packages and medium in booted machines; brings a file server
+#                            and an SSH server, which Debian starts: for a machine that only tests
 #   scripts/deps.sh fuzz     to feed the parsers with mutated input
 #   scripts/deps.sh lint     to check the sources
 set -eu
@@ -40,7 +41,8 @@ medium | systemtest)
 esac
 case ${1:-} in
 systemtest)
-    packages="$packages $other_images python3 qemu-system-x86 qemu-utils ovmf lvm2"
+    packages="$packages $other_images python3 qemu-system-x86 qemu-utils ovmf lvm2
+              samba openssh-server openssl"
     ;;
 esac
 [ "${1:-}" != lint ] || packages="$packages clang clang-format clang-tidy codespell shellcheck python3"

@@ -59,11 +59,6 @@ rm -f "$iso/live/filesystem.squashfs"
 mksquashfs "$root" "$iso/live/filesystem.squashfs" -comp zstd -Xcompression-level $level \
     -noappend -quiet -no-progress
 cp medium/boot/grub.cfg "$iso/boot/grub/grub.cfg"
-# For tests: a console on the serial line, and whatever else the caller adds to the options.
-if [ -n "${MORVANE_MEDIUM_OPTIONS:-}" ]; then
-    # shellcheck disable=SC2016
-    printf 'set options="$options %s"\nset timeout=0\n' "$MORVANE_MEDIUM_OPTIONS" >"$iso/boot/grub/serial.cfg"
-fi
 cp /usr/share/grub/unicode.pf2 "$iso/boot/grub/fonts/"
 echo "Morvane recovery" >"$iso/.disk/info"
 

@@ -90,7 +90,7 @@ PATIENT = "console=ttyS0,115200 mitigations=off systemd.default_timeout_start_se
 class Machine(Console):
     """A virtual machine under plain emulation, driven over its serial line. Starts at construction."""
 
-    def __init__(self, name, folder, arguments, memory=1024):
+    def __init__(self, name, folder, arguments, memory=1024, network="none"):
         super().__init__(name, os.path.join(folder, name + ".log"))
         self.place = os.path.join(folder, name + ".serial")
         if os.path.exists(self.place):
@@ -98,7 +98,7 @@ class Machine(Console):
         self.monitor = os.path.join(folder, name + ".monitor")
         # No AVX: emulating it is slower than the code that does without.
         self.process = subprocess.Popen(
-            ["qemu-system-x86_64", "-accel", "tcg,tb-size=512", "-cpu", "Nehalem", "-m", str(memory), "-nic", "none",
+            ["qemu-system-x86_64", "-accel", "tcg,tb-size=512", "-cpu", "Nehalem", "-m", str(memory), "-nic", network,
              "-display", "none", "-vga", "std", "-serial", "unix:%s,server=on,wait=off" % self.place,
              "-monitor", "unix:%s,server=on,wait=off" % self.monitor] + arguments,
             stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
@@ -119,16 +119,34 @@ class Machine(Console):
         path = self.monitor + ".ppm"
         if os.path.exists(path):
             os.unlink(path)
+        self.tell("screendump " + path)
+        until = time.time() + 60
+        while time.time() < until:
+            picture = Picture.load(path)
+            if picture:
+                return picture
+            time.sleep(0.2)
+        raise Failure("%s: no picture of the screen" % self.name)
+
+    def tell(self, *commands):
+        """Commands for the machine's monitor, one after the other; ends when all are done."""
         with socket.socket(socket.AF_UNIX) as monitor:
             monitor.connect(self.monitor)
-            monitor.sendall(("screendump %s\n" % path).encode())
-            until = time.time() + 60
-            while time.time() < until:
-                picture = Picture.load(path)
-                if picture:
-                    return picture
-                time.sleep(0.2)
-        raise Failure("%s: no picture of the screen" % self.name)
+            monitor.settimeout(60)
+            answer = b""
+            for count, command in enumerate(commands, 1):
+                monitor.sendall(command.encode() + b"\n")
+                # A prompt at the start, and one behind each command.
+                while answer.count(b"(qemu)") < count + 1:
+                    data = monitor.recv(65536)
+                    if not data:
+                        raise Failure("%s: the monitor has closed" % self.name)
+                    answer += data
+
+    def type(self, line):
+        """At the keyboard of the screen; lower case letters, digits and a few signs."""
+        names = {" ": "spc", "|": "shift-backslash", "-": "minus", "/": "slash", ".": "dot", "\n": "ret"}
+        self.tell(*["sendkey " + names.get(letter, letter) for letter in line + "\n"])
 
     def wait_for_screen(self, colours, limit):
         """Whether the screen shows more colours than that within the time."""

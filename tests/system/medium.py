@@ -12,7 +12,9 @@ import sys
 
 from disks import HERE, DirtyDisk, digest, files_of, target_disk, tools_disk
 from machine import Failure, Machine, Report
-from systems import PASS_PHRASE, encrypted, on_lvm, swap, windows
+from desktop import looks_at_plugged_disk, recovers_to_shares, starts_otherwise
+from shares import Share
+from systems import PASS_PHRASE, encrypted, on_lvm, on_raid, swap, windows
 
 SOCKET = "/run/morvane/morvane-service-v1"
 BOOT = 900
@@ -67,17 +69,20 @@ def picture(machine, folder, name):
 
 def looks_at_systems(machine, report, letters):
     """Of the disks with installed systems: those that are found, and what stays off until it is asked for."""
-    report.attempt("no swap, no array and no volume has come up by itself", lambda: machine.run(
-        "[ $(wc -l </proc/swaps) = 1 ] && ! grep -q ^md /proc/mdstat"))
+    report.attempt("no swap is used; arrays, volumes and their disks are read-only", lambda: machine.run(
+        "[ $(wc -l </proc/swaps) = 1 ] && for a in /sys/block/md*; do [ $(cat $a/md/array_state) = readonly ] || "
+        "{ cat /proc/mdstat; false; }; done && for a in /sys/block/dm-*; do [ $(cat $a/ro) = 1 ] || { echo $a; false; }; done"))
     report.attempt("all disks are read-only for the kernel", lambda: machine.run(
         "for d in /sys/block/vd*; do [ $(cat $d/ro) = 1 ] || { echo $d; false; }; done"))
     report.attempt("the first system in disk order stands at /live_target", lambda: machine.run(
         "grep -q 'Dirty system' /live_target/etc/os-release && findmnt -no SOURCE,OPTIONS /live_target | "
         "grep '/dev/vda.*\\bro\\b' || { systemctl status --no-pager morvane-live-target; findmnt /live_target; false; }", 120))
     listed = machine.run("sudo morvane-live-target list", 300)
-    for name, kind in (("Dirty system", "linux"), ("System on LVM", "linux"), ("Windows", "windows")):
+    for name, kind in (("Dirty system", "linux"), ("System on LVM", "linux"), ("System on RAID", "linux"), ("Windows", "windows")):
         report.check("%s is found" % name, re.search(r"\t%s\t%s" % (kind, name), listed), listed)
     report.check("the system in a Btrfs subvolume is found", "/dev/vdc\tlinux" in listed, listed)
+    report.attempt("the array that was not closed is still not, and read-only", lambda: machine.run(
+        "grep -q '(read-only)' /proc/mdstat && ! grep -q resync= /proc/mdstat || ! cat /proc/mdstat"))
     mount = "morvane-live-target mount /dev/%s && findmnt -no OPTIONS /live_target | grep -E '^ro(,|$)' && "
     report.attempt("the encrypted system opens with its pass-phrase", lambda: machine.run(
         "printf %s | sudo " % PASS_PHRASE + mount % letters["luks"] +
@@ -92,16 +97,19 @@ def looks_at_systems(machine, report, letters):
 def full_test(way, iso, folder):
     report = Report("medium " + way)
     dirty = [DirtyDisk(folder, kind) for kind in ("ext4", "xfs", "btrfs")]
-    systems = [on_lvm(folder), encrypted(folder), windows(folder), swap(folder)]
+    systems = [on_lvm(folder), encrypted(folder), windows(folder), swap(folder)] + on_raid(folder)
     target = target_disk(folder)
     tools = tools_disk(folder, [os.path.join(HERE, "guest_client.py")])
     source = dirty + systems
     arguments = firmware(way, folder) + medium(way, iso)
     for number, path in enumerate([each.path for each in source] + [target, tools]):
         arguments += disk(path, number)
-    names = dict(zip(("ext4", "xfs", "btrfs", "lvm", "luks", "windows", "swap", "target"),
+    names = dict(zip(("ext4", "xfs", "btrfs", "lvm", "luks", "windows", "swap", "raid0", "raid1", "target"),
                      ("vd" + letter for letter in string.ascii_lowercase)))
-    machine = Machine("medium-" + way, folder, arguments)
+    if way != "usb":
+        arguments += ["-device", "qemu-xhci"]
+    shares = [Share(folder, kind) for kind in ("smb", "sftp")]
+    machine = Machine("medium-" + way, folder, arguments, network="user")
     try:
         boots_to_window(machine, report)
         report.check("draws its screen", picture(machine, folder, "medium-%s-start" % way))
@@ -111,7 +119,7 @@ def full_test(way, iso, folder):
         report.check("leaves memory (%d of 1024 MiB)" % memory, memory > 300, memory)
         looks_at_systems(machine, report, names)
         machine.run("sudo mkdir -p /tools && sudo mount -o ro /dev/disk/by-label/TOOLS /tools")
-        place = "/media/user/" + names["target"]
+        place = "/media/user/%s/恢复的文件" % names["target"]
         offered = machine.run("sudo morvane-target list", 300)
         report.check("targets are offered with their free space",
                      re.search(r"/dev/%s\t96M\t\d+(\.\d)?M\text4\tTARGET" % names["target"], offered), offered)
@@ -121,17 +129,22 @@ def full_test(way, iso, folder):
             report.attempt("scans and recovers " + each.path.rsplit("-", 1)[1], lambda: machine.run(
                 "python3 /tools/guest_client.py %s recover /dev/vd%s %s/%s" % (SOCKET, letter, place, letter), 900))
         report.attempt("recovered files are the user's", lambda: machine.run(
-            "[ -z \"$(find %s -mindepth 1 -name lost+found -prune -o ! -user user -print)\" ]" % place))
+            "[ -z \"$(find %s ! -user user -print)\" ]" % place))
+        looks_at_plugged_disk(machine, report, folder, way)
+        recovers_to_shares(machine, report, shares, dirty[0])
         sectors = written_sectors(machine)
         report.check("the guest wrote nothing to the machine's disks",
                      all(count == "0" for name, count in sectors.items() if name != names["target"]), sectors)
         report.check("draws its screen", picture(machine, folder, "medium-%s-end" % way))
-        machine.run("sudo umount %s && sync" % place, 120)
+        machine.run("sudo umount /media/user/%s && sync" % names["target"], 120)
+        starts_otherwise(machine, report, folder)
     except Failure as failure:
         report.check("goes through", False, failure)
         picture(machine, folder, "medium-%s-failed" % way)
     finally:
         machine.end()
+        for share in shares:
+            share.end()
     recovered = files_of(target, folder)
     for each in dirty:
         missing = [path for value, path in each.lost.items() if value not in recovered]
@@ -151,6 +164,8 @@ def boot_test(way, iso, folder):
     try:
         boots_to_window(machine, report)
         report.check("draws its screen", picture(machine, folder, "medium-" + way))
+        sectors = written_sectors(machine)
+        report.check("the guest wrote nothing to the disk", sectors and set(sectors.values()) == {"0"}, sectors)
     except Failure as failure:
         report.check("goes through", False, failure)
         picture(machine, folder, "medium-%s-failed" % way)
