@@ -43,7 +43,7 @@ RecoveryLink::RecoveryLink(IpcClient *client, DiskInfoProvider *disks, Partition
         showSamples(m_client->isConnected() ? reason : m_client->refusal());
         startRetrying();
     });
-    connect(m_page, &PartitionSelectPage::requestRefresh, m_disks, &DiskInfoProvider::refresh);
+    connect(m_page, &PartitionSelectPage::requestRefresh, this, &RecoveryLink::refresh);
 }
 
 void RecoveryLink::onConnected()
@@ -61,6 +61,17 @@ void RecoveryLink::onDisksReady(const QVector<DiskGroup> &groups)
         m_timer->stop();
     m_hasRealDisks = true;
     m_page->setDiskGroups(groups);
+}
+
+void RecoveryLink::refresh()
+{
+    if (m_client->isConnected() && !m_hasRealDisks) {
+        // The service asks for an administrator once a connection: who was refused may try again.
+        m_client->disconnectFromService();
+        m_client->connectToService();
+        return;
+    }
+    m_disks->refresh();
 }
 
 void RecoveryLink::onTimeout()

@@ -38,6 +38,8 @@ signals:
 private:
     void onConnected();
     void onDisksReady(const QVector<ui::common::models::DiskGroup> &groups);
+    /// At the user's wish.
+    void refresh();
     void onTimeout();
     void startRetrying();
     void showSamples(const QString &reason);

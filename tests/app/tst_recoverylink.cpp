@@ -16,6 +16,7 @@ private slots:
     void cleanup() { close(); }
     void samplesGoAndComeBack();
     void tellsWhyAServiceIsRefused();
+    void tellsThatAnAdministratorRefused();
     void disksThatCannotBeRead();
     void linkLostMidScan_data();
     void linkLostMidScan();
@@ -57,6 +58,26 @@ void TestRecoveryLink::tellsWhyAServiceIsRefused()
     const auto *notice = page.findChild<QLabel *>(QStringLiteral("SampleNotice"));
     QVERIFY(notice->text().contains(client.refusal()));
     QVERIFY(m_service->requests().isEmpty());
+}
+
+void TestRecoveryLink::tellsThatAnAdministratorRefused()
+{
+    const QString reason = QStringLiteral("授权已取消");
+    int asked = 0;
+    m_service->setAuthorizer(
+        [&](const core::ipc::Peer &, const services::ServiceHost::Decide &decide) {
+            decide(++asked > 1, reason);
+        });
+    m_service->dropClients();
+    QTRY_VERIFY(m_window->showsSamples());
+    const auto *notice =
+        m_window->partitions()->findChild<QLabel *>(QStringLiteral("SampleNotice"));
+    QTRY_VERIFY(notice->text().contains(reason));
+    // Asking again by itself would bring up the question again and again.
+    QCOMPARE(asked, 1);
+    emit m_window->partitions()->requestRefresh();
+    QTRY_VERIFY(!m_window->showsSamples());
+    QCOMPARE(asked, 2);
 }
 
 void TestRecoveryLink::disksThatCannotBeRead()
