@@ -81,8 +81,8 @@ def looks_at_systems(machine, report, letters):
     for name, kind in (("Dirty system", "linux"), ("System on LVM", "linux"), ("System on RAID", "linux"), ("Windows", "windows")):
         report.check("%s is found" % name, re.search(r"\t%s\t%s" % (kind, name), listed), listed)
     report.check("the system in a Btrfs subvolume is found", "/dev/vdc\tlinux" in listed, listed)
-    report.attempt("the array that was not closed is still not, and read-only", lambda: machine.run(
-        "grep -q '(read-only)' /proc/mdstat && ! grep -q resync= /proc/mdstat || ! cat /proc/mdstat"))
+    report.attempt("the array that was not closed waits for its resync, read-only", lambda: machine.run(
+        "grep -q '(read-only)' /proc/mdstat && grep -q resync=PENDING /proc/mdstat || ! cat /proc/mdstat"))
     mount = "morvane-live-target mount /dev/%s && findmnt -no OPTIONS /live_target | grep -E '^ro(,|$)' && "
     report.attempt("the encrypted system opens with its pass-phrase", lambda: machine.run(
         "printf %s | sudo " % PASS_PHRASE + mount % letters["luks"] +
