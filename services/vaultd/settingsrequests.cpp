@@ -14,14 +14,18 @@ const QString kNeedReboot = QStringLiteral("needReboot");
 QJsonObject statusObject(const UserVault &vault, const HookFacts &hook)
 {
     const bool isEnabled = vault.settings().isEnabled();
-    return {{QStringLiteral("running"), true},
-            {QStringLiteral("enabled"), isEnabled},
-            {QStringLiteral("preloadActive"), hook.isActive},
-            {QStringLiteral("soFileExists"), hook.isLibraryThere},
-            {kNeedReboot, hook.needsReboot},
-            {QStringLiteral("protectedFileCount"), vault.index().count()},
-            {QStringLiteral("usedSpaceBytes"), vault.index().usedBytes()},
-            {kDeployMode, hook.deployMode(isEnabled)}};
+    QJsonObject object{{QStringLiteral("running"), true},
+                       {QStringLiteral("enabled"), isEnabled},
+                       {QStringLiteral("preloadActive"), hook.isActive},
+                       {QStringLiteral("soFileExists"), hook.isLibraryThere},
+                       {kNeedReboot, hook.needsReboot},
+                       {QStringLiteral("protectedFileCount"), vault.index().count()},
+                       {QStringLiteral("usedSpaceBytes"), vault.index().usedBytes()},
+                       {kDeployMode, hook.deployMode(isEnabled)}};
+    const QString &reason = vault.thread().secondNetReason();
+    if (isEnabled && !reason.isEmpty())
+        object.insert(QStringLiteral("secondNetReason"), reason);
+    return object;
 }
 
 } // namespace

@@ -78,9 +78,9 @@ bool VaultThread::start(QString *error)
 void VaultThread::protect(const VaultConfig &config, bool isEnabled)
 {
     m_keeper.setRules(rulesOf(config));
-    QString why;
-    if (m_layout.dir() && !m_shadows.restart(config, isEnabled, &why))
-        qInfo() << "[VaultThread] no second net:" << why;
+    m_secondNetReason.clear();
+    if (m_layout.dir() && !m_shadows.restart(config, isEnabled, &m_secondNetReason))
+        qInfo() << "[VaultThread] no second net:" << m_secondNetReason;
 }
 
 /// From any thread: what is kept within a short time is recorded together.

@@ -42,6 +42,8 @@ public:
     Keeper *keeper() { return &m_keeper; }
     /// What is protected from now on; nothing if it is off.
     void protect(const VaultConfig &config, bool isEnabled);
+    /// Why deletions past the hook are not kept; empty while they are. On the thread of protect().
+    const QString &secondNetReason() const { return m_secondNetReason; }
 
     // Each is done in order. Changes come before the outcome; neither comes after destruction.
     /// Looks for what others have changed and removes what exceeds the limits.
@@ -71,6 +73,7 @@ private:
     Mailbox *m_jobs = nullptr;
     core::WorkerThread m_thread;
     ShadowNet m_shadows; // after all that it makes records with
+    QString m_secondNetReason;
 };
 
 } // namespace vaultd

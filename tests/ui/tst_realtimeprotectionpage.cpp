@@ -87,6 +87,7 @@ void TestRealtimeProtectionPage::warnsOfSpaceUntilThereIsRoom()
     Bench bench;
     QJsonObject status = statusOf(true);
     status.insert("usedSpaceBytes"_u, 9500000);
+    status.insert("secondNetReason"_u, "无法监视文件系统"_u);
     bench.service.reply(kStatus, status);
     bench.service.reply(kConfig, {{"maxSpaceBytes"_u, 10000000}});
     QVERIFY(bench.service.start());
@@ -101,6 +102,9 @@ void TestRealtimeProtectionPage::warnsOfSpaceUntilThereIsRoom()
     bool isOpened = false;
     ModalDriver driver([&isOpened](QWidget *dialog) {
         isOpened = qobject_cast<ShieldSettingsDialog *>(dialog) != nullptr;
+        QVERIFY(dialog->findChild<QWidget *>("ShieldDirHint"_u)
+                    ->accessibleDescription()
+                    .endsWith("当前未启用：无法监视文件系统"_u));
         qobject_cast<QDialog *>(dialog)->reject();
     });
     bench.page->findChild<QPushButton *>("SpaceSettingsButton"_u)->click();

@@ -42,6 +42,7 @@ public:
     const VaultLayout &layout() const { return m_layout; }
     const QString &parent() const { return m_place.parent; }
     VaultThread &thread() { return m_thread; }
+    const VaultThread &thread() const { return m_thread; }
 
 signals:
     void filesChanged(const services::vaultd::VaultChanges &changes);

@@ -235,6 +235,7 @@ void RealtimeProtectionPage::onStatusUpdated(const QJsonObject &object)
 {
     const auto status = realtimeprotection::ServiceStatus::fromJson(object);
     m_isProtectionEnabled = status.isEnabled;
+    m_secondNetReason = status.secondNetReason;
     m_status->showStatus(realtimeprotection::viewOf(status));
     m_status->updateSpaceWarning(status.usedBytes);
     const QString warning = m_breakage.warningFor(status);
@@ -430,6 +431,7 @@ void RealtimeProtectionPage::openSettings()
     const QPointer<ShieldSettingsDialog> dialog = new ShieldSettingsDialog(this);
     dialog->setDirectoryChooser(m_chooseDirectory);
     dialog->setSettings(current);
+    dialog->setSecondNetReason(m_secondNetReason);
     const bool accepted = dialog->exec() == QDialog::Accepted;
     if (!dialog)
         return;

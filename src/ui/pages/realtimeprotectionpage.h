@@ -92,6 +92,7 @@ private:
     QJsonObject m_config; ///< The last one that came.
     QStringList m_protectedDirs;
     bool m_isProtectionEnabled = false;
+    QString m_secondNetReason;
     realtimeprotection::BreakageWatch m_breakage;
     int m_verificationTimeoutMs;
     int m_wholeListSize = 0; ///< Files of the last answer that led to asking for all; 0: none yet.

@@ -122,12 +122,18 @@ void ShieldSettingsDialog::buildDirectoryCard(QBoxLayout *column)
     hint->setObjectName(QStringLiteral("ShieldDirHint"));
     hint->setFixedSize(kHintSize, kHintSize);
     hint->setColor(ThemeColors::current().textMuted);
-    setHoverNote(hint, {tr("未被拦截的删除"), shieldsettings::secondNetNote()});
+    m_dirHint = hint;
+    setSecondNetReason(QString());
     auto *row = new QHBoxLayout;
     row->addWidget(add);
     row->addWidget(hint);
     row->addStretch(1);
     card->addLayout(row);
+}
+
+void ShieldSettingsDialog::setSecondNetReason(const QString &reason)
+{
+    setHoverNote(m_dirHint, {tr("未被拦截的删除"), shieldsettings::secondNetNote(reason)});
 }
 
 void ShieldSettingsDialog::buildTypeCard(QBoxLayout *column)

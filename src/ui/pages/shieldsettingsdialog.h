@@ -32,6 +32,8 @@ public:
     void setSettings(const Settings &settings);
     /// File types come as whole groups: what belongs to none is not kept.
     Settings settings() const;
+    /// Why deletions past the hook are not kept; empty while they are.
+    void setSecondNetReason(const QString &reason);
     /// What stands in for the directory dialog.
     void setDirectoryChooser(const DirectoryChooser &chooser) { m_chooseDirectory = chooser; }
 
@@ -61,6 +63,7 @@ private:
     DirectoryChooser m_chooseDirectory;
     QStringList m_dirs;
     QHash<const QObject *, HoverNote> m_notes;
+    QWidget *m_dirHint = nullptr;
     QWidget *m_tagArea = nullptr;
     ui::common::FlowLayout *m_tags = nullptr;
     QVector<QPushButton *> m_groups; ///< In the order of the groups' table.

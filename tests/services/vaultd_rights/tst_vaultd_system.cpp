@@ -84,6 +84,8 @@ void TestVaultdSystem::provesDeploysAndGivesBack()
     QVERIFY(isTrue(enabled.at(1), "needReboot"));
     QCOMPARE(enabled.at(1).value(QLatin1String("deployMode")).toString(),
              QStringLiteral("pending_reboot"));
+    // Without clones, the second net is off by default.
+    QVERIFY(!enabled.at(1).value(QLatin1String("secondNetReason")).toString().isEmpty());
 
     // Deleted by a fresh program, with its folder.
     const QString file = QStringLiteral("/home/alice/d/a.txt");

@@ -58,6 +58,7 @@ ServiceStatus ServiceStatus::fromJson(const QJsonObject &status)
     result.needsReboot = flag("needReboot");
     result.fileCount = core::toInt64(status.value(QLatin1String("protectedFileCount")));
     result.usedBytes = core::toInt64(status.value(QLatin1String("usedSpaceBytes")));
+    result.secondNetReason = status.value(QLatin1String("secondNetReason")).toString();
     result.deployMode = status.value(QLatin1String("deployMode")).toString();
     return result;
 }

@@ -18,6 +18,7 @@ struct ServiceStatus
     qint64 fileCount = 0;
     qint64 usedBytes = 0;
     QString deployMode;
+    QString secondNetReason; ///< Why deletions past the hook are not kept; empty while they are.
 
     static ServiceStatus fromJson(const QJsonObject &status);
 };

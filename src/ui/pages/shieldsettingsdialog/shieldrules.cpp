@@ -96,12 +96,13 @@ QString extensionNote(const TypeGroup &group)
     return QLatin1Char('.') + extensionsOf(group).join(QLatin1String(", ."));
 }
 
-QString secondNetNote()
+QString secondNetNote(const QString &reason)
 {
-    return QStringLiteral(
+    const QString note = QStringLiteral(
         "静态链接程序、沙箱等绕过保护钩子的删除由第二道防线保留。\n"
         "在 Btrfs 和 XFS 上使用克隆，自动启用；其他文件系统需要硬链接，\n"
         "文件的链接数会因此增加，默认关闭，可在服务配置中将 secondNet 设为 always。");
+    return reason.isEmpty() ? note : note + QStringLiteral("\n当前未启用：%1").arg(reason);
 }
 
 QSet<QString> lowerCased(const QStringList &extensions)

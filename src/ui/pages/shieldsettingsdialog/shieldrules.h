@@ -36,7 +36,8 @@ QStringList extensionsOf(const TypeGroup &group);
 /// ".doc, .docx".
 QString extensionNote(const TypeGroup &group);
 /// What happens to files that are deleted without the hook being told.
-QString secondNetNote();
+/// What is said of deletions past the hook. `reason`: why they are not kept now, or empty.
+QString secondNetNote(const QString &reason);
 QSet<QString> lowerCased(const QStringList &extensions);
 /// More than half of the group's extensions, rounded down, are there. `extensions` is lower case.
 bool isProtected(const TypeGroup &group, const QSet<QString> &extensions);
