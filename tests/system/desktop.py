@@ -21,7 +21,7 @@ def looks_at_plugged_disk(machine, report, folder, way):
     with open(path, "wb") as image:
         image.truncate(64 << 20)
     run("mkfs.vfat", "-n", "PLUGGED", path)
-    machine.run("mkdir -p /tmp/log; %s setsid morvane-choose-target >/tmp/log/chooser 2>&1 & sleep 1" % ON_SCREEN)
+    machine.run("mkdir -p /tmp/log; %s setsid morvane-choose-target >/tmp/log/chooser 2>&1 &" % ON_SCREEN)
     report.attempt("the dialog for targets is open", lambda: machine.run(
         waits_for("pgrep -f morvane-choose-target >/dev/null", 60), 180))
     machine.tell("drive_add 0 if=none,id=plug,format=raw,file=" + path, "device_add usb-storage,drive=plug,id=plugged")
@@ -29,7 +29,9 @@ def looks_at_plugged_disk(machine, report, folder, way):
         waits_for("sudo morvane-target list | grep -P '/dev/sd[a-z]\\t64M\\t6[0-9](\\.\\d)?M\\tvfat\\tPLUGGED'", 60), 600))
     report.attempt("and is read-only until it is chosen", lambda: machine.run(
         "[ $(cat /sys/block/$(basename $(readlink -f /dev/disk/by-label/PLUGGED))/ro) = 1 ]"))
-    report.attempt("the dialog stays up", lambda: machine.run("sleep 15; pgrep -f morvane-choose-target || ! cat /tmp/log/chooser", 60))
+    report.attempt("the dialog has read the list again, and stays up", lambda: machine.run(
+        waits_for("! pgrep -f 'morvane-target list' >/dev/null", 60) +
+        "; pgrep -f morvane-choose-target || ! cat /tmp/log/chooser", 300))
     machine.screen().save(os.path.join(folder, "medium-%s-target.png" % way))
     machine.run("pkill -f morvane-choose-target; true")
 
@@ -54,7 +56,7 @@ def recovers_to_shares(machine, report, shares, disk):
         report.check("%s: the deleted files are there" % kind, not missing, missing)
 
 
-def starts_otherwise(machine, report, folder):
+def starts_otherwise(machine, report, folder, many_colours):
     """As by the other entries of the menu, in the system that runs: its kernel's line is covered."""
     def restart(words):
         machine.run("sed 's/$/ %s/' /proc/cmdline >/tmp/words; sudo umount /proc/cmdline 2>/dev/null; "
@@ -65,15 +67,17 @@ def starts_otherwise(machine, report, folder):
     report.attempt("with the program and large letters", lambda: machine.run(
         waits_for("pgrep -x morvane >/dev/null", 100) + "; tr '\\0' '\\n' </proc/$(pgrep -x morvane)/environ | "
         "grep -x QT_FONT_DPI=134", 600))
-    machine.run("sleep 45", 120)
+    report.check("its window is shown", machine.wait_for_screen(many_colours, 600))
     machine.screen().save(os.path.join(folder, "medium-large.png"))
     # No graphics come up: there is no server for the screen.
     machine.run("sudo mv /usr/lib/xorg/Xorg /usr/lib/xorg/Xorg.away; sudo mount --bind /dev/null /usr/bin/Xorg; true")
     restart("quiet")
     report.attempt("without a screen the console has Chinese letters", lambda: machine.run(
         waits_for("pgrep -x fbterm >/dev/null", 100) + " || ! cat /tmp/startx.log", 400))
-    machine.run("sleep 10", 60)
-    machine.type("morvane-cli recover list | tee /tmp/typed")
-    report.attempt("and recovers by the command line tool", lambda: machine.run(
-        waits_for("grep -q /dev/vda /tmp/typed", 60) + " || ! cat /tmp/typed", 300))
+    # What is typed before the console is ready is lost.
+    for _ in range(5):
+        machine.type("morvane-cli recover list | tee /tmp/typed")
+        if machine.run(waits_for("grep -q /dev/vda /tmp/typed 2>/dev/null", 20) + "; echo $?", 120).endswith("0"):
+            break
+    report.attempt("and recovers by the command line tool", lambda: machine.run("grep /dev/vda /tmp/typed", 60))
     machine.screen().save(os.path.join(folder, "medium-console.png"))

@@ -137,7 +137,7 @@ def full_test(way, iso, folder):
                      all(count == "0" for name, count in sectors.items() if name != names["target"]), sectors)
         report.check("draws its screen", picture(machine, folder, "medium-%s-end" % way))
         machine.run("sudo umount /media/user/%s && sync" % names["target"], 120)
-        starts_otherwise(machine, report, folder)
+        starts_otherwise(machine, report, folder, MANY_COLOURS)
     except Failure as failure:
         report.check("goes through", False, failure)
         picture(machine, folder, "medium-%s-failed" % way)
