@@ -527,7 +527,7 @@ void TestRecoveryControllers::tellsALostLink()
 void TestRecoveryControllers::readsPartitions()
 {
     const QJsonObject data = json(R"({"groups":[
-        {"diskTitle":"Disk","partitions":[
+        {"diskTitle":"Disk","diskSize":"3 GB","partitions":[
             {"title":"T","pathAndFs":"/dev/a  EXT4","used":"1 GB","total":"2 GB","mountPoint":"/m",
              "usage":50,"selected":true,"dashed":true},
             {}]},
@@ -539,7 +539,8 @@ void TestRecoveryControllers::readsPartitions()
         {QStringLiteral("Disk"),
          {{QStringLiteral("T"), QStringLiteral("/dev/a  EXT4"), QStringLiteral("1 GB"),
            QStringLiteral("2 GB"), QStringLiteral("/m"), 50, true, true},
-          {QString(), QString(), QString(), QString(), QString(), 0, false, false}}},
+          {QString(), QString(), QString(), QString(), QString(), 0, false, false}},
+         QStringLiteral("3 GB")},
         {QString(), {}},
         {QString(), {}}};
     QCOMPARE(groups, expected);

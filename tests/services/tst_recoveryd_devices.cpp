@@ -387,7 +387,9 @@ void TestRecoverydDevices::listsDevices()
     const QJsonArray groups = catalog.groups();
     QCOMPARE(groups.size(), 3);
     for (const QJsonValue &group : groups) {
-        // Pages read a capacity out of the name, and would find a wrong one in a number.
+        const QString size = group.toObject().value(QLatin1String("diskSize")).toString();
+        QVERIFY2(size.endsWith(QLatin1String("B")), qPrintable(size));
+        // Older pages read a capacity out of the name, and would find a wrong one in a number.
         QVERIFY(QFile::exists(
             m_dir.filePath(group.toObject().value(QLatin1String("diskTitle")).toString())));
         const QJsonArray entries = group.toObject().value(QLatin1String("partitions")).toArray();

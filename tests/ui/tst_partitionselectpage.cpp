@@ -158,7 +158,8 @@ void TestPartitionSelectPage::showsWhatTheServiceSaid()
 {
     PartitionEntry partition = entry("/dev/sda1  XFS");
     partition.dashed = true;
-    m_page->setDiskGroups({{text("Foo NVMe 2 TB"), {partition}}, {text("leer"), {}}});
+    m_page->setDiskGroups(
+        {{text("Foo NVMe 2 TB"), {partition}}, {text("leer"), {}, text("64.0 MB")}});
     PartitionCardWidget *card = cards().value(0);
     QVERIFY(card);
     QCOMPARE(card->fsType(), QStringLiteral("XFS"));
@@ -170,6 +171,12 @@ void TestPartitionSelectPage::showsWhatTheServiceSaid()
     for (const char *expected :
          {"分区", "/dev/sda1", "XFS", "已用: 1 GB", "总计 2 GB", "挂载点: /m"})
         QVERIFY2(texts.contains(text(expected)), expected);
+    // The size that the service names counts before what the title may tell.
+    QStringList sizes;
+    for (const QLabel *part : m_page->findChildren<QLabel *>(QStringLiteral("SubtleText")))
+        sizes.append(part->text());
+    QVERIFY2(sizes.contains(text("2 TB")) && sizes.contains(text("64.0 MB")),
+             qPrintable(sizes.join(QLatin1Char('|'))));
     auto *bar = card->findChild<QProgressBar *>();
     QCOMPARE(bar->value(), 50);
     QCOMPARE(bar->height(), 10);

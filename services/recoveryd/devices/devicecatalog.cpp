@@ -121,7 +121,6 @@ QVector<DeviceCatalog::Disk> DeviceCatalog::disks() const
         Disk disk;
         disk.path = QStringLiteral("/dev/image%1").arg(i);
         disk.image = m_images.at(i);
-        // Without the size: clients show a capacity of their own beside the name.
         disk.title = QFileInfo(disk.image->path()).fileName();
         disks.append(disk);
     }
@@ -236,8 +235,11 @@ QJsonArray DeviceCatalog::groups() const
             hasSelected = hasSelected || isSelected;
             entries.append(entryOf(device, isSelected));
         }
-        groups.append(QJsonObject{{QStringLiteral("diskTitle"), disk.title},
-                                  {QStringLiteral("partitions"), entries}});
+        QJsonObject group{{QStringLiteral("diskTitle"), disk.title},
+                          {QStringLiteral("partitions"), entries}};
+        if (disk.image)
+            group.insert(QStringLiteral("diskSize"), sizeText(disk.image->size()));
+        groups.append(group);
     }
     return groups;
 }

@@ -52,6 +52,7 @@ QVector<DiskGroup> DiskInfoProvider::parseGroups(const QJsonArray &groups)
         const QJsonObject object = value.toObject();
         DiskGroup group;
         group.diskTitle = object.value(QLatin1String("diskTitle")).toString();
+        group.diskSize = object.value(QLatin1String("diskSize")).toString();
         const QJsonArray partitions = object.value(QLatin1String("partitions")).toArray();
         for (const QJsonValue &partition : partitions)
             group.partitions.append(parseEntry(partition.toObject()));

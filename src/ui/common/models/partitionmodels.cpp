@@ -43,7 +43,7 @@ bool operator==(const PartitionEntry &a, const PartitionEntry &b)
 
 bool operator==(const DiskGroup &a, const DiskGroup &b)
 {
-    return a.diskTitle == b.diskTitle && a.partitions == b.partitions;
+    return a.diskTitle == b.diskTitle && a.partitions == b.partitions && a.diskSize == b.diskSize;
 }
 
 QVector<DiskGroup> buildPartitionGroups()

@@ -27,6 +27,7 @@ struct DiskGroup
 {
     QString diskTitle;
     QVector<PartitionEntry> partitions;
+    QString diskSize = QString(); ///< As shown; empty if only the title can tell.
 };
 
 bool operator==(const PartitionEntry &a, const PartitionEntry &b);

@@ -27,7 +27,7 @@ DiskGroupWidget::DiskGroupWidget(const DiskGroup &group, QWidget *parent)
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(metrics::kFieldGap);
-    column->addLayout(buildHeader(group.diskTitle));
+    column->addLayout(buildHeader(group));
     if (group.partitions.isEmpty()) {
         column->addWidget(buildEmptyBox());
         return;
@@ -38,11 +38,13 @@ DiskGroupWidget::DiskGroupWidget(const DiskGroup &group, QWidget *parent)
     column->addLayout(cards);
 }
 
-QHBoxLayout *DiskGroupWidget::buildHeader(const QString &title)
+QHBoxLayout *DiskGroupWidget::buildHeader(const DiskGroup &group)
 {
+    const QString &title = group.diskTitle;
     auto *name = new ElidedLabel(title, Qt::ElideRight, this);
     name->setObjectName(QStringLiteral("SectionTitle"));
-    auto *size = new QLabel(partitionselect::diskSizeLabel(title), this);
+    auto *size = new QLabel(
+        group.diskSize.isEmpty() ? partitionselect::diskSizeLabel(title) : group.diskSize, this);
     size->setObjectName(QStringLiteral("SubtleText"));
     auto *row = new QHBoxLayout;
     row->setSpacing(metrics::kFieldGap);

@@ -16,7 +16,7 @@ public:
     explicit DiskGroupWidget(const ui::common::models::DiskGroup &group, QWidget *parent = nullptr);
 
 private:
-    QHBoxLayout *buildHeader(const QString &title);
+    QHBoxLayout *buildHeader(const ui::common::models::DiskGroup &group);
     QWidget *buildDiskTag(const QString &label);
     QWidget *buildEmptyBox();
 };
