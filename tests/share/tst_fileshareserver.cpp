@@ -326,6 +326,16 @@ void TestFileShareServer::logsIn()
     QVERIFY(!isOpen("sess=; " + first)); // the first one counts
     QVERIFY(!isOpen(first + "0"));
     QVERIFY(!isOpen(first + '\0'));
+    // The login of one share opens no other.
+    ShareSession other = ShareHarness::session(QStringLiteral("pw2"));
+    m_share->add(other, QStringLiteral("a+b 中"));
+    m_share->addRoot(other.id, QStringLiteral("otherroot"), m_share->tree().path("d"));
+    const auto otherIsOpen = [this](const QByteArray &cookie) {
+        return m_share->get("/s/pw2/", "Cookie: " + cookie + "\r\n").says("otherroot");
+    };
+    QVERIFY(!otherIsOpen(first));
+    QVERIFY(otherIsOpen(cookieOf(m_share->request(loginRequest("pw2", right)))));
+    QVERIFY(!otherIsOpen(first) && isOpen(first));
     const QByteArray second = cookieOf(m_share->request(loginRequest("pw", right)));
     QVERIFY(first != second);
     QVERIFY(!isOpen(first));
