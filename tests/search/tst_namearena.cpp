@@ -38,6 +38,7 @@ private slots:
     void init();
     void cleanup();
     void randomWords();
+    void frequentWordsBelowFoldedFolders();
     void lines_data();
     void lines();
     void withoutArena();
@@ -139,6 +140,26 @@ void TestNameArena::randomWords()
         const QStringList more = namesOf(m_db->queryByName(word, 5000, refine));
         QCOMPARE(more.size(), direct.size());
     }
+}
+
+// Every row below such a folder needs a look into the database, and there are more than are looked
+// at.
+void TestNameArena::frequentWordsBelowFoldedFolders()
+{
+    QVERIFY(m_db->connection().transaction());
+    for (int i = 0; i < 24000; ++i)
+        add(QStringLiteral("/%1/note %2.txt")
+                .arg(i % 3 == 0 ? QStringLiteral("plain") : QStringLiteral("données"))
+                .arg(i),
+            (i * 7919) % 1000);
+    QVERIFY(m_db->connection().commit());
+    waitForArena();
+    for (const QString &word : {QStringLiteral("note"), QStringLiteral("9.txt"),
+                                QStringLiteral("plain"), QStringLiteral("données")}) {
+        for (const int limit : {1, 200, 9000})
+            QCOMPARE(found(word, limit), m_db->queryByName(word, limit, QString()));
+    }
+    QCOMPARE(found(QStringLiteral("donnees")).size(), 200);
 }
 
 void TestNameArena::addSamples()

@@ -73,12 +73,14 @@ void scanWords(const NameMatcher &matcher, int first, int end, int limit,
             pause = row + rowsBetweenLooks;
         }
         const Match match = matcher.test(row, false);
-        if (match == Match::Direct)
+        if (match == Match::Direct) {
             hits->direct.append(row);
-        else if (match == Match::Unsure && hits->unsure.size() < mostUnsure)
-            hits->unsure.append(row);
-        else if (match == Match::Unsure)
+        } else if (match == Match::Unsure && hits->unsure.size() == mostUnsure) {
             hits->isComplete = false;
+            return;
+        } else if (match == Match::Unsure) {
+            hits->unsure.append(row);
+        }
         if (hits->direct.size() >= limit)
             return;
     }
@@ -109,10 +111,14 @@ NameHits scanBoth(Scan scan, const NameMatcher &matcher, int limit, const Cancel
     std::thread helper([&] { scan(matcher, rows / 2, rows, limit, cancelled, &older); });
     scan(matcher, 0, rows / 2, limit, cancelled, &hits);
     helper.join();
+    // Nothing of the older half can stand before what the newer one left out, or is needed where
+    // that one has enough.
+    if (!hits.isComplete || hits.direct.size() >= limit)
+        return hits;
     hits.direct += older.direct;
     hits.unsure += older.unsure;
     hits.pinyin += older.pinyin;
-    hits.isComplete = hits.isComplete && older.isComplete;
+    hits.isComplete = older.isComplete;
     return hits;
 }
 

@@ -14,7 +14,8 @@ struct NameHits
     QVector<int> direct;
     QVector<int> unsure;
     QVector<int> pinyin;
-    bool isComplete = true; ///< False if there were more unsure rows than are worth a look.
+    /// False if there are more unsure rows than are worth a look; nothing behind them is known.
+    bool isComplete = true;
 };
 
 /// Asked now and then, from several threads; true ends the scan.

@@ -18,6 +18,7 @@ namespace search::names {
 namespace {
 
 constexpr int idsPerStatement = 500;
+constexpr int leastUnsure = 64; // that are looked up together
 
 QStringList nameColumns()
 {
@@ -78,16 +79,18 @@ public:
         , m_error(error)
     {}
 
-    /// False after a failure, and where the arena does not know enough to be of use.
+    /// False after a failure, and where too many rows need a look into the database.
     bool collect(const NameArena &arena, const Cancelled &cancelled);
     /// Rows of this arena stand for those of the same ids collected so far.
     void forgetRowsOf(const NameArena &arena);
     QVariantList results();
+    /// What the database finds, then what folding alone has found among the rows collected.
     QVariantList resultsOfDatabase();
 
 private:
     RowFilter directFilter() const;
-    bool sortUnsure(const NameMatcher &matcher, const QVector<int> &rows);
+    bool sortUnsure(const NameMatcher &matcher, const QVector<int> &rows, int *directHits);
+    bool addInOrder(const NameMatcher &matcher, const NameHits &hits);
     void addHit(const NameArena &arena, int row, Rank rank);
 
     QSqlDatabase m_database;
@@ -118,16 +121,37 @@ bool NameSearch::collect(const NameArena &arena, const Cancelled &cancelled)
     const NameHits hits = scanNames(matcher, m_limit, cancelled);
     if (cancelled())
         return true;
-    if (!hits.isComplete && hits.direct.size() < m_limit)
+    if (!addInOrder(matcher, hits))
         return false;
-    for (const int row : hits.direct)
-        addHit(arena, row, Rank::Direct);
     for (const int row : hits.pinyin)
         addHit(arena, row, Rank::Pinyin);
-    return sortUnsure(matcher, hits.unsure);
+    return true;
 }
 
-bool NameSearch::sortUnsure(const NameMatcher &matcher, const QVector<int> &rows)
+// Looks up the unsure rows newest first, and no more of them than it takes to have enough direct
+// hits: a frequent word may have thousands.
+bool NameSearch::addInOrder(const NameMatcher &matcher, const NameHits &hits)
+{
+    int direct = 0;
+    int nextDirect = 0;
+    int nextUnsure = 0;
+    for (int share = leastUnsure; direct < m_limit; share *= 2) {
+        const QVector<int> rows = hits.unsure.mid(nextUnsure, share);
+        nextUnsure += rows.size();
+        const bool isLast = nextUnsure == hits.unsure.size();
+        for (; nextDirect < hits.direct.size() && direct < m_limit &&
+               (isLast || hits.direct.at(nextDirect) < rows.last());
+             ++nextDirect, ++direct)
+            addHit(matcher.arena(), hits.direct.at(nextDirect), Rank::Direct);
+        if (!sortUnsure(matcher, rows, &direct))
+            return false;
+        if (isLast)
+            return hits.isComplete || direct >= m_limit;
+    }
+    return true;
+}
+
+bool NameSearch::sortUnsure(const NameMatcher &matcher, const QVector<int> &rows, int *directHits)
 {
     const NameArena &arena = matcher.arena();
     QVector<qint64> ids;
@@ -149,10 +173,12 @@ bool NameSearch::sortUnsure(const NameMatcher &matcher, const QVector<int> &rows
         return false;
     for (const int row : rows) {
         const qint64 id = arena.id(row);
-        if (direct.contains(id))
+        if (direct.contains(id)) {
             addHit(arena, row, Rank::Direct);
-        else if (matcher.isFoldedMatch(row) && (exact.condition.isEmpty() || kept.contains(id)))
+            ++*directHits;
+        } else if (matcher.isFoldedMatch(row) && (exact.condition.isEmpty() || kept.contains(id))) {
             addHit(arena, row, Rank::Folded);
+        }
     }
     return true;
 }
@@ -206,6 +232,10 @@ QVariantList NameSearch::resultsOfDatabase()
     RowFilter filter = directFilter();
     query::addFilters(&filter, m_query);
     QVariantList results;
+    QSet<QString> paths;
+    const auto pathOf = [](const QVariant &row) {
+        return row.toMap().value(QStringLiteral("path")).toString();
+    };
     NewestFirstQuery query(m_database, fileColumns(), filter);
     const bool ok = query.run(
         m_limit,
@@ -214,7 +244,15 @@ QVariantList NameSearch::resultsOfDatabase()
             return true;
         },
         m_error);
-    return ok ? results : QVariantList();
+    if (!ok)
+        return QVariantList();
+    for (const QVariant &row : qAsConst(results))
+        paths.insert(pathOf(row));
+    for (const QVariant &row : this->results()) {
+        if (results.size() < m_limit && !paths.contains(pathOf(row)))
+            results.append(row);
+    }
+    return results;
 }
 
 } // namespace
