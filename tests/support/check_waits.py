@@ -36,6 +36,7 @@ ALLOWED = {
     ("tests/system/damaged.py", "0.1"): "between two looks at a file of another program",
     ("tests/system/machine.py", "0.1"): "between two looks at a socket file of another program",
     ("tests/system/machine.py", "0.2"): "between two looks at a file of another program",
+    ("tests/system/shares.py", "0.1"): "between two tries of a server that starts",
     ("tour/tour.cpp", "kLookMs"): "the interval between two pictures that are compared",
 }
 
