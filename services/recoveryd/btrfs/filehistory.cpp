@@ -75,6 +75,12 @@ quint64 plainBytes(const QVector<ExtentItem> &extents)
     return sum;
 }
 
+/// An inline extent is the whole file.
+bool isInline(const QVector<ExtentItem> &extents)
+{
+    return extents.size() == 1 && extents.first().kind == ExtentItem::Kind::Inline;
+}
+
 /// Puts a file together out of the pieces of its leaves.
 class Assembler
 {
@@ -93,9 +99,11 @@ public:
         version.lastSeen = piece.lastGeneration;
         version.names = piece.names.isEmpty() ? namesNear(piece) : piece.names;
         version.extents = piece.extents;
-        // A leaf that has the inode's first and last item has all of it.
-        version.isComplete =
-            !piece.isOpenBehind || plainBytes(version.extents) == piece.facts.storedBytes;
+        // A leaf of a subvolume that has the inode's first and last item has all of it; one of the
+        // log has what has changed.
+        const bool isAll = !piece.isOpenBehind && !piece.isFromLog;
+        version.isComplete = isAll || isInline(version.extents) ||
+                             plainBytes(version.extents) == piece.facts.storedBytes;
         if (!version.isComplete)
             complete(piece, &version);
         return version;
