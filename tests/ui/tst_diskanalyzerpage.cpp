@@ -7,6 +7,7 @@
 #include <QSpinBox>
 #include <QThreadPool>
 #include <QTreeView>
+#include <QWheelEvent>
 #include <QtConcurrentRun>
 
 #include <ctime>
@@ -23,6 +24,21 @@ double threadMs()
     return double(time.tv_sec) * 1000 + double(time.tv_nsec) / 1e6;
 }
 
+/// Over the first block, in eighths of a degree; forward above 0.
+void turnWheel(TreemapWidget *picture, int angle)
+{
+    const QPointF at = picture->rectOf(0).center();
+    const QPointF onScreen = picture->mapToGlobal(at.toPoint());
+#if QT_VERSION >= QT_VERSION_CHECK(5, 12, 0)
+    QWheelEvent event(at, onScreen, QPoint(), QPoint(0, angle), Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, false);
+#else
+    QWheelEvent event(at, onScreen, QPoint(), QPoint(0, angle), angle, Qt::Vertical, Qt::NoButton,
+                      Qt::NoModifier);
+#endif
+    QApplication::sendEvent(picture, &event);
+}
+
 } // namespace
 
 class TestDiskAnalyzerPage : public QObject, private DiskAnalyzerBench
@@ -34,12 +50,14 @@ private slots:
     void init() { setUp(); }
     void cleanup() { tearDown(); }
     void choosesPartitions();
+    void choosesTheOnlyPartition();
     void scansForReal();
     void showsResultsDuringComparisons();
     void stopsWithThePage();
     void endsInEveryTab_data();
     void endsInEveryTab();
     void keepsTreeAndPictureInStep();
+    void zoomsByWheel();
     void editsSettings();
     void neverStalls();
 };
@@ -76,6 +94,14 @@ void TestDiskAnalyzerPage::choosesPartitions()
     QTRY_COMPARE(chosen(), text("/opt"));
     m_page->setPartitionProvider([] { return QVector<PartitionInfo>(); });
     QTRY_COMPARE(label("PartitionStripText"), text("没有找到可以分析的分区"));
+}
+
+void TestDiskAnalyzerPage::choosesTheOnlyPartition()
+{
+    m_page->setPartitionProvider([] { return QVector<PartitionInfo>{partition("/data", 40)}; });
+    QTRY_COMPARE(label("AnalyzerStatusLabel"), text("已选择 数据盘  /data，点击开始扫描"));
+    const QList<QFrame *> cards = m_page->findChildren<QFrame *>(text("PartitionCard"));
+    QVERIFY(cards.last()->property("selected").toBool());
 }
 
 void TestDiskAnalyzerPage::scansForReal()
@@ -233,6 +259,38 @@ void TestDiskAnalyzerPage::keepsTreeAndPictureInStep()
     QTRY_COMPARE(model("DirFileTable")->index(0, 0).data().toString(), text("deep.txt"));
     press("DirUpButton");
     QCOMPARE(tree->currentIndex(), big);
+}
+
+void TestDiskAnalyzerPage::zoomsByWheel()
+{
+    m_tree->file("big/inner/deep.txt", "0123456789");
+    m_tree->file("top.txt", "0");
+    m_page->scanPath(m_tree->path());
+    QTRY_VERIFY(!m_page->isScanning());
+    QTRY_COMPARE(model("DirTree")->rowCount(), 1);
+    show(Directories);
+    auto *picture = child<TreemapWidget>("DirTreemap");
+    QTRY_VERIFY(!picture->rectOf(0).isEmpty());
+    const QString top = m_tree->path();
+    const QString big = m_tree->path("big");
+
+    turnWheel(picture, 60);
+    QCOMPARE(label("DirPathLabel"), top);
+    turnWheel(picture, -60); // Turning back begins anew.
+    turnWheel(picture, 60);
+    QCOMPARE(label("DirPathLabel"), top);
+    turnWheel(picture, 60);
+    QCOMPARE(label("DirPathLabel"), big);
+    turnWheel(picture, 120);
+    QCOMPARE(label("DirPathLabel"), m_tree->path("big/inner"));
+    turnWheel(picture, 120); // Only files are left: nothing to go into.
+    QCOMPARE(label("DirPathLabel"), m_tree->path("big/inner"));
+    turnWheel(picture, -120);
+    QCOMPARE(label("DirPathLabel"), big);
+    turnWheel(picture, -120);
+    QCOMPARE(label("DirPathLabel"), top);
+    turnWheel(picture, -120); // Nothing is above what was scanned.
+    QCOMPARE(label("DirPathLabel"), top);
 }
 
 void TestDiskAnalyzerPage::editsSettings()

@@ -11,6 +11,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QToolTip>
+#include <QWheelEvent>
 
 using diskanalyzer::TreemapItem;
 using ui::common::ThemeColors;
@@ -173,6 +174,29 @@ void TreemapWidget::mouseReleaseEvent(QMouseEvent *event)
 void TreemapWidget::mouseMoveEvent(QMouseEvent *event)
 {
     setHovered(blockAt(event->localPos()));
+}
+
+void TreemapWidget::wheelEvent(QWheelEvent *event)
+{
+    event->accept(); // At the end of the way, nothing around the picture is to scroll instead.
+    const int turned = event->angleDelta().y();
+    // Touch pads tell a turn in many small pieces; a level takes a whole step of a wheel.
+    if ((turned > 0) != (m_turned > 0))
+        m_turned = 0;
+    m_turned += turned;
+    if (qAbs(m_turned) < QWheelEvent::DefaultDeltasPerStep)
+        return;
+    const bool forward = m_turned > 0;
+    m_turned = 0;
+    if (!forward) {
+        emit upRequested();
+        return;
+    }
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+    activate(blockAt(event->position()));
+#else
+    activate(blockAt(event->posF()));
+#endif
 }
 
 void TreemapWidget::leaveEvent(QEvent *event)

@@ -5,8 +5,9 @@
 #include <QRectF>
 #include <QWidget>
 
-/// The blocks of a directory as areas. A click or Enter goes down into one, Backspace goes up, the
-/// arrow keys move among them. It knows no tree: its owner follows the signals.
+/// The blocks of a directory as areas. A click, Enter or the wheel turned forward over it goes down
+/// into one, Backspace and the wheel turned back go up, the arrow keys move among them. It knows no
+/// tree: its owner follows the signals.
 class TreemapWidget : public QWidget
 {
     Q_OBJECT
@@ -36,6 +37,7 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
+    void wheelEvent(QWheelEvent *event) override;
     void leaveEvent(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
@@ -54,4 +56,5 @@ private:
     int m_current = -1;
     int m_hovered = -1;
     int m_pressed = -1;
+    int m_turned = 0; ///< Of the wheel since the last level, in eighths of a degree.
 };
