@@ -186,7 +186,10 @@ bool deriveLayout(const MediaReader &media, qint64 tableOffset, FatLayout *layou
     FatLayout derived;
     if (!isTableStart(first, &derived.table.bits))
         return false;
-    const qint64 longest = derived.table.bits == 32 ? kMaxTable : kMaxNarrowTable;
+    // A long table is looked for only where the highest bits of its first entry are clear: with
+    // them set, it is a bitmap more often, and a volume has thousands of those.
+    const bool isWide = derived.table.bits == 32 && quint8(first.at(3)) == 0x0F;
+    const qint64 longest = isWide ? kMaxTable : kMaxNarrowTable;
     const qint64 end = qMin(media.size(), tableOffset + longest);
     const qint64 copy = findCopy(media, first, tableOffset + kSector, end);
     if (copy < 0 || !areCopies(media, tableOffset, copy))
