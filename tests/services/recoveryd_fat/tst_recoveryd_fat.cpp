@@ -11,6 +11,8 @@
 #include <QTest>
 #include <QtEndian>
 
+#include <algorithm>
+
 using namespace services::recoveryd;
 using namespace diskimages;
 using namespace testsupport;
@@ -29,6 +31,30 @@ Files sampleFiles()
         {QStringLiteral("文档/thirteen long"), noise(40000, 5)},
     };
 }
+
+/// 64 MiB of zeros but for the beginning; counts what is read.
+class CountingImage : public Image
+{
+public:
+    explicit CountingImage(const QByteArray &start)
+        : Image(QStringLiteral("counting"), -1, 64 * 1024 * 1024)
+        , m_start(start)
+    {}
+    mutable qint64 bytesRead = 0;
+
+protected:
+    qint64 readSome(qint64 offset, char *to, qint64 length) const override
+    {
+        bytesRead += length;
+        std::fill(to, to + length, '\0');
+        for (qint64 i = offset; i < qMin(offset + length, qint64(m_start.size())); ++i)
+            to[i - offset] = m_start.at(int(i));
+        return length;
+    }
+
+private:
+    QByteArray m_start;
+};
 
 QStringList words(const char *text)
 {
@@ -60,6 +86,8 @@ private slots:
     void findsFilesOfAnEarlierFormat_data();
     void findsFilesOfAnEarlierFormat();
     void recognisesVolumes();
+    void looksFarForWideTablesOnly_data();
+    void looksFarForWideTablesOnly();
     void doubtsClustersThatOthersHave();
     void skipsWhatWasInTheWay();
     void findsDirectoriesThatLostTheHighHalf();
@@ -264,6 +292,34 @@ void TestRecoverydFat::recognisesVolumes()
     QCOMPARE(found(kStart + 32 * 512).start, kStart); // by the table alone
     for (qint64 at = 0; at < kStart + (1 << 20); at += 512)
         QVERIFY2(found(at).start < 0 || found(at).start == kStart, qPrintable(QString::number(at)));
+}
+
+void TestRecoverydFat::looksFarForWideTablesOnly_data()
+{
+    QTest::addColumn<QByteArray>("start");
+    QTest::addColumn<qint64>("least");
+    QTest::addColumn<qint64>("most");
+    constexpr qint64 mib = 1024 * 1024;
+    QTest::newRow("wide table") << QByteArray("\xF8\xFF\xFF\x0F\xFF\xFF\xFF\x0F\0\0", 10)
+                                << 63 * mib << 66 * mib;
+    // Volumes are full of bitmaps: a search through the disk for each of them would take days.
+    QTest::newRow("bitmap") << QByteArray("\xFC").append(QByteArray(200, '\xFF')) << qint64(0)
+                            << 5 * mib;
+    QTest::newRow("narrow table") << QByteArray("\xF8\xFF\xFF\xFF\x03\0", 6) << qint64(0)
+                                  << 5 * mib;
+}
+
+void TestRecoverydFat::looksFarForWideTablesOnly()
+{
+    QFETCH(const QByteArray, start);
+    QFETCH(const qint64, least);
+    QFETCH(const qint64, most);
+    const auto image = std::make_shared<CountingImage>(start);
+    const MediaReader media(Volume(image, 0, image->size()));
+    FoundVolume found;
+    QVERIFY(!fatSupport().recognise(media, 0, media.read(0, 4096), &found));
+    QVERIFY2(image->bytesRead >= least && image->bytesRead <= most,
+             qPrintable(QString::number(image->bytesRead)));
 }
 
 void TestRecoverydFat::doubtsClustersThatOthersHave()
