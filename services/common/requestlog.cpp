@@ -8,6 +8,8 @@ namespace {
 
 /// Longer than a UUID and any method.
 constexpr int kMaxWordLength = 64;
+/// Reasons may repeat what a client has sent.
+constexpr int kMaxReasonLength = 200;
 
 /// A client's word, so that it cannot write lines of its own.
 QByteArray printable(const QString &word)
@@ -32,7 +34,7 @@ QByteArray requestLogLine(const AnsweredRequest &request, qint64 elapsedMs)
         line += "done";
     else
         line += "failed, " + QByteArray::number(request.reply.errorCode) + ' ' +
-                request.reply.errorMessage.simplified().toUtf8();
+                request.reply.errorMessage.left(kMaxReasonLength).simplified().toUtf8();
     return line + ", " + QByteArray::number(elapsedMs) + " ms\n";
 }
 

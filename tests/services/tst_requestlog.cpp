@@ -61,6 +61,9 @@ void TestRequestLog::keepsAClientFromWritingLines()
     QVERIFY(line.startsWith("<7>request a?<0>b??xxx"));
     QVERIFY(line.contains(" m??[2J uid "));
     QVERIFY(line.size() < 160);
+    request.reply = Reply::failure(1, QStringLiteral("密\n") + QString(100000, QLatin1Char('x')));
+    const QByteArray failed = services::requestLogLine(request, 0);
+    QVERIFY(failed.count('\n') == 1 && failed.size() < 400);
 }
 
 QTEST_GUILESS_MAIN(TestRequestLog)
