@@ -2,6 +2,7 @@
 // protected, notes of a trash, lines of the log, messages to the service's socket. The first byte
 // of the input chooses the reader.
 
+#include "readers.h"
 #include "vaultd/failure.h"
 #include "vaultd/hook/deletionserver.h"
 #include "vaultd/hook/protectionmap.h"
@@ -11,7 +12,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QLoggingCategory>
 #include <QTemporaryDir>
 
 #include <array>
@@ -204,26 +204,5 @@ void sendMessage(const QByteArray &bytes)
 
 extern "C" int LLVMFuzzerTestOneInput(const uchar *input, size_t length)
 {
-    static const bool isQuiet = [] {
-        QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
-        return true;
-    }();
-    Q_UNUSED(isQuiet)
-    if (length == 0)
-        return 0;
-    const QByteArray bytes(reinterpret_cast<const char *>(input) + 1, int(length) - 1);
-    switch (input[0] % 4) {
-    case 0:
-        readMap(bytes);
-        break;
-    case 1:
-        readTrashNote(bytes);
-        break;
-    case 2:
-        readLog(bytes);
-        break;
-    default:
-        sendMessage(bytes);
-    }
-    return 0;
+    return fuzz::readByOneOf({readMap, readTrashNote, readLog, sendMessage}, input, length);
 }

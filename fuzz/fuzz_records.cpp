@@ -2,12 +2,12 @@
 // byte of the input chooses the reader.
 
 #include "core/ipc/framecodec.h"
+#include "readers.h"
 #include "recoveryd/content/codec.h"
 #include "recoveryd/session/findingcodec.h"
 #include "vaultd/vaultfile.h"
 
 #include <QJsonDocument>
-#include <QLoggingCategory>
 
 #include <cstdlib>
 
@@ -65,26 +65,6 @@ void decompressAll(const QByteArray &bytes)
 
 extern "C" int LLVMFuzzerTestOneInput(const uchar *input, size_t length)
 {
-    static const bool isQuiet = [] {
-        QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
-        return true;
-    }();
-    Q_UNUSED(isQuiet)
-    if (length == 0)
-        return 0;
-    const QByteArray bytes(reinterpret_cast<const char *>(input) + 1, int(length) - 1);
-    switch (input[0] % 4) {
-    case 0:
-        readFinding(bytes);
-        break;
-    case 1:
-        readFrames(bytes);
-        break;
-    case 2:
-        readVaultRecord(bytes);
-        break;
-    default:
-        decompressAll(bytes);
-    }
-    return 0;
+    return fuzz::readByOneOf({readFinding, readFrames, readVaultRecord, decompressAll}, input,
+                             length);
 }
