@@ -17,7 +17,9 @@ if [ -z "${MORVANE_TOUR_HOOK:-}" ] && unshare $own -m -p -f --mount-proc true 2>
     export MORVANE_TOUR_HOOK=/run/lib/libmorvane-guard.so
     exec unshare $own -m -p -f --mount-proc -- scripts/tour.sh "$@"
 fi
-if [ -n "${MORVANE_TOUR_HOOK:-}" ] && [ "${LD_PRELOAD:-}" != "$MORVANE_TOUR_HOOK" ]; then
+# The first process is the one in the system of its own: the variable alone, set by somebody else, must
+# not cover the folders of the machine.
+if [ -n "${MORVANE_TOUR_HOOK:-}" ] && [ $$ = 1 ] && [ "${LD_PRELOAD:-}" != "$MORVANE_TOUR_HOOK" ]; then
     mount -t tmpfs -o mode=755 none /run
     mkdir /run/etc /run/lib
     cp -a /etc/. /run/etc
